@@ -1,0 +1,11 @@
+#pragma once
+
+namespace kelsdk {
+
+class KelFileUtils {
+ public:
+  /// True when something other than a directory exists at the path, symbolic links followed.
+  static bool Exist(const char* path) noexcept;
+};
+
+}  // namespace kelsdk

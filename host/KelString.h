@@ -1,0 +1,65 @@
+#pragma once
+
+namespace kelsdk {
+
+/// An owned string of 8-bit characters (UTF-8 by custom), its memory from KelMalloc.
+///
+/// Nothing throws. When memory runs out the string becomes empty and invalid (IsValid() false), and
+/// every string made from an invalid one is invalid too, so that a path that was built in several
+/// steps needs one test at its end. Clear() and assignment make it valid again.
+class KelString {
+ public:
+  KelString() noexcept = default;
+  KelString(const char* text) noexcept;  // NOLINT(google-explicit-constructor): given interface
+  KelString(const char* text, unsigned int length) noexcept;
+  KelString(const KelString& other) noexcept;
+  KelString(KelString&& other) noexcept;
+  ~KelString();
+
+  KelString& operator=(const char* text) noexcept;
+  KelString& operator=(const KelString& other) noexcept;
+  KelString& operator=(KelString&& other) noexcept;
+
+  KelString& operator+=(const char* text) noexcept;
+  KelString& operator+=(const KelString& other) noexcept;
+
+  /// The characters, ended by a zero byte; valid until the string changes.
+  char* Buffer() noexcept { return text_ != nullptr ? text_ : &terminator_; }
+  const char* Buffer() const noexcept { return text_ != nullptr ? text_ : &terminator_; }
+  operator const char*() const noexcept { return Buffer(); }  // NOLINT(google-explicit-constructor)
+
+  /// The number of characters (bytes) before the final zero byte.
+  unsigned int GetLen() const noexcept { return length_; }
+  bool IsEmpty() const noexcept { return length_ == 0; }
+
+  /// False when an allocation failed while this string was made.
+  bool IsValid() const noexcept { return valid_; }
+
+  void Clear() noexcept;
+
+  /// Replaces the first occurrence of `find` at or after `startPosition` by `replaceBy`; false when
+  /// there is none, when `find` is empty or when memory runs out.
+  bool FindAndReplace(const char* find, const char* replaceBy, unsigned int startPosition) noexcept;
+
+  /// The first `count` characters, or all of them when there are fewer.
+  KelString Left(unsigned int count) const noexcept;
+
+ private:
+  void Append(const char* text, unsigned int length) noexcept;
+  void Invalidate() noexcept;
+
+  char* text_ = nullptr;
+  unsigned int length_ = 0;
+  bool valid_ = true;
+  char terminator_ = 0;
+};
+
+bool operator==(const KelString& left, const char* right) noexcept;
+bool operator==(const KelString& left, const KelString& right) noexcept;
+bool operator!=(const KelString& left, const char* right) noexcept;
+bool operator!=(const KelString& left, const KelString& right) noexcept;
+
+KelString operator+(const KelString& left, const char* right) noexcept;
+KelString operator+(const KelString& left, const KelString& right) noexcept;
+
+}  // namespace kelsdk
