@@ -1,0 +1,57 @@
+#include "backends/io/input_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "backends/io/positioned.h"
+
+namespace kelsdk::io {
+
+InputFile::InputFile(InputFile&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)), size_(std::exchange(other.size_, 0)) {}
+
+InputFile& InputFile::operator=(InputFile&& other) noexcept {
+  std::swap(descriptor_, other.descriptor_);
+  std::swap(size_, other.size_);
+  return *this;
+}
+
+InputFile::~InputFile() {
+  Close();
+}
+
+bool InputFile::Open(const char* path, Error& error) {
+  Close();
+  // Non-blocking: opening a pipe without a writer must not hang.
+  descriptor_ = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor_ < 0) return error.SetSystem(errno, "cannot open");
+  if (Refresh(error)) return true;
+  Close();
+  return false;
+}
+
+void InputFile::Close() {
+  if (descriptor_ >= 0) ::close(descriptor_);
+  descriptor_ = -1;
+  size_ = 0;
+}
+
+bool InputFile::Refresh(Error& error) {
+  struct stat entry = {};
+  if (::fstat(descriptor_, &entry) != 0)
+    return error.SetSystem(errno, "cannot ask the file's size");
+  if (S_ISDIR(entry.st_mode)) return error.Set(Error::eNotAFile, "is a directory");
+  if (!S_ISREG(entry.st_mode)) return error.Set(Error::eNotAFile, "is not a regular file");
+  size_ = static_cast<std::uint64_t>(entry.st_size);
+  return true;
+}
+
+bool InputFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Error& error) const {
+  return ReadFully(descriptor_, offset, buffer, count, error);
+}
+
+}  // namespace kelsdk::io

@@ -1,0 +1,89 @@
+#include "backends/io/output_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "backends/io/positioned.h"
+
+namespace kelsdk::io {
+
+OutputFile::OutputFile(OutputFile&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+OutputFile& OutputFile::operator=(OutputFile&& other) noexcept {
+  std::swap(descriptor_, other.descriptor_);
+  return *this;
+}
+
+OutputFile::~OutputFile() {
+  if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+bool OutputFile::Create(const char* path, unsigned int mode, Error& error) {
+  descriptor_ = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+  if (descriptor_ < 0) return error.SetSystem(errno, "cannot create");
+  if (Lock(error)) return true;
+  ::unlink(path);
+  Error ignored;
+  Close(ignored);
+  return false;
+}
+
+bool OutputFile::OpenExisting(const char* path, Error& error) {
+  descriptor_ = ::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor_ < 0) return error.SetSystem(errno, "cannot open for writing");
+  if (Lock(error)) return true;
+  Error ignored;
+  Close(ignored);
+  return false;
+}
+
+// A file system without locks answers with another error than EWOULDBLOCK: no reason to fail.
+bool OutputFile::Lock(Error& error) {
+  if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
+  return error.Set(Error::eRefused, "a living writer holds the file");
+}
+
+bool OutputFile::Size(std::uint64_t* size, Error& error) const {
+  struct stat entry = {};
+  if (::fstat(descriptor_, &entry) != 0)
+    return error.SetSystem(errno, "cannot ask the file's size");
+  *size = static_cast<std::uint64_t>(entry.st_size);
+  return true;
+}
+
+bool OutputFile::WriteAt(std::uint64_t offset, const void* bytes, std::size_t count, Error& error) {
+  return WriteFully(descriptor_, offset, bytes, count, error);
+}
+
+bool OutputFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Error& error) const {
+  return ReadFully(descriptor_, offset, buffer, count, error);
+}
+
+bool OutputFile::Truncate(std::uint64_t size, Error& error) {
+  if (::ftruncate(descriptor_, static_cast<off_t>(size)) == 0) return true;
+  return error.SetSystem(errno, "setting the size to %llu", static_cast<unsigned long long>(size));
+}
+
+bool OutputFile::SetMode(unsigned int mode, Error& error) {
+  if (::fchmod(descriptor_, mode) == 0) return true;
+  return error.SetSystem(errno, "setting permissions");
+}
+
+bool OutputFile::Sync(Error& error) {
+  if (::fsync(descriptor_) == 0) return true;
+  return error.SetSystem(errno, "making the file durable");
+}
+
+bool OutputFile::Close(Error& error) {
+  const int descriptor = std::exchange(descriptor_, -1);
+  if (descriptor < 0 || ::close(descriptor) == 0) return true;
+  return error.SetSystem(errno, "closing");
+}
+
+}  // namespace kelsdk::io
