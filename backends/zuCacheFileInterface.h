@@ -1,0 +1,139 @@
+#pragma once
+
+namespace kelsdk {
+
+struct zuCacheData {
+  /// The element type of a channel. An element of a vector type is three consecutive values.
+  enum zuCacheDataType : int {
+    eNCUnknownData = 0,
+    eNCDouble = 1,  ///< may be declared, is never read or written
+    eNCDoubleArray = 2,
+    eNCDoubleVectorArray = 3,
+    eNCInt32Array = 4,
+    eNCFloatArray = 5,
+    eNCFloatVectorArray = 6,
+  };
+};
+
+/// The channel-cache library: reads and writes one NC cache, an XML description (BASE.xml) with its
+/// data files, and converts between PC2 files and NC caches.
+///
+/// Times are signed 32-bit ticks, 6000 to the second. Counts of channel data are elements, never
+/// values or bytes. Strings handed out through a `char**` come from KelMalloc and become the
+/// caller's. Every failure is a value; nothing throws. One object serves one call at a time.
+/// docs/nc-format.md gives the files byte by byte.
+class zuCacheFileInterface {
+ public:
+  enum cacheFileFormat : int {
+    eSingleFile = 0,    ///< one data file for all times
+    eFilePerFrame = 1,  ///< one data file per frame
+  };
+
+  zuCacheFileInterface();
+  zuCacheFileInterface(const zuCacheFileInterface&) = delete;
+  zuCacheFileInterface& operator=(const zuCacheFileInterface&) = delete;
+
+  /// Ends the object. A write that endFileWrite has not ended is not published: what it has written
+  /// stays beside the cache, where recover finds it.
+  virtual ~zuCacheFileInterface();
+
+  // Set-up.
+
+  /// Opens FOLDER + BASE.xml and its data for reading. `folder` ends in "/".
+  bool initFileRead(const char* baseName, const char* folder);
+
+  /// Begins to write the cache FOLDER + BASE. Until endFileWrite an older cache of that name stays
+  /// as it is. `dataFileTag` is "ncx" (raw) or "ncc" (compact).
+  bool initFileWrite(const char* folder, const char* baseName, cacheFileFormat format,
+                     const char* dataFileTag, int ticksPerFrame);
+
+  /// Adds a channel to a cache open for writing, at any time before endFileWrite. Refused for an
+  /// empty or known name and when open for reading.
+  bool addChannel(const char* channelName, const char* interpretation,
+                  zuCacheData::zuCacheDataType dataType, unsigned int& channelIndex);
+
+  /// Reads whole time blocks at once and serves the other channels of that time from memory.
+  void setOptimizeMultiChannelRead(bool enable);
+
+  /// Completes the cache, makes it durable and puts it in the place of an older one.
+  bool endFileWrite();
+
+  // Catalogue.
+
+  unsigned int numChannels() const;
+  bool hasChannelByName(const char* channelName, unsigned int& channelIndex) const;
+  bool channelName(unsigned int channelIndex, char** name) const;
+  bool channelInterpretation(unsigned int channelIndex, char** interpretation) const;
+  bool channelDataType(unsigned int channelIndex, zuCacheData::zuCacheDataType& dataType) const;
+  cacheFileFormat format() const;
+
+  // Time and sampling.
+
+  int getTicksPerFrame() const;
+  /// The times of the channel's first and last sample; without a sample false and 0 ticks.
+  bool getChannelStartTime(unsigned int channelIndex, int& ticks) const;
+  bool getChannelEndTime(unsigned int channelIndex, int& ticks) const;
+  unsigned int getDataCount(unsigned int channelIndex);
+  bool getDataTime(unsigned int channelIndex, unsigned int dataIndex, int& ticks);
+  /// The first time with data strictly after `ticks`, of one channel or of any.
+  bool getNextTimeWithData(unsigned int channelIndex, int ticks, int& nextTicks);
+  bool getNextTimeWithData(int ticks, int& nextTicks);
+  bool isChannelSamplingRegular(unsigned int channelIndex) const;
+  /// The interval between two samples of a regular channel.
+  bool channelSamplingRate(unsigned int channelIndex, int& ticks) const;
+  bool getArrayLengthAtTime(unsigned int channelIndex, int ticks, unsigned int& elementCount);
+
+  // Data.
+
+  /// Delivers the array that the channel holds at a time.
+  /// @param data          the caller's array, in the channel's own element type; never reallocated
+  /// @param elementCount  in: its room in elements; out: the elements delivered
+  /// Room smaller than the array: false, nothing written. Room larger: the rest is zero. The data's
+  /// checksum is verified on every read.
+  bool getArrayDataAtTime(unsigned int channelIndex, int ticks, void*& data,
+                          unsigned int& elementCount);
+
+  bool beginWriteAtTime(int ticks);
+  /// Writes the array of a channel in the open time block; `data` stays the caller's.
+  bool addArrayData(unsigned int channelIndex, int ticks, void* data, unsigned int elementCount);
+  bool endWriteAtTime();
+
+  // Files. File 0 is the description, the data files follow.
+
+  unsigned int getDataFileCount() const;
+  bool getDataFilePath(unsigned int fileIndex, char** path);
+
+  // Conversion.
+
+  static bool convertFromPc2(const char* pc2FileName, const char* folder, const char* baseName,
+                             cacheFileFormat format, const char* dataFileTag, int ticksPerFrame);
+  static bool convertToPc2(const char* pc2FileName, const char* folder, const char* baseName,
+                           unsigned int channelIndex, int ticksPerFrame);
+
+  // Care, beyond what the cache object uses.
+
+  /// Why the last call that failed did so, in words, without the file's name; "" when none failed.
+  /// Valid until the next call.
+  const char* errorString() const;
+
+  /// Told one line about each problem, without a final line break.
+  using reportFunction = void (*)(void* context, const char* line);
+
+  /// Reads everything of a cache: description, indices, sizes, every array and its checksum.
+  /// @return true when all is sound; otherwise every problem has been reported
+  static bool verify(const char* folder, const char* baseName, reportFunction report,
+                     void* context);
+
+  /// Completes and publishes what a dead writer of the cache left behind.
+  /// @param blockCount  out: the whole time blocks that the recovered cache holds
+  /// @return false when there was nothing to recover or it could not be published; `report`, which
+  ///         may be null, is told what was found, saved and refused
+  static bool recover(const char* folder, const char* baseName, unsigned int& blockCount,
+                      reportFunction report, void* context);
+
+ private:
+  struct Impl;
+  Impl* impl;
+};
+
+}  // namespace kelsdk

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kelsdk {
+
+/// Reads or writes one PC2 point cache: a 32-byte header, then for each sample x, y, z of every
+/// point as little-endian 32-bit floats. docs/pc2-format.md gives the bytes.
+///
+/// Samples count from 0, the first one in the file, whatever frame the header starts at. Every
+/// failure is a value; nothing throws. One object serves one file and one call at a time.
+class zuPointCache2IO {
+ public:
+  enum openMode { readMode = 0, writeMode = 1 };
+
+  zuPointCache2IO();
+  zuPointCache2IO(const zuPointCache2IO&) = delete;
+  zuPointCache2IO& operator=(const zuPointCache2IO&) = delete;
+
+  /// Closes the file. A write that endWriteData has not ended leaves its partial file, with the
+  /// samples written so far, beside the target, which is untouched.
+  virtual ~zuPointCache2IO();
+
+  /// Opens a file for reading, or prepares to write one.
+  /// Reading: true when the file begins with the PC2 signature and a whole header, which the fields
+  /// below then hold. A version other than 1 is let through with nothing else looked at; of
+  /// version 1 are refused a negative count, a sample that does not fit 32 bits, and a file without
+  /// room for its first sample when it claims any.
+  /// Writing: true when the target may be replaced; a directory, another special file and a file
+  /// without write permission are refused. Nothing is made on disk yet.
+  bool initialize(const char* fileName, openMode mode);
+
+  /// Begins the file beside its target, under a temporary name.
+  /// @param startFrame  the frame of sample 0
+  /// @param sampleRate  frames from one sample to the next
+  bool beginWriteData(int pointCount, int sampleCount, float startFrame, float sampleRate);
+
+  /// Reads the first `pointCount` points of a sample into `buffer` (pointCount x 3 floats) with one
+  /// positioned read. More points than the file has: only the file's are written, and `pointCount`
+  /// becomes their number. False, with `buffer` untouched, for a sample that the file does not hold
+  /// whole; after a device error its contents are unspecified.
+  bool readSample(unsigned int sampleIndex, float* buffer, unsigned int& pointCount);
+
+  /// Writes one sample (the header's pointCount x 3 floats). Any order, any number of times; a
+  /// sample outside the declared count is refused.
+  bool writeSample(int sampleIndex, float* buffer);
+
+  /// Completes the file to its declared size (samples never written are zero), makes it durable and
+  /// puts it in the target's place at once. False, with the target untouched and the partial file
+  /// kept, when that failed or when a sample could not be written earlier.
+  bool endWriteData();
+
+  // Care, beyond what the cache object uses.
+
+  /// Why the last call that failed did so, in words, without the file's name; "" when none failed.
+  /// Valid until the next call.
+  const char* errorString() const;
+
+  /// The whole samples that the open file holds, which is sampleCount or, in a file cut short,
+  /// less.
+  unsigned int wholeSampleCount() const;
+
+  /// Told one line, without a final line break.
+  using reportFunction = void (*)(void* context, const char* line);
+
+  /// Completes what a dead writer of `fileName` left behind: the newest partial file that no living
+  /// writer holds is cut after its last whole sample, its count is corrected, and it takes the
+  /// target's place.
+  /// @param sampleCount  out: the whole samples saved
+  /// @return false when there is nothing to recover, it holds no whole sample, or it could not be
+  ///         published; `report`, which may be null, is told what was found
+  static bool recover(const char* fileName, unsigned int& sampleCount, reportFunction report,
+                      void* context);
+
+ private:
+  struct Impl;
+  Impl* impl;
+
+ public:
+  // The header of the open file, as initialize (reading) or beginWriteData (writing) set it.
+  std::int32_t version = 0;
+  std::uint32_t pointCount = 0;   ///< points per sample
+  float startFrame = 0;           ///< frame of sample 0
+  float sampleRate = 0;           ///< frames from one sample to the next
+  std::uint32_t sampleCount = 0;  ///< samples that the header claims
+};
+
+}  // namespace kelsdk
