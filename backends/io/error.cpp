@@ -12,6 +12,7 @@ Error::EKind KindOf(int errorNumber) {
   switch (errorNumber) {
     case ENOENT:
     case ENOTDIR: return Error::eNotFound;
+    case EEXIST: return Error::eExists;
     case EACCES:
     case EPERM:
     case EROFS: return Error::eDenied;

@@ -10,6 +10,7 @@ class Error {
   enum EKind {
     eNone = 0,
     eNotFound,     ///< no file of that name
+    eExists,       ///< the name is taken
     eDenied,       ///< no permission, or a read-only place
     eNotAFile,     ///< a directory, a device, a pipe
     eNoSpace,      ///< disk full, quota reached, file too large
