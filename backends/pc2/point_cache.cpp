@@ -1,0 +1,98 @@
+#include <new>
+
+#include "backends/io/guard.h"
+#include "backends/pc2/reader.h"
+#include "backends/pc2/recover.h"
+#include "backends/pc2/writer.h"
+#include "backends/zuPointCache2IO.h"
+#include "host/KelMemory.h"
+
+namespace kelsdk {
+
+struct zuPointCache2IO::Impl {
+  pc2::Reader reader;
+  pc2::Writer writer;
+  io::Error error;
+};
+
+namespace {
+
+void Show(const pc2::Header& header, zuPointCache2IO* shown) {
+  shown->version = header.version;
+  shown->pointCount = header.pointCount;
+  shown->startFrame = header.startFrame;
+  shown->sampleRate = header.sampleRate;
+  shown->sampleCount = header.sampleCount;
+}
+
+}  // namespace
+
+zuPointCache2IO::zuPointCache2IO() : impl(nullptr) {
+  if (void* block = KelMalloc(sizeof(Impl))) impl = ::new (block) Impl;
+}
+
+zuPointCache2IO::~zuPointCache2IO() {
+  if (impl == nullptr) return;
+  impl->~Impl();
+  KelFree(impl);
+}
+
+bool zuPointCache2IO::initialize(const char* fileName, openMode mode) {
+  if (impl == nullptr) return false;
+  if (fileName == nullptr) return impl->error.Set(io::Error::eRefused, "no file name given");
+  if (mode == writeMode) {
+    return io::Guarded(impl->error, false,
+                       [&] { return impl->writer.Prepare(fileName, impl->error); });
+  }
+  if (!impl->reader.Open(fileName, impl->error)) return false;
+  Show(impl->reader.header(), this);
+  return true;
+}
+
+bool zuPointCache2IO::beginWriteData(int points, int samples, float start, float rate) {
+  if (impl == nullptr) return false;
+  const pc2::Header header{pc2::kVersion, static_cast<std::uint32_t>(points), start, rate,
+                           static_cast<std::uint32_t>(samples)};
+  const bool begun =
+      io::Guarded(impl->error, false, [&] { return impl->writer.Begin(header, impl->error); });
+  if (begun) Show(header, this);
+  return begun;
+}
+
+bool zuPointCache2IO::readSample(unsigned int sampleIndex, float* buffer, unsigned int& points) {
+  return impl != nullptr && impl->reader.Read(sampleIndex, buffer, &points, impl->error);
+}
+
+bool zuPointCache2IO::writeSample(int sampleIndex, float* buffer) {
+  // A negative number becomes one above any count.
+  return impl != nullptr &&
+         impl->writer.Write(static_cast<std::uint32_t>(sampleIndex), buffer, impl->error);
+}
+
+bool zuPointCache2IO::endWriteData() {
+  return impl != nullptr &&
+         io::Guarded(impl->error, false, [&] { return impl->writer.End(impl->error); });
+}
+
+const char* zuPointCache2IO::errorString() const {
+  return impl != nullptr ? impl->error.text() : "not enough memory";
+}
+
+unsigned int zuPointCache2IO::wholeSampleCount() const {
+  return impl != nullptr ? impl->reader.WholeSamples() : 0;
+}
+
+bool zuPointCache2IO::recover(const char* fileName, unsigned int& savedCount, reportFunction report,
+                              void* context) {
+  const auto tell = [&](const char* line) {
+    if (report != nullptr) report(context, line);
+  };
+  io::Error error;
+  const bool recovered = io::Guarded(error, false, [&] {
+    return pc2::Recover(fileName != nullptr ? fileName : "", &savedCount, tell, error);
+  });
+  if (!recovered) tell(error.text());
+  return recovered;
+}
+
+}  // namespace kelsdk

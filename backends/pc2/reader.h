@@ -1,0 +1,26 @@
+#pragma once
+
+#include "backends/io/input_file.h"
+#include "backends/pc2/header.h"
+
+namespace kelsdk::pc2 {
+
+class Reader {
+ public:
+  /// Opens a file and checks its header against its size. A version other than 1 is let through
+  /// with nothing else checked, for the caller to refuse; no sample of it can be read.
+  bool Open(const char* path, io::Error& error);
+
+  const Header& header() const { return header_; }
+  std::uint32_t WholeSamples() const { return header_.WholeSamples(file_.Size()); }
+
+  /// Reads the first `*pointCount` points of a sample, or as many as it has, straight into `points`
+  /// (3 floats each), with one positioned read; `*pointCount` becomes their number.
+  bool Read(std::uint32_t sample, float* points, std::uint32_t* pointCount, io::Error& error);
+
+ private:
+  io::InputFile file_;
+  Header header_;
+};
+
+}  // namespace kelsdk::pc2
