@@ -4,8 +4,7 @@
 
 namespace kelsdk {
 
-/// Rules for file paths. "/" and the backslash both separate components on the way in; paths made
-/// here use "/" only.
+/// Rules for file paths. "/" and the backslash both separate components.
 class KelPathUtils {
  public:
   /// The folder part without a trailing separator, so that it may be followed by "/": "/a/b.c"
@@ -16,8 +15,9 @@ class KelPathUtils {
   /// is the first character) when `withExtension` is false.
   static KelString GetFileName(const char* path, bool withExtension) noexcept;
 
-  /// The absolute form of a path, relative to the current directory, with "." and ".." worked out
-  /// in the text (symbolic links are not looked at). An empty path names nothing and stays empty.
+  /// The absolute form of a path with "/" as its only separator, relative to the current directory,
+  /// with "." and ".." worked out in the text (symbolic links are not looked at). An empty path
+  /// names nothing and stays empty.
   static KelString Resolve(const char* path) noexcept;
 };
 

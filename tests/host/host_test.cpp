@@ -1,0 +1,246 @@
+#include <climits>
+#include <cmath>
+#include <cstring>
+
+#include "host/KelFileUtils.h"
+#include "host/KelManager.h"
+#include "host/KelMemory.h"
+#include "host/KelObject.h"
+#include "host/KelPathUtils.h"
+#include "host/KelStatus.h"
+#include "host/KelStream.h"
+#include "host/KelTime.h"
+#include "tests/support/fixture.h"
+
+namespace kelsdk::test {
+namespace {
+
+using Host = FileTest;
+
+TEST_F(Host, TimeOfFrameGivesThatFrameAtEveryRate) {
+  for (int mode = KelTime::eDefaultMode; mode <= KelTime::eNTSC60; ++mode) {
+    const auto rate = static_cast<KelTime::EMode>(mode);
+    for (long long frame = -100000; frame <= 100000; frame += 7) {
+      const KelTime time = KelTime::FromFrame(frame, rate);
+      ASSERT_EQ(time.GetFrameCount(rate), frame) << "mode " << mode;
+      ASSERT_EQ((time - KelTime(1)).GetFrameCount(rate), frame - 1) << "mode " << mode;
+    }
+  }
+  // A time made from seconds is rounded to the nearest unit and still names its frame.
+  for (int frame = 1; frame < 200000; ++frame) {
+    ASSERT_EQ(KelTime::FromSeconds(frame * 1001.0 / 30000.0).GetFrameCount(KelTime::eNTSC30),
+              frame);
+  }
+}
+
+TEST_F(Host, TimeAtTheEndsOfItsRange) {
+  EXPECT_EQ(KelTime(LLONG_MAX).GetFrameCount(KelTime::eFrames24), LLONG_MAX / 1924423250);
+  EXPECT_EQ(KelTime(LLONG_MIN).GetFrameCount(KelTime::eFrames24), LLONG_MIN / 1924423250 - 1);
+  EXPECT_EQ(KelTime::FromFrame(LLONG_MAX, KelTime::eFrames24).Get(), LLONG_MAX);
+  EXPECT_EQ(KelTime::FromSeconds(1e300).Get(), LLONG_MAX);
+  EXPECT_EQ(KelTime::FromSeconds(-INFINITY).Get(), LLONG_MIN);
+  EXPECT_EQ(KelTime::FromSeconds(NAN).Get(), 0);
+  EXPECT_EQ((KelTime(7) / KelTime(0)).Get(), 0);
+  EXPECT_EQ((KelTime(-7) / KelTime(2)).Get(), -3);
+  EXPECT_EQ((KelTime(LLONG_MIN) / KelTime(-1)).Get(), LLONG_MAX);
+}
+
+TEST_F(Host, FrameRatesThatAPersonTypes) {
+  const struct {
+    double typed;
+    unsigned int numerator, denominator;
+  } cases[] = {{24, 24, 1},
+               {29.97, 30000, 1001},
+               {23.976, 24000, 1001},
+               {59.94, 60000, 1001},
+               {12.5, 12500000, 1000000},
+               {0, 0, 0},
+               {-24, 0, 0},
+               {NAN, 0, 0},
+               {1e9, 0, 0}};
+  for (const auto& c : cases) {
+    const KelFrameRate rate = KelFrameRate::FromDouble(c.typed);
+    EXPECT_EQ(rate.numerator, c.numerator) << c.typed;
+    EXPECT_EQ(rate.denominator, c.denominator) << c.typed;
+  }
+}
+
+TEST_F(Host, DefaultModeFollowsTheProcessWideRate) {
+  const KelTime time = KelTime::FromFrame(100, KelTime::eFrames25);
+  EXPECT_EQ(time.GetFrameCount(KelTime::eDefaultMode), 96);
+  EXPECT_FALSE(KelTime::SetDefaultFrameRate({0, 1}));
+  EXPECT_TRUE(KelTime::SetDefaultFrameRate({25, 1}));
+  EXPECT_EQ(time.GetFrameCount(KelTime::eDefaultMode), 100);
+  EXPECT_TRUE(KelTime::SetDefaultFrameRate({24, 1}));
+}
+
+TEST_F(Host, PathsComeApart) {
+  const struct {
+    const char *path, *folder, *stem, *name;
+  } cases[] = {
+      {"/a/b/c.pc2", "/a/b", "c", "c.pc2"},
+      {"shot.pc2", ".", "shot", "shot.pc2"},
+      {"/name.xml", "", "name", "name.xml"},
+      {"a\\b\\c.tar.gz", "a\\b", "c.tar", "c.tar.gz"},
+      {"/a/.hidden", "/a", ".hidden", ".hidden"},
+      {"/a/b/", "/a/b", "", ""},
+      {"", ".", "", ""},
+      {"/a.b/c", "/a.b", "c", "c"},
+  };
+  for (const auto& c : cases) {
+    EXPECT_STREQ(KelPathUtils::GetFolderName(c.path), c.folder) << c.path;
+    EXPECT_STREQ(KelPathUtils::GetFileName(c.path, false), c.stem) << c.path;
+    EXPECT_STREQ(KelPathUtils::GetFileName(c.path, true), c.name) << c.path;
+  }
+}
+
+TEST_F(Host, ResolveNormalisesInTheText) {
+  const struct {
+    const char *path, *resolved;
+  } cases[] = {
+      {"/a/./b/../c", "/a/c"}, {"/../../x", "/x"}, {"/", "/"}, {"/a//b/", "/a/b"}, {"", ""}};
+  for (const auto& c : cases) EXPECT_STREQ(KelPathUtils::Resolve(c.path), c.resolved);
+  const KelString relative = KelPathUtils::Resolve("x/../caches/shot 1.pc2");
+  EXPECT_EQ(relative.Buffer()[0], '/');
+  EXPECT_NE(std::strstr(relative, "/caches/shot 1.pc2"), nullptr);
+}
+
+TEST_F(Host, ExistIsTrueForAnythingButAFolder) {
+  WriteBytes(folder_.File("файл 1.pc2"), {1});
+  EXPECT_TRUE(KelFileUtils::Exist(folder_.File("файл 1.pc2").c_str()));
+  EXPECT_FALSE(KelFileUtils::Exist(folder_.path().c_str()));
+  EXPECT_FALSE(KelFileUtils::Exist(folder_.File("none").c_str()));
+  EXPECT_FALSE(KelFileUtils::Exist(""));
+  EXPECT_FALSE(KelFileUtils::Exist(nullptr));
+}
+
+TEST_F(Host, StringsReplaceAndJoin) {
+  KelString text("a\\b\\c");
+  EXPECT_TRUE(text.FindAndReplace("\\", "/", 0));
+  EXPECT_STREQ(text, "a/b\\c");
+  EXPECT_TRUE(text.FindAndReplace("b", "long", 1));
+  EXPECT_STREQ(text, "a/long\\c");
+  EXPECT_FALSE(text.FindAndReplace("a", "x", 1));
+  EXPECT_FALSE(text.FindAndReplace("", "x", 0));
+  text += text;
+  EXPECT_STREQ(text, "a/long\\ca/long\\c");
+  EXPECT_STREQ(text.Left(3), "a/l");
+  EXPECT_STREQ(text.Left(100), text);
+  EXPECT_STREQ(KelString() + nullptr + "", "");
+}
+
+TEST_F(Host, StringsWithoutMemoryAreInvalidAndSayso) {
+  const unsigned long failures = FailEachAllocation([] {
+    const KelString folder("/some/folder");
+    const KelString path = folder + "/" + KelString("name") + ".pc2";
+    if (path.IsValid()) {
+      EXPECT_STREQ(path, "/some/folder/name.pc2");
+    } else {
+      EXPECT_STREQ(path, "");
+    }
+  });
+  EXPECT_GE(failures, 5U);
+}
+
+TEST_F(Host, StatusCarriesCodeAndMessage) {
+  KelStatus status;
+  status.SetCode(KelStatus::eFailure, "Cache file not found: %s, %s", "a", "b");
+  EXPECT_EQ(status.GetCode(), KelStatus::eFailure);
+  EXPECT_STREQ(status.GetErrorString(), "Cache file not found: a, b");
+  status.SetCode(KelStatus::eFailure, "again: %s", status.GetErrorString());
+  EXPECT_STREQ(status.GetErrorString(), "again: Cache file not found: a, b");
+  status.SetCode(KelStatus::eIndexOutOfRange);
+  EXPECT_STREQ(status.GetErrorString(), "");
+  status.Clear();
+  EXPECT_EQ(status.GetCode(), KelStatus::eSuccess);
+}
+
+TEST_F(Host, ZeroSizeBlocksAreBlocks) {
+  void* block = KelMalloc(0);
+  ASSERT_NE(block, nullptr);
+  block = KelRealloc(block, 0);
+  EXPECT_NE(block, nullptr);
+  KelFree(block);
+  KelFree(nullptr);
+}
+
+class Listener : public KelObject {
+ public:
+  using KelObject::KelObject;
+  bool PropertyNotify(EPropertyNotifyType type, KelProperty& property) override {
+    heard.push_back(type);
+    EXPECT_STREQ(property.GetName(), "Format");
+    return accept;
+  }
+  std::vector<EPropertyNotifyType> heard;
+  bool accept = true;
+};
+
+TEST_F(Host, PropertiesAreTypedHandlesOfTheirObject) {
+  KelManager* manager = KelManager::Create();
+  auto* object = KelNew<Listener>(*manager, "object");
+  bool existed = true;
+  EXPECT_FALSE((existed = false,
+                KelProperty::Create(object, KelEnumDT, "Format", "Label", true, &existed),
+                existed));
+  KelProperty format = KelProperty::Create(object, KelEnumDT, "Format", "", true, &existed);
+  EXPECT_TRUE(existed);
+  EXPECT_STREQ(format.GetLabel(), "Label");
+  EXPECT_FALSE(KelProperty::Create(object, KelStringDT, "Format", "", true, nullptr).IsValid());
+
+  int value = 7;
+  EXPECT_TRUE(format.Set(&value, eKelEnum, false));
+  EXPECT_TRUE(object->heard.empty());
+  object->accept = false;
+  value = 8;
+  EXPECT_FALSE(format.Set(&value, eKelEnum, true));
+  object->accept = true;
+  KelString text("7");
+  EXPECT_FALSE(format.Set(&text, eKelString, true));
+  EXPECT_FALSE(format.Get(&text, eKelString));
+  EXPECT_TRUE(format.Get(&value, eKelEnum));
+  EXPECT_EQ(value, 7);
+  EXPECT_EQ(object->heard.size(), 1U);
+
+  manager->Destroy();
+  EXPECT_TRUE(format.Get(&value, eKelEnum)) << "a handle keeps its property";
+  EXPECT_FALSE(KelProperty().Get(&value, eKelEnum));
+}
+
+TEST_F(Host, ContentGoesThroughAStreamAndSurvivesACutOne) {
+  KelManager* manager = KelManager::Create();
+  KelObject* objects[2];
+  KelProperty names[2];
+  for (int i = 0; i < 2; ++i) {
+    objects[i] = manager->CreateNewObjectFromClassId(KelObject::ClassId, "o", nullptr, nullptr);
+    names[i] = KelProperty::Create(objects[i], KelStringDT, "Name", "", true, nullptr);
+    names[i].ModifyFlag(KelPropertyFlags::eSavable, true);
+  }
+  const KelString text("shot 1");
+  names[0].Set(&text, eKelString, false);
+  EXPECT_FALSE(objects[0]->Compare(objects[1]));
+  KelStream stream;
+  EXPECT_TRUE(objects[0]->ContentWriteTo(stream));
+  EXPECT_TRUE(objects[1]->ContentReadFrom(stream));
+  EXPECT_TRUE(objects[0]->Compare(objects[1]));
+  EXPECT_FALSE(objects[1]->ContentReadFrom(stream)) << "read to its end";
+  KelStream lying;
+  lying.WriteText("Name", 4);
+  lying.WriteInteger(1000000);
+  EXPECT_FALSE(objects[1]->ContentReadFrom(lying));
+  EXPECT_TRUE(objects[0]->Compare(objects[1])) << "nothing changed";
+
+  KelObject* clone = objects[0]->Clone(KelObject::eDeepClone, nullptr, nullptr);
+  ASSERT_NE(clone, nullptr);
+  EXPECT_EQ(manager->GetObjectCount(), 3U);
+  manager->Release(clone);
+  EXPECT_EQ(clone->GetKelManager(), nullptr);
+  EXPECT_EQ(clone->Clone(KelObject::eDeepClone, nullptr, nullptr), nullptr);
+  clone->Destroy();
+  objects[0]->Destroy();
+  EXPECT_EQ(manager->GetObjectCount(), 1U);
+  manager->Destroy();
+}
+
+}  // namespace
+}  // namespace kelsdk::test

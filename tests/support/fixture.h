@@ -1,0 +1,26 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "tests/support/files.h"
+#include "tests/support/hooks.h"
+
+namespace kelsdk::test {
+
+/// A scratch folder for each test, and a failure for one that leaves KelMalloc blocks or open files
+/// behind. What a test holds must have ended by its own end.
+class FileTest : public testing::Test {
+ protected:
+  void TearDown() override {
+    EXPECT_EQ(OutstandingBlocks(), blocks_) << "KelMalloc blocks leaked";
+    EXPECT_EQ(OpenDescriptors(), descriptors_) << "open files leaked";
+  }
+
+  ScratchFolder folder_;
+
+ private:
+  long blocks_ = OutstandingBlocks();
+  int descriptors_ = OpenDescriptors();
+};
+
+}  // namespace kelsdk::test
