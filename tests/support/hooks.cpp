@@ -47,6 +47,7 @@ Trigger allocations;
 Trigger systemCalls;
 std::atomic<int> systemCallError{0};
 std::atomic<bool> die{false};
+std::atomic<bool> onlyKelMalloc{false};
 std::atomic<long> outstanding{0};
 
 void* CountedMalloc(std::size_t size) {
@@ -84,7 +85,7 @@ bool SystemCallFails() {
 }
 
 bool NewFails() {
-  return allocations.Fires();
+  return !onlyKelMalloc && allocations.Fires();
 }
 
 unsigned long AllocationCount() {
@@ -105,11 +106,13 @@ int OpenDescriptors() {
   return count;
 }
 
-FailAllocation::FailAllocation(unsigned long n) {
+FailAllocation::FailAllocation(unsigned long n, EAllocations which) {
+  onlyKelMalloc = which == EAllocations::eKelMalloc;
   allocations.Arm(n, false);
 }
 FailAllocation::~FailAllocation() {
   allocations.Disarm();
+  onlyKelMalloc = false;
 }
 bool FailAllocation::Reached() const {
   return allocations.reached;

@@ -18,10 +18,14 @@ unsigned long SystemCallCount();
 /// Open descriptors of this process.
 int OpenDescriptors();
 
+/// Which allocations to make fail: code under test beside stand-ins of a test's own wants only
+/// those from KelMalloc.
+enum class EAllocations { eAll, eKelMalloc };
+
 /// While it lives, the n-th allocation from here (counted from 1) fails, and only that one.
 class FailAllocation {
  public:
-  explicit FailAllocation(unsigned long n);
+  explicit FailAllocation(unsigned long n, EAllocations which = EAllocations::eAll);
   ~FailAllocation();
   FailAllocation(const FailAllocation&) = delete;
   FailAllocation& operator=(const FailAllocation&) = delete;
@@ -47,9 +51,9 @@ inline constexpr int kDiedStatus = 99;
 /// Runs `body` with the 1st, 2nd, ... allocation failing until one run has none left to fail.
 /// Returns how many were made to fail.
 template <typename Body>
-unsigned long FailEachAllocation(Body&& body) {
+unsigned long FailEachAllocation(Body&& body, EAllocations which = EAllocations::eAll) {
   for (unsigned long n = 1;; ++n) {
-    FailAllocation failure(n);
+    FailAllocation failure(n, which);
     body();
     if (!failure.Reached()) return n - 1;
   }

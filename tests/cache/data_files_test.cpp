@@ -1,0 +1,1 @@
+#include "tests/cache/cache_test.h"
