@@ -1,0 +1,175 @@
+#include "tools/cache_file.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "backends/AlembicInterface.h"
+#include "backends/zuPointCache2IO.h"
+#include "host/KelPathUtils.h"
+#include "tools/tool_error.h"
+
+namespace kelcache {
+namespace {
+
+using kelsdk::KelCache;
+using kelsdk::KelStatus;
+
+const char* ExtensionOf(Format format) {
+  switch (format) {
+    case KelCache::ePC2Format: return ".pc2";
+    case KelCache::eNCFormat: return ".xml";
+    case KelCache::eAlembicFormat: return ".abc";
+    case KelCache::eUnknownFormat: break;
+  }
+  return "";
+}
+
+std::string Absolute(const std::string& file) {
+  return kelsdk::KelPathUtils::Resolve(file.c_str()).Buffer();
+}
+
+// Why a back-end refuses a file: the object reports only that it does.
+std::string RefusalOf(const std::string& path, Format format) {
+  switch (format) {
+    case KelCache::ePC2Format: {
+      kelsdk::zuPointCache2IO reader;
+      if (!reader.initialize(path.c_str(), kelsdk::zuPointCache2IO::readMode)) {
+        return reader.errorString();
+      }
+      break;
+    }
+    case KelCache::eNCFormat: {
+      const NCName name(path);
+      kelsdk::zuCacheFileInterface reader;
+      if (!reader.initFileRead(name.baseName.c_str(), name.folder.c_str())) {
+        return reader.errorString();
+      }
+      break;
+    }
+    case KelCache::eAlembicFormat: {
+      AlembicInterface reader(true);
+      if (!reader.Open(path.c_str(), 1)) return reader.GetErrorString();
+      break;
+    }
+    case KelCache::eUnknownFormat: break;
+  }
+  return "could not be opened";
+}
+
+// A name with the format's own extension for a file that has another: the object looks for files
+// by that extension. The link lives as long as this object, long enough to open through it.
+class ExtensionLink {
+ public:
+  ExtensionLink(const std::string& target, const char* extension) {
+    std::string folder = (std::filesystem::temp_directory_path() / "kelcache-XXXXXX").string();
+    if (::mkdtemp(folder.data()) == nullptr) return;
+    folder_ = folder;
+    path_ = folder + "/" + std::filesystem::path(target).stem().string() + extension;
+    if (::symlink(target.c_str(), path_.c_str()) != 0) path_.clear();
+  }
+  ~ExtensionLink() {
+    std::error_code ignored;
+    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
+  }
+  ExtensionLink(const ExtensionLink&) = delete;
+  ExtensionLink& operator=(const ExtensionLink&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string folder_;
+  std::string path_;
+};
+
+}  // namespace
+
+const char* NameOf(Format format) {
+  switch (format) {
+    case KelCache::ePC2Format: return "pc2";
+    case KelCache::eNCFormat: return "nc";
+    case KelCache::eAlembicFormat: return "alembic";
+    case KelCache::eUnknownFormat: break;
+  }
+  return "unknown";
+}
+
+Format FormatOf(const std::string& file, const std::string& asName) {
+  for (const Format format :
+       {KelCache::ePC2Format, KelCache::eNCFormat, KelCache::eAlembicFormat}) {
+    if (asName == NameOf(format)) return format;
+  }
+  std::string extension = std::filesystem::path(file).extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  for (const Format format :
+       {KelCache::ePC2Format, KelCache::eNCFormat, KelCache::eAlembicFormat}) {
+    if (extension == ExtensionOf(format)) return format;
+  }
+  if (extension == ".ncx" || extension == ".ncc") {
+    throw ToolError(eUsage, file + ": is a data file; name its description (.xml)");
+  }
+  throw ToolError(eUsage, file + ": the extension tells no format; use --as pc2|nc|alembic");
+}
+
+NCName::NCName(const std::string& file) {
+  const std::string absolute = Absolute(file);
+  folder = std::string(kelsdk::KelPathUtils::GetFolderName(absolute.c_str()).Buffer()) + "/";
+  baseName = kelsdk::KelPathUtils::GetFileName(absolute.c_str(), false).Buffer();
+}
+
+CacheFile::CacheFile(const std::string& file, Format format)
+    : file_(file),
+      format_(format),
+      manager_(kelsdk::KelManager::Create()),
+      cache_(manager_ != nullptr ? KelCache::Create(manager_, file.c_str()) : nullptr) {
+  if (cache_ == nullptr) {
+    if (manager_ != nullptr) manager_->Destroy();
+    throw Failed(file, "not enough memory");
+  }
+  cache_->SetCacheFileFormat(format, nullptr);
+  cache_->SetCacheFileName(file.c_str(), Absolute(file).c_str(), nullptr);
+}
+
+CacheFile::~CacheFile() {
+  manager_->Destroy();
+}
+
+void CacheFile::OpenForRead() {
+  const std::string absolute = Absolute(file_);
+  const bool otherExtension =
+      std::filesystem::path(absolute).extension().string() != ExtensionOf(format_);
+  if (otherExtension && format_ == KelCache::eNCFormat) {
+    throw Failed(file_, "an NC cache is named by its description, BASE.xml");
+  }
+  std::error_code unknown;
+  if (std::filesystem::is_directory(absolute, unknown)) throw Failed(file_, "is a directory");
+  std::optional<ExtensionLink> link;
+  if (otherExtension && std::filesystem::exists(absolute, unknown)) {
+    link.emplace(absolute, ExtensionOf(format_));
+    cache_->SetCacheFileName("", link->path().c_str(), nullptr);
+  }
+  KelStatus status;
+  if (!cache_->OpenFileForRead(&status)) Fail(status, RefusalOf(absolute, format_));
+}
+
+std::string CacheFile::FetchProblem(std::optional<unsigned int> sample) const {
+  if (format_ == KelCache::ePC2Format && sample) {
+    kelsdk::zuPointCache2IO reader;
+    float value = 0;
+    unsigned int none = 0;
+    if (reader.initialize(file_.c_str(), kelsdk::zuPointCache2IO::readMode)) {
+      if (reader.pointCount == 0) return "the cache has no points";
+      if (!reader.readSample(*sample, &value, none)) return reader.errorString();
+    }
+  }
+  return "could not be read";
+}
+
+void CacheFile::Fail(const KelStatus& status, const std::string& otherwise) const {
+  const std::string message = status.GetErrorString();
+  throw Failed(file_, message.empty() ? otherwise : message);
+}
+
+}  // namespace kelcache

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "cache/KelCache.h"
+
+namespace kelcache {
+
+using Format = kelsdk::KelCache::EFileFormat;
+
+/// "pc2", "nc" or "alembic".
+const char* NameOf(Format format);
+
+/// The format that a file's extension tells, or `asName` when it is not empty. Throws eUsage for an
+/// extension that tells none.
+Format FormatOf(const std::string& file, const std::string& asName);
+
+/// A cache object of its own manager, named after one file. Ends with what it holds.
+class CacheFile {
+ public:
+  CacheFile(const std::string& file, Format format);
+  ~CacheFile();
+  CacheFile(const CacheFile&) = delete;
+  CacheFile& operator=(const CacheFile&) = delete;
+
+  /// Opens for reading; throws eFailed with the reason in words.
+  void OpenForRead();
+
+  const std::string& file() const { return file_; }
+  Format format() const { return format_; }
+  kelsdk::KelCache* operator->() { return cache_; }
+
+  /// Why a fetch failed, in words as far as they can be had; `sample` of a PC2 cache.
+  std::string FetchProblem(std::optional<unsigned int> sample) const;
+
+  /// Throws eFailed with the status's message, or `otherwise` when it has none.
+  [[noreturn]] void Fail(const kelsdk::KelStatus& status, const std::string& otherwise) const;
+
+ private:
+  std::string file_;
+  Format format_;
+  kelsdk::KelManager* manager_;
+  kelsdk::KelCache* cache_;
+};
+
+/// The folder (with its final "/") and base name by which the channel-cache library knows FILE.xml.
+struct NCName {
+  explicit NCName(const std::string& file);
+  std::string folder;
+  std::string baseName;
+};
+
+}  // namespace kelcache

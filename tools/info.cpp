@@ -1,0 +1,190 @@
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+
+#include "tools/output.h"
+#include "tools/summary.h"
+#include "tools/verbs.h"
+
+namespace kelcache {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+template <typename Value>
+Json OrNull(const std::optional<Value>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+std::optional<double> FrameOf(const CacheSummary& summary, const std::optional<double>& seconds) {
+  if (!seconds || !summary.frameRate) return {};
+  return *seconds * *summary.frameRate;
+}
+
+std::optional<double> FirstFrame(const CacheSummary& summary) {
+  if (summary.pc2 && summary.pc2->samples != 0) return summary.pc2->startFrame;
+  return FrameOf(summary, summary.start());
+}
+
+std::optional<double> LastFrame(const CacheSummary& summary) {
+  if (summary.pc2 && summary.pc2->samples != 0) {
+    return summary.pc2->startFrame + (summary.pc2->samples - 1) * summary.pc2->sampleRate;
+  }
+  return FrameOf(summary, summary.end());
+}
+
+std::optional<double> Span(const CacheSummary& summary) {
+  if (!summary.start() || !summary.end()) return {};
+  return *summary.end() - *summary.start();
+}
+
+Json ChannelJson(const ChannelSummary& channel) {
+  return {{"index", channel.index},
+          {"name", OrNull(channel.name)},
+          {"type", OrNull(channel.type)},
+          {"interpretation", OrNull(channel.interpretation)},
+          {"samples", channel.samples},
+          {"points", OrNull(channel.points)},
+          {"start", OrNull(channel.start)},
+          {"end", OrNull(channel.end)},
+          {"sampling", OrNull(channel.sampling)},
+          {"interval", OrNull(channel.interval)}};
+}
+
+void PrintJson(const CacheSummary& summary) {
+  Json json = {{"file", summary.file},
+               {"format", NameOf(summary.format)},
+               {"frameRate", OrNull(summary.frameRate)},
+               {"frameRateSource", summary.frameRateSource},
+               {"complete", summary.complete},
+               {"firstFrame", OrNull(FirstFrame(summary))},
+               {"lastFrame", OrNull(LastFrame(summary))},
+               {"start", OrNull(summary.start())},
+               {"end", OrNull(summary.end())},
+               {"span", OrNull(Span(summary))},
+               {"duration", OrNull(summary.duration())},
+               {"fileSize", summary.fileSize},
+               {"promisedSize", OrNull(summary.promisedSize)},
+               {"channels", Json::array()}};
+  for (const ChannelSummary& channel : summary.channels) {
+    json["channels"].push_back(ChannelJson(channel));
+  }
+  if (!summary.dataFiles.empty()) {
+    for (const DataFileSummary& file : summary.dataFiles) {
+      json["dataFiles"].push_back({{"name", file.name}, {"size", file.size}});
+    }
+  }
+  if (summary.pc2) {
+    json["pc2"] = {{"version", summary.pc2->version},
+                   {"points", summary.pc2->points},
+                   {"startFrame", summary.pc2->startFrame},
+                   {"sampleRate", summary.pc2->sampleRate},
+                   {"samples", summary.pc2->samples}};
+  }
+  const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace);
+  std::printf("%s\n", text.c_str());
+}
+
+void PrintRow(const char* label, const std::string& text) {
+  std::printf("%-12s %s\n", label, text.c_str());
+}
+
+void PrintRange(const char* label, const std::optional<double>& from,
+                const std::optional<double>& to, const char* unit) {
+  if (from && to) PrintRow(label, RoundedText(*from) + " to " + RoundedText(*to) + unit);
+}
+
+std::string Seconds(double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.6g s", seconds);
+  return text;
+}
+
+void PrintChannel(const ChannelSummary& channel) {
+  std::string line = "  " + std::to_string(channel.index);
+  if (channel.name) line += " \"" + *channel.name + '"';
+  if (channel.type) line += " " + *channel.type;
+  if (channel.interpretation) line += " (" + *channel.interpretation + ")";
+  line += ": " + std::to_string(channel.samples) + " samples";
+  if (channel.points) line += " of " + std::to_string(*channel.points) + " elements";
+  if (channel.start) line += ", " + Seconds(*channel.start) + " to " + Seconds(*channel.end);
+  if (channel.sampling) line += ", " + *channel.sampling;
+  if (channel.interval) line += " every " + Seconds(*channel.interval);
+  std::printf("%s\n", line.c_str());
+}
+
+void PrintText(const CacheSummary& summary) {
+  PrintRow("file", summary.file);
+  PrintRow("format", NameOf(summary.format));
+  PrintRow("frame rate", (summary.frameRate ? RoundedText(*summary.frameRate) + " frames/s ("
+                                            : std::string("unknown (")) +
+                             summary.frameRateSource + ")");
+  PrintRange("frames", FirstFrame(summary), LastFrame(summary), "");
+  PrintRange("times", summary.start(), summary.end(), " s");
+  if (Span(summary)) PrintRow("span", Seconds(*Span(summary)) + " from first to last sample");
+  if (summary.duration()) PrintRow("duration", Seconds(*summary.duration()));
+  std::string size =
+      SizeText(summary.fileSize) + " (" + std::to_string(summary.fileSize) + " bytes)";
+  if (summary.promisedSize) {
+    size += summary.complete && summary.fileSize == *summary.promisedSize
+                ? ", as the header promises"
+                : ", the header promises " + std::to_string(*summary.promisedSize);
+  }
+  PrintRow("size", size);
+  if (!summary.complete) {
+    PrintRow("complete", summary.pc2
+                             ? "no: holds " + std::to_string(summary.pc2->wholeSamples) +
+                                   " whole samples of " + std::to_string(summary.pc2->samples)
+                             : std::string("no: data files are missing"));
+  }
+  if (summary.pc2) {
+    PrintRow("points", std::to_string(summary.pc2->points));
+    PrintRow("samples", std::to_string(summary.pc2->samples) + ", one every " +
+                            RoundedText(summary.pc2->sampleRate) + " frames");
+  }
+  std::printf("channels     %zu\n", summary.channels.size());
+  for (const ChannelSummary& channel : summary.channels) PrintChannel(channel);
+  constexpr size_t kShown = 10;
+  if (!summary.dataFiles.empty()) std::printf("data files   %zu\n", summary.dataFiles.size());
+  for (size_t i = 0; i < summary.dataFiles.size() && i < kShown; ++i) {
+    const DataFileSummary& file = summary.dataFiles[i];
+    std::printf("  %s: %s\n", file.name.c_str(), SizeText(file.size).c_str());
+  }
+  if (summary.dataFiles.size() > kShown) {
+    std::printf("  and %zu more (--json lists all)\n", summary.dataFiles.size() - kShown);
+  }
+}
+
+struct InfoOptions {
+  std::string file;
+  std::string asName;
+  bool json = false;
+};
+
+EExit Info(const InfoOptions& options) {
+  CacheFile cache(options.file, FormatOf(options.file, options.asName));
+  cache.OpenForRead();
+  const CacheSummary summary = Summarise(cache);
+  if (options.json) {
+    PrintJson(summary);
+  } else {
+    PrintText(summary);
+  }
+  return eDone;
+}
+
+}  // namespace
+
+void AddInfo(CLI::App& app, Work* work) {
+  const auto options = std::make_shared<InfoOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "info",
+      "Shows what a cache holds: format, frame rate and where it comes from (stored, derived from "
+      "the spacing of the samples, assumed), first and last frame and time, channels, size");
+  verb->add_option("FILE", options->file, "The cache")->required();
+  verb->add_flag("--json", options->json, "Print one JSON object");
+  AddAsOption(verb, &options->asName);
+  verb->callback([=] { *work = [=] { return Info(*options); }; });
+}
+
+}  // namespace kelcache

@@ -1,0 +1,44 @@
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include "tools/verbs.h"
+
+int main(int argc, char** argv) {
+  using namespace kelcache;  // NOLINT(google-build-using-namespace): this file is the command
+  CLI::App app{
+      "kelcache: inspects, checks, plays and converts animation caches.\n"
+      "Formats: PC2 point caches (.pc2), NC multi-channel caches (.xml with data files) and, to "
+      "read, Alembic archives (.abc).\n"
+      "Frames are scene frames; samples count from 0.\n"
+      "Exit status: 0 done, 1 a check found damage or differences, 2 wrong usage, 3 a file could "
+      "not be opened, read or written."};
+  app.name("kelcache");
+  app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& error) {
+    return std::string("kelcache: ") + error.what() + "; --help tells more\n";
+  });
+  Work work;
+  AddInfo(app, &work);
+  AddPlay(app, &work);
+  AddDump(app, &work);
+  AddMake(app, &work);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? eDone : eUsage;
+  }
+  try {
+    const EExit status = work();
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+      throw ToolError(eFailed, "standard output could not be written");
+    }
+    return status;
+  } catch (const ToolError& error) {
+    std::fprintf(stderr, "kelcache: %s\n", error.what());
+    return error.status();
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "kelcache: %s\n", error.what());
+    return eFailed;
+  }
+}

@@ -1,0 +1,181 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+
+#include "tools/bounds.h"
+#include "tools/moments.h"
+#include "tools/output.h"
+#include "tools/verbs.h"
+
+namespace kelcache {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct PlayOptions {
+  std::string file;
+  std::string asName;
+  int channel = 0;
+  std::optional<double> from;
+  std::optional<double> to;
+  double rate = 0;
+  unsigned int loop = 1;
+  bool quiet = false;
+  bool stats = false;
+};
+
+struct PlayResult {
+  std::uint64_t frames = 0;
+  std::uint64_t bytes = 0;
+  unsigned int fewest = 0;  // elements
+  unsigned int most = 0;
+  Bounds bounds;
+  double seconds = 0;  // spent in fetches alone
+};
+
+std::string FrameText(const Moment& moment) {
+  return moment.frame ? RoundedText(*moment.frame) : RoundedText(moment.seconds) + "s";
+}
+
+bool InRange(const Moment& moment, const PlayOptions& options) {
+  constexpr double kTolerance = 1e-4;
+  if (!options.from && !options.to) return true;
+  if (!moment.frame) return true;
+  return (!options.from || *moment.frame >= *options.from - kTolerance) &&
+         (!options.to || *moment.frame <= *options.to + kTolerance);
+}
+
+// The moments to visit, in order, by index.
+std::vector<unsigned int> Select(Moments& moments, const PlayOptions& options) {
+  std::vector<unsigned int> selected;
+  for (unsigned int i = 0; i < moments.count(); ++i) {
+    if (InRange(moments.At(i), options)) selected.push_back(i);
+  }
+  return selected;
+}
+
+class Player {
+ public:
+  Player(CacheFile& cache, const ChannelSummary& channel, const PlayOptions& options)
+      : cache_(cache), channel_(channel), options_(options) {}
+
+  void Visit(const Moment& moment) {
+    float* values = nullptr;
+    unsigned int length = 0;
+    const auto begin = Clock::now();
+    const bool fetched =
+        cache_->Read(&values, length, moment.time, static_cast<unsigned int>(channel_.index));
+    result_.seconds += std::chrono::duration<double>(Clock::now() - begin).count();
+    if (!fetched) {
+      throw Failed(cache_.file(),
+                   "frame " + FrameText(moment) + ": " + cache_.FetchProblem(moment.sample));
+    }
+    const unsigned int elements = length / channel_.components;
+    const Bounds frame = BoundsOf(values, elements, channel_.components);
+    result_.bounds.Add(frame);
+    if (options_.stats) PrintStats(moment, values, elements, frame);
+    result_.fewest = result_.frames == 0 ? elements : std::min(result_.fewest, elements);
+    result_.most = std::max(result_.most, elements);
+    result_.bytes += std::uint64_t{length} * sizeof(float);
+    ++result_.frames;
+  }
+
+  const PlayResult& result() const { return result_; }
+
+ private:
+  void PrintStats(const Moment& moment, const float* values, unsigned int elements,
+                  const Bounds& frame) {
+    const size_t length = size_t{elements} * channel_.components;
+    std::string move = "-";
+    if (previous_.size() == length) {
+      move = ShortestText(LargestMove(previous_.data(), values, elements, channel_.components));
+    }
+    previous_.assign(values, values + length);
+    std::printf("%s %u %s %s %s\n", FrameText(moment).c_str(), elements, frame.LowText().c_str(),
+                frame.HighText().c_str(), move.c_str());
+  }
+
+  CacheFile& cache_;
+  const ChannelSummary& channel_;
+  const PlayOptions& options_;
+  PlayResult result_;
+  std::vector<float> previous_;
+};
+
+void PrintResult(const PlayOptions& options, const PlayResult& result, const Moment& first,
+                 const Moment& last) {
+  std::string points = std::to_string(result.most);
+  if (result.fewest != result.most) points = std::to_string(result.fewest) + " to " + points;
+  const double seconds = std::max(result.seconds, 1e-9);
+  const std::string head = std::to_string(result.frames) + " frames (" + FrameText(first) + " to " +
+                           FrameText(last) + "), " + points + " points";
+  std::printf("%s: %s\n", options.file.c_str(), head.c_str());
+  if (!options.quiet) {
+    std::printf("bounding box %s to %s\n", result.bounds.LowText().c_str(),
+                result.bounds.HighText().c_str());
+    if (result.bounds.notFinite != 0) {
+      std::printf("%llu values are not finite\n",
+                  static_cast<unsigned long long>(result.bounds.notFinite));
+    }
+    std::printf("%llu bytes fetched in %.3g s: %.4g frames/s, %.3g GB/s\n",
+                static_cast<unsigned long long>(result.bytes), seconds,
+                double(result.frames) / seconds, double(result.bytes) / seconds / 1e9);
+  }
+}
+
+EExit Play(const PlayOptions& options) {
+  CacheFile cache(options.file, FormatOf(options.file, options.asName));
+  cache.OpenForRead();
+  const CacheSummary summary = Summarise(cache, options.rate);
+  const ChannelSummary& channel = summary.ChannelAt(options.channel);
+  Moments moments(cache, summary, channel, options.rate > 0);
+  const std::vector<unsigned int> selected = Select(moments, options);
+  if (selected.empty()) {
+    throw Failed(options.file, channel.samples == 0 ? "the channel has no samples"
+                                                    : "no sample lies in the frames asked for");
+  }
+  if (options.stats) std::printf("# frame points min max largest-move\n");
+  Player player(cache, channel, options);
+  Progress progress(std::uint64_t{options.loop} * selected.size(),
+                    !options.quiet && !options.stats);
+  for (unsigned int round = 0; round < options.loop; ++round) {
+    for (const unsigned int index : selected) {
+      player.Visit(moments.At(index));
+      progress.Show(player.result().frames);
+    }
+  }
+  progress.Clear();
+  PrintResult(options, player.result(), moments.At(selected.front()), moments.At(selected.back()));
+  return eDone;
+}
+
+}  // namespace
+
+void AddPlay(CLI::App& app, Work* work) {
+  const auto options = std::make_shared<PlayOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "play",
+      "Fetches every frame of a channel and prints what it found: frames, points, bounding "
+      "box, bytes, speed of the fetches");
+  verb->add_option("FILE", options->file, "The cache")->required();
+  verb->add_option("--channel", options->channel, "Channel number")->capture_default_str();
+  verb->add_option("--from", options->from, "First scene frame (default: the cache's first)");
+  verb->add_option("--to", options->to, "Last scene frame (default: the cache's last)");
+  verb->add_option("--rate", options->rate,
+                   "Frames per second: NC and Alembic caches are visited at every frame of this "
+                   "rate instead of at every sample; PC2 caches, which store no rate, take it as "
+                   "theirs")
+      ->check(CLI::PositiveNumber);
+  verb->add_option("--loop", options->loop, "Play this many times")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  verb->add_flag("--quiet", options->quiet, "No progress bar, one line of result");
+  verb->add_flag("--stats", options->stats,
+                 "A line per frame: frame, points, min, max, largest move of a point since the "
+                 "frame before");
+  AddAsOption(verb, &options->asName);
+  verb->callback([=] { *work = [=] { return Play(*options); }; });
+}
+
+}  // namespace kelcache

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/cache_file.h"
+
+namespace kelcache {
+
+/// What a cache says of one of its channels; what its format does not know is empty.
+struct ChannelSummary {
+  int index = 0;
+  std::optional<std::string> name;
+  std::optional<std::string> type;
+  std::optional<std::string> interpretation;
+  unsigned int samples = 0;
+  std::optional<unsigned int> points;  ///< elements, at the first sample or of the largest
+  unsigned int components = 3;         ///< values per element
+  std::optional<double> start;         ///< seconds, first sample
+  std::optional<double> end;           ///< seconds, last sample
+  std::optional<std::string> sampling;
+  std::optional<double> interval;  ///< seconds from one sample to the next
+};
+
+struct DataFileSummary {
+  std::string name;
+  std::uint64_t size = 0;
+};
+
+struct PC2Summary {
+  int version = 1;
+  unsigned int points = 0;
+  double startFrame = 0;  ///< frame of sample 0
+  double sampleRate = 0;  ///< frames from one sample to the next
+  unsigned int samples = 0;
+  unsigned int wholeSamples = 0;  ///< those that the file really holds
+};
+
+/// Everything that `info` shows of an open cache.
+struct CacheSummary {
+  std::string file;
+  Format format = kelsdk::KelCache::eUnknownFormat;
+  std::optional<double> frameRate;  ///< frames per second
+  std::string frameRateSource;      ///< "stored", "derived", "assumed" or "none"
+  bool complete = true;             ///< the file holds all that its header promises
+  std::uint64_t fileSize = 0;       ///< bytes, data files included
+  std::optional<std::uint64_t> promisedSize;
+  std::vector<ChannelSummary> channels;
+  std::vector<DataFileSummary> dataFiles;
+  std::optional<PC2Summary> pc2;
+
+  /// Throws eUsage for a channel that the cache does not have.
+  const ChannelSummary& ChannelAt(int channel) const;
+
+  /// Seconds of the earliest first and the latest last sample.
+  std::optional<double> start() const;
+  std::optional<double> end() const;
+  /// Seconds that the longest channel's samples last: count x interval.
+  std::optional<double> duration() const;
+};
+
+/// The frame rate that a PC2 cache, which has none, is shown at.
+inline constexpr double kAssumedFrameRate = 24.0;
+
+/// @param frameRate  frames per second that the user gave, or 0
+CacheSummary Summarise(CacheFile& cache, double frameRate = 0);
+
+}  // namespace kelcache

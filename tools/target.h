@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace kelcache {
+
+/// A file that a verb is about to write.
+class Target {
+ public:
+  /// Throws eFailed when the file exists and `force` is not given.
+  Target(const std::string& file, bool force);
+
+  /// Closing a cache does not report whether the file could be completed; that the name stands for
+  /// another file than before does. Throws eFailed otherwise.
+  void ExpectReplaced() const;
+
+ private:
+  std::string file_;
+  ino_t before_;  // 0: there was none
+};
+
+}  // namespace kelcache

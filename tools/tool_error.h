@@ -1,0 +1,30 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace kelcache {
+
+/// Exit status of the command.
+enum EExit {
+  eDone = 0,
+  eFound = 1,   ///< a check found damage or differences
+  eUsage = 2,   ///< wrong usage
+  eFailed = 3,  ///< a file could not be opened, read or written
+};
+
+/// Ends a verb: the exit status and one line for standard error.
+class ToolError : public std::runtime_error {
+ public:
+  ToolError(EExit status, const std::string& line) : std::runtime_error(line), status_(status) {}
+  EExit status() const { return status_; }
+
+ private:
+  EExit status_;
+};
+
+inline ToolError Failed(const std::string& file, const std::string& reason) {
+  return {eFailed, file + ": " + reason};
+}
+
+}  // namespace kelcache

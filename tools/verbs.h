@@ -1,0 +1,26 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+
+#include "tools/tool_error.h"
+
+namespace kelcache {
+
+/// A verb's work, run once the command line is parsed. What it throws, main turns into a line on
+/// standard error and an exit status.
+using Work = std::function<EExit()>;
+
+// Each adds its verb to the command line and sets `work` when the verb is chosen.
+void AddInfo(CLI::App& app, Work* work);
+void AddPlay(CLI::App& app, Work* work);
+void AddDump(CLI::App& app, Work* work);
+void AddMake(CLI::App& app, Work* work);
+
+/// The option --as, common to the verbs that open a file.
+inline void AddAsOption(CLI::App* verb, std::string* asName) {
+  verb->add_option("--as", *asName, "Read the file as this format, whatever its extension")
+      ->check(CLI::IsMember({"pc2", "nc", "alembic"}));
+}
+
+}  // namespace kelcache
