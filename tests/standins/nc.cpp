@@ -137,13 +137,13 @@ bool zuCacheFileInterface::getDataTime(unsigned int channelIndex, unsigned int d
 bool zuCacheFileInterface::getNextTimeWithData(unsigned int channelIndex, int ticks,
                                                int& nextTicks) {
   if (!Note("nc.getNextTimeWithData", channelIndex, ticks)) return false;
-  nextTicks = ticks + 1;
+  nextTicks = 1;
   return true;
 }
 
 bool zuCacheFileInterface::getNextTimeWithData(int ticks, int& nextTicks) {
   if (!Note("nc.getNextTimeWithDataOfAny", ticks)) return false;
-  nextTicks = ticks + 2;
+  nextTicks = 2;
   return true;
 }
 
