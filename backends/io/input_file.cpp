@@ -54,4 +54,9 @@ bool InputFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Er
   return ReadFully(descriptor_, offset, buffer, count, error);
 }
 
+bool InputFile::ReadScatter(std::uint64_t offset, struct iovec* runs, int runCount,
+                            Error& error) const {
+  return ReadScatterFully(descriptor_, offset, runs, runCount, error);
+}
+
 }  // namespace kelsdk::io

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/uio.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -28,6 +30,9 @@ class InputFile {
   /// Reads all `count` bytes at `offset` or fails. One system call unless it is interrupted or the
   /// system delivers in parts.
   bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Error& error) const;
+
+  /// The same into several runs of memory; see ReadScatterFully.
+  bool ReadScatter(std::uint64_t offset, struct iovec* runs, int runCount, Error& error) const;
 
  private:
   int descriptor_ = -1;

@@ -61,6 +61,10 @@ bool OutputFile::WriteAt(std::uint64_t offset, const void* bytes, std::size_t co
   return WriteFully(descriptor_, offset, bytes, count, error);
 }
 
+bool OutputFile::WriteGather(std::uint64_t offset, struct iovec* runs, int runCount, Error& error) {
+  return WriteGatherFully(descriptor_, offset, runs, runCount, error);
+}
+
 bool OutputFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Error& error) const {
   return ReadFully(descriptor_, offset, buffer, count, error);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/uio.h>
+
 #include <cstddef>
 #include <cstdint>
 
@@ -30,6 +32,8 @@ class OutputFile {
 
   bool Size(std::uint64_t* size, Error& error) const;
   bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count, Error& error);
+  /// The same from several runs of memory; see WriteGatherFully.
+  bool WriteGather(std::uint64_t offset, struct iovec* runs, int runCount, Error& error);
   bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Error& error) const;
   bool Truncate(std::uint64_t size, Error& error);
   bool SetMode(unsigned int mode, Error& error);
