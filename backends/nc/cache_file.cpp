@@ -1,106 +1,417 @@
-// Not served yet: no cache opens.
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <optional>
+
+#include "backends/io/guard.h"
+#include "backends/nc/convert.h"
+#include "backends/nc/reader.h"
+#include "backends/nc/recover.h"
+#include "backends/nc/verify.h"
+#include "backends/nc/writer.h"
 #include "backends/zuCacheFileInterface.h"
+#include "host/KelMemory.h"
 
 namespace kelsdk {
 
-zuCacheFileInterface::zuCacheFileInterface() : impl(nullptr) {}
-zuCacheFileInterface::~zuCacheFileInterface() = default;
-bool zuCacheFileInterface::initFileRead(const char*, const char*) {
-  return false;
+using io::Error;
+
+struct zuCacheFileInterface::Impl {
+  std::optional<nc::CacheReader> reader;
+  std::optional<nc::CacheWriter> writer;
+  nc::CacheName name;
+  std::string text;  // a name being made; its memory is reused
+  Error error;
+
+  nc::Session* Open() {
+    if (reader) return &*reader;
+    return writer ? &*writer : nullptr;
+  }
+
+  /// The open cache when it has that channel, else null with the error set.
+  nc::Session* WithChannel(unsigned int channel) {
+    nc::Session* const session = Open();
+    if (session == nullptr) {
+      error.Set(Error::eRefused, "no cache is open");
+    } else if (channel >= session->Info().channels.size()) {
+      error.Set(Error::eRefused, "channel %u of %zu", channel, session->Info().channels.size());
+    } else {
+      return session;
+    }
+    return nullptr;
+  }
+
+  nc::CacheWriter* Writing() {
+    if (writer) return &*writer;
+    error.Set(Error::eRefused, "no cache is open for writing");
+    return nullptr;
+  }
+};
+
+namespace {
+
+char* CopyText(const std::string& text) {
+  auto* const copy = static_cast<char*>(KelMalloc(static_cast<unsigned int>(text.size() + 1)));
+  if (copy != nullptr) std::memcpy(copy, text.c_str(), text.size() + 1);
+  return copy;
 }
-bool zuCacheFileInterface::initFileWrite(const char*, const char*, cacheFileFormat, const char*,
-                                         int) {
-  return false;
+
+bool HandOut(const std::string& text, char** target, Error& error) {
+  char* const copy = target != nullptr ? CopyText(text) : nullptr;
+  if (copy == nullptr) return error.Set(Error::eNoMemory, "no memory for a text");
+  *target = copy;
+  return true;
 }
-bool zuCacheFileInterface::addChannel(const char*, const char*, zuCacheData::zuCacheDataType,
-                                      unsigned int&) {
-  return false;
+
+// Runs the body of an operation on an object that may have had no memory for its record.
+template <typename Result, typename Impl, typename Body>
+Result Run(Impl* impl, Result onFailure, Body&& body) {
+  if (impl == nullptr) return onFailure;
+  return io::Guarded(impl->error, onFailure, std::forward<Body>(body));
 }
-void zuCacheFileInterface::setOptimizeMultiChannelRead(bool) {}
+
+}  // namespace
+
+zuCacheFileInterface::zuCacheFileInterface() : impl(new (std::nothrow) Impl) {}
+
+zuCacheFileInterface::~zuCacheFileInterface() {
+  delete impl;
+}
+
+bool zuCacheFileInterface::initFileRead(const char* baseName, const char* folder) {
+  return Run(impl, false, [&] {
+    if (impl->Open() != nullptr) return impl->error.Set(Error::eRefused, "a cache is open already");
+    if (!nc::MakeCacheName(folder, baseName, &impl->name, impl->error)) return false;
+    nc::CacheReader& reader = impl->reader.emplace();
+    const bool open =
+        io::Guarded(impl->error, false, [&] { return reader.Open(impl->name, impl->error); });
+    if (!open) impl->reader.reset();
+    return open;
+  });
+}
+
+bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseName,
+                                         cacheFileFormat format, const char* dataFileTag,
+                                         int ticksPerFrame) {
+  return Run(impl, false, [&] {
+    if (impl->Open() != nullptr) return impl->error.Set(Error::eRefused, "a cache is open already");
+    if (!nc::MakeCacheName(folder, baseName, &impl->name, impl->error)) return false;
+    nc::CacheWriter& writer = impl->writer.emplace();
+    const bool open = io::Guarded(impl->error, false, [&] {
+      return writer.Begin(impl->name, format == eFilePerFrame, dataFileTag, ticksPerFrame,
+                          impl->error);
+    });
+    if (!open) impl->writer.reset();
+    return open;
+  });
+}
+
+bool zuCacheFileInterface::addChannel(const char* channelName, const char* interpretation,
+                                      zuCacheData::zuCacheDataType dataType,
+                                      unsigned int& channelIndex) {
+  return Run(impl, false, [&] {
+    nc::CacheWriter* const writer = impl->Writing();
+    std::uint32_t index = 0;
+    if (writer == nullptr ||
+        !writer->AddChannel(channelName, interpretation, dataType, 0, &index, impl->error)) {
+      return false;
+    }
+    channelIndex = index;
+    return true;
+  });
+}
+
+void zuCacheFileInterface::setOptimizeMultiChannelRead(bool enable) {
+  if (impl != nullptr && impl->reader) impl->reader->SetGroupReads(enable);
+}
+
 bool zuCacheFileInterface::endFileWrite() {
-  return false;
+  return Run(impl, false, [&] {
+    nc::CacheWriter* const writer = impl->Writing();
+    if (writer == nullptr) return false;
+    const bool published =
+        io::Guarded(impl->error, false, [&] { return writer->Finish(impl->error); });
+    impl->writer.reset();
+    return published;
+  });
 }
+
 unsigned int zuCacheFileInterface::numChannels() const {
-  return 0;
+  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
+  return session != nullptr ? static_cast<unsigned int>(session->Info().channels.size()) : 0;
 }
-bool zuCacheFileInterface::hasChannelByName(const char*, unsigned int&) const {
-  return false;
+
+bool zuCacheFileInterface::hasChannelByName(const char* channelName,
+                                            unsigned int& channelIndex) const {
+  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
+  if (session == nullptr || channelName == nullptr) return false;
+  const std::vector<nc::Channel>& channels = session->Info().channels;
+  const auto found = std::find_if(channels.begin(), channels.end(),
+                                  [&](const nc::Channel& one) { return one.name == channelName; });
+  if (found == channels.end()) return false;
+  channelIndex = static_cast<unsigned int>(found - channels.begin());
+  return true;
 }
-bool zuCacheFileInterface::channelName(unsigned int, char**) const {
-  return false;
+
+bool zuCacheFileInterface::channelName(unsigned int channelIndex, char** name) const {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    return session != nullptr &&
+           HandOut(session->Info().channels[channelIndex].name, name, impl->error);
+  });
 }
-bool zuCacheFileInterface::channelInterpretation(unsigned int, char**) const {
-  return false;
+
+bool zuCacheFileInterface::channelInterpretation(unsigned int channelIndex,
+                                                 char** interpretation) const {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    return session != nullptr && HandOut(session->Info().channels[channelIndex].interpretation,
+                                         interpretation, impl->error);
+  });
 }
-bool zuCacheFileInterface::channelDataType(unsigned int, zuCacheData::zuCacheDataType&) const {
-  return false;
+
+bool zuCacheFileInterface::channelDataType(unsigned int channelIndex,
+                                           zuCacheData::zuCacheDataType& dataType) const {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    if (session == nullptr) return false;
+    dataType = session->Info().channels[channelIndex].type;
+    return true;
+  });
 }
+
 zuCacheFileInterface::cacheFileFormat zuCacheFileInterface::format() const {
-  return eSingleFile;
+  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
+  return session != nullptr && session->Info().isPerFrame ? eFilePerFrame : eSingleFile;
 }
+
 int zuCacheFileInterface::getTicksPerFrame() const {
-  return 0;
+  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
+  return session != nullptr ? session->Info().ticksPerFrame : 0;
 }
-bool zuCacheFileInterface::getChannelStartTime(unsigned int, int&) const {
-  return false;
+
+bool zuCacheFileInterface::getChannelStartTime(unsigned int channelIndex, int& ticks) const {
+  ticks = 0;
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    if (session == nullptr) return false;
+    const nc::Extent extent = session->ExtentOf(channelIndex);
+    ticks = extent.first;
+    return extent.count != 0;
+  });
 }
-bool zuCacheFileInterface::getChannelEndTime(unsigned int, int&) const {
-  return false;
+
+bool zuCacheFileInterface::getChannelEndTime(unsigned int channelIndex, int& ticks) const {
+  ticks = 0;
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    if (session == nullptr) return false;
+    const nc::Extent extent = session->ExtentOf(channelIndex);
+    ticks = extent.last;
+    return extent.count != 0;
+  });
 }
-unsigned int zuCacheFileInterface::getDataCount(unsigned int) {
-  return 0;
+
+unsigned int zuCacheFileInterface::getDataCount(unsigned int channelIndex) {
+  return Run(impl, 0u, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    return session != nullptr ? session->ExtentOf(channelIndex).count : 0u;
+  });
 }
-bool zuCacheFileInterface::getDataTime(unsigned int, unsigned int, int&) {
-  return false;
+
+bool zuCacheFileInterface::getDataTime(unsigned int channelIndex, unsigned int dataIndex,
+                                       int& ticks) {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::Times times{std::span<const nc::SampleEntry>()};
+    if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
+    if (dataIndex >= times.Count()) {
+      return impl->error.Set(Error::eRefused, "sample %u of %u", dataIndex, times.Count());
+    }
+    ticks = times.At(dataIndex);
+    return true;
+  });
 }
-bool zuCacheFileInterface::getNextTimeWithData(unsigned int, int, int&) {
-  return false;
+
+bool zuCacheFileInterface::getNextTimeWithData(unsigned int channelIndex, int ticks,
+                                               int& nextTicks) {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::Times times{std::span<const nc::SampleEntry>()};
+    if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
+    const auto next = nc::NextTime(times, ticks);
+    if (!next) return impl->error.Set(Error::eRefused, "no sample after tick %d", ticks);
+    nextTicks = *next;
+    return true;
+  });
 }
-bool zuCacheFileInterface::getNextTimeWithData(int, int&) {
-  return false;
+
+bool zuCacheFileInterface::getNextTimeWithData(int ticks, int& nextTicks) {
+  return Run(impl, false, [&] {
+    std::optional<int> earliest;
+    for (unsigned int i = 0; i < numChannels(); ++i) {
+      int next = 0;
+      if (getNextTimeWithData(i, ticks, next)) earliest = std::min(next, earliest.value_or(next));
+    }
+    if (!earliest) return impl->error.Set(Error::eRefused, "no sample after tick %d", ticks);
+    nextTicks = *earliest;
+    return true;
+  });
 }
-bool zuCacheFileInterface::isChannelSamplingRegular(unsigned int) const {
-  return false;
+
+bool zuCacheFileInterface::isChannelSamplingRegular(unsigned int channelIndex) const {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    return session != nullptr && nc::IsRegular(session->ExtentOf(channelIndex));
+  });
 }
-bool zuCacheFileInterface::channelSamplingRate(unsigned int, int&) const {
-  return false;
+
+bool zuCacheFileInterface::channelSamplingRate(unsigned int channelIndex, int& ticks) const {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    if (session == nullptr) return false;
+    if (!nc::IsRegular(session->ExtentOf(channelIndex))) {
+      return impl->error.Set(Error::eRefused, "channel %u is sampled irregularly", channelIndex);
+    }
+    const std::uint32_t interval = nc::SamplingInterval(*session, channelIndex);
+    if (interval > INT32_MAX) {
+      return impl->error.Set(Error::eRefused, "an interval of %u ticks", interval);
+    }
+    ticks = static_cast<int>(interval);
+    return true;
+  });
 }
-bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int, int, unsigned int&) {
-  return false;
+
+bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int ticks,
+                                                unsigned int& elementCount) {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::SampleEntry entry;
+    if (session == nullptr ||
+        !nc::FindSampleAt(*session, channelIndex, ticks, &entry, impl->error)) {
+      return false;
+    }
+    elementCount = entry.count;
+    return true;
+  });
 }
-bool zuCacheFileInterface::getArrayDataAtTime(unsigned int, int, void*&, unsigned int&) {
-  return false;
+
+bool zuCacheFileInterface::getArrayDataAtTime(unsigned int channelIndex, int ticks, void*& data,
+                                              unsigned int& elementCount) {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::SampleEntry entry;
+    if (session == nullptr ||
+        !nc::FindSampleAt(*session, channelIndex, ticks, &entry, impl->error)) {
+      return false;
+    }
+    if (entry.count > elementCount || (data == nullptr && elementCount != 0)) {
+      return impl->error.Set(Error::eRefused, "%u elements at tick %d, room for %u", entry.count,
+                             ticks, data != nullptr ? elementCount : 0);
+    }
+    if (!session->Fetch(channelIndex, entry, ticks, data, impl->error)) return false;
+    const std::size_t elementSize = nc::ElementSize(session->Info().channels[channelIndex].type);
+    const std::size_t rest = (elementCount - entry.count) * elementSize;
+    if (rest != 0) std::memset(static_cast<char*>(data) + entry.count * elementSize, 0, rest);
+    elementCount = entry.count;
+    return true;
+  });
 }
-bool zuCacheFileInterface::beginWriteAtTime(int) {
-  return false;
+
+bool zuCacheFileInterface::beginWriteAtTime(int ticks) {
+  return Run(impl, false, [&] {
+    nc::CacheWriter* const writer = impl->Writing();
+    return writer != nullptr && writer->BeginBlock(ticks, impl->error);
+  });
 }
-bool zuCacheFileInterface::addArrayData(unsigned int, int, void*, unsigned int) {
-  return false;
+
+bool zuCacheFileInterface::addArrayData(unsigned int channelIndex, int ticks, void* data,
+                                        unsigned int elementCount) {
+  return Run(impl, false, [&] {
+    nc::CacheWriter* const writer = impl->Writing();
+    return writer != nullptr &&
+           writer->AddArray(channelIndex, ticks, data, elementCount, impl->error);
+  });
 }
+
 bool zuCacheFileInterface::endWriteAtTime() {
-  return false;
+  return Run(impl, false, [&] {
+    nc::CacheWriter* const writer = impl->Writing();
+    return writer != nullptr && writer->EndBlock(impl->error);
+  });
 }
+
 unsigned int zuCacheFileInterface::getDataFileCount() const {
-  return 0;
+  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
+  return session != nullptr ? session->DataFileCount() + 1 : 0;
 }
-bool zuCacheFileInterface::getDataFilePath(unsigned int, char**) {
-  return false;
+
+bool zuCacheFileInterface::getDataFilePath(unsigned int fileIndex, char** path) {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->Open();
+    if (session == nullptr) return impl->error.Set(Error::eRefused, "no cache is open");
+    if (fileIndex == 0) return HandOut(impl->name.DescriptionPath(), path, impl->error);
+    if (!session->DataFileName(fileIndex - 1, &impl->text)) {
+      return impl->error.Set(Error::eRefused, "file %u of %u", fileIndex, getDataFileCount());
+    }
+    impl->text.insert(0, impl->name.folder);
+    return HandOut(impl->text, path, impl->error);
+  });
 }
-bool zuCacheFileInterface::convertFromPc2(const char*, const char*, const char*, cacheFileFormat,
-                                          const char*, int) {
-  return false;
+
+bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* folder,
+                                          const char* baseName, cacheFileFormat format,
+                                          const char* dataFileTag, int ticksPerFrame) {
+  Error error;
+  return io::Guarded(error, false, [&] {
+    nc::CacheName name;
+    return nc::MakeCacheName(folder, baseName, &name, error) &&
+           nc::ConvertFromPc2(pc2FileName, name, format == eFilePerFrame, dataFileTag,
+                              ticksPerFrame, error);
+  });
 }
-bool zuCacheFileInterface::convertToPc2(const char*, const char*, const char*, unsigned int, int) {
-  return false;
+
+bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
+                                        const char* baseName, unsigned int channelIndex,
+                                        int ticksPerFrame) {
+  Error error;
+  return io::Guarded(error, false, [&] {
+    nc::CacheName name;
+    return nc::MakeCacheName(folder, baseName, &name, error) &&
+           nc::ConvertToPc2(pc2FileName, name, channelIndex, ticksPerFrame, error);
+  });
 }
+
 const char* zuCacheFileInterface::errorString() const {
-  return "NC caches are not served yet";
+  return impl != nullptr ? impl->error.text() : "not enough memory";
 }
-bool zuCacheFileInterface::verify(const char*, const char*, reportFunction, void*) {
-  return false;
+
+bool zuCacheFileInterface::verify(const char* folder, const char* baseName, reportFunction report,
+                                  void* context) {
+  const nc::Report lines{report, context};
+  Error error;
+  nc::CacheName name;
+  const bool sound = io::Guarded(error, false, [&] {
+    return nc::MakeCacheName(folder, baseName, &name, error) && nc::Verify(name, lines);
+  });
+  if (error) lines.Say("%s", error.text());
+  return sound;
 }
-bool zuCacheFileInterface::recover(const char*, const char*, unsigned int&, reportFunction, void*) {
-  return false;
+
+bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
+                                   unsigned int& blockCount, reportFunction report, void* context) {
+  const nc::Report lines{report, context};
+  Error error;
+  nc::CacheName name;
+  blockCount = 0;
+  const bool saved = io::Guarded(error, false, [&] {
+    return nc::MakeCacheName(folder, baseName, &name, error) &&
+           nc::Recover(name, &blockCount, lines);
+  });
+  if (error) lines.Say("%s", error.text());
+  if (!saved) blockCount = 0;
+  return saved;
 }
 
 }  // namespace kelsdk

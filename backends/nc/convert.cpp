@@ -1,0 +1,232 @@
+#include "backends/nc/convert.h"
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "backends/nc/reader.h"
+#include "backends/nc/writer.h"
+#include "backends/zuPointCache2IO.h"
+
+namespace kelsdk::nc {
+namespace {
+
+using io::Error;
+
+constexpr std::size_t kCoordinates = 3;
+
+// Rounds to a tick; false outside their range.
+bool ToTick(double ticks, std::int32_t* tick) {
+  const double rounded = std::round(ticks);
+  if (!(rounded >= std::numeric_limits<std::int32_t>::min() &&
+        rounded <= std::numeric_limits<std::int32_t>::max())) {
+    return false;
+  }
+  *tick = static_cast<std::int32_t>(rounded);
+  return true;
+}
+
+// When the samples of a PC2 file are, in ticks.
+class Pc2Times {
+ public:
+  Pc2Times(const zuPointCache2IO& file, int ticksPerFrame)
+      : start_(file.startFrame), rate_(file.sampleRate), ticksPerFrame_(ticksPerFrame) {}
+
+  bool At(std::uint32_t sample, std::int32_t* tick) const {
+    return ToTick((start_ + sample * rate_) * ticksPerFrame_, tick);
+  }
+
+  bool Check(std::uint32_t sampleCount, Error& error) const {
+    std::int32_t tick = 0;
+    if (sampleCount != 0 && (!At(0, &tick) || !At(sampleCount - 1, &tick))) {
+      return error.Set(Error::eRefused,
+                       "%u samples from frame %g on, %g frames apart, leave the "
+                       "range of ticks",
+                       sampleCount, start_, rate_);
+    }
+    if (sampleCount > 1 && !(std::fabs(rate_ * ticksPerFrame_) >= 1)) {
+      return error.Set(Error::eRefused, "samples %g frames apart are less than a tick apart",
+                       rate_);
+    }
+    return true;
+  }
+
+  /// 0 when it is no interval.
+  std::uint32_t Interval() const {
+    std::int32_t interval = 0;
+    return ToTick(rate_ * ticksPerFrame_, &interval) && interval > 0
+               ? static_cast<std::uint32_t>(interval)
+               : 0;
+  }
+
+ private:
+  double start_;
+  double rate_;
+  int ticksPerFrame_;
+};
+
+bool CopySamples(zuPointCache2IO& from, const Pc2Times& times, CacheWriter& to,
+                 std::uint32_t channel, Error& error) {
+  std::vector<float> points(kCoordinates * from.pointCount);
+  for (std::uint32_t i = 0; i < from.sampleCount; ++i) {
+    unsigned int count = from.pointCount;
+    std::int32_t tick = 0;
+    if (!from.readSample(i, points.data(), count)) {
+      return error.Set(Error::eDamaged, "sample %u of %u: %.128s", i, from.sampleCount,
+                       from.errorString());
+    }
+    if (!times.At(i, &tick) || !to.BeginBlock(tick, error) ||
+        !to.AddArray(channel, tick, points.data(), count, error) || !to.EndBlock(error)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// The samples that a PC2 file of a channel has.
+struct Pc2Plan {
+  std::uint32_t sampleCount = 0;
+  std::uint32_t pointCount = 0;
+  std::int32_t first = 0;      // tick of sample 0
+  std::uint32_t interval = 0;  // ticks from one sample to the next
+};
+
+bool EqualCounts(Session& session, std::uint32_t channel, std::uint32_t sampleCount,
+                 std::uint32_t* count, Error& error) {
+  for (std::uint32_t i = 0; i < sampleCount; ++i) {
+    SampleEntry entry;
+    if (!session.Locate(channel, i, &entry, error)) return false;
+    if (i > 0 && entry.count != *count) {
+      return error.Set(Error::eUnsupported, "%u elements at tick %d, %u before it", entry.count,
+                       entry.tick, *count);
+    }
+    *count = entry.count;
+  }
+  return true;
+}
+
+bool MakePlan(Session& session, std::uint32_t channel, int ticksPerFrame, Pc2Plan* plan,
+              Error& error) {
+  if (ticksPerFrame <= 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
+  const std::vector<Channel>& channels = session.Info().channels;
+  if (channel >= channels.size()) {
+    return error.Set(Error::eRefused, "channel %u of %zu", channel, channels.size());
+  }
+  if (kElementTypes[channels[channel].type].elementWidth != kCoordinates) {
+    return error.Set(Error::eUnsupported, "a channel of %s holds no points",
+                     kElementTypes[channels[channel].type].name);
+  }
+  Times times{std::span<const SampleEntry>()};
+  if (!session.TimesOf(channel, &times, error)) return false;
+  const Extent extent = session.ExtentOf(channel);
+  if (extent.count == 0) return error.Set(Error::eUnsupported, "the channel has no samples");
+  plan->first = extent.first;
+  plan->interval = static_cast<std::uint32_t>(ticksPerFrame);
+  if (IsRegular(extent)) {
+    plan->interval = SamplingInterval(session, channel);
+    plan->sampleCount = extent.count;
+  } else {
+    const std::int64_t length = std::int64_t{extent.last} - extent.first;
+    plan->sampleCount = static_cast<std::uint32_t>(length / ticksPerFrame) + 1;
+  }
+  if (!EqualCounts(session, channel, extent.count, &plan->pointCount, error)) return false;
+  if (plan->sampleCount <= std::uint32_t{std::numeric_limits<std::int32_t>::max()} &&
+      plan->pointCount <= std::numeric_limits<std::uint32_t>::max() / 12) {
+    return true;
+  }
+  return error.Set(Error::eUnsupported, "%u samples of %u points are beyond a PC2 file",
+                   plan->sampleCount, plan->pointCount);
+}
+
+// Reads samples as floats, whatever their type.
+class PointReader {
+ public:
+  PointReader(Session& session, std::uint32_t channel, std::uint32_t pointCount)
+      : session_(session),
+        channel_(channel),
+        isDouble_(session.Info().channels[channel].type == zuCacheData::eNCDoubleVectorArray),
+        points_(kCoordinates * pointCount),
+        wide_(isDouble_ ? points_.size() : 0) {}
+
+  bool Read(std::int32_t tick, Error& error) {
+    SampleEntry entry;
+    void* const array = isDouble_ ? static_cast<void*>(wide_.data()) : points_.data();
+    if (!FindSampleAt(session_, channel_, tick, &entry, error)) return false;
+    if (kCoordinates * entry.count != points_.size()) {
+      return error.Set(Error::eDamaged, "%u points at tick %d, not %zu", entry.count, tick,
+                       points_.size() / kCoordinates);
+    }
+    if (!session_.Fetch(channel_, entry, tick, array, error)) return false;
+    for (std::size_t i = 0; i < wide_.size(); ++i) points_[i] = static_cast<float>(wide_[i]);
+    return true;
+  }
+
+  float* Points() { return points_.data(); }
+
+ private:
+  Session& session_;
+  std::uint32_t channel_;
+  bool isDouble_;
+  std::vector<float> points_;
+  std::vector<double> wide_;
+};
+
+bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPointCache2IO& to,
+              Error& error) {
+  PointReader reader(session, channel, plan.pointCount);
+  for (std::uint32_t i = 0; i < plan.sampleCount; ++i) {
+    const auto tick = static_cast<std::int32_t>(plan.first + std::int64_t{plan.interval} * i);
+    if (!reader.Read(tick, error)) return false;
+    if (!to.writeSample(static_cast<int>(i), reader.Points())) {
+      return error.Set(Error::eDevice, "sample %u: %.128s", i, to.errorString());
+    }
+  }
+  if (to.endWriteData()) return true;
+  return error.Set(Error::eDevice, "%.200s", to.errorString());
+}
+
+}  // namespace
+
+bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFrame,
+                    const char* tag, int ticksPerFrame, Error& error) {
+  zuPointCache2IO file;
+  if (pc2FileName == nullptr || !file.initialize(pc2FileName, zuPointCache2IO::readMode)) {
+    return error.Set(Error::eRefused, "%.200s", file.errorString());
+  }
+  if (file.version != 1) {
+    return error.Set(Error::eUnsupported, "PC2 version %d, only 1 is served", file.version);
+  }
+  if (ticksPerFrame <= 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
+  const Pc2Times times(file, ticksPerFrame);
+  if (!times.Check(file.sampleCount, error)) return false;
+  if (file.wholeSampleCount() != file.sampleCount) {
+    return error.Set(Error::eCutShort, "%u samples claimed, %u in the file", file.sampleCount,
+                     file.wholeSampleCount());
+  }
+  CacheWriter writer;
+  std::uint32_t channel = 0;
+  return writer.Begin(name, isPerFrame, tag, ticksPerFrame, error) &&
+         writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
+                           times.Interval(), &channel, error) &&
+         CopySamples(file, times, writer, channel, error) && writer.Finish(error);
+}
+
+bool ConvertToPc2(const char* pc2FileName, const CacheName& name, std::uint32_t channel,
+                  int ticksPerFrame, Error& error) {
+  CacheReader reader;
+  Pc2Plan plan;
+  if (!reader.Open(name, error) || !MakePlan(reader, channel, ticksPerFrame, &plan, error)) {
+    return false;
+  }
+  zuPointCache2IO file;
+  const double frames = ticksPerFrame;
+  if (pc2FileName == nullptr || !file.initialize(pc2FileName, zuPointCache2IO::writeMode) ||
+      !file.beginWriteData(static_cast<int>(plan.pointCount), static_cast<int>(plan.sampleCount),
+                           static_cast<float>(plan.first / frames),
+                           static_cast<float>(plan.interval / frames))) {
+    return error.Set(Error::eRefused, "%.200s", file.errorString());
+  }
+  return WritePc2(reader, channel, plan, file, error);
+}
+
+}  // namespace kelsdk::nc

@@ -1,0 +1,161 @@
+#include "backends/nc/data_reader.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "backends/io/checked.h"
+#include "backends/nc/checksum.h"
+#include "backends/nc/scan.h"
+
+namespace kelsdk::nc {
+namespace {
+
+using io::Error;
+
+// Holds trailer, directory and indices of a per-frame file of 31 channels.
+constexpr std::size_t kTailSize = 4096;
+
+bool IsSoundDirectoryEntry(const DirectoryEntry& entry, const Trailer& trailer) {
+  const std::uint64_t size = std::uint64_t{entry.count} * kIndexEntrySize;
+  return IsElementType(entry.type) && entry.indexOffset >= trailer.dataEnd &&
+         io::RangeFits(entry.indexOffset, size, trailer.directory) &&
+         (entry.count == 0 || ElementSize(static_cast<EType>(entry.type)) != 0) &&
+         entry.first <= entry.last;
+}
+
+bool IsSoundIndex(std::span<const SampleEntry> samples, const DirectoryEntry& entry,
+                  std::uint64_t dataEnd) {
+  if (samples.empty()) return true;
+  if (samples.front().tick != entry.first || samples.back().tick != entry.last) return false;
+  const auto type = static_cast<EType>(entry.type);
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    if (i > 0 && samples[i].tick <= samples[i - 1].tick) return false;
+    if (!IsPlausibleArray(type, samples[i], dataEnd)) return false;
+  }
+  return true;
+}
+
+bool RefuseIdentity(Error& error) {
+  return error.Set(Error::eDamaged,
+                   "the data file belongs to another cache than the description; "
+                   "recover completes a publication that was interrupted");
+}
+
+}  // namespace
+
+bool DataReader::Open(const std::string& path, const Identity& identity, Error& error) {
+  Close();
+  if (!file_.Open(path.c_str(), error)) return false;
+  if (OpenByTrailer(identity, error)) return true;
+  file_.Close();
+  return false;
+}
+
+void DataReader::Close() {
+  file_.Close();
+  directory_.clear();
+  for (ChannelIndex& index : indices_) {
+    index.loaded = false;
+    index.samples.clear();
+  }
+  byRecords_ = false;
+}
+
+bool DataReader::ReadNearEnd(std::uint64_t offset, void* buffer, std::size_t size,
+                             Error& error) const {
+  const std::uint64_t tailStart = file_.Size() - tail_.size();
+  if (offset < tailStart) return file_.ReadAt(offset, buffer, size, error);
+  if (size != 0) std::memcpy(buffer, tail_.data() + (offset - tailStart), size);
+  return true;
+}
+
+bool DataReader::OpenByTrailer(const Identity& identity, Error& error) {
+  identity_ = identity;
+  tail_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(file_.Size(), kTailSize)));
+  if (!file_.ReadAt(file_.Size() - tail_.size(), tail_.data(), tail_.size(), error)) return false;
+  Trailer trailer;
+  Error ignored;  // stepping through the records tells what is wrong better
+  if (tail_.size() < kTrailerSize ||
+      !LoadTrailer(tail_.data() + tail_.size() - kTrailerSize, &trailer)) {
+    return OpenByRecords(identity, error);
+  }
+  if (trailer.identity != identity) return RefuseIdentity(error);
+  return LoadDirectory(trailer, ignored) || OpenByRecords(identity, error);
+}
+
+bool DataReader::LoadDirectory(const Trailer& trailer, Error& error) {
+  const std::uint64_t size = std::uint64_t{trailer.channelCount} * kDirectoryEntrySize;
+  if (trailer.dataEnd < kHeaderSize || trailer.dataEnd > trailer.directory ||
+      !io::RangeFits(trailer.directory, size + kTrailerSize, file_.Size())) {
+    return error.Set(Error::eDamaged, "the directory lies outside the file");
+  }
+  directoryBytes_.resize(static_cast<std::size_t>(size));
+  if (!ReadNearEnd(trailer.directory, directoryBytes_.data(), directoryBytes_.size(), error)) {
+    return false;
+  }
+  if (Checksum(directoryBytes_.data(), directoryBytes_.size()) != trailer.directoryChecksum) {
+    return error.Set(Error::eDamaged, "the directory is damaged");
+  }
+  dataEnd_ = trailer.dataEnd;
+  directory_.resize(trailer.channelCount);
+  for (std::size_t i = 0; i < directory_.size(); ++i) {
+    directory_[i] = LoadDirectoryEntry(directoryBytes_.data() + i * kDirectoryEntrySize);
+    if (!IsSoundDirectoryEntry(directory_[i], trailer)) {
+      return error.Set(Error::eDamaged, "the directory entry of channel %zu makes no sense", i);
+    }
+  }
+  if (indices_.size() < directory_.size()) indices_.resize(directory_.size());
+  return true;
+}
+
+bool DataReader::LoadIndex(std::uint32_t channel, Error& error) {
+  const DirectoryEntry& entry = directory_[channel];
+  std::vector<SampleEntry>& samples = indices_[channel].samples;
+  samples.resize(entry.count);
+  const std::size_t size = samples.size() * kIndexEntrySize;
+  if (!ReadNearEnd(entry.indexOffset, samples.data(), size, error)) return false;
+  if (Checksum(samples.data(), size) != entry.indexChecksum ||
+      !IsSoundIndex(samples, entry, dataEnd_)) {
+    return error.Set(Error::eDamaged, "the index of channel %u is damaged", channel);
+  }
+  return true;
+}
+
+bool DataReader::Index(std::uint32_t channel, std::span<const SampleEntry>* index, Error& error) {
+  *index = {};
+  if (channel >= directory_.size()) return true;
+  if (!indices_[channel].loaded && !byRecords_) {
+    indices_[channel].loaded = LoadIndex(channel, error);
+    if (!indices_[channel].loaded && !OpenByRecords(identity_, error)) return false;
+  }
+  if (channel < directory_.size()) *index = indices_[channel].samples;
+  return true;
+}
+
+bool DataReader::OpenByRecords(const Identity& identity, Error& error) {
+  Scan scan;
+  if (!ScanRecords(file_, file_.Size(), &scan, error)) return false;
+  if (scan.header.identity != identity) return RefuseIdentity(error);
+  if (scan.blockCount == 0) {
+    return error.Set(Error::eCutShort, "the data file holds no whole time block: %s",
+                     scan.stop ? scan.stop.text() : "it ends after its header");
+  }
+  byRecords_ = true;
+  dataEnd_ = scan.end;
+  directory_.assign(scan.channels.size(), DirectoryEntry());
+  indices_.assign(scan.channels.size(), ChannelIndex());
+  for (std::size_t i = 0; i < directory_.size(); ++i) {
+    std::vector<SampleEntry>& samples = scan.indices[i];
+    directory_[i].count = static_cast<std::uint32_t>(samples.size());
+    directory_[i].type = static_cast<std::uint32_t>(scan.channels[i].type);
+    directory_[i].first = samples.empty() ? 0 : samples.front().tick;
+    directory_[i].last = samples.empty() ? 0 : samples.back().tick;
+    directory_[i].interval = CommonInterval(samples);
+    directory_[i].declared = scan.channels[i].interval;
+    indices_[i].samples = std::move(samples);
+    indices_[i].loaded = true;
+  }
+  return true;
+}
+
+}  // namespace kelsdk::nc

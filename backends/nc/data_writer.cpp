@@ -1,0 +1,161 @@
+#include "backends/nc/data_writer.h"
+
+#include <cstring>
+
+#include "backends/nc/checksum.h"
+
+namespace kelsdk::nc {
+namespace {
+
+constexpr unsigned int kDataFileMode = 0666;  // before the process's mask
+constexpr std::uint8_t kZeros[kAlignment] = {};
+
+struct iovec RunOf(const void* bytes, std::size_t size) {
+  // Written from only: the system's structure serves reads as well and knows no const.
+  return {const_cast<void*>(bytes), size};
+}
+
+}  // namespace
+
+bool DataWriter::Create(const std::string& path, const FileHeader& header, io::Error& error) {
+  if (!file_.Create(path.c_str(), kDataFileMode, error)) return false;
+  end_ = 0;
+  pending_.clear();
+  StoreFileHeader(header, Pend(kHeaderSize));
+  return true;
+}
+
+bool DataWriter::Reopen(const std::string& path, std::uint64_t dataEnd, io::Error& error) {
+  if (!file_.OpenExisting(path.c_str(), error)) return false;
+  end_ = dataEnd;
+  pending_.clear();
+  return file_.Truncate(dataEnd, error);
+}
+
+std::uint8_t* DataWriter::Pend(std::size_t size) {
+  const std::size_t used = pending_.size();
+  pending_.resize(AlignUp(used + size));
+  return pending_.data() + used;
+}
+
+bool DataWriter::Flush(io::Error& error) {
+  if (!file_.WriteAt(end_, pending_.data(), pending_.size(), error)) return false;
+  end_ += pending_.size();
+  pending_.clear();
+  return true;
+}
+
+void DataWriter::AddChannel(std::uint32_t index, const Channel& channel) {
+  const std::string payload = channel.name + channel.interpretation;
+  RecordHeader header;
+  header.kind = eChannelRecord;
+  header.channel = index;
+  header.count = static_cast<std::uint32_t>(channel.name.size());
+  header.storedSize = payload.size();
+  header.checksum = header.storedChecksum = Checksum(payload.data(), payload.size());
+  header.payloadOffset = End() + kRecordHeaderSize;
+  header.type = static_cast<std::uint32_t>(channel.type);
+  header.interval = channel.interval;
+  std::uint8_t* const record = Pend(kRecordHeaderSize + payload.size());
+  StoreRecordHeader(header, record);
+  std::memcpy(record + kRecordHeaderSize, payload.data(), payload.size());
+}
+
+bool DataWriter::AddArray(std::uint32_t channel, EType type, const void* array,
+                          const std::uint8_t* encoded, std::size_t encodedSize, SampleEntry* entry,
+                          io::Error& error) {
+  const void* const stored = encoded != nullptr ? encoded : array;
+  entry->storedSize = encoded != nullptr ? encodedSize : ArraySize(type, entry->count);
+  entry->offset = End() + kRecordHeaderSize;
+
+  RecordHeader header;
+  header.kind = eArrayRecord;
+  header.channel = channel;
+  header.tick = entry->tick;
+  header.count = entry->count;
+  header.storedSize = entry->storedSize;
+  header.checksum = entry->checksum;
+  header.storedChecksum = encoded != nullptr ? Checksum(encoded, encodedSize) : entry->checksum;
+  header.payloadOffset = entry->offset;
+  header.type = static_cast<std::uint32_t>(type);
+  const std::size_t waiting = pending_.size();
+  StoreRecordHeader(header, Pend(kRecordHeaderSize));
+
+  const std::uint64_t payloadEnd = entry->offset + entry->storedSize;
+  struct iovec runs[] = {RunOf(pending_.data(), pending_.size()),
+                         RunOf(stored, static_cast<std::size_t>(entry->storedSize)),
+                         RunOf(kZeros, static_cast<std::size_t>(AlignUp(payloadEnd) - payloadEnd))};
+  if (!file_.WriteGather(end_, runs, 3, error)) {
+    pending_.resize(waiting);
+    return false;
+  }
+  end_ = AlignUp(payloadEnd);
+  pending_.clear();
+  return true;
+}
+
+void DataWriter::AddRepeat(std::uint32_t channel, EType type, const SampleEntry& entry) {
+  RecordHeader header;
+  header.kind = eRepeatRecord;
+  header.channel = channel;
+  header.tick = entry.tick;
+  header.count = entry.count;
+  header.storedSize = entry.storedSize;
+  header.checksum = entry.checksum;
+  header.payloadOffset = entry.offset;
+  header.type = static_cast<std::uint32_t>(type);
+  StoreRecordHeader(header, Pend(kRecordHeaderSize));
+}
+
+bool DataWriter::EndBlock(std::int32_t tick, std::uint32_t arrayCount, io::Error& error) {
+  RecordHeader header;
+  header.kind = eBlockEndRecord;
+  header.tick = tick;
+  header.count = arrayCount;
+  StoreRecordHeader(header, Pend(kRecordHeaderSize));
+  return Flush(error);
+}
+
+bool DataWriter::Finish(std::span<const Channel> channels,
+                        std::span<const std::vector<SampleEntry>> indices, const Identity& identity,
+                        std::uint32_t blockCount, io::Error& error) {
+  Trailer trailer;
+  trailer.identity = identity;
+  trailer.dataEnd = End();
+  trailer.channelCount = static_cast<std::uint32_t>(channels.size());
+  trailer.blockCount = blockCount;
+
+  trailer.directory = End();
+  for (const auto& index : indices) {
+    trailer.directory += AlignUp(index.size() * kIndexEntrySize);
+  }
+  const std::size_t directorySize = channels.size() * kDirectoryEntrySize;
+  const std::uint64_t fileEnd = trailer.directory + directorySize + kTrailerSize;
+  std::vector<std::uint8_t>& out = pending_;
+  out.reserve(static_cast<std::size_t>(fileEnd - end_));
+
+  directory_.assign(channels.size(), DirectoryEntry());
+  for (std::size_t i = 0; i < channels.size(); ++i) {
+    const std::vector<SampleEntry>& index = indices[i];
+    DirectoryEntry& entry = directory_[i];
+    entry.indexOffset = End();
+    std::uint8_t* const bytes = Pend(index.size() * kIndexEntrySize);
+    if (!index.empty()) std::memcpy(bytes, index.data(), index.size() * kIndexEntrySize);
+    entry.indexChecksum = Checksum(bytes, index.size() * kIndexEntrySize);
+    entry.count = static_cast<std::uint32_t>(index.size());
+    entry.type = static_cast<std::uint32_t>(channels[i].type);
+    entry.first = index.empty() ? 0 : index.front().tick;
+    entry.last = index.empty() ? 0 : index.back().tick;
+    entry.interval = CommonInterval(index);
+    entry.declared = channels[i].interval;
+  }
+  std::uint8_t* const bytes = Pend(directorySize);
+  for (std::size_t i = 0; i < directory_.size(); ++i) {
+    StoreDirectoryEntry(directory_[i], bytes + i * kDirectoryEntrySize);
+  }
+  trailer.directoryChecksum = Checksum(bytes, directorySize);
+  StoreTrailer(trailer, Pend(kTrailerSize));
+  return Flush(error);
+}
+
+}  // namespace kelsdk::nc

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "backends/io/error.h"
+#include "backends/nc/format.h"
+
+namespace kelsdk::nc {
+
+/// Where a cache lives and what its files are called. Names come from here alone, never from text
+/// inside a file.
+struct CacheName {
+  std::string folder;  ///< with a final "/"
+  std::string base;
+
+  std::string DescriptionPath() const { return folder + base + ".xml"; }
+};
+
+/// Checks folder and base name and fills `name`. The base name is one component of a path: not
+/// empty, no "/", not "." or "..". A folder without a final "/" gets one; an empty one is ".".
+/// May throw std::bad_alloc.
+bool MakeCacheName(const char* folder, const char* base, CacheName* name, io::Error& error);
+
+/// BASE.TAG, replacing `*name` and reusing its memory.
+void SingleFileName(const std::string& base, const char* tag, std::string* name);
+
+/// BASEFrameF.TAG or, between frames, BASEFrameFTickT.TAG. F is the tick divided by the ticks per
+/// frame, rounded down, T the remainder; with 0 ticks per frame every tick is a frame.
+void FrameFileName(const std::string& base, const char* tag, int ticksPerFrame, int tick,
+                   std::string* name);
+
+/// True for a name that some data file of the cache might have, whatever tag and layout.
+bool IsDataFileName(std::string_view name, const std::string& base);
+
+/// The folder beside the target in which a writer gathers its files under their final names.
+std::string PartialFolderName(const std::string& base, const Identity& identity);
+/// The identity in a name that PartialFolderName made for this cache.
+std::optional<Identity> ParsePartialFolderName(std::string_view name, const std::string& base);
+
+std::string FormatIdentity(const Identity& identity);
+std::optional<Identity> ParseIdentity(std::string_view text);
+
+}  // namespace kelsdk::nc

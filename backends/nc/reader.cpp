@@ -1,0 +1,186 @@
+#include "backends/nc/reader.h"
+
+#include <algorithm>
+
+namespace kelsdk::nc {
+namespace {
+
+using io::Error;
+
+// What a group may take in memory, and how far apart its arrays may stand. Above it the system call
+// saved is nothing beside the copy that a group costs.
+constexpr std::uint64_t kLargestGroup = 1u << 20;
+constexpr std::uint64_t kWidestGap = 4096;
+
+bool NameFile(const std::string& name, Error& error) {
+  const Error reason = error;
+  return error.Set(reason.kind(), "%.100s: %s", name.c_str(), reason.text());
+}
+
+}  // namespace
+
+bool CacheReader::Open(const CacheName& name, Error& error) {
+  name_ = name;
+  if (!ReadDescription(name.DescriptionPath(), &description_, error)) return false;
+  lastRead_.assign(description_.channels.size(), 0);
+  if (!description_.isPerFrame) return OpenSingle(error);
+  for (const Channel& channel : description_.channels) {
+    intervals_.push_back(CommonInterval(description_.TimesOf(channel)));
+  }
+  return true;
+}
+
+bool CacheReader::OpenSingle(Error& error) {
+  SingleFileName(name_.base, description_.Tag(), &fileName_);
+  path_ = name_.folder + fileName_;
+  if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
+    return true;
+  }
+  return NameFile(fileName_, error);
+}
+
+bool CacheReader::CheckAgainstDescription(Error& error) const {
+  const std::vector<DirectoryEntry>& directory = data_.Directory();
+  if (directory.size() > description_.channels.size()) {
+    return error.Set(Error::eDamaged, "%zu channels in the data file, %zu in the description",
+                     directory.size(), description_.channels.size());
+  }
+  for (std::size_t i = 0; i < directory.size(); ++i) {
+    const auto described = static_cast<std::uint32_t>(description_.channels[i].type);
+    if (directory[i].type != described) {
+      return error.Set(Error::eDamaged,
+                       "channel %zu is %s in the data file and %s in the description", i,
+                       kElementTypes[directory[i].type].name, kElementTypes[described].name);
+    }
+  }
+  return true;
+}
+
+Extent CacheReader::ExtentOf(std::uint32_t channel) const {
+  if (description_.isPerFrame) {
+    const TimeRuns& times = description_.TimesOf(description_.channels[channel]);
+    const std::uint32_t count = times.Count();
+    if (count == 0) return {};
+    return {count, times.At(0), times.At(count - 1), intervals_[channel]};
+  }
+  if (channel >= data_.Directory().size()) return {};
+  const DirectoryEntry& entry = data_.Directory()[channel];
+  return {entry.count, entry.first, entry.last, entry.interval};
+}
+
+bool CacheReader::TimesOf(std::uint32_t channel, Times* times, Error& error) {
+  if (description_.isPerFrame) {
+    *times = Times(description_.TimesOf(description_.channels[channel]));
+    return true;
+  }
+  std::span<const SampleEntry> index;
+  if (!data_.Index(channel, &index, error)) return false;
+  *times = Times(index);
+  return true;
+}
+
+bool CacheReader::OpenFrame(std::int32_t tick, Error& error) {
+  if (data_.IsOpen() && openTick_ == tick) return true;
+  group_.Clear();
+  FrameFileName(name_.base, description_.Tag(), description_.ticksPerFrame, tick, &fileName_);
+  path_.assign(name_.folder).append(fileName_);
+  openTick_ = tick;
+  if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
+    return true;
+  }
+  data_.Close();
+  return NameFile(fileName_, error);
+}
+
+bool CacheReader::Locate(std::uint32_t channel, std::uint32_t sample, SampleEntry* entry,
+                         Error& error) {
+  if (!description_.isPerFrame) {
+    std::span<const SampleEntry> index;
+    if (!data_.Index(channel, &index, error)) return false;
+    *entry = index[sample];
+    return true;
+  }
+  const std::int32_t tick = description_.TimesOf(description_.channels[channel]).At(sample);
+  if (!OpenFrame(tick, error)) return false;
+  if (EntryAt(channel, tick, entry)) return true;
+  error.Set(Error::eDamaged, "no sample of channel %u at tick %d in it", channel, tick);
+  return NameFile(fileName_, error);
+}
+
+// The sample of exactly that time in the open data file.
+bool CacheReader::EntryAt(std::uint32_t channel, std::int32_t tick, SampleEntry* entry) {
+  std::span<const SampleEntry> index;
+  Error ignored;
+  if (!data_.Index(channel, &index, ignored)) return false;
+  const std::uint32_t upTo = Times(index).CountUpTo(tick);
+  if (upTo == 0 || index[upTo - 1].tick != tick) return false;
+  *entry = index[upTo - 1];
+  return true;
+}
+
+bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
+                        void* array, Error& error) {
+  const EType type = description_.channels[channel].type;
+  NoteRead(channel, tick);
+  if (groupReads_) {
+    if (const std::uint8_t* stored = group_.Find(entry)) {
+      return UnpackArray(type, entry, stored, array, error);
+    }
+    const FileRange group = GroupAround(channel, entry);
+    if (group.Size() > entry.storedSize) {
+      return group_.Read(data_.File(), group, type, entry, array, error);
+    }
+  }
+  return FetchArray(data_.File(), type, entry, array, &scratch_, error);
+}
+
+void CacheReader::NoteRead(std::uint32_t channel, std::int32_t tick) {
+  if (tick != currentTick_) ++timesRead_;
+  currentTick_ = tick;
+  lastRead_[channel] = timesRead_;
+}
+
+// The bytes from this array on, and before it, that hold the arrays of the channels which the
+// caller read at the time before and has yet to read at this one.
+FileRange CacheReader::GroupAround(std::uint32_t channel, const SampleEntry& entry) {
+  FileRange group = RangeOf(entry);
+  candidates_.clear();
+  for (std::uint32_t other = 0; other < lastRead_.size(); ++other) {
+    if (other == channel || lastRead_[other] + 1 != timesRead_) continue;
+    SampleEntry candidate;
+    if (EntryAt(other, entry.tick, &candidate)) candidates_.push_back(RangeOf(candidate));
+  }
+  std::sort(candidates_.begin(), candidates_.end(),
+            [](const FileRange& a, const FileRange& b) { return a.begin < b.begin; });
+  for (const FileRange& next : candidates_) {
+    if (next.begin >= group.end && next.begin - group.end <= kWidestGap &&
+        next.end - group.begin <= kLargestGroup) {
+      group.end = next.end;
+    }
+  }
+  std::reverse(candidates_.begin(), candidates_.end());
+  for (const FileRange& previous : candidates_) {
+    if (previous.end <= group.begin && group.begin - previous.end <= kWidestGap &&
+        group.end - previous.begin <= kLargestGroup) {
+      group.begin = previous.begin;
+    }
+  }
+  return group;
+}
+
+bool CacheReader::DataFileName(std::uint32_t file, std::string* name) const {
+  if (file >= DataFileCount()) return false;
+  if (description_.isPerFrame) {
+    FrameFileName(name_.base, description_.Tag(), description_.ticksPerFrame,
+                  description_.times.At(file), name);
+  } else {
+    SingleFileName(name_.base, description_.Tag(), name);
+  }
+  return true;
+}
+
+std::uint32_t CacheReader::DataFileCount() const {
+  return description_.isPerFrame ? description_.times.Count() : 1;
+}
+
+}  // namespace kelsdk::nc

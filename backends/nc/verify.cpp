@@ -1,0 +1,304 @@
+#include "backends/nc/verify.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "backends/nc/array_fetch.h"
+#include "backends/nc/checksum.h"
+#include "backends/nc/data_reader.h"
+#include "backends/nc/scan.h"
+
+namespace kelsdk::nc {
+namespace {
+
+using io::Error;
+
+// A description can claim any number of files in one line.
+constexpr std::uint32_t kMostBrokenFiles = 1000;
+
+bool IsZero(std::span<const std::uint8_t> bytes) {
+  return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
+}
+
+// Collects the problems of one data file.
+class Problems {
+ public:
+  Problems(const Report& report, const std::string& fileName)
+      : report_(report), fileName_(fileName) {}
+
+  bool None() const { return count_ == 0; }
+  void Add(const Error& error) {
+    ++count_;
+    report_.Say("%s: %s", fileName_.c_str(), error.text());
+  }
+  template <typename... Arguments>
+  void Add(const char* format, Arguments... arguments) {
+    Error error;
+    error.Set(Error::eDamaged, format, arguments...);
+    Add(error);
+  }
+
+ private:
+  const Report& report_;
+  const std::string& fileName_;
+  int count_ = 0;
+};
+
+// Reads the payload of every record: stored form, padding and, through the codec, the array.
+class PayloadChecker : public RecordVisitor {
+ public:
+  PayloadChecker(const io::InputFile& file, Problems* problems)
+      : file_(file), problems_(*problems) {}
+
+  void Visit(const RecordHeader& header, std::uint64_t headerOffset) override {
+    if (header.kind != eArrayRecord && header.kind != eChannelRecord) return;
+    const std::uint64_t end = header.payloadOffset + header.storedSize;
+    const auto storedSize = static_cast<std::size_t>(header.storedSize);
+    const auto size = static_cast<std::size_t>(AlignUp(end) - header.payloadOffset);
+    if (stored_.size() < size) stored_.resize(size);
+    Error error;
+    if (!file_.ReadAt(header.payloadOffset, stored_.data(), size, error)) {
+      problems_.Add(error);
+      return;
+    }
+    const auto at = static_cast<unsigned long long>(headerOffset);
+    if (Checksum(stored_.data(), storedSize) != header.storedChecksum) {
+      problems_.Add("the record at %llu does not match its stored checksum", at);
+    } else if (header.kind == eArrayRecord) {
+      CheckArray(header);
+    }
+    if (!IsZero({stored_.data() + storedSize, size - storedSize})) {
+      problems_.Add("the padding of the record at %llu is not zero", at);
+    }
+  }
+
+ private:
+  void CheckArray(const RecordHeader& header) {
+    const auto type = static_cast<EType>(header.type);
+    const SampleEntry entry{header.tick, header.count, header.payloadOffset, header.storedSize,
+                            header.checksum};
+    const auto size = static_cast<std::size_t>(ArraySize(type, header.count));
+    if (array_.size() < size) array_.resize(size);
+    Error error;
+    if (!UnpackArray(type, entry, stored_.data(), array_.data(), error)) problems_.Add(error);
+  }
+
+  const io::InputFile& file_;
+  Problems& problems_;
+  std::vector<std::uint8_t> stored_;
+  std::vector<std::uint8_t> array_;
+};
+
+// One data file against its records, its indices and the description.
+class FileVerifier {
+ public:
+  FileVerifier(const CacheName& name, const Description& description, const Report& report)
+      : name_(name), description_(description), report_(report) {}
+
+  bool Verify(const std::string& fileName) {
+    Problems problems(report_, fileName);
+    Error error;
+    io::InputFile file;
+    scan_ = Scan();
+    const std::string path = name_.folder + fileName;
+    if (!file.Open(path.c_str(), error)) {
+      problems.Add(error);
+      return false;
+    }
+    Trailer trailer;
+    const bool hasTrailer = ReadTrailer(file, &trailer, &problems);
+    PayloadChecker checker(file, &problems);
+    if (!ScanRecords(file, hasTrailer ? trailer.dataEnd : file.Size(), &scan_, error, &checker)) {
+      problems.Add(error);
+      return false;
+    }
+    if (hasTrailer) CheckAgainstTrailer(trailer, &problems);
+    CheckHeader(&problems);
+    CheckChannels(&problems);
+    if (hasTrailer) CheckIndices(file, path, trailer, &problems);
+    return problems.None();
+  }
+
+  const Scan& Scanned() const { return scan_; }
+
+ private:
+  bool ReadTrailer(const io::InputFile& file, Trailer* trailer, Problems* problems) {
+    std::uint8_t bytes[kTrailerSize];
+    Error error;
+    if (file.Size() < kTrailerSize ||
+        !file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, error) ||
+        !LoadTrailer(bytes, trailer) || trailer->dataEnd > file.Size()) {
+      problems->Add("the file lacks its trailer; it is cut short or was never completed");
+      return false;
+    }
+    return true;
+  }
+
+  void CheckAgainstTrailer(const Trailer& trailer, Problems* problems) {
+    if (scan_.stop) problems->Add(scan_.stop);
+    if (scan_.end != trailer.dataEnd || scan_.blockCount != trailer.blockCount) {
+      problems->Add("%u whole time blocks end at %llu, the trailer says %u and %llu",
+                    scan_.blockCount, static_cast<unsigned long long>(scan_.end),
+                    trailer.blockCount, static_cast<unsigned long long>(trailer.dataEnd));
+    }
+  }
+
+  void CheckHeader(Problems* problems) {
+    const FileHeader& header = scan_.header;
+    if (header.identity != description_.identity) {
+      problems->Add("the file belongs to another cache than the description");
+    }
+    if (header.isCompact != description_.isCompact ||
+        header.isPerFrame != description_.isPerFrame ||
+        header.ticksPerFrame != description_.ticksPerFrame) {
+      problems->Add("layout, form or ticks per frame differ from the description's");
+    }
+  }
+
+  void CheckChannels(Problems* problems) {
+    if (!description_.isPerFrame && scan_.channels.size() < description_.channels.size()) {
+      problems->Add("%zu channels in the file, %zu in the description", scan_.channels.size(),
+                    description_.channels.size());
+    }
+    for (std::size_t i = 0; i < scan_.channels.size(); ++i) {
+      const Channel& found = scan_.channels[i];
+      if (i >= description_.channels.size()) {
+        problems->Add("channel %zu is not in the description", i);
+        continue;
+      }
+      const Channel& described = description_.channels[i];
+      if (found.name != described.name || found.interpretation != described.interpretation ||
+          found.type != described.type || found.interval != described.interval) {
+        problems->Add("channel %zu differs from the description's", i);
+      }
+    }
+  }
+
+  void CheckIndices(const io::InputFile& file, const std::string& path, const Trailer& trailer,
+                    Problems* problems) {
+    DataReader reader;
+    Error error;
+    if (!reader.Open(path, description_.identity, error)) {
+      problems->Add(error);
+      return;
+    }
+    if (reader.Directory().size() != scan_.indices.size()) {
+      problems->Add("%zu channels in the directory, %zu in the records", reader.Directory().size(),
+                    scan_.indices.size());
+      return;
+    }
+    std::uint64_t position = trailer.dataEnd;
+    for (std::uint32_t i = 0; i < scan_.indices.size(); ++i) {
+      CheckIndex(reader, i, problems);
+      const std::uint64_t size = std::uint64_t{reader.Directory()[i].count} * kIndexEntrySize;
+      if (reader.Directory()[i].indexOffset != position || !PaddingIsZero(file, position + size)) {
+        problems->Add("the index of channel %u is out of place", i);
+      }
+      position += AlignUp(size);
+    }
+    if (reader.ReadsByRecords() || position != trailer.directory ||
+        file.Size() - position !=
+            std::uint64_t{trailer.channelCount} * kDirectoryEntrySize + kTrailerSize) {
+      problems->Add("the indices do not fill the end of the file, or are damaged");
+    }
+  }
+
+  void CheckIndex(DataReader& reader, std::uint32_t channel, Problems* problems) {
+    Error error;
+    std::span<const SampleEntry> index;
+    if (!reader.Index(channel, &index, error)) {
+      problems->Add(error);
+      return;
+    }
+    const std::vector<SampleEntry>& found = scan_.indices[channel];
+    const DirectoryEntry& entry = reader.Directory()[channel];
+    const bool same = index.size() == found.size() &&
+                      (found.empty() || std::memcmp(index.data(), found.data(),
+                                                    found.size() * sizeof(SampleEntry)) == 0);
+    if (!same || entry.interval != CommonInterval(found) ||
+        entry.declared != scan_.channels[channel].interval) {
+      problems->Add("the index of channel %u differs from the records", channel);
+    }
+  }
+
+  // What lies between the end of an index and the alignment.
+  bool PaddingIsZero(const io::InputFile& file, std::uint64_t offset) {
+    std::vector<std::uint8_t> padding(static_cast<std::size_t>(AlignUp(offset) - offset));
+    Error error;
+    return file.ReadAt(offset, padding.data(), padding.size(), error) && IsZero(padding);
+  }
+
+  const CacheName& name_;
+  const Description& description_;
+  const Report& report_;
+  Scan scan_;
+};
+
+// A frame's file holds that time, in the channels that the description says.
+bool CheckFrame(const Description& description, std::int32_t tick, const Scan& scan,
+                const std::string& fileName, const Report& report) {
+  bool sound = true;
+  for (std::uint32_t i = 0; i < description.channels.size(); ++i) {
+    const TimeRuns& times = description.TimesOf(description.channels[i]);
+    const std::uint32_t upTo = times.CountUpTo(tick);
+    const bool expected = upTo > 0 && times.At(upTo - 1) == tick;
+    const std::size_t found = i < scan.indices.size() ? scan.indices[i].size() : 0;
+    if (found == (expected ? 1 : 0) && (found == 0 || scan.indices[i].front().tick == tick)) {
+      continue;
+    }
+    report.Say("%s: channel %u holds %zu samples, not the %d at tick %d", fileName.c_str(), i,
+               found, expected ? 1 : 0, tick);
+    sound = false;
+  }
+  return sound;
+}
+
+// Every time of a channel belongs to a file.
+bool CheckTimes(const Description& description, const Report& report) {
+  bool sound = true;
+  for (const Channel& channel : description.channels) {
+    for (const TimeRuns::Run& run : channel.times.Runs()) {
+      const std::uint32_t upTo = description.times.CountUpTo(run.End());
+      const bool known = run.count <= upTo && description.times.At(upTo - 1) == run.End();
+      if (known) continue;
+      report.Say("channel %s has times without a file", channel.name.c_str());
+      sound = false;
+      break;
+    }
+  }
+  return sound;
+}
+
+}  // namespace
+
+bool Verify(const CacheName& name, const Report& report) {
+  Description description;
+  Error error;
+  if (!ReadDescription(name.DescriptionPath(), &description, error)) {
+    report.Say("%s.xml: %s", name.base.c_str(), error.text());
+    return false;
+  }
+  FileVerifier verifier(name, description, report);
+  std::string fileName;
+  if (!description.isPerFrame) {
+    SingleFileName(name.base, description.Tag(), &fileName);
+    return verifier.Verify(fileName);
+  }
+  bool sound = CheckTimes(description, report);
+  std::uint32_t broken = 0;
+  for (std::uint32_t i = 0; i < description.times.Count(); ++i) {
+    if (broken == kMostBrokenFiles) {
+      report.Say("%s: %u files are broken, the rest is not looked at", name.base.c_str(), broken);
+      return false;
+    }
+    const std::int32_t tick = description.times.At(i);
+    FrameFileName(name.base, description.Tag(), description.ticksPerFrame, tick, &fileName);
+    const bool whole = verifier.Verify(fileName) &&
+                       CheckFrame(description, tick, verifier.Scanned(), fileName, report);
+    broken += whole ? 0 : 1;
+    sound = whole && sound;
+  }
+  return sound;
+}
+
+}  // namespace kelsdk::nc

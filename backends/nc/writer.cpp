@@ -1,0 +1,337 @@
+#include "backends/nc/writer.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include "backends/nc/array_fetch.h"
+#include "backends/nc/checksum.h"
+#include "backends/nc/codec.h"
+
+namespace kelsdk::nc {
+namespace {
+
+using io::Error;
+
+// Room in an index from the start, so that what is written most seldom reallocates.
+constexpr std::size_t kIndexReserve = 1024;
+
+bool MakeIdentity(Identity* identity, Error& error) {
+  if (::getrandom(identity->data(), identity->size(), 0) ==
+      static_cast<ssize_t>(identity->size())) {
+    return true;
+  }
+  return error.SetSystem(errno, "no random identity");
+}
+
+std::uint64_t Now() {
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<std::uint64_t>(
+      std::chrono::duration_cast<std::chrono::nanoseconds>(sinceEpoch).count());
+}
+
+// 0 in `latest` means none: no array stands at the start of a file.
+bool IsRepeat(const SampleEntry& latest, const SampleEntry& entry) {
+  return latest.offset != 0 && latest.count == entry.count && latest.checksum == entry.checksum;
+}
+
+FileHeader HeaderOf(const Description& description) {
+  FileHeader header;
+  header.identity = description.identity;
+  header.created = description.created;
+  header.ticksPerFrame = description.ticksPerFrame;
+  header.isCompact = description.isCompact;
+  header.isPerFrame = description.isPerFrame;
+  return header;
+}
+
+}  // namespace
+
+CacheWriter::~CacheWriter() {
+  if (published_ || partial_.folder.empty() || holdsData_ || failure_) return;
+  try {
+    DiscardPartial(&partial_);
+  } catch (const std::bad_alloc&) {
+    // Without memory the empty folder stays.
+  }
+}
+
+bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
+                        Error& error) {
+  const bool isCompact = tag != nullptr && std::strcmp(tag, "ncc") == 0;
+  if (!isCompact && (tag == nullptr || std::strcmp(tag, "ncx") != 0)) {
+    return error.Set(Error::eRefused, "the data-file tag is neither \"ncx\" nor \"ncc\"");
+  }
+  if (ticksPerFrame < 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
+  description_.isPerFrame = isPerFrame;
+  description_.isCompact = isCompact;
+  description_.ticksPerFrame = ticksPerFrame;
+  description_.created = Now();
+  if (!MakeIdentity(&description_.identity, error)) return false;
+  Partial partial;
+  if (!CreatePartial(name, description_.identity, &partial, error)) return false;
+  partial_ = std::move(partial);
+  if (isPerFrame) return true;
+  SingleFileName(name.base, tag, &fileName_);
+  return data_.Create(partial_.folder + fileName_, HeaderOf(description_), error);
+}
+
+bool CacheWriter::AddChannel(const char* name, const char* interpretation, EType type,
+                             std::uint32_t interval, std::uint32_t* index, Error& error) {
+  if (!CanWrite(error) || !CheckChannelTexts(name, interpretation, error)) return false;
+  if (!IsElementType(static_cast<std::uint32_t>(type))) {
+    return error.Set(Error::eRefused, "element type %d is unknown", static_cast<int>(type));
+  }
+  for (const Channel& channel : description_.channels) {
+    if (channel.name == name) {
+      return error.Set(Error::eRefused, "there is a channel \"%.64s\" already", name);
+    }
+  }
+  Channel channel;
+  channel.name = name;
+  channel.interpretation = interpretation;
+  channel.type = type;
+  channel.interval = interval;
+  std::vector<SampleEntry> samples;
+  samples.reserve(kIndexReserve);
+  const std::size_t count = description_.channels.size();
+  description_.channels.reserve(count + 1);
+  latest_.reserve(count + 1);
+  indices_.reserve(count + 1);
+  frameIndices_.resize(count + 1);
+  description_.channels.push_back(std::move(channel));
+  latest_.emplace_back();
+  indices_.push_back(std::move(samples));
+  *index = static_cast<std::uint32_t>(count);
+  return true;
+}
+
+bool CacheWriter::CanWrite(Error& error) const {
+  if (!failure_) return true;
+  error = failure_;
+  return false;
+}
+
+bool CacheWriter::Fail(const Error& error) {
+  failure_ = error;
+  return false;
+}
+
+// Stands while a step is under way that must not be left half done, and is cleared behind it: what
+// running out of memory interrupts counts as failed.
+void CacheWriter::ArmFailure() {
+  failure_.Set(Error::eNoMemory, "writing was interrupted for lack of memory");
+}
+
+bool CacheWriter::BeginBlock(std::int32_t tick, Error& error) {
+  if (!CanWrite(error) || !EndBlock(error)) return false;
+  inBlock_ = true;
+  blockTick_ = tick;
+  blockArrays_ = 0;
+  return true;
+}
+
+bool CacheWriter::CheckArray(std::uint32_t channel, std::int32_t tick, const void* array,
+                             std::uint32_t count, Error& error) const {
+  if (!CanWrite(error)) return false;
+  if (!inBlock_) return error.Set(Error::eRefused, "no time block is open");
+  if (channel >= description_.channels.size()) {
+    return error.Set(Error::eRefused, "channel %u of %zu", channel, description_.channels.size());
+  }
+  if (tick != blockTick_) {
+    return error.Set(Error::eRefused, "an array of tick %d in the time block of tick %d", tick,
+                     blockTick_);
+  }
+  if (ElementSize(description_.channels[channel].type) == 0) {
+    return error.Set(Error::eRefused, "channel %u is of a type that holds no arrays", channel);
+  }
+  if (array == nullptr && count != 0) return error.Set(Error::eRefused, "no array is given");
+  return true;
+}
+
+bool CacheWriter::AddArray(std::uint32_t channel, std::int32_t tick, const void* array,
+                           std::uint32_t count, Error& error) {
+  if (!CheckArray(channel, tick, array, count, error)) return false;
+  const EType type = description_.channels[channel].type;
+  SampleEntry entry;
+  entry.tick = tick;
+  entry.count = count;
+  entry.checksum = Checksum(array, static_cast<std::size_t>(ArraySize(type, count)));
+  // What can run out of memory comes before the file changes.
+  std::vector<SampleEntry>& index = indices_[channel];
+  if (index.size() == index.capacity()) index.reserve(2 * index.capacity());
+  if (!OpenForBlock(error)) return Fail(error);
+  DeclareChannels();
+  SampleEntry& latest = latest_[channel];
+  if (!description_.isPerFrame && IsRepeat(latest, entry)) {
+    entry.offset = latest.offset;
+    entry.storedSize = latest.storedSize;
+    data_.AddRepeat(channel, type, entry);
+  } else if (!StoreArray(channel, array, &entry, error)) {
+    return Fail(error);
+  }
+  latest = entry;
+  holdsData_ = true;
+  ++blockArrays_;
+  InsertSample(&index, entry);
+  return true;
+}
+
+bool CacheWriter::StoreArray(std::uint32_t channel, const void* array, SampleEntry* entry,
+                             Error& error) {
+  const EType type = description_.channels[channel].type;
+  std::size_t encodedSize = 0;
+  const bool compact =
+      description_.isCompact && EncodeArray(type, array, entry->count, &scratch_, &encodedSize);
+  return data_.AddArray(channel, type, array, compact ? scratch_.data() : nullptr, encodedSize,
+                        entry, error);
+}
+
+// The single data file is always open; a frame's is opened with its first array.
+bool CacheWriter::OpenForBlock(Error& error) {
+  if (data_.IsOpen()) return true;
+  const int tick = blockTick_;
+  FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame, tick,
+                &fileName_);
+  path_.assign(partial_.folder).append(fileName_);
+  declared_ = 0;
+  blockCount_ = 0;
+  const auto place = std::lower_bound(fileTimes_.begin(), fileTimes_.end(), tick);
+  if (place != fileTimes_.end() && *place == tick) return ReopenFrame(error);
+  fileTimes_.insert(place, tick);
+  return data_.Create(path_, HeaderOf(description_), error);
+}
+
+bool CacheWriter::ReopenFrame(Error& error) {
+  io::InputFile file;
+  if (!file.Open(path_.c_str(), error)) return false;
+  std::uint8_t bytes[kTrailerSize];
+  Trailer trailer;
+  if (file.Size() < kTrailerSize ||
+      !file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, error) ||
+      !LoadTrailer(bytes, &trailer) || trailer.identity != description_.identity) {
+    return error.Set(Error::eDamaged, "the frame's file has been changed by others");
+  }
+  file.Close();
+  declared_ = trailer.channelCount;
+  blockCount_ = trailer.blockCount;
+  return data_.Reopen(path_, trailer.dataEnd, error);
+}
+
+void CacheWriter::DeclareChannels() {
+  for (; declared_ < description_.channels.size(); ++declared_) {
+    data_.AddChannel(declared_, description_.channels[declared_]);
+  }
+}
+
+bool CacheWriter::EndBlock(Error& error) {
+  if (!CanWrite(error)) return false;
+  if (!inBlock_) return true;
+  inBlock_ = false;
+  if (blockArrays_ == 0) return true;
+  ArmFailure();
+  ++blockCount_;
+  const bool ended = description_.isPerFrame ? FinishFrame(error)
+                                             : data_.EndBlock(blockTick_, blockArrays_, error);
+  if (!ended) return Fail(error);
+  failure_.Clear();
+  return true;
+}
+
+bool CacheWriter::FinishFrame(Error& error) {
+  for (std::size_t i = 0; i < indices_.size(); ++i) {
+    frameIndices_[i].clear();
+    const std::uint32_t upTo = Times(indices_[i]).CountUpTo(blockTick_);
+    if (upTo > 0 && indices_[i][upTo - 1].tick == blockTick_) {
+      frameIndices_[i].push_back(indices_[i][upTo - 1]);
+    }
+  }
+  DeclareChannels();
+  return data_.EndBlock(blockTick_, blockArrays_, error) &&
+         data_.Finish(description_.channels, frameIndices_, description_.identity, blockCount_,
+                      error) &&
+         data_.Close(error);
+}
+
+bool CacheWriter::FinishSingle(Error& error) {
+  // A block of no arrays makes whole what channels were declared since the last one.
+  if (declared_ < description_.channels.size() || blockCount_ == 0) {
+    DeclareChannels();
+    ++blockCount_;
+    if (!data_.EndBlock(0, 0, error)) return false;
+  }
+  return data_.Finish(description_.channels, indices_, description_.identity, blockCount_, error) &&
+         data_.Close(error);
+}
+
+bool CacheWriter::Finish(Error& error) {
+  if (!EndBlock(error)) return false;
+  ArmFailure();
+  if (!description_.isPerFrame && !FinishSingle(error)) return Fail(error);
+  if (description_.isPerFrame) DescribeTimes();
+  if (!Publish(&partial_, &description_, error)) return Fail(error);
+  published_ = true;
+  return true;
+}
+
+void CacheWriter::DescribeTimes() {
+  for (const std::int32_t tick : fileTimes_) description_.times.Append(tick);
+  for (std::size_t i = 0; i < indices_.size(); ++i) {
+    const std::vector<SampleEntry>& index = indices_[i];
+    Channel& channel = description_.channels[i];
+    // Its samples are among the files, so equal in number means equal.
+    channel.hasOwnTimes = index.size() != fileTimes_.size();
+    if (!channel.hasOwnTimes) continue;
+    for (const SampleEntry& entry : index) channel.times.Append(entry.tick);
+  }
+}
+
+Extent CacheWriter::ExtentOf(std::uint32_t channel) const {
+  const std::vector<SampleEntry>& index = indices_[channel];
+  if (index.empty()) return {};
+  return {static_cast<std::uint32_t>(index.size()), index.front().tick, index.back().tick,
+          CommonInterval(index)};
+}
+
+bool CacheWriter::TimesOf(std::uint32_t channel, Times* times, Error&) {
+  *times = Times(indices_[channel]);
+  return true;
+}
+
+bool CacheWriter::Locate(std::uint32_t channel, std::uint32_t sample, SampleEntry* entry, Error&) {
+  *entry = indices_[channel][sample];
+  return true;
+}
+
+bool CacheWriter::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t, void* array,
+                        Error& error) {
+  const EType type = description_.channels[channel].type;
+  if (data_.IsOpen() && (!description_.isPerFrame || entry.tick == blockTick_)) {
+    return FetchArray(data_, type, entry, array, &scratch_, error);
+  }
+  FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame, entry.tick,
+                &fileName_);
+  path_.assign(partial_.folder).append(fileName_);
+  io::InputFile file;
+  return file.Open(path_.c_str(), error) && FetchArray(file, type, entry, array, &scratch_, error);
+}
+
+bool CacheWriter::DataFileName(std::uint32_t file, std::string* name) const {
+  if (file >= DataFileCount()) return false;
+  if (description_.isPerFrame) {
+    FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame,
+                  fileTimes_[file], name);
+  } else {
+    SingleFileName(partial_.name.base, description_.Tag(), name);
+  }
+  return true;
+}
+
+std::uint32_t CacheWriter::DataFileCount() const {
+  return description_.isPerFrame ? static_cast<std::uint32_t>(fileTimes_.size()) : 1;
+}
+
+}  // namespace kelsdk::nc

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "backends/nc/data_writer.h"
+#include "backends/nc/publish.h"
+#include "backends/nc/session.h"
+
+namespace kelsdk::nc {
+
+/// A cache being written. Its files gather in a folder of their own until Finish puts them in the
+/// place of an older cache; ending the object without that leaves them for `recover`, unless
+/// nothing has been written. A failed write is remembered: from then on nothing more is written and
+/// Finish refuses.
+///
+/// Operations may throw std::bad_alloc.
+class CacheWriter : public Session {
+ public:
+  CacheWriter() = default;
+  ~CacheWriter() override;
+
+  bool Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
+             io::Error& error);
+
+  /// @param interval  the declared sampling interval in ticks, 0 for the ticks per frame
+  bool AddChannel(const char* name, const char* interpretation, EType type, std::uint32_t interval,
+                  std::uint32_t* index, io::Error& error);
+
+  /// Ends the block before it.
+  bool BeginBlock(std::int32_t tick, io::Error& error);
+  bool AddArray(std::uint32_t channel, std::int32_t tick, const void* array, std::uint32_t count,
+                io::Error& error);
+  /// Does nothing outside a block.
+  bool EndBlock(io::Error& error);
+  bool Finish(io::Error& error);
+
+  const Description& Info() const override { return description_; }
+  Extent ExtentOf(std::uint32_t channel) const override;
+  bool TimesOf(std::uint32_t channel, Times* times, io::Error& error) override;
+  bool Locate(std::uint32_t channel, std::uint32_t sample, SampleEntry* entry,
+              io::Error& error) override;
+  bool Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick, void* array,
+             io::Error& error) override;
+  bool DataFileName(std::uint32_t file, std::string* name) const override;
+  std::uint32_t DataFileCount() const override;
+
+ private:
+  bool CheckArray(std::uint32_t channel, std::int32_t tick, const void* array, std::uint32_t count,
+                  io::Error& error) const;
+  bool CanWrite(io::Error& error) const;
+  bool Fail(const io::Error& error);
+  void ArmFailure();
+  bool OpenForBlock(io::Error& error);
+  bool ReopenFrame(io::Error& error);
+  void DeclareChannels();
+  bool StoreArray(std::uint32_t channel, const void* array, SampleEntry* entry, io::Error& error);
+  bool FinishFrame(io::Error& error);
+  bool FinishSingle(io::Error& error);
+  void DescribeTimes();
+
+  Partial partial_;
+  Description description_;
+  DataWriter data_;
+  std::uint32_t declared_ = 0;                     // channels with a record in the open data file
+  std::uint32_t blockCount_ = 0;                   // in the open data file
+  std::vector<std::vector<SampleEntry>> indices_;  // by channel
+  std::vector<SampleEntry> latest_;                // by channel, the array written last
+  std::vector<std::int32_t> fileTimes_;            // per-frame layout: the files, ascending
+  std::vector<std::vector<SampleEntry>> frameIndices_;
+  std::vector<std::uint8_t> scratch_;
+  std::string fileName_;
+  std::string path_;
+
+  bool inBlock_ = false;
+  std::int32_t blockTick_ = 0;
+  std::uint32_t blockArrays_ = 0;
+  bool holdsData_ = false;
+  bool published_ = false;
+  io::Error failure_;
+};
+
+}  // namespace kelsdk::nc
