@@ -1,0 +1,172 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backends/nc/element_type.h"
+#include "backends/zuCacheFileInterface.h"
+#include "host/KelMemory.h"
+#include "tests/support/fixture.h"
+
+namespace kelsdk::nc {
+
+using Cache = zuCacheFileInterface;
+using test::Bytes;
+
+/// One array that a test writes and expects back.
+struct Sample {
+  unsigned int channel;
+  int tick;
+  Bytes array;
+};
+
+struct ChannelSpec {
+  const char* name;
+  EType type;
+};
+
+/// A cache to write: what to declare and what to write, in that order. Neighbours of one tick share
+/// a time block.
+struct CacheSpec {
+  Cache::cacheFileFormat format = Cache::eSingleFile;
+  const char* tag = "ncx";
+  int ticksPerFrame = 250;
+  std::vector<ChannelSpec> channels;
+  std::vector<Sample> samples;
+};
+
+/// An array of something smooth, so that it compresses, and different for every seed.
+inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
+  Bytes bytes(elements * ElementSize(type));
+  const bool isDouble =
+      type == zuCacheData::eNCDoubleArray || type == zuCacheData::eNCDoubleVectorArray;
+  const std::size_t valueSize = isDouble ? 8 : 4;
+  for (std::size_t i = 0; i < bytes.size() / valueSize; ++i) {
+    const double value = std::sin(0.01 * static_cast<double>(i) + seed) * 100 + seed;
+    const auto narrow = static_cast<float>(value);
+    const auto whole = static_cast<std::int32_t>(value);
+    const void* source = isDouble ? static_cast<const void*>(&value) : &narrow;
+    if (type == zuCacheData::eNCInt32Array) source = &whole;
+    std::memcpy(bytes.data() + i * valueSize, source, valueSize);
+  }
+  return bytes;
+}
+
+inline unsigned int CountOf(EType type, const Bytes& array) {
+  return static_cast<unsigned int>(array.size() / ElementSize(type));
+}
+
+/// Declares and writes all of it but the end.
+inline bool WriteOpen(Cache& cache, const std::string& folder, const char* base,
+                      const CacheSpec& spec) {
+  if (!cache.initFileWrite(folder.c_str(), base, spec.format, spec.tag, spec.ticksPerFrame)) {
+    return false;
+  }
+  for (const ChannelSpec& channel : spec.channels) {
+    unsigned int index = 0;
+    if (!cache.addChannel(channel.name, "Points", channel.type, index)) return false;
+  }
+  for (std::size_t i = 0; i < spec.samples.size(); ++i) {
+    const Sample& sample = spec.samples[i];
+    const bool begins = i == 0 || spec.samples[i - 1].tick != sample.tick;
+    if (begins && !cache.beginWriteAtTime(sample.tick)) return false;
+    Bytes array = sample.array;
+    if (!cache.addArrayData(sample.channel, sample.tick, array.data(),
+                            CountOf(spec.channels[sample.channel].type, array))) {
+      return false;
+    }
+    const bool ends = i + 1 == spec.samples.size() || spec.samples[i + 1].tick != sample.tick;
+    if (ends && !cache.endWriteAtTime()) return false;
+  }
+  return true;
+}
+
+inline bool Write(const std::string& folder, const char* base, const CacheSpec& spec) {
+  Cache cache;
+  return WriteOpen(cache, folder, base, spec) && cache.endFileWrite();
+}
+
+/// The array at a time; nothing when the cache answers false.
+inline std::optional<Bytes> ReadArray(Cache& cache, unsigned int channel, int tick) {
+  unsigned int count = 0;
+  EType type = zuCacheData::eNCUnknownData;
+  if (!cache.channelDataType(channel, type) || !cache.getArrayLengthAtTime(channel, tick, count)) {
+    return std::nullopt;
+  }
+  Bytes array(count * ElementSize(type) + 1);  // a place even for nothing
+  void* data = array.data();
+  if (!cache.getArrayDataAtTime(channel, tick, data, count)) return std::nullopt;
+  array.resize(count * ElementSize(type));
+  return array;
+}
+
+/// Every sample that a cache hands out, channel by channel, tick by tick.
+using Contents = std::vector<std::map<int, Bytes>>;
+
+/// What a spec amounts to: of two samples of one time the later.
+inline Contents ContentsOf(const CacheSpec& spec) {
+  Contents contents(spec.channels.size());
+  for (const Sample& sample : spec.samples) contents[sample.channel][sample.tick] = sample.array;
+  return contents;
+}
+
+/// All that can be read; an unreadable sample is left out.
+inline Contents ReadAll(Cache& cache) {
+  Contents contents(cache.numChannels());
+  for (unsigned int channel = 0; channel < contents.size(); ++channel) {
+    for (unsigned int i = 0; i < cache.getDataCount(channel); ++i) {
+      int tick = 0;
+      if (!cache.getDataTime(channel, i, tick)) continue;
+      if (const auto array = ReadArray(cache, channel, tick)) contents[channel][tick] = *array;
+    }
+  }
+  return contents;
+}
+
+inline std::optional<Contents> ReadCache(const std::string& folder, const char* base) {
+  Cache cache;
+  if (!cache.initFileRead(base, folder.c_str())) return std::nullopt;
+  return ReadAll(cache);
+}
+
+/// Regular frames 0, 1, ... of one float-vector channel.
+inline CacheSpec Frames(int frames, std::size_t points, int seed = 0) {
+  CacheSpec spec;
+  spec.channels = {{"P", zuCacheData::eNCFloatVectorArray}};
+  for (int i = 0; i < frames; ++i) {
+    spec.samples.push_back({0, i * spec.ticksPerFrame,
+                            MakeArray(zuCacheData::eNCFloatVectorArray, points, seed + i + 1)});
+  }
+  return spec;
+}
+
+/// The lines that verify or recover say.
+struct Lines {
+  std::vector<std::string> lines;
+  static void Add(void* context, const char* line) {
+    static_cast<Lines*>(context)->lines.emplace_back(line);
+  }
+  std::string All() const {
+    std::string all;
+    for (const std::string& line : lines) all += line + "\n";
+    return all;
+  }
+};
+
+class NcTest : public test::FileTest {
+ protected:
+  std::string Folder() const { return folder_.path() + "/"; }
+  testing::AssertionResult Verifies(const char* base) const {
+    Lines said;
+    if (Cache::verify(Folder().c_str(), base, Lines::Add, &said))
+      return testing::AssertionSuccess();
+    return testing::AssertionFailure() << said.All();
+  }
+};
+
+}  // namespace kelsdk::nc
