@@ -1,6 +1,7 @@
 #include "backends/nc/checksum.h"
 
 #define XXH_INLINE_ALL
+#define XXH_NO_PREFETCH  // the arrays have just been read or made
 #include <xxhash.h>
 
 namespace kelsdk::nc {

@@ -7,8 +7,12 @@ namespace {
 
 using io::Error;
 
-// What a group may take in memory, and how far apart its arrays may stand. Above it the system call
-// saved is nothing beside the copy that a group costs.
+// An array of a group is copied once more than one read by itself. Up to this size that costs less
+// than the system call it saves: measured with eight channels in the page cache, groups are 1.13
+// times as fast at 12 KB an array, as fast at 36 KB, and 0.93 times at 120 KB.
+constexpr std::uint64_t kLargestGroupedArray = 32u << 10;
+
+// What a group may take in memory, and how far apart its arrays may stand.
 constexpr std::uint64_t kLargestGroup = 1u << 20;
 constexpr std::uint64_t kWidestGap = 4096;
 
@@ -126,7 +130,8 @@ bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::in
     if (const std::uint8_t* stored = group_.Find(entry)) {
       return UnpackArray(type, entry, stored, array, error);
     }
-    const FileRange group = GroupAround(channel, entry);
+    const FileRange group =
+        entry.storedSize <= kLargestGroupedArray ? GroupAround(channel, entry) : RangeOf(entry);
     if (group.Size() > entry.storedSize) {
       return group_.Read(data_.File(), group, type, entry, array, error);
     }
@@ -148,7 +153,8 @@ FileRange CacheReader::GroupAround(std::uint32_t channel, const SampleEntry& ent
   for (std::uint32_t other = 0; other < lastRead_.size(); ++other) {
     if (other == channel || lastRead_[other] + 1 != timesRead_) continue;
     SampleEntry candidate;
-    if (EntryAt(other, entry.tick, &candidate)) candidates_.push_back(RangeOf(candidate));
+    if (EntryAt(other, entry.tick, &candidate) && candidate.storedSize <= kLargestGroupedArray)
+      candidates_.push_back(RangeOf(candidate));
   }
   std::sort(candidates_.begin(), candidates_.end(),
             [](const FileRange& a, const FileRange& b) { return a.begin < b.begin; });
