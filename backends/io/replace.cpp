@@ -69,6 +69,15 @@ bool SyncFolderOf(const char* path, Error& error) {
   return error.SetSystem(reason, "making the folder durable");
 }
 
+bool SyncFileSystemOf(const char* folder, Error& error) {
+  const int descriptor = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return error.SetSystem(errno, "opening the folder");
+  const bool synced = ::syncfs(descriptor) == 0;
+  const int reason = errno;
+  ::close(descriptor);
+  return synced || error.SetSystem(reason, "making the file system durable");
+}
+
 bool Remove(const char* path, Error& error) {
   if (::unlink(path) == 0) return true;
   return error.SetSystem(errno, "removing");

@@ -23,6 +23,10 @@ bool Rename(const char* from, const char* to, Error& error);
 /// Makes the names in the folder of `path` durable. May throw std::bad_alloc.
 bool SyncFolderOf(const char* path, Error& error);
 
+/// Makes everything durable that was written to the file system that holds a folder: for many files
+/// one call in place of one each.
+bool SyncFileSystemOf(const char* folder, Error& error);
+
 bool Remove(const char* path, Error& error);
 
 /// The folder of a path with a final "/"; "./" for a bare name.

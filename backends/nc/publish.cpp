@@ -20,9 +20,21 @@ using io::Error;
 constexpr unsigned int kFolderMode = 0777;       // before the process's mask
 constexpr unsigned int kDescriptionMode = 0666;  // likewise
 
+// One call for each of 100,000 files takes minutes.
+constexpr std::uint32_t kMostFilesSyncedSingly = 64;
+
 bool SyncFile(const std::string& path, Error& error) {
   io::OutputFile file;
   return file.OpenExisting(path.c_str(), error) && file.Sync(error) && file.Close(error);
+}
+
+bool SyncDataFiles(const Partial& partial, const Description& description, Error& error) {
+  if (description.isPerFrame && description.times.Count() > kMostFilesSyncedSingly) {
+    return io::SyncFileSystemOf(partial.folder.c_str(), error);
+  }
+  return ForEachDataFile(description, partial.name.base, [&](const std::string& fileName) {
+    return SyncFile(partial.folder + fileName, error);
+  });
 }
 
 // The identity of the cache that stands at the target; none when that one cannot be read.
@@ -88,10 +100,7 @@ void DiscardPartial(Partial* partial) {
 }
 
 bool Publish(Partial* partial, Description* description, Error& error) {
-  const bool synced = ForEachDataFile(
-      *description, partial->name.base,
-      [&](const std::string& fileName) { return SyncFile(partial->folder + fileName, error); });
-  if (!synced) return false;
+  if (!SyncDataFiles(*partial, *description, error)) return false;
   description->replaced = StandingIdentity(partial->name);
   return WriteDescription(partial, *description, error) &&
          io::SyncFolderOf(partial->folder.c_str(), error) &&
