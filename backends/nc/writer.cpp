@@ -74,7 +74,10 @@ bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag,
   Partial partial;
   if (!CreatePartial(name, description_.identity, &partial, error)) return false;
   partial_ = std::move(partial);
-  if (isPerFrame) return true;
+  if (isPerFrame) {
+    fileTimes_.reserve(kIndexReserve);
+    return true;
+  }
   SingleFileName(name.base, tag, &fileName_);
   return data_.Create(partial_.folder + fileName_, HeaderOf(description_), error);
 }
