@@ -19,6 +19,9 @@ using io::Error;
 // Room in an index from the start, so that what is written most seldom reallocates.
 constexpr std::size_t kIndexReserve = 1024;
 
+// "Frame", a tick, "Tick", a tick, the tag.
+constexpr std::size_t kLongestNameEnding = 48;
+
 bool MakeIdentity(Identity* identity, Error& error) {
   if (::getrandom(identity->data(), identity->size(), 0) ==
       static_cast<ssize_t>(identity->size())) {
@@ -74,6 +77,8 @@ bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag,
   Partial partial;
   if (!CreatePartial(name, description_.identity, &partial, error)) return false;
   partial_ = std::move(partial);
+  fileName_.reserve(name.base.size() + kLongestNameEnding);
+  path_.reserve(partial_.folder.size() + fileName_.capacity());
   if (isPerFrame) {
     fileTimes_.reserve(kIndexReserve);
     return true;
