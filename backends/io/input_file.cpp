@@ -59,4 +59,10 @@ bool InputFile::ReadScatter(std::uint64_t offset, struct iovec* runs, int runCou
   return ReadScatterFully(descriptor_, offset, runs, runCount, error);
 }
 
+bool InputFile::ReadSplitAt(std::uint64_t offset, void* head, std::size_t headCount, void* body,
+                            std::size_t bodyCount, Error& error) const {
+  struct iovec runs[] = {{head, headCount}, {body, bodyCount}};
+  return ReadScatter(offset, runs, 2, error);
+}
+
 }  // namespace kelsdk::io

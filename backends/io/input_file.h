@@ -34,6 +34,10 @@ class InputFile {
   /// The same into several runs of memory; see ReadScatterFully.
   bool ReadScatter(std::uint64_t offset, struct iovec* runs, int runCount, Error& error) const;
 
+  /// The same, the first `headCount` bytes into `head` and the rest into `body`.
+  bool ReadSplitAt(std::uint64_t offset, void* head, std::size_t headCount, void* body,
+                   std::size_t bodyCount, Error& error) const;
+
  private:
   int descriptor_ = -1;
   std::uint64_t size_ = 0;
