@@ -1,51 +1,185 @@
-// Not served yet: no archive opens.
 #include "backends/AlembicInterface.h"
 
-AlembicInterface::AlembicInterface(bool /*readOnly*/) : impl(nullptr) {}
-AlembicInterface::~AlembicInterface() = default;
-bool AlembicInterface::Open(const char*, int) {
-  return false;
+#include <algorithm>
+#include <memory>
+#include <new>
+
+#include "backends/alembic/archive.h"
+#include "backends/alembic/channels.h"
+#include "backends/alembic/report.h"
+#include "backends/io/error.h"
+#include "backends/io/guard.h"
+
+using kelsdk::KelString;
+using kelsdk::KelTime;
+using kelsdk::alembic::ChannelList;
+using kelsdk::alembic::Property;
+using kelsdk::alembic::TimeSampling;
+using kelsdk::io::Error;
+using kelsdk::io::Guarded;
+
+struct AlembicInterface::Impl {
+  std::unique_ptr<ChannelList> channels;
+  Error error;
+
+  bool Has(unsigned int channel) {
+    if (channels == nullptr) return error.Set(Error::eRefused, "no archive is open");
+    if (channel < channels->Count()) return true;
+    return error.Set(Error::eRefused, "channel %u, the archive has %u", channel, channels->Count());
+  }
+};
+
+namespace {
+
+// False, with the reason, when there was no memory for the text.
+bool Assign(KelString& to, const char* text, Error& error) {
+  to = text;
+  return to.IsValid() || error.Set(Error::eNoMemory, "not enough memory");
 }
+
+AlembicChannelInfo::ESampling SamplingOf(TimeSampling::EKind kind) {
+  switch (kind) {
+    case TimeSampling::eCyclic: return AlembicChannelInfo::eCyclic;
+    case TimeSampling::eAcyclic: return AlembicChannelInfo::eAcyclic;
+    case TimeSampling::eUniform:
+    case TimeSampling::eInvalid: break;
+  }
+  return AlembicChannelInfo::eUniform;
+}
+
+bool FillInfo(ChannelList& channels, unsigned int channel, AlembicChannelInfo& info, Error& error) {
+  const Property& property = channels.PropertyOf(channel);
+  const TimeSampling& sampling = channels.SamplingOf(channel);
+  const std::string& metadata = channels.archive().hierarchy().metadata[property.metadata];
+  const std::string interpretation(kelsdk::alembic::MetadataValue(metadata, "interpretation"));
+  if (!Assign(info.name, channels.Name(channel).c_str(), error) ||
+      !Assign(info.type, kelsdk::alembic::TypeText(property).c_str(), error) ||
+      !Assign(info.interpretation, interpretation.c_str(), error)) {
+    return false;
+  }
+  info.sampleCount = channels.SampleCount(channel);
+  if (!channels.BufferLength(channel, info.elementCount, error)) info.elementCount = 0;
+  info.start = channels.Start(channel);
+  info.end = channels.End(channel);
+  info.sampling = SamplingOf(sampling.kind);
+  info.period = sampling.period;
+  info.constant = property.IsConstant();
+  return true;
+}
+
+}  // namespace
+
+AlembicInterface::AlembicInterface(bool /*readOnly*/) : impl(new (std::nothrow) Impl) {}
+
+AlembicInterface::~AlembicInterface() {
+  delete impl;
+}
+
+bool AlembicInterface::Open(const char* fileName, int /*flags*/) {
+  if (impl == nullptr) return false;
+  return Guarded(impl->error, false, [&] {
+    impl->channels.reset();
+    if (fileName == nullptr) return impl->error.Set(Error::eRefused, "no file name");
+    auto archive = kelsdk::alembic::OpenArchive(fileName, impl->error);
+    if (archive == nullptr) return false;
+    impl->channels = std::make_unique<ChannelList>(std::move(archive));
+    return true;
+  });
+}
+
 int AlembicInterface::GetNumChannels() const {
-  return 0;
+  if (impl == nullptr || impl->channels == nullptr) return 0;
+  return static_cast<int>(impl->channels->Count());
 }
-bool AlembicInterface::GetChannelIdFromName(const char*, unsigned int&) {
-  return false;
+
+bool AlembicInterface::GetChannelIdFromName(const char* channelName, unsigned int& channelId) {
+  if (impl == nullptr) return false;
+  return Guarded(impl->error, false, [&] {
+    if (impl->channels == nullptr || channelName == nullptr)
+      return impl->error.Set(Error::eRefused, "no archive is open, or no name was given");
+    if (impl->channels->Find(channelName, channelId)) return true;
+    return impl->error.Set(Error::eNotFound, "no channel is called \"%s\"", channelName);
+  });
 }
-bool AlembicInterface::GetChannelName(unsigned int, kelsdk::KelString&) {
-  return false;
+
+bool AlembicInterface::GetChannelName(unsigned int channelIndex, KelString& channelName) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return false;
+  return Guarded(impl->error, false, [&] {
+    return Assign(channelName, impl->channels->Name(channelIndex).c_str(), impl->error);
+  });
 }
-unsigned int AlembicInterface::GetChannelNumSamples(unsigned int) {
-  return 0;
+
+unsigned int AlembicInterface::GetChannelNumSamples(unsigned int channelIndex) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return 0;
+  return impl->channels->SampleCount(channelIndex);
 }
-bool AlembicInterface::GetChannelStartEnd(unsigned int, kelsdk::KelTime&, kelsdk::KelTime&) {
-  return false;
+
+bool AlembicInterface::GetChannelStartEnd(unsigned int channelIndex, KelTime& start, KelTime& end) {
+  start = KelTime();
+  end = KelTime();
+  if (impl == nullptr || !impl->Has(channelIndex)) return false;
+  start = KelTime::FromSeconds(impl->channels->Start(channelIndex));
+  end = KelTime::FromSeconds(impl->channels->End(channelIndex));
+  return true;
 }
-unsigned int AlembicInterface::GetChannelTypeSize(unsigned int) {
-  return 0;
+
+unsigned int AlembicInterface::GetChannelTypeSize(unsigned int channelIndex) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return 0;
+  return static_cast<unsigned int>(impl->channels->PropertyOf(channelIndex).ElementSize());
 }
-unsigned int AlembicInterface::GetChannelDataLength(unsigned int) {
-  return 0;
+
+unsigned int AlembicInterface::GetChannelDataLength(unsigned int channelIndex) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return 0;
+  return impl->channels->PropertyOf(channelIndex).extent;
 }
-unsigned int AlembicInterface::GetChannelBufferLength(unsigned int) {
-  return 0;
+
+unsigned int AlembicInterface::GetChannelBufferLength(unsigned int channelIndex) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return 0;
+  return Guarded(impl->error, 0u, [&] {
+    std::uint32_t elements = 0;
+    return impl->channels->BufferLength(channelIndex, elements, impl->error) ? elements : 0u;
+  });
 }
-bool AlembicInterface::GetChannelTypeIsFloat(unsigned int) {
-  return false;
+
+bool AlembicInterface::GetChannelTypeIsFloat(unsigned int channelIndex) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return false;
+  return impl->channels->PropertyOf(channelIndex).type == kelsdk::alembic::EPlainType::eFloat32;
 }
-bool AlembicInterface::GetChannelBuffer(unsigned int, float*, unsigned int,
-                                        const kelsdk::KelTime&) {
-  return false;
+
+bool AlembicInterface::GetChannelBuffer(unsigned int channelIndex, float* buffer,
+                                        unsigned int count, const KelTime& time) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return false;
+  if (buffer == nullptr && count != 0)
+    return impl->error.Set(Error::eRefused, "no buffer for %u elements", count);
+  return Guarded(impl->error, false, [&] {
+    return impl->channels->Read(channelIndex, time.GetSeconds(), buffer, count, impl->error);
+  });
 }
+
 const char* AlembicInterface::GetErrorString() const {
-  return "Alembic archives are not served yet";
+  return impl != nullptr ? impl->error.text() : "not enough memory";
 }
-bool AlembicInterface::GetChannelInfo(unsigned int, AlembicChannelInfo&) {
-  return false;
+
+bool AlembicInterface::GetChannelInfo(unsigned int channelIndex, AlembicChannelInfo& info) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return false;
+  return Guarded(impl->error, false,
+                 [&] { return FillInfo(*impl->channels, channelIndex, info, impl->error); });
 }
-bool AlembicInterface::ListTree(ReportFunction, void*) {
-  return false;
+
+bool AlembicInterface::ListTree(ReportFunction report, void* context) {
+  if (impl == nullptr) return false;
+  return Guarded(impl->error, false, [&] {
+    if (impl->channels == nullptr) return impl->error.Set(Error::eRefused, "no archive is open");
+    kelsdk::alembic::ListTree(impl->channels->archive().hierarchy(), {report, context});
+    return true;
+  });
 }
-bool AlembicInterface::Verify(ReportFunction, void*) {
-  return false;
+
+bool AlembicInterface::Verify(ReportFunction report, void* context) {
+  if (impl == nullptr) return false;
+  return Guarded(impl->error, false, [&] {
+    if (impl->channels == nullptr) return impl->error.Set(Error::eRefused, "no archive is open");
+    if (kelsdk::alembic::Verify(impl->channels->archive(), {report, context})) return true;
+    return impl->error.Set(Error::eDamaged, "the archive is damaged; each problem was reported");
+  });
 }

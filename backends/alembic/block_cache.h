@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "backends/io/input_file.h"
+
+namespace kelsdk::alembic {
+
+/// Serves many small reads of one file from a few large ones. Headers lie close together, but each
+/// takes several reads of a few bytes; on a network drive every one of them would be a round trip.
+/// A file of up to kManyBytes is read in one go.
+class BlockCache {
+ public:
+  static constexpr std::size_t kBlockBytes = 64 * 1024;
+  static constexpr std::size_t kManyBytes = 32 * kBlockBytes;
+
+  /// `file` outlives the cache.
+  explicit BlockCache(const io::InputFile& file) : file_(file) {}
+
+  /// Forgets everything and fits the cache to the size of the file, which is open.
+  void Start();
+
+  /// Copies `count` bytes at `offset`, which the caller has checked against the file's size. Reads
+  /// longer than a block bypass the cache. Throws std::bad_alloc.
+  bool Read(std::uint64_t offset, void* to, std::size_t count, io::Error& error);
+
+  /// Gives back the memory and from now on keeps one block at a time: for a reader that is past its
+  /// headers and stays open for long.
+  void Shrink();
+
+ private:
+  struct Block {
+    std::uint64_t offset = 0;
+    std::size_t size = 0;
+    std::uint64_t lastUse = 0;
+    std::unique_ptr<std::uint8_t[]> bytes;
+  };
+
+  const Block* Find(std::uint64_t offset, io::Error& error);
+  Block& Victim();
+  bool Fill(Block& block, std::uint64_t offset, io::Error& error);
+
+  const io::InputFile& file_;
+  std::size_t blockBytes_ = 0;
+  std::size_t mostBlocks_ = 0;
+  std::uint64_t clock_ = 0;
+  std::size_t recent_ = 0;
+  std::vector<Block> blocks_;
+};
+
+}  // namespace kelsdk::alembic

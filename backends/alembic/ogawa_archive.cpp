@@ -1,0 +1,166 @@
+#include "backends/alembic/ogawa_archive.h"
+
+#include <algorithm>
+
+#include "backends/alembic/ogawa_hierarchy.h"
+#include "backends/io/byte_reader.h"
+#include "backends/io/checked.h"
+
+namespace kelsdk::alembic {
+namespace {
+
+using Ull = unsigned long long;  // for messages
+
+constexpr std::uint64_t kWindowSlots = 512;  // 4 KB for each property in use
+
+// An array's samples have a block of dimensions beside each block of values.
+std::uint64_t SlotsPerSample(const Property& property) {
+  return property.kind == EPropertyKind::eArray ? 2 : 1;
+}
+
+}  // namespace
+
+bool OgawaArchive::Open(const char* path, io::Error& error) {
+  if (!file_.Open(path, error)) return false;
+  if (!HierarchyReader(file_, hierarchy_, sampleGroups_).Read(error)) return false;
+  lists_.resize(hierarchy_.properties.size());
+  listBudget_ = file_.Size();
+  file_.ReleaseHeaders();
+  return true;
+}
+
+bool OgawaArchive::OpenList(PropertyId property, SampleList& list, io::Error& error) {
+  OgawaGroup group;
+  if (!file_.OpenGroup(sampleGroups_[property], "a list of samples", group, error)) return false;
+  const Property& header = hierarchy_.properties[property];
+  const std::uint64_t needed = header.StoredCount() * SlotsPerSample(header);
+  if (needed > group.slotCount) {
+    return error.Set(io::Error::eDamaged, "%llu slots for samples are needed, %llu are stored",
+                     static_cast<Ull>(needed), static_cast<Ull>(group.slotCount));
+  }
+  // No two properties share a list, so all lists together fit the file.
+  if (needed * sizeof(OgawaSlot) > listBudget_) {
+    return error.Set(io::Error::eDamaged, "the lists of samples take more than the file can hold");
+  }
+  if (list.window == nullptr) {
+    list.window =
+        std::make_unique<OgawaSlot[]>(static_cast<std::size_t>(std::min(needed, kWindowSlots)));
+  }
+  listBudget_ -= needed * sizeof(OgawaSlot);
+  group.slotCount = needed;
+  list.group = group;
+  return true;
+}
+
+bool OgawaArchive::MoveWindow(SampleList& list, std::uint64_t slot, io::Error& error) {
+  list.windowCount = 0;
+  const std::uint64_t first = slot - slot % kWindowSlots;
+  const auto count = static_cast<std::size_t>(std::min(kWindowSlots, list.group.slotCount - first));
+  if (!file_.ReadSlots(list.group, first, count, list.window.get(), error)) return false;
+  list.windowFirst = first;
+  list.windowCount = count;
+  return true;
+}
+
+bool OgawaArchive::Locate(PropertyId property, std::uint64_t stored, SampleSlots& slots,
+                          io::Error& error) {
+  SampleList& list = lists_[property];
+  if (list.group.slotCount == 0 && !OpenList(property, list, error)) return false;
+  const std::uint64_t perSample = SlotsPerSample(hierarchy_.properties[property]);
+  const std::uint64_t slot = stored * perSample;
+  const bool inWindow = slot >= list.windowFirst && slot - list.windowFirst < list.windowCount;
+  if (!inWindow && !MoveWindow(list, slot, error)) return false;
+  const OgawaSlot* found = &list.window[static_cast<std::size_t>(slot - list.windowFirst)];
+  slots.values = found[0];
+  slots.dimensions = perSample == 2 ? found[1] : OgawaSlot(~(~std::uint64_t{0} >> 1));
+  if (slots.dimensions.IsData()) return true;
+  return error.Set(io::Error::eDamaged, "the dimensions of a sample are a group, not a block");
+}
+
+bool OgawaArchive::CheckWhole(PropertyId property, std::uint64_t valueBytes,
+                              io::Error& error) const {
+  const Property& header = hierarchy_.properties[property];
+  if (!IsNumeric(header.type) || header.kind == EPropertyKind::eArray) {
+    const std::size_t unit =
+        IsNumeric(header.type) ? header.ElementSize() : PlainTypeSize(header.type);
+    if (valueBytes % unit == 0) return true;
+    return error.Set(io::Error::eDamaged, "a sample of %llu bytes, elements are of %zu bytes",
+                     static_cast<Ull>(valueBytes), unit);
+  }
+  if (valueBytes == header.ElementSize()) return true;
+  return error.Set(io::Error::eDamaged, "a scalar of %llu bytes, %zu are needed",
+                   static_cast<Ull>(valueBytes), header.ElementSize());
+}
+
+bool OgawaArchive::ReadValues(PropertyId property, std::uint64_t stored, void* values,
+                              std::uint64_t room, std::uint64_t& valueBytes, io::Error& error) {
+  SampleSlots slots;
+  if (!Locate(property, stored, slots, error)) return false;
+  SampleList& list = lists_[property];
+  if (!file_.ReadValues(slots.values, list.expectedBytes, values, room, valueBytes, error))
+    return false;
+  list.expectedBytes = valueBytes;
+  return CheckWhole(property, valueBytes, error);
+}
+
+bool OgawaArchive::ReadDimensions(PropertyId property, std::uint64_t stored, Dimensions& dimensions,
+                                  io::Error& error) {
+  SampleSlots slots;
+  std::vector<std::uint8_t> block;
+  if (!Locate(property, stored, slots, error) ||
+      !file_.ReadBlock(slots.dimensions, Dimensions::kMostRank * sizeof(std::uint64_t),
+                       "a block of dimensions", block, error)) {
+    return false;
+  }
+  io::ByteReader in(block.data(), block.size());
+  dimensions.rank = block.size() / sizeof(std::uint64_t);
+  for (std::size_t i = 0; i < dimensions.rank; ++i) dimensions.sizes[i] = in.U64();
+  if (in.AtEnd()) return true;
+  return error.Set(io::Error::eDamaged, "a block of dimensions of %zu bytes", block.size());
+}
+
+bool OgawaArchive::ValueBytes(PropertyId property, std::uint64_t stored, std::uint64_t& valueBytes,
+                              io::Error& error) {
+  SampleSlots slots;
+  if (!Locate(property, stored, slots, error)) return false;
+  const std::uint64_t offset = slots.values.Offset();
+  const std::uint64_t distance =
+      std::max(offset, lastSizeOffset_) - std::min(offset, lastSizeOffset_);
+  const bool sparse = distance > BlockCache::kBlockBytes;
+  lastSizeOffset_ = offset;
+  std::uint64_t size = 0;
+  return file_.BlockSize(slots.values, sparse, size, error) &&
+         OgawaFile::ValueBytes(size, valueBytes, error) && CheckWhole(property, valueBytes, error);
+}
+
+bool OgawaArchive::LargestSample(PropertyId property, std::uint64_t& valueBytes, io::Error& error) {
+  const std::uint64_t count = hierarchy_.properties[property].StoredCount();
+  bool any = false;
+  valueBytes = 0;
+  for (std::uint64_t stored = 0; stored < count; ++stored) {
+    std::uint64_t bytes = 0;
+    if (ValueBytes(property, stored, bytes, error)) {
+      any = true;
+      valueBytes = std::max(valueBytes, bytes);
+    } else if (error.kind() != io::Error::eDamaged || !HasSampleList(property)) {
+      return false;
+    }
+  }
+  if (any) error.Clear();
+  return any;
+}
+
+bool OgawaArchive::SampleIdentity(PropertyId property, std::uint64_t stored,
+                                  std::uint64_t& identity, io::Error& error) {
+  SampleSlots slots;
+  if (!Locate(property, stored, slots, error)) return false;
+  identity = slots.values.Offset();
+  return true;
+}
+
+bool OgawaArchive::ReadThrough(PropertyId property, std::uint64_t stored, io::Error& error) {
+  SampleSlots slots;
+  return Locate(property, stored, slots, error) && file_.ReadThrough(slots.values, error);
+}
+
+}  // namespace kelsdk::alembic

@@ -1,0 +1,109 @@
+#include "backends/alembic/time_sampling.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+namespace kelsdk::alembic {
+namespace {
+
+// The period that marks a sampling as acyclic.
+constexpr double kAcyclicPeriod = std::numeric_limits<double>::max() / 32.0;
+
+bool Near(double a, double b) {
+  return std::fabs(a - b) <= TimeSampling::kTolerance;
+}
+
+bool Increasing(const std::vector<double>& times) {
+  for (std::size_t i = 0; i < times.size(); ++i) {
+    if (!std::isfinite(times[i])) return false;
+    if (i > 0 && !(times[i] > times[i - 1])) return false;
+  }
+  return !times.empty();
+}
+
+}  // namespace
+
+TimeSampling TimeSampling::FromStored(double period, std::vector<double> times,
+                                      std::uint32_t maxSamples) {
+  TimeSampling sampling;
+  sampling.period = period;
+  sampling.times = std::move(times);
+  sampling.maxSamples = maxSamples;
+  if (!Increasing(sampling.times)) {
+    sampling.kind = eInvalid;
+  } else if (period == kAcyclicPeriod) {
+    sampling.kind = eAcyclic;
+    sampling.period = 0;
+  } else if (!std::isfinite(period) || !(period > 0)) {
+    sampling.kind = eInvalid;
+  } else if (sampling.times.size() == 1) {
+    sampling.kind = eUniform;
+  } else {
+    const bool fits = sampling.times.back() - sampling.times.front() <= period;
+    sampling.kind = fits ? eCyclic : eInvalid;
+  }
+  return sampling;
+}
+
+std::uint32_t TimeSampling::TimedSamples(std::uint32_t sampleCount) const {
+  if (kind == eInvalid) return 0;
+  if (kind != eAcyclic || times.size() >= sampleCount) return sampleCount;
+  return static_cast<std::uint32_t>(times.size());
+}
+
+double TimeSampling::TimeOf(std::uint32_t sample) const {
+  if (kind == eUniform) return times[0] + period * sample;
+  if (kind == eAcyclic) return times[sample];
+  const std::size_t perCycle = times.size();
+  return times[sample % perCycle] + period * static_cast<double>(sample / perCycle);
+}
+
+std::uint32_t TimeSampling::FloorSample(double seconds, std::uint32_t sampleCount) const {
+  if (!(seconds > TimeOf(0))) return 0;
+  if (seconds >= TimeOf(sampleCount - 1)) return sampleCount - 1;
+  if (kind == eUniform) return FloorUniform(seconds, sampleCount);
+  if (kind == eCyclic) return FloorCyclic(seconds, sampleCount);
+  return FloorAcyclic(seconds, sampleCount);
+}
+
+// In the three below `seconds` lies between the first sample and the last.
+
+std::uint32_t TimeSampling::FloorUniform(double seconds, std::uint32_t sampleCount) const {
+  const double last = sampleCount - 1;
+  const auto sample =
+      static_cast<std::uint32_t>(std::clamp((seconds - times[0]) / period, 0.0, last));
+  const double time = TimeOf(sample);
+  if (time > seconds && !Near(time, seconds) && sample > 0) return sample - 1;
+  if (sample < sampleCount - 1 && Near(TimeOf(sample + 1), seconds)) return sample + 1;
+  return sample;
+}
+
+std::uint32_t TimeSampling::FloorCyclic(double seconds, std::uint32_t sampleCount) const {
+  const double perCycle = static_cast<double>(times.size());
+  const double cycles = std::min((seconds - times[0]) / period, sampleCount / perCycle + 1);
+  double wholeCycles = std::floor(cycles);
+  // Here the tolerance is a fraction of a cycle.
+  if (Near(cycles - wholeCycles, 1.0)) wholeCycles += 1;
+  const double inCycle = seconds - wholeCycles * period;
+  auto step = static_cast<std::size_t>(std::lower_bound(times.begin(), times.end(), inCycle) -
+                                       times.begin());
+  if (step == times.size()) --step;
+  const double first = wholeCycles * perCycle;
+  const double time = times[step] + wholeCycles * period;
+  if (!Near(time, seconds) && step > 0 && seconds < time) --step;
+  const double last = sampleCount - 1;
+  return static_cast<std::uint32_t>(std::min(first + static_cast<double>(step), last));
+}
+
+std::uint32_t TimeSampling::FloorAcyclic(double seconds, std::uint32_t sampleCount) const {
+  const auto end = times.begin() + sampleCount;
+  const auto after = std::upper_bound(times.begin(), end, seconds);
+  const auto below = static_cast<std::uint32_t>(after - times.begin()) - 1;
+  const bool exact = times[below] == seconds;
+  if (!exact && after != end && Near(*after, seconds)) return below + 1;
+  return below;
+}
+
+}  // namespace kelsdk::alembic

@@ -1,0 +1,133 @@
+#include <set>
+#include <tuple>
+
+#include "backends/alembic/report.h"
+#include "backends/alembic/samples.h"
+
+namespace kelsdk::alembic {
+namespace {
+
+class Verifier {
+ public:
+  Verifier(Archive& archive, const LineSink& sink)
+      : archive_(archive), hierarchy_(archive.hierarchy()), sink_(sink) {}
+
+  bool Run();
+
+ private:
+  void CheckHierarchy();
+  void CheckTimes(PropertyId id);
+  void CheckSamples(PropertyId id);
+  bool CheckSample(PropertyId id, std::uint64_t stored, io::Error& error);
+  bool CheckNumbers(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
+                    io::Error& error);
+  bool CheckText(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
+                 std::uint64_t strings, io::Error& error);
+  void Report(const std::string& line);
+
+  /// The bytes of a sample by place, and as what they were read: type and number of strings.
+  using Contents = std::tuple<std::uint64_t, EPlainType, std::uint64_t>;
+
+  Archive& archive_;
+  const Hierarchy& hierarchy_;
+  const LineSink& sink_;
+  std::set<Contents> read_;
+  std::uint64_t bytesRead_ = 0;
+  std::vector<std::uint8_t> strings_;
+  bool sound_ = true;
+};
+
+void Verifier::Report(const std::string& line) {
+  sound_ = false;
+  sink_.Put(line);
+}
+
+void Verifier::CheckHierarchy() {
+  for (const std::string& problem : hierarchy_.problems) Report(problem);
+  if (hierarchy_.problemCount > hierarchy_.problems.size()) {
+    Report(std::to_string(hierarchy_.problemCount - hierarchy_.problems.size()) +
+           " more of this kind");
+  }
+  for (std::size_t i = 0; i < hierarchy_.timeSamplings.size(); ++i) {
+    if (hierarchy_.timeSamplings[i].kind == TimeSampling::eInvalid)
+      Report("time sampling " + std::to_string(i) + ": no such times can be");
+  }
+}
+
+void Verifier::CheckTimes(PropertyId id) {
+  const Property& property = hierarchy_.properties[id];
+  const TimeSampling& sampling = hierarchy_.timeSamplings[property.timeSampling];
+  const std::uint32_t timed = sampling.TimedSamples(property.sampleCount);
+  if (timed == property.sampleCount) return;
+  Report(hierarchy_.PropertyPath(id) + ": " + std::to_string(property.sampleCount) +
+         " samples, times for " + std::to_string(timed));
+}
+
+bool Verifier::CheckNumbers(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
+                            io::Error& error) {
+  std::uint64_t identity = 0;
+  if (!archive_.SampleIdentity(id, stored, identity, error)) return false;
+  // Whatever their type: the bytes can be read or they cannot.
+  if (!read_.insert({identity, EPlainType::eUint8, 0}).second) return true;
+  bytesRead_ += valueBytes;
+  if (bytesRead_ > archive_.FileSize())
+    return error.Set(io::Error::eDamaged, "samples overlap: all together outgrow the file");
+  return archive_.ReadThrough(id, stored, error);
+}
+
+bool Verifier::CheckText(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
+                         std::uint64_t strings, io::Error& error) {
+  const EPlainType type = hierarchy_.properties[id].type;
+  std::uint64_t identity = 0;
+  if (!archive_.SampleIdentity(id, stored, identity, error)) return false;
+  if (!read_.insert({identity, type, strings}).second) return true;
+  strings_.resize(static_cast<std::size_t>(valueBytes));
+  std::uint64_t read = 0;
+  return archive_.ReadValues(id, stored, strings_.data(), strings_.size(), read, error) &&
+         CheckStrings(type, strings_.data(), strings_.size(), strings, error);
+}
+
+bool Verifier::CheckSample(PropertyId id, std::uint64_t stored, io::Error& error) {
+  const Property& property = hierarchy_.properties[id];
+  std::uint64_t valueBytes = 0;
+  if (!archive_.ValueBytes(id, stored, valueBytes, error)) return false;
+  std::uint64_t elements = 1;
+  if (property.kind == EPropertyKind::eArray) {
+    Dimensions dimensions;
+    if (!archive_.ReadDimensions(id, stored, dimensions, error) ||
+        !CountElements(property, valueBytes, dimensions, elements, error)) {
+      return false;
+    }
+  }
+  if (IsNumeric(property.type)) return CheckNumbers(id, stored, valueBytes, error);
+  return CheckText(id, stored, valueBytes, elements * property.extent, error);
+}
+
+void Verifier::CheckSamples(PropertyId id) {
+  const std::uint64_t count = hierarchy_.properties[id].StoredCount();
+  for (std::uint64_t stored = 0; stored < count; ++stored) {
+    io::Error error;
+    if (CheckSample(id, stored, error)) continue;
+    Report(hierarchy_.PropertyPath(id) + ": stored sample " + std::to_string(stored) + " of " +
+           std::to_string(count) + ": " + error.text());
+    if (stored == 0 && !archive_.HasSampleList(id)) return;
+  }
+}
+
+bool Verifier::Run() {
+  CheckHierarchy();
+  for (PropertyId id = 0; id < hierarchy_.properties.size(); ++id) {
+    if (hierarchy_.properties[id].kind == EPropertyKind::eCompound) continue;
+    CheckTimes(id);
+    CheckSamples(id);
+  }
+  return sound_;
+}
+
+}  // namespace
+
+bool Verify(Archive& archive, const LineSink& sink) {
+  return Verifier(archive, sink).Run();
+}
+
+}  // namespace kelsdk::alembic
