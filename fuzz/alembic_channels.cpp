@@ -1,0 +1,66 @@
+// The interface as the cache object uses it: every query of every channel, and its data before,
+// within and after its range. Names must lead back to channels, and a fetch must fill its buffer
+// and no more.
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "backends/AlembicInterface.h"
+#include "fuzz/alembic_memory_file.h"
+
+using kelsdk::KelString;
+using kelsdk::KelTime;
+using kelsdk::fuzz::Require;
+
+namespace {
+
+constexpr unsigned int kMostChannels = 200;
+constexpr unsigned int kMostElements = 64 * 1024;
+constexpr float kUntouched = -12345.5f;
+
+void Fetch(AlembicInterface& archive, unsigned int channel, unsigned int count, KelTime time) {
+  const std::size_t values = std::size_t{count} * archive.GetChannelDataLength(channel);
+  std::vector<float> buffer(values + 1, kUntouched);
+  archive.GetChannelBuffer(channel, buffer.data(), count, time);
+  Require(buffer[values] == kUntouched);
+}
+
+void UseChannel(AlembicInterface& archive, unsigned int channel) {
+  KelString name;
+  Require(archive.GetChannelName(channel, name));
+  unsigned int found = 0;
+  KelString foundName;
+  Require(archive.GetChannelIdFromName(name, found) && archive.GetChannelName(found, foundName));
+  Require(name == foundName);
+  AlembicChannelInfo info;
+  Require(archive.GetChannelInfo(channel, info));
+  const unsigned int length = archive.GetChannelBufferLength(channel);
+  Require(length == info.elementCount);
+  Require(archive.GetChannelTypeSize(channel) % archive.GetChannelDataLength(channel) == 0);
+  KelTime start;
+  KelTime end;
+  Require(archive.GetChannelStartEnd(channel, start, end) && start <= end);
+  const unsigned int count = std::min(length, kMostElements);
+  const KelTime middle(start.Get() / 2 + end.Get() / 2);
+  for (const KelTime time : {KelTime(-1), start, middle, end}) {
+    Fetch(archive, channel, count, time);
+  }
+  Fetch(archive, channel, 1, start);
+  Fetch(archive, channel, count + 3, end);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  const kelsdk::fuzz::MemoryFile memory(bytes, size);
+  if (!memory.Usable()) return 0;
+  AlembicInterface archive(true);
+  if (!archive.Open(memory.path(), 1)) {
+    Require(archive.GetErrorString()[0] != 0 && archive.GetNumChannels() == 0);
+    return 0;
+  }
+  const auto count = static_cast<unsigned int>(archive.GetNumChannels());
+  for (unsigned int i = 0; i < std::min(count, kMostChannels); ++i) UseChannel(archive, i);
+  Require(archive.GetChannelBufferLength(count) == 0);
+  return 0;
+}
