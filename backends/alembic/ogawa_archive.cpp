@@ -135,18 +135,20 @@ bool OgawaArchive::ValueBytes(PropertyId property, std::uint64_t stored, std::ui
 
 bool OgawaArchive::LargestSample(PropertyId property, std::uint64_t& valueBytes, io::Error& error) {
   const std::uint64_t count = hierarchy_.properties[property].StoredCount();
+  io::Error damage;
   bool any = false;
   valueBytes = 0;
   for (std::uint64_t stored = 0; stored < count; ++stored) {
     std::uint64_t bytes = 0;
-    if (ValueBytes(property, stored, bytes, error)) {
+    if (ValueBytes(property, stored, bytes, damage)) {
       any = true;
       valueBytes = std::max(valueBytes, bytes);
-    } else if (error.kind() != io::Error::eDamaged || !HasSampleList(property)) {
-      return false;
+    } else if (damage.kind() != io::Error::eDamaged || !HasSampleList(property)) {
+      any = false;
+      break;
     }
   }
-  if (any) error.Clear();
+  if (!any) error = damage;
   return any;
 }
 

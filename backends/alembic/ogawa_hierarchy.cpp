@@ -149,7 +149,8 @@ bool HierarchyReader::ReadProperties(ObjectId id, const OgawaGroup& group, io::E
   while (!pendingProperties_.empty()) {
     const PendingProperty pending = pendingProperties_.back();
     pendingProperties_.pop_back();
-    if (!Settle(AddProperty(pending, error), id, error)) return false;
+    const auto property = static_cast<PropertyId>(hierarchy_.properties.size());
+    if (!Settle(AddProperty(pending, error), id, error, property)) return false;
   }
   return true;
 }
@@ -185,7 +186,11 @@ bool HierarchyReader::ReadCompound(ObjectId object, PropertyId parent, OgawaSlot
     child.property.object = object;
     child.property.parent = parent;
     const bool sound = CheckProperty(record.property, hierarchy_.timeSamplings.size(), error);
-    if (!Settle(sound, object, error)) return false;
+    if (!sound) {
+      NoteProblem(object,
+                  ("property \"" + std::string(record.name) + "\": " + error.text()).c_str());
+      error.Clear();
+    }
     child.property.metadata = AddMetadata(record.metadata, object);
     if (!AddName(record.name, object, child.property.name, error)) return false;
     if (sound && child.property.name.length != 0) pendingProperties_.push_back(child);
@@ -260,17 +265,19 @@ std::uint32_t HierarchyReader::AddMetadata(const MetadataReference& reference, O
 }
 
 // Damage is noted and passed over; other failures end the reading.
-bool HierarchyReader::Settle(bool done, ObjectId object, io::Error& error) {
+bool HierarchyReader::Settle(bool done, ObjectId object, io::Error& error, PropertyId property) {
   if (done) return true;
   if (error.kind() != io::Error::eDamaged || exhausted_) return false;
-  NoteProblem(object, error.text());
+  NoteProblem(object, error.text(), property);
   error.Clear();
   return true;
 }
 
-void HierarchyReader::NoteProblem(ObjectId object, const char* text) {
+void HierarchyReader::NoteProblem(ObjectId object, const char* text, PropertyId property) {
   if (++hierarchy_.problemCount > Hierarchy::kProblemsKept) return;
-  hierarchy_.problems.push_back(hierarchy_.ObjectPath(object) + ": " + text);
+  const std::string path =
+      property == kNone ? hierarchy_.ObjectPath(object) : hierarchy_.PropertyPath(property);
+  hierarchy_.problems.push_back(path + ": " + text);
 }
 
 void HierarchyReader::NoteCounts(ObjectId object, const char* what, std::uint64_t headers,

@@ -52,8 +52,8 @@ class HierarchyReader {
 
   bool AddName(std::string_view name, ObjectId object, NameRange& range, io::Error& error);
   std::uint32_t AddMetadata(const MetadataReference& reference, ObjectId object);
-  bool Settle(bool done, ObjectId object, io::Error& error);
-  void NoteProblem(ObjectId object, const char* text);
+  bool Settle(bool done, ObjectId object, io::Error& error, PropertyId property = kNone);
+  void NoteProblem(ObjectId object, const char* text, PropertyId property = kNone);
   void NoteCounts(ObjectId object, const char* what, std::uint64_t headers, std::uint64_t slots,
                   bool moreHeaders);
 

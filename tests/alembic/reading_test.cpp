@@ -1,0 +1,283 @@
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include "backends/AlembicInterface.h"
+#include "backends/alembic/plain_type.h"
+#include "tests/alembic/ogawa_writer.h"
+#include "tests/support/fixture.h"
+
+namespace kelsdk::alembic::test {
+namespace {
+
+using kelsdk::test::AllocationCount;
+using kelsdk::test::FileTest;
+using kelsdk::test::SystemCallCount;
+using kelsdk::test::TestData;
+
+class AlembicReading : public FileTest {
+ protected:
+  std::string Path() const { return folder_.File("made.abc"); }
+
+  // One mesh of `sampleCount` samples, sample i being `points` points of value i, at 24 fps from 0.
+  void WriteMesh(std::uint32_t sampleCount, std::size_t points) {
+    OgawaWriter out(Path());
+    std::vector<std::uint64_t> samples;
+    for (std::uint32_t i = 0; i < sampleCount; ++i) {
+      const std::vector<float> values(points * 3, static_cast<float>(i));
+      samples.push_back(out.Sample(values.data(), values.size() * sizeof(float)));
+    }
+    const auto geom = out.Compound({{.name = "P",
+                                     .extent = 3,
+                                     .sampleCount = sampleCount,
+                                     .timeSampling = 1,
+                                     .slot = out.ArraySamples(samples)}});
+    const auto top = out.Compound({{.name = ".geom", .kind = 0, .slot = geom}});
+    const auto mesh = out.Object(top, {});
+    out.Finish(out.Object(0, {{.name = "mesh", .slot = mesh}}), {{.period = 1 / 24.0}});
+  }
+
+  static std::vector<float> Fetch(AlembicInterface& archive, unsigned int channel,
+                                  unsigned int count, KelTime time) {
+    std::vector<float> values(std::size_t{count} * archive.GetChannelDataLength(channel));
+    EXPECT_TRUE(archive.GetChannelBuffer(channel, values.data(), count, time))
+        << archive.GetErrorString();
+    return values;
+  }
+};
+
+// Every kind of thing that is and is not a channel, in one archive.
+void WriteZoo(OgawaWriter& out) {
+  using Spec = OgawaWriter::PropertySpec;
+  const double numbers[6] = {};
+  const auto block = out.Sample(numbers, sizeof numbers);
+  const auto list = out.ArraySamples({block});
+  const Spec bounds = {".childBnds",      1, EPlainType::eFloat64, 6, 1, true, 0, "",
+                       out.Group({block})};
+  const Spec counts = {".faceCounts", 2, EPlainType::eInt32, 1, 1, true, 0, "", list};
+  const Spec points = {"P", 2, EPlainType::eFloat32, 3, 1, true, 0, "interpretation=point", list};
+  const Spec unset = {"uv", 2, EPlainType::eFloat32, 2, 0, true, 0, "", 0};
+  const Spec label = {"label", 2, EPlainType::eString, 1, 1, true, 0, "", list};
+  const auto geom = [&] { return out.Compound({counts, points, unset, label}); };
+  const auto shape = [&](const char* compound, const char* metadata) {
+    const auto properties = geom();
+    const auto top =
+        out.Compound({{.name = compound, .kind = 0, .metadata = metadata, .slot = properties}});
+    return out.Object(top, {});
+  };
+  const auto first = shape(".mine", OgawaWriter::MeshMetadata());
+  const auto second = shape(".geom", "");
+  const auto copyTop = out.Compound({counts});
+  const auto copy = out.Object(copyTop, {});
+  const auto looseTop = out.Compound({points});
+  const auto loose = out.Object(looseTop, {});
+  const auto rig = out.Object(0, {{"first", "", first}, {"second", "", second}});
+  const auto top = out.Compound({bounds});
+  out.Finish(
+      out.Object(top, {{"loose", "", loose}, {"copy", "isInstance=1", copy}, {"rig", "", rig}}));
+}
+
+TEST_F(AlembicReading, ListsPositionsFirstAndFindsThemByObject) {
+  OgawaWriter out(Path());
+  WriteZoo(out);
+  AlembicInterface archive(true);
+  ASSERT_TRUE(archive.Open(Path().c_str(), 1)) << archive.GetErrorString();
+  const std::vector<std::string> expected = {
+      "/rig/first/.mine/P", "/rig/second/.geom/P",          "/.childBnds",
+      "/loose/P",           "/rig/first/.mine/.faceCounts", "/rig/second/.geom/.faceCounts"};
+  ASSERT_EQ(archive.GetNumChannels(), static_cast<int>(expected.size()));
+  for (unsigned int i = 0; i < expected.size(); ++i) {
+    KelString name;
+    unsigned int found = 99;
+    EXPECT_TRUE(archive.GetChannelName(i, name));
+    EXPECT_STREQ(name, expected[i].c_str());
+    EXPECT_TRUE(archive.GetChannelIdFromName(name, found) && found == i) << expected[i];
+  }
+  const struct {
+    const char* name;
+    int channel;
+  } kNames[] = {{"/rig/first", 0},
+                {"/rig/second", 1},
+                {"/rig", -1},
+                {"/loose", -1},
+                {"/copy", -1},
+                {"/", -1},
+                {"", -1},
+                {"/rig/first/.mine/uv", -1},
+                {"rig/first", -1},
+                {"/rig/first/", -1},
+                {"/rig/first/.mine/label", -1}};
+  for (const auto& row : kNames) {
+    unsigned int found = 99;
+    EXPECT_EQ(archive.GetChannelIdFromName(row.name, found), row.channel >= 0) << row.name;
+    if (row.channel >= 0) {
+      EXPECT_EQ(found, static_cast<unsigned int>(row.channel)) << row.name;
+    }
+  }
+}
+
+TEST_F(AlembicReading, AnswersNothingForChannelsThatAreNotThere) {
+  AlembicInterface closed(true);
+  AlembicInterface open(true);
+  ASSERT_TRUE(open.Open(TestData("abc/tiny.abc").c_str(), 1));
+  for (AlembicInterface* archive : {&closed, &open}) {
+    const unsigned int channel = 2;
+    KelString name;
+    KelTime start(1);
+    KelTime end(1);
+    float untouched = 5;
+    AlembicChannelInfo info;
+    EXPECT_FALSE(archive->GetChannelName(channel, name));
+    EXPECT_EQ(archive->GetChannelNumSamples(channel), 0u);
+    EXPECT_EQ(archive->GetChannelTypeSize(channel), 0u);
+    EXPECT_EQ(archive->GetChannelDataLength(channel), 0u);
+    EXPECT_EQ(archive->GetChannelBufferLength(channel), 0u);
+    EXPECT_FALSE(archive->GetChannelTypeIsFloat(channel));
+    EXPECT_FALSE(archive->GetChannelStartEnd(channel, start, end));
+    EXPECT_TRUE(start.Get() == 0 && end.Get() == 0);
+    EXPECT_FALSE(archive->GetChannelInfo(channel, info));
+    EXPECT_FALSE(archive->GetChannelBuffer(channel, &untouched, 1, KelTime()));
+    EXPECT_EQ(untouched, 5);
+    EXPECT_STRNE(archive->GetErrorString(), "");
+  }
+}
+
+// tiny.abc: one point, the same, another one, then two points.
+TEST_F(AlembicReading, FillsWhatASampleDoesNotWithNaN) {
+  AlembicInterface archive(true);
+  ASSERT_TRUE(archive.Open(TestData("abc/tiny.abc").c_str(), 1));
+  EXPECT_EQ(archive.GetChannelBufferLength(0), 2u);
+  EXPECT_EQ(archive.GetChannelTypeSize(0), 12u);
+  const auto last = Fetch(archive, 0, 2, KelTime::FromSeconds(99));
+  EXPECT_EQ(last, (std::vector<float>{3, 2, -0.5, 4, 5, 6}));
+  const auto fewer = Fetch(archive, 0, 1, KelTime::FromSeconds(99));
+  EXPECT_EQ(fewer, (std::vector<float>{3, 2, -0.5}));
+  const auto first = Fetch(archive, 0, 2, KelTime::FromSeconds(-99));
+  EXPECT_EQ(std::vector<float>(first.begin(), first.begin() + 3), (std::vector<float>{1, 2, -0.5}));
+  EXPECT_TRUE(std::all_of(first.begin() + 3, first.end(), [](float v) { return std::isnan(v); }));
+  EXPECT_EQ(Fetch(archive, 1, 1, KelTime()), std::vector<float>{7});
+}
+
+// Frame times that went through the host's clock, at a rate where they are no whole units.
+TEST_F(AlembicReading, FindsTheSampleOfEveryFrameAtUnevenRates) {
+  AlembicInterface archive(true);
+  ASSERT_TRUE(archive.Open(TestData("abc/mesh_ntsc.abc").c_str(), 1));
+  const unsigned int count = archive.GetChannelBufferLength(0);
+  KelTime start;
+  KelTime end;
+  ASSERT_TRUE(archive.GetChannelStartEnd(0, start, end));
+  EXPECT_EQ(start.GetFrameCount(KelTime::eNTSC30), 1);
+  EXPECT_EQ(end.GetFrameCount(KelTime::eNTSC30), 40);
+  std::vector<std::vector<float>> frames;
+  for (int frame = 1; frame <= 40; ++frame) {
+    frames.push_back(Fetch(archive, 0, count, KelTime::FromFrame(frame, KelTime::eNTSC30)));
+    if (frame > 1) {
+      EXPECT_NE(frames[frames.size() - 2], frames.back()) << frame;
+    }
+    const KelTime between(KelTime::FromFrame(frame, KelTime::eNTSC30).Get() + 770000000);
+    EXPECT_EQ(Fetch(archive, 0, count, between), frames.back()) << frame;
+  }
+}
+
+TEST_F(AlembicReading, FetchesWithOneSystemCallAndNoAllocation) {
+  WriteMesh(700, 50);
+  AlembicInterface archive(true);
+  ASSERT_TRUE(archive.Open(Path().c_str(), 1)) << archive.GetErrorString();
+  ASSERT_EQ(archive.GetChannelBufferLength(0), 50u);
+  std::vector<float> values(150);
+  ASSERT_TRUE(archive.GetChannelBuffer(0, values.data(), 50, KelTime()));
+  const unsigned long allocations = AllocationCount();
+  const unsigned long calls = SystemCallCount();
+  for (unsigned int i = 0; i < 700; ++i) {
+    ASSERT_TRUE(archive.GetChannelBuffer(0, values.data(), 50, KelTime::FromFrame(i, {24, 1})));
+    ASSERT_TRUE(std::all_of(values.begin(), values.end(), [i](float v) { return v == float(i); }));
+  }
+  // The list of samples is kept by windows of 256; moving one costs a call.
+  EXPECT_LE(SystemCallCount() - calls, 700u + 3u);
+  for (unsigned int i = 0; i < 700; ++i) {
+    const unsigned int frame = i * 311 % 700;
+    const unsigned long before = SystemCallCount();
+    ASSERT_TRUE(archive.GetChannelBuffer(0, values.data(), 50, KelTime::FromFrame(frame, {24, 1})));
+    ASSERT_EQ(values[149], float(frame));
+    ASSERT_LE(SystemCallCount() - before, 2u);
+  }
+  EXPECT_EQ(AllocationCount(), allocations);
+}
+
+TEST_F(AlembicReading, OpensManyObjectsInAHandfulOfSystemCalls) {
+  OgawaWriter out(Path());
+  std::vector<OgawaWriter::ObjectSpec> meshes;
+  const std::vector<float> points(3000);
+  for (int i = 0; i < 1000; ++i) {
+    const auto list = out.ArraySamples({out.Sample(points.data(), points.size() * sizeof(float))});
+    const auto geom = out.Compound({{.name = "P", .extent = 3, .sampleCount = 1, .slot = list}});
+    const auto top = out.Compound({{.name = ".geom", .kind = 0, .slot = geom}});
+    meshes.push_back({std::to_string(i), "", top});
+  }
+  for (auto& mesh : meshes) mesh.slot = out.Object(mesh.slot, {});
+  out.Finish(out.Object(0, meshes));
+  AlembicInterface archive(true);
+  const unsigned long calls = SystemCallCount();
+  ASSERT_TRUE(archive.Open(Path().c_str(), 1)) << archive.GetErrorString();
+  EXPECT_EQ(archive.GetNumChannels(), 1000);
+  // Headers among the points of each mesh: at worst one block of the file after the other.
+  EXPECT_LE(SystemCallCount() - calls, 12'400'000u / 65536u + 4u);
+}
+
+TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
+  const auto check = [](EPlainType type, auto value, float expected) {
+    float converted = -1;
+    ConvertToFloats(type, &value, 1, &converted);
+    const bool same = converted == expected || (std::isnan(converted) && std::isnan(expected));
+    EXPECT_TRUE(same) << PlainTypeName(type) << " gives " << converted << ", not " << expected;
+  };
+  const float infinity = std::numeric_limits<float>::infinity();
+  check(EPlainType::eBool, std::uint8_t{2}, 1);
+  check(EPlainType::eInt8, std::int8_t{-128}, -128);
+  check(EPlainType::eUint16, std::uint16_t{65535}, 65535);
+  check(EPlainType::eUint32, std::uint32_t{16777217}, 16777216);
+  check(EPlainType::eInt64, std::numeric_limits<std::int64_t>::min(), -0x1p63f);
+  // By way of double this one would be rounded twice, and down.
+  check(EPlainType::eUint64, std::uint64_t{0x8000008000000001}, 0x1.000002p63f);
+  check(EPlainType::eFloat64, 1e300, infinity);
+  check(EPlainType::eFloat64, -0x1.fffffefffffffp127, -std::numeric_limits<float>::max());
+  check(EPlainType::eFloat64, 0x1.ffffffp127, infinity);
+  check(EPlainType::eFloat64, std::nan(""), std::nanf(""));
+  check(EPlainType::eFloat16, std::uint16_t{0x0001}, 0x1p-24f);
+  check(EPlainType::eFloat16, std::uint16_t{0xfbff}, -65504);
+  check(EPlainType::eFloat16, std::uint16_t{0x7c00}, infinity);
+  check(EPlainType::eFloat16, std::uint16_t{0x7e00}, std::nanf(""));
+}
+
+TEST_F(AlembicReading, DescribesItsContents) {
+  AlembicInterface archive(true);
+  ASSERT_TRUE(archive.Open(TestData("abc/tiny.abc").c_str(), 1));
+  AlembicChannelInfo info;
+  ASSERT_TRUE(archive.GetChannelInfo(0, info));
+  EXPECT_STREQ(info.name, "/dot/P");
+  EXPECT_STREQ(info.type, "float32[3]");
+  EXPECT_STREQ(info.interpretation, "point");
+  EXPECT_EQ(info.sampleCount, 4u);
+  EXPECT_EQ(info.elementCount, 2u);
+  EXPECT_EQ(info.start, 0.5);
+  EXPECT_EQ(info.end, 0.625);
+  EXPECT_EQ(info.sampling, AlembicChannelInfo::eUniform);
+  EXPECT_EQ(info.period, 1 / 24.0);
+  EXPECT_FALSE(info.constant);
+  std::string lines;
+  const auto collect = [](void* context, const char* line) {
+    static_cast<std::string*>(context)->append(line).append("\n");
+  };
+  EXPECT_TRUE(archive.ListTree(collect, &lines));
+  EXPECT_EQ(lines,
+            "/\n"
+            "  dot\n"
+            "    P  array float32[3]  point  4 samples, 24 fps from 0.5 s\n"
+            "    id  scalar int32  4 samples, constant, 24 fps from 0.5 s\n"
+            "    tag  array string  1 sample\n");
+}
+
+}  // namespace
+}  // namespace kelsdk::alembic::test
