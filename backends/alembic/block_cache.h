@@ -14,7 +14,7 @@ namespace kelsdk::alembic {
 /// A file of up to kManyBytes is read in one go.
 class BlockCache {
  public:
-  static constexpr std::size_t kBlockBytes = 64 * 1024;
+  static constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
   static constexpr std::size_t kManyBytes = 32 * kBlockBytes;
 
   /// `file` outlives the cache.

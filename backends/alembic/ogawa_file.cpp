@@ -81,7 +81,7 @@ bool OgawaFile::ReadSlots(const OgawaGroup& group, std::uint64_t first, std::siz
                           OgawaSlot* slots, io::Error& error) {
   if (!io::RangeFits(first, count, group.slotCount)) {
     return error.Set(io::Error::eDamaged, "slots %llu to %llu of a group of %llu",
-                     static_cast<Ull>(first), static_cast<Ull>(first + count),
+                     static_cast<Ull>(first), static_cast<Ull>(first) + count,
                      static_cast<Ull>(group.slotCount));
   }
   const std::uint64_t offset = group.offset + kCountBytes + first * sizeof(OgawaSlot);

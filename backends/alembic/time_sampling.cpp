@@ -23,27 +23,24 @@ bool Increasing(const std::vector<double>& times) {
   return !times.empty();
 }
 
+TimeSampling::EKind KindOf(double period, const std::vector<double>& times) {
+  if (!Increasing(times)) return TimeSampling::eInvalid;
+  if (period == kAcyclicPeriod) return TimeSampling::eAcyclic;
+  if (!std::isfinite(period) || !(period > 0)) return TimeSampling::eInvalid;
+  if (times.size() == 1) return TimeSampling::eUniform;
+  const bool withinCycle = times.back() - times.front() <= period;
+  return withinCycle ? TimeSampling::eCyclic : TimeSampling::eInvalid;
+}
+
 }  // namespace
 
 TimeSampling TimeSampling::FromStored(double period, std::vector<double> times,
                                       std::uint32_t maxSamples) {
   TimeSampling sampling;
-  sampling.period = period;
+  sampling.kind = KindOf(period, times);
+  sampling.period = sampling.kind == eAcyclic ? 0 : period;
   sampling.times = std::move(times);
   sampling.maxSamples = maxSamples;
-  if (!Increasing(sampling.times)) {
-    sampling.kind = eInvalid;
-  } else if (period == kAcyclicPeriod) {
-    sampling.kind = eAcyclic;
-    sampling.period = 0;
-  } else if (!std::isfinite(period) || !(period > 0)) {
-    sampling.kind = eInvalid;
-  } else if (sampling.times.size() == 1) {
-    sampling.kind = eUniform;
-  } else {
-    const bool fits = sampling.times.back() - sampling.times.front() <= period;
-    sampling.kind = fits ? eCyclic : eInvalid;
-  }
   return sampling;
 }
 
@@ -56,8 +53,8 @@ std::uint32_t TimeSampling::TimedSamples(std::uint32_t sampleCount) const {
 double TimeSampling::TimeOf(std::uint32_t sample) const {
   if (kind == eUniform) return times[0] + period * sample;
   if (kind == eAcyclic) return times[sample];
-  const std::size_t perCycle = times.size();
-  return times[sample % perCycle] + period * static_cast<double>(sample / perCycle);
+  const std::size_t cycle = sample / times.size();
+  return times[sample % times.size()] + period * static_cast<double>(cycle);
 }
 
 std::uint32_t TimeSampling::FloorSample(double seconds, std::uint32_t sampleCount) const {

@@ -78,9 +78,9 @@ class AlembicDamage : public FileTest {
 const struct {
   const char* why;
   std::size_t offset;
-  int width;
+  std::size_t width;
   std::uint64_t value;
-  int channels;  // -1: refused at open
+  std::ptrdiff_t channels;  // -1: refused at open
   const char* words;
 } kOneField[] = {
     {"another signature", 0, 1, 'o', -1, "not an Alembic archive"},
@@ -141,7 +141,7 @@ TEST_F(AlembicDamage, OneFieldIsRefusedOrReported) {
   ASSERT_TRUE(UseBytes(sound).sound);
   for (const auto& row : kOneField) {
     Bytes bytes = sound;
-    std::memcpy(&bytes[row.offset], &row.value, static_cast<std::size_t>(row.width));
+    std::memcpy(&bytes[row.offset], &row.value, row.width);
     const Outcome outcome = UseBytes(bytes);
     EXPECT_EQ(outcome.opened, row.channels >= 0) << row.why << ": " << outcome.words;
     if (outcome.opened) {
@@ -212,6 +212,7 @@ TEST_F(AlembicDamage, ListsOfSamplesAreNotShared) {
   const std::uint64_t block = out.Sample(point, sizeof point);
   const std::uint64_t list = out.ArraySamples(std::vector<std::uint64_t>(5000, block));
   std::vector<OgawaWriter::PropertySpec> properties;
+  properties.reserve(2000);
   for (int i = 0; i < 2000; ++i) {
     properties.push_back({.name = std::to_string(i), .sampleCount = 5000, .slot = list});
   }
