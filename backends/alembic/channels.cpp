@@ -85,7 +85,7 @@ bool ChannelList::Find(std::string_view name, std::uint32_t& channel) {
   if (names_.empty()) HashNames();
   const std::uint64_t hash = ExtendHash(kHashStart, name);
   auto entry = std::lower_bound(names_.begin(), names_.end(), hash,
-                                [](const Name64& a, std::uint64_t b) { return a.hash < b; });
+                                [](const HashedName& a, std::uint64_t b) { return a.hash < b; });
   for (; entry != names_.end() && entry->hash == hash; ++entry) {
     if (!HasName(*entry, name)) continue;
     channel = entry->channel;
@@ -94,7 +94,7 @@ bool ChannelList::Find(std::string_view name, std::uint32_t& channel) {
   return false;
 }
 
-bool ChannelList::HasName(const Name64& entry, std::string_view name) const {
+bool ChannelList::HasName(const HashedName& entry, std::string_view name) const {
   const Hierarchy& hierarchy = archive_->hierarchy();
   const PropertyId property = channels_[entry.channel].property;
   if (entry.ofObject) return hierarchy.ObjectPathIs(hierarchy.properties[property].object, name);
@@ -115,7 +115,7 @@ void ChannelList::HashNames() {
         property.parent == kNone ? objects[property.object] : properties[property.parent];
     properties[i] = ExtendHashByName(above, hierarchy.Name(property.name));
   }
-  std::vector<Name64> names;
+  std::vector<HashedName> names;
   names.reserve(channels_.size() + positionCount_);
   for (std::uint32_t i = 0; i < Count(); ++i) {
     names.push_back({properties[channels_[i].property], i, false});
@@ -125,7 +125,7 @@ void ChannelList::HashNames() {
     const bool top = hierarchy.objects[object].parent == kNone;
     names.push_back({top ? ExtendHash(kHashStart, "/") : objects[object], i, true});
   }
-  std::sort(names.begin(), names.end(), [](const Name64& a, const Name64& b) {
+  std::sort(names.begin(), names.end(), [](const HashedName& a, const HashedName& b) {
     return std::tie(a.hash, a.ofObject, a.channel) < std::tie(b.hash, b.ofObject, b.channel);
   });
   names_ = std::move(names);

@@ -55,8 +55,8 @@ class ChannelList {
     std::uint32_t bufferLength = 0;
     bool lengthKnown = false;
   };
-  /// One name of a channel, by its hash.
-  struct Name64 {
+  /// A path that leads to a channel.
+  struct HashedName {
     std::uint64_t hash = 0;
     std::uint32_t channel = 0;
     bool ofObject = false;  // the path of the object whose positions they are
@@ -66,7 +66,7 @@ class ChannelList {
   bool IsChannel(PropertyId id) const;
   bool IsPositions(PropertyId id) const;
   void HashNames();
-  bool HasName(const Name64& entry, std::string_view name) const;
+  bool HasName(const HashedName& entry, std::string_view name) const;
 
   /// Reads values of `valueSize` bytes as they are stored and converts them into `buffer`.
   bool ReadConverted(const Property& property, PropertyId id, std::uint64_t stored, float* buffer,
@@ -75,7 +75,7 @@ class ChannelList {
   std::unique_ptr<Archive> archive_;
   std::vector<Channel> channels_;
   std::uint32_t positionCount_ = 0;
-  std::vector<Name64> names_;             // sorted; empty before the first Find
+  std::vector<HashedName> names_;         // sorted; empty before the first Find
   std::vector<std::uint8_t> wideValues_;  // 64-bit values on their way to floats
 };
 

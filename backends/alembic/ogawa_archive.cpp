@@ -1,6 +1,7 @@
 #include "backends/alembic/ogawa_archive.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "backends/alembic/ogawa_hierarchy.h"
 #include "backends/io/byte_reader.h"
@@ -11,11 +12,17 @@ namespace {
 
 using Ull = unsigned long long;  // for messages
 
-constexpr std::uint64_t kWindowSlots = 512;  // 4 KB for each property in use
+constexpr std::uint64_t kWindowSlots = 512;              // 4 KB for each property in use
+constexpr std::uint64_t kSizesAhead = kWindowSlots / 2;  // as many as a window of an array has
 
 // An array's samples have a block of dimensions beside each block of values.
 std::uint64_t SlotsPerSample(const Property& property) {
   return property.kind == EPropertyKind::eArray ? 2 : 1;
+}
+
+// Near enough for one block of the cache to hold both.
+bool IsNear(std::uint64_t a, std::uint64_t b) {
+  return std::max(a, b) - std::min(a, b) <= BlockCache::kBlockBytes;
 }
 
 }  // namespace
@@ -29,7 +36,7 @@ bool OgawaArchive::Open(const char* path, io::Error& error) {
   return true;
 }
 
-bool OgawaArchive::OpenList(PropertyId property, SampleList& list, io::Error& error) {
+bool OgawaArchive::OpenList(PropertyId property, io::Error& error) {
   OgawaGroup group;
   if (!file_.OpenGroup(sampleGroups_[property], "a list of samples", group, error)) return false;
   const Property& header = hierarchy_.properties[property];
@@ -42,13 +49,13 @@ bool OgawaArchive::OpenList(PropertyId property, SampleList& list, io::Error& er
   if (needed * sizeof(OgawaSlot) > listBudget_) {
     return error.Set(io::Error::eDamaged, "the lists of samples take more than the file can hold");
   }
-  if (list.window == nullptr) {
-    list.window =
-        std::make_unique<OgawaSlot[]>(static_cast<std::size_t>(std::min(needed, kWindowSlots)));
-  }
-  listBudget_ -= needed * sizeof(OgawaSlot);
   group.slotCount = needed;
-  list.group = group;
+  auto list = std::make_unique<SampleList>();
+  list->group = group;
+  list->window =
+      std::make_unique<OgawaSlot[]>(static_cast<std::size_t>(std::min(needed, kWindowSlots)));
+  lists_[property] = std::move(list);
+  listBudget_ -= needed * sizeof(OgawaSlot);
   return true;
 }
 
@@ -64,8 +71,8 @@ bool OgawaArchive::MoveWindow(SampleList& list, std::uint64_t slot, io::Error& e
 
 bool OgawaArchive::Locate(PropertyId property, std::uint64_t stored, SampleSlots& slots,
                           io::Error& error) {
-  SampleList& list = lists_[property];
-  if (list.group.slotCount == 0 && !OpenList(property, list, error)) return false;
+  if (lists_[property] == nullptr && !OpenList(property, error)) return false;
+  SampleList& list = *lists_[property];
   const std::uint64_t perSample = SlotsPerSample(hierarchy_.properties[property]);
   const std::uint64_t slot = stored * perSample;
   const bool inWindow = slot >= list.windowFirst && slot - list.windowFirst < list.windowCount;
@@ -96,7 +103,7 @@ bool OgawaArchive::ReadValues(PropertyId property, std::uint64_t stored, void* v
                               std::uint64_t room, std::uint64_t& valueBytes, io::Error& error) {
   SampleSlots slots;
   if (!Locate(property, stored, slots, error)) return false;
-  SampleList& list = lists_[property];
+  SampleList& list = *lists_[property];
   if (!file_.ReadValues(slots.values, list.expectedBytes, values, room, valueBytes, error))
     return false;
   list.expectedBytes = valueBytes;
@@ -124,13 +131,26 @@ bool OgawaArchive::ValueBytes(PropertyId property, std::uint64_t stored, std::ui
   SampleSlots slots;
   if (!Locate(property, stored, slots, error)) return false;
   const std::uint64_t offset = slots.values.Offset();
-  const std::uint64_t distance =
-      std::max(offset, lastSizeOffset_) - std::min(offset, lastSizeOffset_);
-  const bool sparse = distance > BlockCache::kBlockBytes;
+  const bool sparse = !IsNear(offset, lastSizeOffset_);
   lastSizeOffset_ = offset;
   std::uint64_t size = 0;
   return file_.BlockSize(slots.values, sparse, size, error) &&
          OgawaFile::ValueBytes(size, valueBytes, error) && CheckWhole(property, valueBytes, error);
+}
+
+// The sizes of large samples lie far apart: each costs a trip to the disk or the server, unless all
+// are under way at once.
+void OgawaArchive::ExpectSizes(PropertyId property, std::uint64_t stored) {
+  const std::uint64_t end =
+      std::min(stored + kSizesAhead, hierarchy_.properties[property].StoredCount());
+  if (end - stored < 2) return;
+  io::Error ignored;
+  SampleSlots slots;
+  std::uint64_t last = 0;
+  for (; stored < end && Locate(property, stored, slots, ignored); ++stored) {
+    if (!IsNear(slots.values.Offset(), last)) file_.ExpectBlockSize(slots.values);
+    last = slots.values.Offset();
+  }
 }
 
 bool OgawaArchive::LargestSample(PropertyId property, std::uint64_t& valueBytes, io::Error& error) {
@@ -140,6 +160,7 @@ bool OgawaArchive::LargestSample(PropertyId property, std::uint64_t& valueBytes,
   valueBytes = 0;
   for (std::uint64_t stored = 0; stored < count; ++stored) {
     std::uint64_t bytes = 0;
+    if (stored % kSizesAhead == 0) ExpectSizes(property, stored);
     if (ValueBytes(property, stored, bytes, damage)) {
       any = true;
       valueBytes = std::max(valueBytes, bytes);

@@ -28,9 +28,7 @@ class OgawaArchive final : public Archive {
   bool LargestSample(PropertyId property, std::uint64_t& valueBytes, io::Error& error) override;
   bool SampleIdentity(PropertyId property, std::uint64_t stored, std::uint64_t& identity,
                       io::Error& error) override;
-  bool HasSampleList(PropertyId property) const override {
-    return lists_[property].group.slotCount != 0;
-  }
+  bool HasSampleList(PropertyId property) const override { return lists_[property] != nullptr; }
   bool ReadThrough(PropertyId property, std::uint64_t stored, io::Error& error) override;
   std::uint64_t FileSize() const override { return file_.Size(); }
 
@@ -42,7 +40,7 @@ class OgawaArchive final : public Archive {
   };
   /// What is known of one property's samples.
   struct SampleList {
-    OgawaGroup group;  // no slots before its first use
+    OgawaGroup group;
     std::uint64_t windowFirst = 0;
     std::size_t windowCount = 0;
     std::unique_ptr<OgawaSlot[]> window;
@@ -50,13 +48,14 @@ class OgawaArchive final : public Archive {
   };
 
   bool Locate(PropertyId property, std::uint64_t stored, SampleSlots& slots, io::Error& error);
-  bool OpenList(PropertyId property, SampleList& list, io::Error& error);
+  bool OpenList(PropertyId property, io::Error& error);
+  void ExpectSizes(PropertyId property, std::uint64_t stored);
   bool MoveWindow(SampleList& list, std::uint64_t slot, io::Error& error);
   bool CheckWhole(PropertyId property, std::uint64_t valueBytes, io::Error& error) const;
 
   OgawaFile file_;
   std::vector<OgawaSlot> sampleGroups_;
-  std::vector<SampleList> lists_;
+  std::vector<std::unique_ptr<SampleList>> lists_;  // null before the first use
   std::uint64_t listBudget_ = 0;      // bytes of sample lists that may still be opened
   std::uint64_t lastSizeOffset_ = 0;  // where ValueBytes read last
 };

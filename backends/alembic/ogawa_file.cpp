@@ -114,6 +114,10 @@ bool OgawaFile::BlockSize(OgawaSlot slot, bool sparse, std::uint64_t& size, io::
   return read && CheckBlock(slot, size, "a sample", error);
 }
 
+void OgawaFile::ExpectBlockSize(OgawaSlot slot) const {
+  if (!slot.IsEmpty() && slot.Offset() < Size()) file_.WillNeed(slot.Offset(), kCountBytes);
+}
+
 bool OgawaFile::ReadBlock(OgawaSlot slot, std::uint64_t most, const char* what,
                           std::vector<std::uint8_t>& bytes, io::Error& error) {
   bytes.clear();

@@ -58,6 +58,9 @@ class OgawaFile {
   /// further apart than the cache reads at a time.
   bool BlockSize(OgawaSlot slot, bool sparse, std::uint64_t& size, io::Error& error);
 
+  /// Lets the system fetch the size of a block ahead of BlockSize.
+  void ExpectBlockSize(OgawaSlot slot) const;
+
   /// Reads a whole block of at most `most` bytes, through the cache.
   bool ReadBlock(OgawaSlot slot, std::uint64_t most, const char* what,
                  std::vector<std::uint8_t>& bytes, io::Error& error);

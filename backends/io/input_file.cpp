@@ -65,4 +65,10 @@ bool InputFile::ReadSplitAt(std::uint64_t offset, void* head, std::size_t headCo
   return ReadScatter(offset, runs, 2, error);
 }
 
+void InputFile::WillNeed(std::uint64_t offset, std::uint64_t count) const {
+  // A hint: whatever it answers, the read that follows tells the truth.
+  static_cast<void>(::posix_fadvise(descriptor_, static_cast<off_t>(offset),
+                                    static_cast<off_t>(count), POSIX_FADV_WILLNEED));
+}
+
 }  // namespace kelsdk::io

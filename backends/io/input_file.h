@@ -38,6 +38,9 @@ class InputFile {
   bool ReadSplitAt(std::uint64_t offset, void* head, std::size_t headCount, void* body,
                    std::size_t bodyCount, Error& error) const;
 
+  /// Tells the system that these bytes will be read soon, without waiting for them.
+  void WillNeed(std::uint64_t offset, std::uint64_t count) const;
+
  private:
   int descriptor_ = -1;
   std::uint64_t size_ = 0;
