@@ -39,7 +39,10 @@ bool OgawaFile::Open(const char* path, io::Error& error) {
   }
   if (version != 1)
     return error.Set(io::Error::eUnsupported, "container version %u, 1 is served", version);
-  return true;
+  // The root is written last.
+  if (io::RangeFits(root_.Offset(), kCountBytes, Size())) return true;
+  return error.Set(io::Error::eCutShort, "cut short: the root group lies at %llu of %llu bytes",
+                   static_cast<Ull>(root_.Offset()), static_cast<Ull>(Size()));
 }
 
 bool OgawaFile::IsHdf5() const {

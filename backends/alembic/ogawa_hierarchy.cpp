@@ -16,6 +16,8 @@ constexpr std::int32_t kOldestLibrary = 9999;
 
 // A million children with names of 200 characters stay below.
 constexpr std::uint64_t kMostHeaderBytes = std::uint64_t{1} << 28;
+// Objects and properties, each of which takes a slot: they are counted in 31 bits.
+constexpr std::uint64_t kMostEntries = std::numeric_limits<std::int32_t>::max();
 // Four bytes, the length of the name and one character of it.
 constexpr std::size_t kLeastRecordBytes = 6;
 
@@ -26,7 +28,7 @@ HierarchyReader::HierarchyReader(OgawaFile& file, Hierarchy& hierarchy,
     : file_(file),
       hierarchy_(hierarchy),
       sampleGroups_(sampleGroups),
-      groupBudget_(file.Size()),
+      groupBudget_(std::min(file.Size(), kMostEntries * sizeof(OgawaSlot))),
       // Blocks of equal headers may be kept once for several compounds.
       headerBudget_(4 * std::min(file.Size(), std::numeric_limits<std::uint64_t>::max() / 4)) {}
 

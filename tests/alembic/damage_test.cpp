@@ -89,7 +89,7 @@ const struct {
     {"no root", 8, 8, 0, -1, "root group has 0 slots"},
     {"root is a block", 8, 8, 0x80000000000002c1, -1, "is a block"},
     {"root in the header", 8, 8, 8, -1, "lies at 8"},
-    {"root at the last byte", 8, 8, 0x2f8, -1, "lies at 760 of 761"},
+    {"root at the last byte", 8, 8, 0x2f8, -1, "cut short: the root group lies at 760 of 761"},
     {"root beyond every file", 8, 8, 0x7fffffffffffffff, -1, "lies at"},
     {"layout version 1", 0x18, 4, 1, -1, "layout version 1"},
     {"library too old", 0x24, 4, 9998, -1, "9998"},
@@ -144,9 +144,7 @@ TEST_F(AlembicDamage, OneFieldIsRefusedOrReported) {
     std::memcpy(&bytes[row.offset], &row.value, row.width);
     const Outcome outcome = UseBytes(bytes);
     EXPECT_EQ(outcome.opened, row.channels >= 0) << row.why << ": " << outcome.words;
-    if (outcome.opened) {
-      EXPECT_EQ(outcome.channels, row.channels) << row.why;
-    }
+    EXPECT_EQ(outcome.channels, std::max<std::ptrdiff_t>(row.channels, 0)) << row.why;
     EXPECT_FALSE(outcome.sound) << row.why;
     EXPECT_NE(outcome.words.find(row.words), std::string::npos) << row.why << ": " << outcome.words;
   }
