@@ -112,6 +112,27 @@ class zuCacheFileInterface {
 
   // Care, beyond what the cache object uses.
 
+  /// Gives a write up: removes what it has made. Without effect once endFileWrite has begun to
+  /// publish.
+  void discardWrite();
+
+  /// Follows a conversion, which may run for minutes.
+  struct conversionWatch {
+    /// Told after each sample; false ends the conversion. May be null.
+    bool (*proceed)(void* context, unsigned int done, unsigned int total) = nullptr;
+    /// Told why a conversion failed, in words. May be null.
+    void (*report)(void* context, const char* line) = nullptr;
+    void* context = nullptr;
+  };
+
+  /// The conversions above, watched. A target that was not completed leaves nothing behind.
+  static bool convertFromPc2(const char* pc2FileName, const char* folder, const char* baseName,
+                             cacheFileFormat format, const char* dataFileTag, int ticksPerFrame,
+                             const conversionWatch& watch);
+  static bool convertToPc2(const char* pc2FileName, const char* folder, const char* baseName,
+                           unsigned int channelIndex, int ticksPerFrame,
+                           const conversionWatch& watch);
+
   /// Why the last call that failed did so, in words, without the file's name; "" when none failed.
   /// Valid until the next call.
   const char* errorString() const;

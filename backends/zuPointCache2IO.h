@@ -52,6 +52,9 @@ class zuPointCache2IO {
 
   // Care, beyond what the cache object uses.
 
+  /// Gives a write up: removes what it has made. Without effect once endWriteData has published.
+  void discardWrite();
+
   /// Why the last call that failed did so, in words, without the file's name; "" when none failed.
   /// Valid until the next call.
   const char* errorString() const;

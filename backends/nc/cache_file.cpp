@@ -71,6 +71,19 @@ Result Run(Impl* impl, Result onFailure, Body&& body) {
   return io::Guarded(impl->error, onFailure, std::forward<Body>(body));
 }
 
+// What the two conversions share around their work.
+template <typename Work>
+bool Convert(const char* folder, const char* baseName,
+             const zuCacheFileInterface::conversionWatch& watch, Work&& work) {
+  Error error;
+  const bool converted = io::Guarded(error, false, [&] {
+    nc::CacheName name;
+    return nc::MakeCacheName(folder, baseName, &name, error) && work(name, error);
+  });
+  if (!converted && watch.report != nullptr) watch.report(watch.context, error.text());
+  return converted;
+}
+
 }  // namespace
 
 zuCacheFileInterface::zuCacheFileInterface() : impl(new (std::nothrow) Impl) {}
@@ -363,24 +376,36 @@ bool zuCacheFileInterface::getDataFilePath(unsigned int fileIndex, char** path) 
 bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* folder,
                                           const char* baseName, cacheFileFormat format,
                                           const char* dataFileTag, int ticksPerFrame) {
-  Error error;
-  return io::Guarded(error, false, [&] {
-    nc::CacheName name;
-    return nc::MakeCacheName(folder, baseName, &name, error) &&
-           nc::ConvertFromPc2(pc2FileName, name, format == eFilePerFrame, dataFileTag,
-                              ticksPerFrame, error);
-  });
+  return convertFromPc2(pc2FileName, folder, baseName, format, dataFileTag, ticksPerFrame, {});
 }
 
 bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
                                         const char* baseName, unsigned int channelIndex,
                                         int ticksPerFrame) {
-  Error error;
-  return io::Guarded(error, false, [&] {
-    nc::CacheName name;
-    return nc::MakeCacheName(folder, baseName, &name, error) &&
-           nc::ConvertToPc2(pc2FileName, name, channelIndex, ticksPerFrame, error);
+  return convertToPc2(pc2FileName, folder, baseName, channelIndex, ticksPerFrame, {});
+}
+
+bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* folder,
+                                          const char* baseName, cacheFileFormat format,
+                                          const char* dataFileTag, int ticksPerFrame,
+                                          const conversionWatch& watch) {
+  return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
+    return nc::ConvertFromPc2(pc2FileName, name, format == eFilePerFrame, dataFileTag,
+                              ticksPerFrame, {watch.proceed, watch.context}, error);
   });
+}
+
+bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
+                                        const char* baseName, unsigned int channelIndex,
+                                        int ticksPerFrame, const conversionWatch& watch) {
+  return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
+    return nc::ConvertToPc2(pc2FileName, name, channelIndex, ticksPerFrame,
+                            {watch.proceed, watch.context}, error);
+  });
+}
+
+void zuCacheFileInterface::discardWrite() {
+  if (impl != nullptr && impl->writer) impl->writer->Discard();
 }
 
 const char* zuCacheFileInterface::errorString() const {

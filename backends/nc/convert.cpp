@@ -66,7 +66,7 @@ class Pc2Times {
 };
 
 bool CopySamples(zuPointCache2IO& from, const Pc2Times& times, CacheWriter& to,
-                 std::uint32_t channel, Error& error) {
+                 std::uint32_t channel, const Proceed& proceed, Error& error) {
   std::vector<float> points(kCoordinates * from.pointCount);
   for (std::uint32_t i = 0; i < from.sampleCount; ++i) {
     unsigned int count = from.pointCount;
@@ -76,7 +76,8 @@ bool CopySamples(zuPointCache2IO& from, const Pc2Times& times, CacheWriter& to,
                        from.errorString());
     }
     if (!times.At(i, &tick) || !to.BeginBlock(tick, error) ||
-        !to.AddArray(channel, tick, points.data(), count, error) || !to.EndBlock(error)) {
+        !to.AddArray(channel, tick, points.data(), count, error) || !to.EndBlock(error) ||
+        !proceed(i + 1, from.sampleCount, error)) {
       return false;
     }
   }
@@ -172,7 +173,7 @@ class PointReader {
 };
 
 bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPointCache2IO& to,
-              Error& error) {
+              const Proceed& proceed, Error& error) {
   PointReader reader(session, channel, plan.pointCount);
   for (std::uint32_t i = 0; i < plan.sampleCount; ++i) {
     const auto tick = static_cast<std::int32_t>(plan.first + std::int64_t{plan.interval} * i);
@@ -180,6 +181,7 @@ bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPo
     if (!to.writeSample(static_cast<int>(i), reader.Points())) {
       return error.Set(Error::eDevice, "sample %u: %.128s", i, to.errorString());
     }
+    if (!proceed(i + 1, plan.sampleCount, error)) return false;
   }
   if (to.endWriteData()) return true;
   return error.Set(Error::eDevice, "%.200s", to.errorString());
@@ -188,7 +190,7 @@ bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPo
 }  // namespace
 
 bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFrame,
-                    const char* tag, int ticksPerFrame, Error& error) {
+                    const char* tag, int ticksPerFrame, const Proceed& proceed, Error& error) {
   zuPointCache2IO file;
   if (pc2FileName == nullptr || !file.initialize(pc2FileName, zuPointCache2IO::readMode)) {
     return error.Set(Error::eRefused, "%.200s", file.errorString());
@@ -205,14 +207,17 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
   }
   CacheWriter writer;
   std::uint32_t channel = 0;
-  return writer.Begin(name, isPerFrame, tag, ticksPerFrame, error) &&
-         writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
-                           times.Interval(), &channel, error) &&
-         CopySamples(file, times, writer, channel, error) && writer.Finish(error);
+  const bool converted =
+      writer.Begin(name, isPerFrame, tag, ticksPerFrame, error) &&
+      writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
+                        times.Interval(), &channel, error) &&
+      CopySamples(file, times, writer, channel, proceed, error) && writer.Finish(error);
+  if (!converted) writer.Discard();  // the source has it all
+  return converted;
 }
 
 bool ConvertToPc2(const char* pc2FileName, const CacheName& name, std::uint32_t channel,
-                  int ticksPerFrame, Error& error) {
+                  int ticksPerFrame, const Proceed& proceed, Error& error) {
   CacheReader reader;
   Pc2Plan plan;
   if (!reader.Open(name, error) || !MakePlan(reader, channel, ticksPerFrame, &plan, error)) {
@@ -226,7 +231,9 @@ bool ConvertToPc2(const char* pc2FileName, const CacheName& name, std::uint32_t 
                            static_cast<float>(plan.interval / frames))) {
     return error.Set(Error::eRefused, "%.200s", file.errorString());
   }
-  return WritePc2(reader, channel, plan, file, error);
+  const bool converted = WritePc2(reader, channel, plan, file, proceed, error);
+  if (!converted) file.discardWrite();
+  return converted;
 }
 
 }  // namespace kelsdk::nc

@@ -54,11 +54,16 @@ FileHeader HeaderOf(const Description& description) {
 }  // namespace
 
 CacheWriter::~CacheWriter() {
-  if (published_ || partial_.folder.empty() || holdsData_ || failure_) return;
+  if (!holdsData_ && !failure_) Discard();
+}
+
+void CacheWriter::Discard() {
+  if (publishing_ || partial_.folder.empty()) return;
   try {
     DiscardPartial(&partial_);
+    partial_.folder.clear();
   } catch (const std::bad_alloc&) {
-    // Without memory the empty folder stays.
+    // Without memory the folder stays.
   }
 }
 
@@ -280,9 +285,8 @@ bool CacheWriter::Finish(Error& error) {
   ArmFailure();
   if (!description_.isPerFrame && !FinishSingle(error)) return Fail(error);
   if (description_.isPerFrame) DescribeTimes();
-  if (!Publish(&partial_, &description_, error)) return Fail(error);
-  published_ = true;
-  return true;
+  publishing_ = true;
+  return Publish(&partial_, &description_, error) || Fail(error);
 }
 
 void CacheWriter::DescribeTimes() {

@@ -35,6 +35,9 @@ class CacheWriter : public Session {
   bool EndBlock(io::Error& error);
   bool Finish(io::Error& error);
 
+  /// Gives up: removes what has been written, unless Finish has begun to publish it.
+  void Discard();
+
   const Description& Info() const override { return description_; }
   Extent ExtentOf(std::uint32_t channel) const override;
   bool TimesOf(std::uint32_t channel, Times* times, io::Error& error) override;
@@ -76,7 +79,7 @@ class CacheWriter : public Session {
   std::int32_t blockTick_ = 0;
   std::uint32_t blockArrays_ = 0;
   bool holdsData_ = false;
-  bool published_ = false;
+  bool publishing_ = false;
   io::Error failure_;
 };
 

@@ -5,7 +5,6 @@
 #include "backends/pc2/recover.h"
 #include "backends/pc2/writer.h"
 #include "backends/zuPointCache2IO.h"
-#include "host/KelMemory.h"
 
 namespace kelsdk {
 
@@ -27,14 +26,10 @@ void Show(const pc2::Header& header, zuPointCache2IO* shown) {
 
 }  // namespace
 
-zuPointCache2IO::zuPointCache2IO() : impl(nullptr) {
-  if (void* block = KelMalloc(sizeof(Impl))) impl = ::new (block) Impl;
-}
+zuPointCache2IO::zuPointCache2IO() : impl(new (std::nothrow) Impl) {}
 
 zuPointCache2IO::~zuPointCache2IO() {
-  if (impl == nullptr) return;
-  impl->~Impl();
-  KelFree(impl);
+  delete impl;
 }
 
 bool zuPointCache2IO::initialize(const char* fileName, openMode mode) {
@@ -72,6 +67,10 @@ bool zuPointCache2IO::writeSample(int sampleIndex, float* buffer) {
 bool zuPointCache2IO::endWriteData() {
   return impl != nullptr &&
          io::Guarded(impl->error, false, [&] { return impl->writer.End(impl->error); });
+}
+
+void zuPointCache2IO::discardWrite() {
+  if (impl != nullptr) impl->writer.Discard();
 }
 
 const char* zuPointCache2IO::errorString() const {

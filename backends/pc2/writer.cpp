@@ -12,7 +12,11 @@ std::string PartialName(const std::string& target, unsigned int attempt) {
 }
 
 Writer::~Writer() {
-  if (file_.IsOpen() && !anyWritten_) RemovePartial();
+  if (!anyWritten_) Discard();
+}
+
+void Writer::Discard() {
+  if (file_.IsOpen() && !published_) RemovePartial();
 }
 
 bool Writer::Prepare(const char* path, io::Error& error) {
@@ -87,7 +91,7 @@ bool Writer::End(io::Error& error) {
       !io::Rename(partialPath_.c_str(), target, error)) {
     return false;
   }
-  anyWritten_ = true;  // the file is the target now, whatever happens next
+  published_ = true;
   return io::SyncFolderOf(target, error) && file_.Close(error);
 }
 

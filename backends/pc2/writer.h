@@ -41,6 +41,9 @@ class Writer {
   /// write that failed: a file with a hole must not replace a whole one.
   bool End(io::Error& error);
 
+  /// Removes the partial file, unless End has published it.
+  void Discard();
+
  private:
   bool WriteHeader(const Header& header, io::Error& error);
   void RemovePartial();
@@ -52,6 +55,7 @@ class Writer {
   Header header_;
   std::uint32_t inOrder_ = 0;  // samples 0 to inOrder_ - 1 are written
   bool anyWritten_ = false;
+  bool published_ = false;
   bool hasGap_ = false;
   bool writeFailed_ = false;
 };
