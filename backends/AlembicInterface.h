@@ -64,6 +64,9 @@ class AlembicInterface {
   /// False for an unknown channel or without memory.
   bool GetChannelInfo(unsigned int channelIndex, AlembicChannelInfo& info);
 
+  /// The time of one sample in seconds; false for an unknown channel or sample.
+  bool GetSampleTime(unsigned int channelIndex, unsigned int sampleIndex, double& seconds);
+
   /// Told one line, without a final line break.
   using ReportFunction = void (*)(void* context, const char* line);
 

@@ -166,6 +166,18 @@ bool AlembicInterface::GetChannelInfo(unsigned int channelIndex, AlembicChannelI
                  [&] { return FillInfo(*impl->channels, channelIndex, info, impl->error); });
 }
 
+bool AlembicInterface::GetSampleTime(unsigned int channelIndex, unsigned int sampleIndex,
+                                     double& seconds) {
+  if (impl == nullptr || !impl->Has(channelIndex)) return false;
+  const ChannelList& channels = *impl->channels;
+  if (sampleIndex >= channels.SampleCount(channelIndex)) {
+    return impl->error.Set(Error::eRefused, "sample %u of %u", sampleIndex,
+                           channels.SampleCount(channelIndex));
+  }
+  seconds = channels.SamplingOf(channelIndex).TimeOf(sampleIndex);
+  return true;
+}
+
 bool AlembicInterface::ListTree(ReportFunction report, void* context) {
   if (impl == nullptr) return false;
   return Guarded(impl->error, false, [&] {
