@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "backends/AlembicInterface.h"
 #include "backends/zuPointCache2IO.h"
 #include "host/KelPathUtils.h"
 #include "tools/tool_error.h"
@@ -152,6 +151,14 @@ void CacheFile::OpenForRead() {
   }
   KelStatus status;
   if (!cache_->OpenFileForRead(&status)) Fail(status, RefusalOf(absolute, format_));
+}
+
+AlembicInterface& CacheFile::Alembic() {
+  if (alembic_ == nullptr) {
+    alembic_ = std::make_unique<AlembicInterface>(true);
+    if (!alembic_->Open(file_.c_str(), 1)) throw Failed(file_, alembic_->GetErrorString());
+  }
+  return *alembic_;
 }
 
 std::string CacheFile::FetchProblem(std::optional<unsigned int> sample) const {

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
+#include "backends/AlembicInterface.h"
 #include "cache/KelCache.h"
 
 namespace kelcache {
@@ -31,6 +33,10 @@ class CacheFile {
   Format format() const { return format_; }
   kelsdk::KelCache* operator->() { return cache_; }
 
+  /// The archive itself, for what the object does not tell; opened when first asked for. Throws
+  /// eFailed.
+  AlembicInterface& Alembic();
+
   /// Why a fetch failed, in words as far as they can be had; `sample` of a PC2 cache.
   std::string FetchProblem(std::optional<unsigned int> sample) const;
 
@@ -42,6 +48,7 @@ class CacheFile {
   Format format_;
   kelsdk::KelManager* manager_;
   kelsdk::KelCache* cache_;
+  std::unique_ptr<AlembicInterface> alembic_;
 };
 
 /// The folder (with its final "/") and base name by which the channel-cache library knows FILE.xml.

@@ -4,6 +4,7 @@
 
 #include "tools/output.h"
 #include "tools/summary.h"
+#include "tools/tool_error.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -159,11 +160,27 @@ struct InfoOptions {
   std::string file;
   std::string asName;
   bool json = false;
+  bool tree = false;
 };
 
+void PrintTree(CacheFile& cache) {
+  const auto print = [](void* /*context*/, const char* line) { std::printf("%s\n", line); };
+  if (!cache.Alembic().ListTree(print, nullptr)) {
+    throw Failed(cache.file(), cache.Alembic().GetErrorString());
+  }
+}
+
 EExit Info(const InfoOptions& options) {
-  CacheFile cache(options.file, FormatOf(options.file, options.asName));
+  const Format format = FormatOf(options.file, options.asName);
+  if (options.tree && format != kelsdk::KelCache::eAlembicFormat) {
+    throw ToolError(eUsage, options.file + ": only Alembic archives hold a tree");
+  }
+  CacheFile cache(options.file, format);
   cache.OpenForRead();
+  if (options.tree) {
+    PrintTree(cache);
+    return eDone;
+  }
   const CacheSummary summary = Summarise(cache);
   if (options.json) {
     PrintJson(summary);
@@ -182,7 +199,10 @@ void AddInfo(CLI::App& app, Work* work) {
       "Shows what a cache holds: format, frame rate and where it comes from (stored, derived from "
       "the spacing of the samples, assumed), first and last frame and time, channels, size");
   verb->add_option("FILE", options->file, "The cache")->required();
-  verb->add_flag("--json", options->json, "Print one JSON object");
+  auto* json = verb->add_flag("--json", options->json, "Print one JSON object");
+  verb->add_flag("--tree", options->tree,
+                 "Alembic: print the hierarchy of objects with their properties instead")
+      ->excludes(json);
   AddAsOption(verb, &options->asName);
   verb->callback([=] { *work = [=] { return Info(*options); }; });
 }

@@ -23,6 +23,11 @@ int main(int argc, char** argv) {
   AddPlay(app, &work);
   AddDump(app, &work);
   AddMake(app, &work);
+  AddVerify(app, &work);
+  AddRecover(app, &work);
+  AddConvert(app, &work);
+  AddDiff(app, &work);
+  AddRetime(app, &work);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -63,9 +63,12 @@ Moment Moments::At(unsigned int index) {
     moment.time = time;
     return moment;
   }
-  const double step =
-      channel_->samples > 1 ? (*channel_->end - *channel_->start) / (channel_->samples - 1) : 0;
-  return FromSeconds(*channel_->start + index * channel_->interval.value_or(step), index);
+  double seconds = 0;
+  if (!cache_->Alembic().GetSampleTime(static_cast<unsigned int>(channel_->index), index,
+                                       seconds)) {
+    throw Failed(cache_->file(), "sample " + std::to_string(index) + " has no time");
+  }
+  return FromSeconds(seconds, index);
 }
 
 std::optional<Moment> Moments::AtFrame(double frame) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "backends/AlembicInterface.h"
 #include "backends/zuPointCache2IO.h"
 #include "tools/tool_error.h"
 
@@ -123,8 +122,7 @@ const char* SamplingName(AlembicChannelInfo::ESampling sampling) {
 }
 
 void SummariseAlembic(CacheFile& cache, CacheSummary* summary) {
-  AlembicInterface reader(true);
-  if (!reader.Open(cache.file().c_str(), 1)) throw Failed(cache.file(), reader.GetErrorString());
+  AlembicInterface& reader = cache.Alembic();
   for (int i = 0; i < reader.GetNumChannels(); ++i) {
     const auto index = static_cast<unsigned int>(i);
     AlembicChannelInfo info;

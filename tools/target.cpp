@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <filesystem>
+
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -16,6 +18,13 @@ ino_t InodeOf(const std::string& file) {
 
 Target::Target(const std::string& file, bool force) : file_(file), before_(InodeOf(file)) {
   if (before_ != 0 && !force) throw Failed(file, "exists already; --force replaces it");
+}
+
+void Target::ExpectOtherThan(const std::string& source) const {
+  std::error_code missing;
+  if (std::filesystem::equivalent(source, file_, missing)) {
+    throw ToolError(eUsage, file_ + ": is the source itself");
+  }
 }
 
 void Target::ExpectReplaced() const {

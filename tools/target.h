@@ -12,6 +12,9 @@ class Target {
   /// Throws eFailed when the file exists and `force` is not given.
   Target(const std::string& file, bool force);
 
+  /// Throws eUsage when the file is the same as `source`.
+  void ExpectOtherThan(const std::string& source) const;
+
   /// Closing a cache does not report whether the file could be completed; that the name stands for
   /// another file than before does. Throws eFailed otherwise.
   void ExpectReplaced() const;

@@ -16,6 +16,11 @@ void AddInfo(CLI::App& app, Work* work);
 void AddPlay(CLI::App& app, Work* work);
 void AddDump(CLI::App& app, Work* work);
 void AddMake(CLI::App& app, Work* work);
+void AddVerify(CLI::App& app, Work* work);
+void AddRecover(CLI::App& app, Work* work);
+void AddConvert(CLI::App& app, Work* work);
+void AddDiff(CLI::App& app, Work* work);
+void AddRetime(CLI::App& app, Work* work);
 
 /// The option --as, common to the verbs that open a file.
 inline void AddAsOption(CLI::App* verb, std::string* asName) {

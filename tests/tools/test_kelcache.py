@@ -7,9 +7,11 @@ import json
 import os
 import pathlib
 import pty
+import signal
 import struct
 import subprocess
 import tempfile
+import time
 import unittest
 
 COMMAND = os.environ["KELCACHE"]
@@ -155,8 +157,8 @@ class Failures(CommandTest):
         self.expect_error(USAGE, "Exactly 1 option", "dump", "shot.pc2")
         path = self.pc2("one.pc2", 1, 1, [0] * 3)
         self.expect_error(USAGE, "no channel 1, it has 1", "play", path, "--channel", 1)
-        for verb in ("info", "play", "dump", "make"):
-            self.assertIn("FILE", self.run_done(verb, "--help"))
+        for verb in ("info", "play", "dump", "make", "verify", "recover", "convert", "diff", "retime"):
+            self.assertIn("--help", self.run_done(verb, "--help"))
 
     def test_a_file_cut_short(self):
         path = self.pc2("cut.pc2", 1, 5, [0] * 7)
@@ -208,6 +210,221 @@ class Making(CommandTest):
         os.close(terminal)
         self.assertIn(b"100%", os.read(master, 65536))
         os.close(master)
+
+
+class NC(CommandTest):
+    def make(self, name, *more, points=50, frames=6):
+        path = self.folder / name
+        self.run_done("make", path, "--points", points, "--frames", frames, *more)
+        return path
+
+    def test_channels_of_every_type(self):
+        types = ["floatVector", "doubleVector", "int32", "float", "double"]
+        for more in [[], ["--per-frame"], ["--compact"], ["--per-frame", "--compact"]]:
+            path = self.make("many.xml", "--channels", "p,v,i,f,d", "--type", ",".join(types),
+                             "--start", -2, "--force", *more)
+            info = json.loads(self.run_done("info", path, "--json"))
+            self.assertEqual((info["format"], info["frameRate"], info["frameRateSource"]),
+                             ("nc", 24, "stored"))
+            self.assertEqual((info["firstFrame"], info["lastFrame"]), (-2, 3))
+            self.assertEqual([channel["name"] for channel in info["channels"]], list("pvifd"))
+            self.assertEqual({channel["type"].removesuffix("Array") for channel in info["channels"]},
+                             set(types))
+            self.assertEqual(len(info["dataFiles"]), 6 if "--per-frame" in more else 1)
+            for channel in info["channels"]:
+                self.assertEqual((channel["samples"], channel["points"], channel["sampling"]),
+                                 (6, 50, "regular"))
+                played = self.run_done("play", path, "--channel", channel["index"])
+                self.assertIn("6 frames (-2 to 3), 50 points", played)
+            self.assertEqual(self.run_done("verify", path), "")
+            dump = json.loads(self.run_done("dump", path, "--channel", 1, "--frame=-1"))
+            self.assertEqual((dump["name"], dump["elements"], dump["components"]), ("v", 50, 3))
+
+    def test_verify_finds_damage(self):
+        path = self.make("a.xml")
+        data = self.folder / "a.ncx"
+        whole = data.read_bytes()
+        for position in (len(whole) // 2, len(whole) - 1, 3):
+            flipped = bytearray(whole)
+            flipped[position] ^= 1
+            data.write_bytes(flipped)
+            found = run("verify", path)
+            self.assertEqual(found.returncode, FOUND, position)
+            self.assertIn(f"{path}: ", found.stdout)
+        data.unlink()
+        self.assertEqual(run("verify", path).returncode, FOUND)
+        self.expect_error(FAILED, "there is no such file", "verify", self.folder / "none.xml")
+
+    def test_many_files_at_once(self):
+        good = [self.make(f"good{i}.xml") for i in range(5)]
+        bad = self.pc2("bad.pc2", 1, 5, [0] * 7)
+        found = run("verify", *good, bad, "--jobs", 4)
+        self.assertEqual(found.returncode, FOUND)
+        self.assertEqual(found.stdout, f"{bad}: holds 2 whole samples of 5 claimed\n")
+        self.assertIn("6 files, 5 sound, 1 failed", found.stderr)
+
+    def test_a_data_file_names_no_cache(self):
+        self.make("a.xml")
+        self.expect_error(USAGE, "name its description", "info", self.folder / "a.ncx")
+
+
+class Alembic(CommandTest):
+    def test_info_play_and_tree(self):
+        path = DATA / "abc" / "mesh_24fps.abc"
+        info = json.loads(self.run_done("info", path, "--json"))
+        self.assertEqual((info["format"], info["frameRate"], info["frameRateSource"]),
+                         ("alembic", 24, "derived"))
+        channel = info["channels"][0]
+        self.assertEqual(channel["name"], "/wave/.geom/P")
+        self.assertEqual((channel["samples"], channel["points"], channel["sampling"]),
+                         (24, 42, "uniform"))
+        self.assertIn("24 frames (0 to 23), 42 points", self.run_done("play", path))
+        self.assertIn("wave", self.run_done("info", path, "--tree"))
+        self.assertEqual(self.run_done("verify", path), "")
+        one = self.pc2("one.pc2", 1, 1, [0] * 3)
+        self.expect_error(USAGE, "only Alembic", "info", one, "--tree")
+
+
+class Converting(CommandTest):
+    def test_pc2_there_and_back(self):
+        # At these rates the sample times of each file fall on ticks.
+        rates = {"jelly_drop": 25}
+        for path in sorted((DATA / "pc2").glob("*.pc2")):
+            rate = ["--rate", rates.get(path.stem, 24)]
+            for more in [[], ["--per-frame"], ["--compact"], ["--per-frame", "--compact"]]:
+                nc, back = self.folder / "shot.xml", self.folder / "back.pc2"
+                self.run_done("convert", path, nc, "--force", *rate, *more)
+                self.run_done("diff", path, nc)
+                self.run_done("verify", nc)
+                self.run_done("convert", nc, back, "--force")
+                self.assertEqual(back.read_bytes(), path.read_bytes(), (path.name, more))
+
+    def test_times_between_ticks_are_told_of(self):
+        path = DATA / "pc2" / "jelly_drop.pc2"
+        nc, back = self.folder / "shot.xml", self.folder / "back.pc2"
+        self.assertIn("rounded to ticks", run("convert", path, nc).stderr)
+        self.run_done("diff", path, nc)
+        self.assertIn("one per frame was taken", run("convert", nc, back).stderr)
+
+    def test_alembic_to_both(self):
+        for name in ("mesh_24fps.abc", "mesh_ntsc.abc", "xforms.abc"):
+            path = DATA / "abc" / name
+            self.run_done("convert", path, self.folder / "a.pc2", "--force")
+            self.run_done("diff", path, self.folder / "a.pc2")
+            self.run_done("convert", path, self.folder / "a.xml", "--force")
+            self.run_done("diff", path, self.folder / "a.xml")
+
+    def test_a_part(self):
+        path = DATA / "pc2" / "arm_tube.pc2"
+        part = self.folder / "part.pc2"
+        self.run_done("convert", path, part, "--from=-2", "--to", 1)
+        info = json.loads(self.run_done("info", part, "--json"))
+        self.assertEqual((info["firstFrame"], info["lastFrame"]), (-2, 1))
+        whole = json.loads(self.run_done("dump", path, "--frame", 0))
+        self.assertEqual(json.loads(self.run_done("dump", part, "--frame", 0))["values"],
+                         whole["values"])
+
+    def test_refusals_leave_nothing(self):
+        source = self.folder / "in.pc2"
+        source.write_bytes((DATA / "pc2" / "arm_tube.pc2").read_bytes())
+        kept = self.pc2("kept.pc2", 1, 1, [0] * 3)
+        cut = self.pc2("cut.pc2", 1, 5, [0] * 7)
+        self.run_done("make", self.folder / "scalar.xml", "--points", 2, "--frames", 2, "--type",
+                      "float")
+        before = sorted(os.listdir(self.folder))
+        cases = [
+            (FAILED, "exists already", source, kept),
+            (USAGE, "is the source itself", source, source, "--force"),
+            (FAILED, "5 samples claimed, 2 in the file", cut, self.folder / "out.xml"),
+            (FAILED, "holds no points", self.folder / "scalar.xml", self.folder / "out.pc2"),
+            (USAGE, "no channel 7", self.folder / "scalar.xml", self.folder / "out.pc2",
+             "--channel", 7),
+            (USAGE, "Invalid sampling rate", source, self.folder / "out.xml", "--rate", 7000),
+            (FAILED, "", source, self.folder / "none" / "out.xml"),
+            (USAGE, "only read", source, self.folder / "out.abc"),
+            (FAILED, "no sample lies", source, self.folder / "out.pc2", "--from", 50),
+            (FAILED, "there is no such file", self.folder / "none.pc2", self.folder / "out.xml"),
+        ]
+        for status, words, *arguments in cases:
+            self.expect_error(status, words, "convert", *arguments)
+        self.assertEqual(sorted(os.listdir(self.folder)), before)
+
+    def test_a_folder_of_inputs(self):
+        for name in ("arm_tube", "twist_box"):
+            (self.folder / f"{name}.pc2").write_bytes((DATA / "pc2" / f"{name}.pc2").read_bytes())
+        inputs = sorted(self.folder.glob("*.pc2"))
+        done = run("convert", *inputs, "--to", "xml", "--jobs", 2)
+        self.assertEqual(done.returncode, DONE, done.stderr)
+        self.assertIn("2 files, 2 converted, 0 failed", done.stderr)
+        for path in inputs:
+            self.run_done("diff", path, path.with_suffix(".xml"))
+
+    def test_interruption_leaves_nothing(self):
+        self.run_done("make", self.folder / "big.pc2", "--points", 200000, "--frames", 200)
+        before = sorted(os.listdir(self.folder))
+        running = subprocess.Popen([COMMAND, "convert", str(self.folder / "big.pc2"),
+                                    str(self.folder / "out.xml"), "--compact"],
+                                   stderr=subprocess.PIPE, text=True)
+        while sorted(os.listdir(self.folder)) == before and running.poll() is None:
+            time.sleep(0.01)
+        running.send_signal(signal.SIGINT)
+        self.assertIn("interrupted", running.communicate()[1])
+        self.assertEqual(running.returncode, FAILED)
+        self.assertEqual(sorted(os.listdir(self.folder)), before)
+
+    def test_diff_finds_and_tolerates(self):
+        a = self.pc2("a.pc2", 2, 2, [0] * 12)
+        b = self.pc2("b.pc2", 2, 2, [0] * 11 + [0.5])
+        found = run("diff", a, b)
+        self.assertEqual(found.returncode, FOUND)
+        self.assertIn("frame 1: 1 of 6 values differ", found.stdout)
+        self.assertIn("largest difference 0.5 at channel 0: frame 1, element 1, value 2: 0 and 0.5",
+                      found.stdout)
+        self.run_done("diff", a, b, "--tolerance", 0.5)
+        self.assertEqual(run("diff", a, self.pc2("c.pc2", 2, 1, [0] * 6)).returncode, FOUND)
+        self.assertEqual(run("diff", a, self.pc2("d.pc2", 2, 2, [0] * 12, start=1)).returncode,
+                         FOUND)
+
+    def test_retime(self):
+        path = DATA / "pc2" / "monkey_wave.pc2"  # frames 10 to 20, every half frame
+        nc = self.folder / "shot.xml"
+        self.run_done("convert", path, nc)
+        for source, target in [(path, "out.pc2"), (nc, "out.xml"), (path, "out.xml")]:
+            out = self.folder / target
+            self.run_done("retime", source, out, "--offset", -10, "--force")
+            info = json.loads(self.run_done("info", out, "--json"))
+            self.assertEqual((info["firstFrame"], info["lastFrame"]), (0, 10))
+            self.run_done("retime", source, out, "--scale", 2, "--force")
+            info = json.loads(self.run_done("info", out, "--json"))
+            self.assertEqual((info["firstFrame"], info["lastFrame"]), (20, 40))
+        self.run_done("retime", nc, self.folder / "slow.xml", "--rate", 12)
+        info = json.loads(self.run_done("info", self.folder / "slow.xml", "--json"))
+        self.assertEqual((info["frameRate"], info["firstFrame"], info["lastFrame"]), (12, 10, 20))
+        self.expect_error(USAGE, "stores no frame rate", "retime", path, self.folder / "x.pc2",
+                          "--rate", 12)
+
+
+class Recovering(CommandTest):
+    def test_a_killed_writer(self):
+        for name, words in [("sim.pc2", "whole samples saved"), ("sim.xml", "whole time blocks saved")]:
+            path = self.folder / name
+            self.run_done("make", path, "--points", 10, "--frames", 2)
+            older = self.run_done("dump", path, "--sample", 1)
+            running = subprocess.Popen([COMMAND, "make", str(path), "--points", "50000", "--frames",
+                                        "2000", "--force"])
+            time.sleep(0.3)
+            running.kill()
+            running.wait()
+            self.assertEqual(self.run_done("dump", path, "--sample", 1), older)
+            done = run("recover", path)
+            self.assertEqual(done.returncode, DONE, done.stderr)
+            self.assertIn(words, done.stdout)
+            saved = int(done.stdout.split(": ")[1].split()[0])
+            self.assertGreater(saved, 0)
+            self.assertIn(f"{saved} frames (0 to {saved - 1}), 50000 points",
+                          self.run_done("play", path))
+            self.run_done("verify", path)
+            self.assertEqual(run("recover", path).returncode, FAILED)
 
 
 if __name__ == "__main__":

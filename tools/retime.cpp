@@ -1,0 +1,69 @@
+#include <memory>
+
+#include "tools/copy.h"
+#include "tools/target.h"
+#include "tools/verbs.h"
+
+namespace kelcache {
+namespace {
+
+struct RetimeOptions {
+  std::string in;
+  std::string out;
+  double rate = 0;
+  double scale = 0;
+  std::optional<double> offset;
+  bool perFrame = false;
+  bool compact = false;
+  bool force = false;
+};
+
+EExit Retime(const RetimeOptions& options) {
+  const Format from = FormatOf(options.in, "");
+  CopyOptions copy;
+  copy.target = options.out;
+  copy.targetFormat = FormatOf(options.out, "");
+  if (copy.targetFormat == kelsdk::KelCache::eAlembicFormat) {
+    throw ToolError(eUsage, options.out + ": Alembic archives are only read");
+  }
+  if (options.rate > 0 && copy.targetFormat == kelsdk::KelCache::ePC2Format) {
+    throw ToolError(eUsage, options.out + ": a PC2 cache stores no frame rate");
+  }
+  copy.targetRate = options.rate;
+  if (options.scale > 0) copy.map.scale = options.scale;
+  if (options.offset) copy.map.offset = *options.offset;
+  copy.perFrame = options.perFrame;
+  copy.compact = options.compact;
+  const Target target(options.out, options.force);
+  Source source(options.in, from, 0);
+  target.ExpectOtherThan(options.in);
+  PrintCopied(options.out, Copy(source, copy));
+  return eDone;
+}
+
+}  // namespace
+
+void AddRetime(CLI::App& app, Work* work) {
+  const auto options = std::make_shared<RetimeOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "retime",
+      "Writes a cache with the same samples at other times. Exactly one of --rate, "
+      "--scale and --offset");
+  verb->add_option("IN", options->in, "The cache to read")->required();
+  verb->add_option("OUT", options->out, "The cache to write, PC2 or NC")->required();
+  auto* how = verb->add_option_group("timing", "How the samples move");
+  how->add_option("--rate", options->rate,
+                  "Every sample keeps its scene frame and lasts as long as at this many frames per "
+                  "second")
+      ->check(CLI::PositiveNumber);
+  how->add_option("--scale", options->scale, "Scene frames are multiplied by this")
+      ->check(CLI::PositiveNumber);
+  how->add_option("--offset", options->offset, "This many frames are added to the scene frames");
+  how->require_option(1);
+  verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
+  verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
+  verb->add_flag("--force", options->force, "Replace a cache that is there");
+  verb->callback([=] { *work = [=] { return Retime(*options); }; });
+}
+
+}  // namespace kelcache

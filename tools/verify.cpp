@@ -1,0 +1,121 @@
+#include <cmath>
+#include <filesystem>
+#include <memory>
+
+#include "backends/AlembicInterface.h"
+#include "backends/zuPointCache2IO.h"
+#include "tools/cache_file.h"
+#include "tools/jobs.h"
+#include "tools/verbs.h"
+
+namespace kelcache {
+namespace {
+
+struct VerifyOptions {
+  std::vector<std::string> files;
+  std::string asName;
+  unsigned int jobs = 1;
+};
+
+class Problems {
+ public:
+  explicit Problems(const std::string& file) : file_(file) {}
+
+  void Add(const std::string& problem) {
+    result_.lines.push_back(file_ + ": " + problem);
+    result_.status = eFound;
+  }
+  /// For the back-ends' reports.
+  static void Report(void* problems, const char* line) {
+    static_cast<Problems*>(problems)->Add(line);
+  }
+  JobResult Take() { return std::move(result_); }
+
+ private:
+  std::string file_;
+  JobResult result_;
+};
+
+// A PC2 file has no checksums: its header must make sense and agree with its size, and every sample
+// must be readable.
+void VerifyPC2(const std::string& file, Problems* problems) {
+  kelsdk::zuPointCache2IO reader;
+  if (!reader.initialize(file.c_str(), kelsdk::zuPointCache2IO::readMode)) {
+    return problems->Add(reader.errorString());
+  }
+  if (reader.version != 1) {
+    return problems->Add("version " + std::to_string(reader.version) + ", only 1 is known");
+  }
+  if (!std::isfinite(reader.startFrame)) problems->Add("the start frame is no number");
+  if (!std::isfinite(reader.sampleRate) || reader.sampleRate == 0) {
+    problems->Add("the sample rate gives the samples no frames");
+  }
+  const unsigned int whole = reader.wholeSampleCount();
+  if (whole != reader.sampleCount) {
+    problems->Add("holds " + std::to_string(whole) + " whole samples of " +
+                  std::to_string(reader.sampleCount) + " claimed");
+  }
+  const auto promised = 32 + std::uint64_t{12} * reader.pointCount * reader.sampleCount;
+  const std::uint64_t size = std::filesystem::file_size(file);
+  if (size > promised)
+    problems->Add(std::to_string(size - promised) + " bytes after the last sample");
+  std::vector<float> points(size_t{reader.pointCount} * 3);
+  for (unsigned int sample = 0; sample < whole; ++sample) {
+    unsigned int count = reader.pointCount;
+    if (!reader.readSample(sample, points.data(), count)) {
+      problems->Add("sample " + std::to_string(sample) + ": " + reader.errorString());
+    }
+  }
+}
+
+void VerifyAlembic(const std::string& file, Problems* problems) {
+  AlembicInterface reader(true);
+  if (!reader.Open(file.c_str(), 1)) return problems->Add(reader.GetErrorString());
+  reader.Verify(Problems::Report, problems);
+}
+
+void VerifyNC(const std::string& file, Problems* problems) {
+  const NCName name(file);
+  kelsdk::zuCacheFileInterface::verify(name.folder.c_str(), name.baseName.c_str(), Problems::Report,
+                                       problems);
+}
+
+JobResult VerifyFile(const std::string& file, const std::string& asName) {
+  const Format format = FormatOf(file, asName);
+  std::error_code failed;
+  if (!std::filesystem::exists(file, failed)) throw Failed(file, "there is no such file");
+  if (std::filesystem::is_directory(file, failed)) throw Failed(file, "is a directory");
+  Problems problems(file);
+  switch (format) {
+    case kelsdk::KelCache::ePC2Format: VerifyPC2(file, &problems); break;
+    case kelsdk::KelCache::eNCFormat: VerifyNC(file, &problems); break;
+    case kelsdk::KelCache::eAlembicFormat: VerifyAlembic(file, &problems); break;
+    case kelsdk::KelCache::eUnknownFormat: break;
+  }
+  return problems.Take();
+}
+
+EExit Verify(const VerifyOptions& options) {
+  return RunJobs(
+      options.files, options.jobs,
+      [&](const std::string& file) { return VerifyFile(file, options.asName); }, "sound");
+}
+
+}  // namespace
+
+void AddVerify(CLI::App& app, Work* work) {
+  const auto options = std::make_shared<VerifyOptions>();
+  CLI::App* verb = app.add_subcommand(
+      "verify",
+      "Reads everything of each cache and checks every size, index and checksum that its "
+      "format has. Prints one line per problem, nothing for a sound cache; exit status 1 "
+      "when there is any problem");
+  verb->add_option("FILE", options->files, "The caches")->required();
+  verb->add_option("--jobs", options->jobs, "Caches read at the same time")
+      ->check(CLI::PositiveNumber)
+      ->capture_default_str();
+  AddAsOption(verb, &options->asName);
+  verb->callback([=] { *work = [=] { return Verify(*options); }; });
+}
+
+}  // namespace kelcache
