@@ -1,0 +1,251 @@
+// Bytes as a sequence of calls on one cache object, in any order: names and formats change while
+// files are open, caches are written, read, fetched and converted. After each call the object must
+// keep its word: a failed fetch hands out nothing, a closed format is not open.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "cache/KelCache.h"
+#include "fuzz/memory_file.h"
+
+namespace {
+
+using kelfuzz::Require;
+using kelsdk::KelCache;
+using kelsdk::KelManager;
+using kelsdk::KelStatus;
+using kelsdk::KelString;
+using kelsdk::KelTime;
+
+constexpr unsigned int kRoom = 16;  // elements in the caller's arrays
+
+// Takes small numbers from the front of the input; zeros when it is used up.
+class Script {
+ public:
+  Script(const std::uint8_t* bytes, std::size_t size) : at_(bytes), end_(bytes + size) {}
+  bool AtEnd() const { return at_ == end_; }
+  unsigned int Below(unsigned int limit) { return at_ == end_ ? 0 : *at_++ % limit; }
+  KelTime Time() {
+    switch (Below(6)) {
+      case 0: return KelTime(0);
+      case 1: return KelTime::FromFrame(int(Below(8)) - 2);
+      case 2: return KelTime(7697693LL * int(Below(255)));
+      case 3: return KelTime(-1);
+      case 4: return KelTime(INT64_MAX);
+      default: return KelTime::FromSeconds(Below(200) / 100.0);
+    }
+  }
+
+ private:
+  const std::uint8_t* at_;
+  const std::uint8_t* end_;
+};
+
+// One scratch folder for the process; its caches are made anew for each input.
+const std::string& Folder() {
+  static const std::string folder = [] {
+    std::string name = "/dev/shm/kelcache-fuzz-XXXXXX";
+    Require(::mkdtemp(name.data()) != nullptr);
+    return name + "/";
+  }();
+  return folder;
+}
+
+class Player {
+ public:
+  explicit Player(Script& script)
+      : script_(script), manager_(KelManager::Create()), cache_(KelCache::Create(manager_, "c")) {}
+  ~Player() { manager_->Destroy(); }
+  Player(const Player&) = delete;
+  Player& operator=(const Player&) = delete;
+
+  void Step() {
+    switch (script_.Below(24)) {
+      case 0: SetName(); break;
+      case 1:
+      case 2:
+        cache_->SetCacheFileFormat(static_cast<KelCache::EFileFormat>(script_.Below(5)), &status_);
+        break;
+      case 3:
+      case 4: cache_->OpenFileForRead(&status_); break;
+      case 5:
+        cache_->OpenFileForWrite(0, 24, script_.Below(5), script_.Below(kRoom), &status_);
+        break;
+      case 6: OpenNCForWrite(); break;
+      case 7: Close(); break;
+      case 8:
+      case 9: Fetch(); break;
+      case 10: BeginOrEnd(); break;
+      case 11:
+      case 12: Write(); break;
+      case 13: Read(); break;
+      case 14: Catalogue(); break;
+      case 15: Timing(); break;
+      case 16: cache_->Write(script_.Below(6), doubles_, &status_); break;
+      case 17: cache_->Read(script_.Below(6), doubles_, script_.Below(kRoom), &status_); break;
+      case 18: AddChannel(); break;
+      case 19: cache_->EnableMultiChannelFetching(script_.Below(2) != 0, &status_); break;
+      case 20:
+        cache_->ConvertFromPC2ToNC(static_cast<KelCache::ENCFileCount>(script_.Below(2)), 24,
+                                   static_cast<KelCache::ENCBinaryFormat>(script_.Below(2)),
+                                   &status_);
+        break;
+      case 21: cache_->ConvertFromNCToPC2(24, script_.Below(3), &status_); break;
+      case 22: DataFiles(); break;
+      default: Renew(); break;
+    }
+  }
+
+ private:
+  void SetName() {
+    const char* const names[] = {"a.pc2", "a.xml", "b.pc2", "b.xml", "a.abc", "", "none/x.pc2"};
+    const std::string name = names[script_.Below(7)];
+    cache_->SetCacheFileName(name.c_str(), name.empty() ? "" : (Folder() + name).c_str(), &status_);
+  }
+
+  void OpenNCForWrite() {
+    cache_->OpenFileForWrite(static_cast<KelCache::ENCFileCount>(script_.Below(2)), 24,
+                             script_.Below(2) != 0 ? "first" : nullptr,
+                             static_cast<KelCache::ENCBinaryFormat>(script_.Below(2)),
+                             static_cast<KelCache::ENCDataType>(script_.Below(8)), nullptr,
+                             &status_);
+  }
+
+  void Close() {
+    Require(cache_->CloseFile(&status_) && !status_.Error());
+    Require(!cache_->IsOpen(nullptr));
+  }
+
+  void Fetch() {
+    float* values = nullptr;
+    unsigned int length = 1;
+    const unsigned int channel = script_.Below(4);
+    const KelTime time = script_.Time();
+    if (!cache_->Read(&values, length, time, channel)) {
+      Require(values == nullptr && length == 0);
+      return;
+    }
+    Require(values != nullptr && length != 0 && cache_->IsOpen(nullptr));
+    float sum = 0;  // the address sanitizer sees a length that is too long
+    for (unsigned int i = 0; i < length; ++i) sum += values[i];
+    doubles_[0] = double(sum);
+  }
+
+  void BeginOrEnd() {
+    KelTime time = script_.Time();
+    if (script_.Below(2) != 0) {
+      cache_->BeginWriteAt(time, &status_);
+    } else {
+      cache_->EndWriteAt(&status_);
+    }
+  }
+
+  void Write() {
+    KelTime time = script_.Time();
+    const int channel = int(script_.Below(4)) - 1;
+    const unsigned int count = script_.Below(kRoom);
+    switch (script_.Below(3)) {
+      case 0: cache_->Write(channel, time, doubles_, count, &status_); break;
+      case 1: cache_->Write(channel, time, floats_, count, &status_); break;
+      default: cache_->Write(channel, time, ints_, count, &status_); break;
+    }
+  }
+
+  void Read() {
+    KelTime time = script_.Time();
+    const int channel = int(script_.Below(4)) - 1;
+    // Alembic elements have up to 16 values: room for one of them.
+    const bool alembic = cache_->GetCacheFileFormat() == KelCache::eAlembicFormat;
+    const unsigned int count = alembic ? 1 : script_.Below(kRoom);
+    switch (script_.Below(3)) {
+      case 0: cache_->Read(channel, time, doubles_, count, &status_); break;
+      case 1: cache_->Read(channel, time, floats_, count, &status_); break;
+      default: cache_->Read(channel, time, ints_, count, &status_); break;
+    }
+  }
+
+  void Catalogue() {
+    const int channel = int(script_.Below(4)) - 1;
+    KelString text;
+    auto type = KelCache::eNCUnknownData;
+    auto files = KelCache::eNCSingleFile;
+    cache_->GetChannelName(channel, text, &status_);
+    cache_->GetChannelInterpretation(channel, text, &status_);
+    cache_->GetChannelDataType(channel, type, &status_);
+    cache_->GetCacheType(files, &status_);
+    const int count = cache_->GetChannelCount(&status_);
+    Require((count >= 0) == cache_->IsOpen(nullptr));
+    Require(cache_->GetChannelIndex("first", &status_) < std::max(count, 1));
+  }
+
+  void Timing() {
+    const int channel = int(script_.Below(4)) - 1;
+    KelTime a;
+    KelTime b;
+    unsigned int count = 0;
+    auto sampling = KelCache::eNCSamplingRegular;
+    cache_->GetAnimationRange(channel, a, b, &status_);
+    cache_->GetSamplingFrameRate(&status_);
+    cache_->GetCacheTimePerFrame(&status_);
+    cache_->GetDataTime(channel, script_.Below(5), a, &status_);
+    cache_->GetDataCount(channel, &status_);
+    const KelTime from = script_.Time();
+    if (cache_->GetNextTimeWithData(from, b, channel, &status_)) Require(b > from);
+    cache_->GetChannelPointCount(channel, from, count, &status_);
+    cache_->GetChannelSampleCount(channel, count, &status_);
+    cache_->GetChannelSamplingType(channel, sampling, &status_);
+    cache_->GetChannelSamplingRate(channel, a, &status_);
+  }
+
+  void AddChannel() {
+    const char* const names[] = {"first", "second", "third", ""};
+    unsigned int index = 0;
+    cache_->AddChannel(names[script_.Below(4)],
+                       static_cast<KelCache::ENCDataType>(script_.Below(8)), "i", index, &status_);
+  }
+
+  void DataFiles() {
+    KelString relative;
+    KelString absolute;
+    const int count = cache_->GetCacheDataFileCount(&status_);
+    const int index = int(script_.Below(4)) - 1;
+    const bool named = cache_->GetCacheDataFileName(index, relative, absolute, &status_);
+    Require(!named || (index >= 0 && index < count));
+  }
+
+  void Renew() {
+    cache_->Destroy();
+    cache_ = KelCache::Create(manager_, "c");
+  }
+
+  Script& script_;
+  KelStatus status_;
+  KelManager* manager_;
+  KelCache* cache_;
+  double doubles_[3 * kRoom] = {0.5};
+  float floats_[3 * kRoom] = {0.5F};
+  int ints_[3 * kRoom] = {5};
+};
+
+// A small archive to open, when there is one beside the corpus.
+void LayOutFiles() {
+  for (const auto& entry : std::filesystem::directory_iterator(Folder())) {
+    std::filesystem::remove_all(entry.path());
+  }
+  std::error_code missing;
+  std::filesystem::copy_file(KELCACHE_TEST_DATA "/abc/tiny.abc", Folder() + "a.abc", missing);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
+  constexpr std::size_t kLongest = 512;
+  LayOutFiles();
+  Script script(bytes, std::min(size, kLongest));
+  Player player(script);
+  while (!script.AtEnd()) player.Step();
+  return 0;
+}
