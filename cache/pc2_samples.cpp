@@ -33,7 +33,7 @@ bool KelCache::Read(unsigned int sampleIndex, double* buffer, unsigned int point
   float* scratch = internalState->pc2Buffer;
   const unsigned int valueCount = pointCount * kValuesPerPoint;
   if (pointCount > cache->pointCount) {
-    std::fill(scratch + cache->pointCount * kValuesPerPoint, scratch + valueCount, 0.0F);
+    std::fill(scratch + size_t{cache->pointCount} * kValuesPerPoint, scratch + valueCount, 0.0F);
   }
   unsigned int count = pointCount;
   if (!cache->readSample(sampleIndex, scratch, count)) {
