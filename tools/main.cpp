@@ -4,8 +4,10 @@
 
 #include "tools/verbs.h"
 
-int main(int argc, char** argv) {
-  using namespace kelcache;  // NOLINT(google-build-using-namespace): this file is the command
+namespace kelcache {
+namespace {
+
+EExit Run(int argc, char** argv) {
   CLI::App app{
       "kelcache: inspects, checks, plays and converts animation caches.\n"
       "Formats: PC2 point caches (.pc2), NC multi-channel caches (.xml with data files) and, to "
@@ -33,17 +35,24 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? eDone : eUsage;
   }
+  const EExit status = work();
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    throw ToolError(eFailed, "standard output could not be written");
+  }
+  return status;
+}
+
+}  // namespace
+}  // namespace kelcache
+
+int main(int argc, char** argv) {
   try {
-    const EExit status = work();
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-      throw ToolError(eFailed, "standard output could not be written");
-    }
-    return status;
-  } catch (const ToolError& error) {
+    return kelcache::Run(argc, argv);
+  } catch (const kelcache::ToolError& error) {
     std::fprintf(stderr, "kelcache: %s\n", error.what());
     return error.status();
   } catch (const std::exception& error) {
     std::fprintf(stderr, "kelcache: %s\n", error.what());
-    return eFailed;
+    return kelcache::eFailed;
   }
 }

@@ -19,20 +19,22 @@ Sheet::Sheet(unsigned int points)
       rowWave_(width_) {
   for (unsigned int i = 0; i < points_; ++i) {
     values_[size_t{i} * 3] = double(i % width_) / width_;
-    values_[size_t{i} * 3 + 2] = double(i / width_) / width_;
+    const unsigned int row = i / width_;
+    values_[size_t{i} * 3 + 2] = double(row) / width_;
   }
 }
 
 double* Sheet::At(unsigned int frame) {
   const double phase = frame * kPhasePerFrame;
+  double across = 0;
   for (unsigned int x = 0; x < width_; ++x) {
     rowWave_[x] = kHeight * std::sin(kWaves * x / width_ + phase);
   }
-  for (unsigned int i = 0; i < points_;) {
-    const double across = kHeight * std::cos(kWaves * (i / width_) / width_ - phase);
-    for (unsigned int x = 0; x < width_ && i < points_; ++x, ++i) {
-      values_[size_t{i} * 3 + 1] = rowWave_[x] + across;
-    }
+  for (unsigned int i = 0; i < points_; ++i) {
+    const unsigned int row = i / width_;
+    const unsigned int column = i % width_;
+    if (column == 0) across = kHeight * std::cos(kWaves * row / width_ - phase);
+    values_[size_t{i} * 3 + 1] = rowWave_[column] + across;
   }
   return values_.data();
 }
