@@ -1,6 +1,2 @@
-# The NC back-end's benchmarks: include() this where Google Benchmark is found.
-function(kel_nc_bench)
-  add_executable(nc_bench ${PROJECT_SOURCE_DIR}/bench/nc_bench.cpp
-                 ${PROJECT_SOURCE_DIR}/bench/nc_codec_table.cpp)
-  target_link_libraries(nc_bench PRIVATE kel_nc kel_options benchmark::benchmark)
-endfunction()
+kel_bench(nc_bench nc_bench.cpp LIBS kelcache_sdk)
+kel_bench(nc_codec_bench nc_codec_bench.cpp LIBS kel_nc kel_pc2)
