@@ -1,6 +1,8 @@
 #include "backends/nc/verify.h"
 
 #include <algorithm>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 #include "backends/nc/array_fetch.h"
@@ -31,10 +33,14 @@ class Problems {
     ++count_;
     report_.Say("%s: %s", fileName_.c_str(), error.text());
   }
-  template <typename... Arguments>
-  void Add(const char* format, Arguments... arguments) {
+  void Add(const char* format, ...) __attribute__((format(printf, 2, 3))) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    char text[256];
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
     Error error;
-    error.Set(Error::eDamaged, format, arguments...);
+    error.Set(Error::eDamaged, "%s", text);
     Add(error);
   }
 

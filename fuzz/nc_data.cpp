@@ -1,0 +1,147 @@
+// Any bytes as the data file of an NC cache with one channel of each type. The first byte says
+// which form and layout, and whether checksums are put right first, without which nothing gets
+// beyond them. What verifies must be readable to the last sample, and no array may be longer than
+// its file can hold.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "backends/nc/checksum.h"
+#include "backends/nc/description.h"
+#include "backends/nc/records.h"
+#include "backends/zuCacheFileInterface.h"
+
+namespace {
+
+using namespace kelsdk::nc;
+using kelsdk::zuCacheData;
+using kelsdk::zuCacheFileInterface;
+using Bytes = std::vector<std::uint8_t>;
+
+std::string MakeFolder() {
+  std::string folder = "/dev/shm/kelcache-fuzz-XXXXXX";
+  if (::mkdtemp(folder.data()) == nullptr) ::abort();
+  return folder + "/";
+}
+
+void WriteFile(const std::string& path, const void* bytes, std::size_t size) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
+}
+
+void SetChecksum(std::uint8_t* bytes, std::size_t size) {
+  const std::uint64_t checksum = Checksum(bytes, size - 8);
+  std::memcpy(bytes + size - 8, &checksum, sizeof checksum);
+}
+
+bool Holds(const Bytes& file, std::uint64_t offset, std::uint64_t size) {
+  return offset <= file.size() && size <= file.size() - offset;
+}
+
+void RepairRecords(Bytes* file) {
+  std::uint64_t position = kHeaderSize;
+  while (Holds(*file, position, kRecordHeaderSize)) {
+    SetChecksum(file->data() + position, kRecordHeaderSize);
+    RecordHeader header;
+    LoadRecordHeader(file->data() + position, &header);
+    position += kRecordHeaderSize;
+    if (header.kind != eArrayRecord && header.kind != eChannelRecord) continue;
+    if (!Holds(*file, position, header.storedSize)) return;
+    position = AlignUp(position + header.storedSize);
+  }
+}
+
+void RepairIndices(Bytes* file) {
+  std::uint8_t* const trailerBytes = file->data() + file->size() - kTrailerSize;
+  Trailer trailer;
+  SetChecksum(trailerBytes, kTrailerSize);
+  if (!LoadTrailer(trailerBytes, &trailer)) return;
+  const std::uint64_t size = std::uint64_t{trailer.channelCount} * kDirectoryEntrySize;
+  if (!Holds(*file, trailer.directory, size)) return;
+  std::uint8_t* const directory = file->data() + trailer.directory;
+  for (std::uint64_t at = 0; at < size; at += kDirectoryEntrySize) {
+    DirectoryEntry entry = LoadDirectoryEntry(directory + at);
+    const std::uint64_t indexSize = std::uint64_t{entry.count} * kIndexEntrySize;
+    if (!Holds(*file, entry.indexOffset, indexSize)) continue;
+    entry.indexChecksum = Checksum(file->data() + entry.indexOffset, indexSize);
+    StoreDirectoryEntry(entry, directory + at);
+  }
+  trailer.directoryChecksum = Checksum(directory, size);
+  StoreTrailer(trailer, trailerBytes);
+}
+
+std::string DescriptionOf(const Bytes& file, int form) {
+  Description description;
+  if (file.size() >= kHeaderSize) {
+    std::copy_n(file.begin() + 16, description.identity.size(), description.identity.begin());
+  }
+  description.isCompact = (form & 1) != 0;
+  description.isPerFrame = (form & 2) != 0;
+  description.ticksPerFrame = 250;
+  for (int type = 2; type <= 6; ++type) {
+    Channel channel;
+    channel.name = kElementTypes[type].name;
+    channel.type = static_cast<EType>(type);
+    description.channels.push_back(channel);
+  }
+  if (description.isPerFrame) description.times.Append(0);
+  return FormatDescription(description);
+}
+
+// Returns the samples that could be read of those that are claimed.
+bool ReadsWhole(zuCacheFileInterface& cache, std::size_t fileSize) {
+  bool whole = true;
+  Bytes array;
+  for (unsigned int channel = 0; channel < cache.numChannels(); ++channel) {
+    zuCacheData::zuCacheDataType type = zuCacheData::eNCUnknownData;
+    cache.channelDataType(channel, type);
+    const unsigned int samples = std::min(cache.getDataCount(channel), 1000u);
+    for (unsigned int i = 0; i < samples; ++i) {
+      int tick = 0;
+      unsigned int count = 0;
+      if (!cache.getDataTime(channel, i, tick) ||
+          !cache.getArrayLengthAtTime(channel, tick, count)) {
+        whole = false;
+        continue;
+      }
+      if (ArraySize(type, count) / kBestCompression > fileSize) ::abort();
+      array.resize(ArraySize(type, count) + 1);
+      void* data = array.data();
+      whole = cache.getArrayDataAtTime(channel, tick, data, count) && whole;
+    }
+  }
+  return whole;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const std::string folder = MakeFolder();
+  if (size == 0) return 0;
+  const int form = data[0];
+  Bytes file(data + 1, data + size);
+  if ((form & 4) != 0 && file.size() >= kHeaderSize + kTrailerSize) {
+    SetChecksum(file.data(), kHeaderSize);
+    RepairIndices(&file);
+    RepairRecords(&file);
+  }
+  const std::string text = DescriptionOf(file, form);
+  WriteFile(folder + "shot.xml", text.data(), text.size());
+  const std::string name =
+      std::string((form & 2) != 0 ? "shotFrame0." : "shot.") + ((form & 1) != 0 ? "ncc" : "ncx");
+  WriteFile(folder + name, file.data(), file.size());
+
+  const bool sound = zuCacheFileInterface::verify(folder.c_str(), "shot", nullptr, nullptr);
+  zuCacheFileInterface cache;
+  const bool opened = cache.initFileRead("shot", folder.c_str());
+  cache.setOptimizeMultiChannelRead((form & 8) != 0);
+  if (sound && !(opened && ReadsWhole(cache, file.size()))) ::abort();
+  if (opened && !sound) ReadsWhole(cache, file.size());
+  ::unlink((folder + name).c_str());
+  return 0;
+}
