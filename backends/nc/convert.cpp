@@ -14,6 +14,7 @@ namespace {
 using io::Error;
 
 constexpr std::size_t kCoordinates = 3;
+constexpr std::uint32_t kPc2PointSize = 12;
 
 // Rounds to a tick; false outside their range.
 bool ToTick(double ticks, std::int32_t* tick) {
@@ -121,22 +122,20 @@ bool MakePlan(Session& session, std::uint32_t channel, int ticksPerFrame, Pc2Pla
   if (!session.TimesOf(channel, &times, error)) return false;
   const Extent extent = session.ExtentOf(channel);
   if (extent.count == 0) return error.Set(Error::eUnsupported, "the channel has no samples");
+  const bool isRegular = IsRegular(extent);
+  const std::int64_t length = std::int64_t{extent.last} - extent.first;
+  const std::int64_t samples = isRegular ? extent.count : length / ticksPerFrame + 1;
+  if (samples > std::numeric_limits<std::int32_t>::max()) {
+    return error.Set(Error::eUnsupported, "%lld samples are beyond a PC2 file",
+                     static_cast<long long>(samples));
+  }
   plan->first = extent.first;
-  plan->interval = static_cast<std::uint32_t>(ticksPerFrame);
-  if (IsRegular(extent)) {
-    plan->interval = SamplingInterval(session, channel);
-    plan->sampleCount = extent.count;
-  } else {
-    const std::int64_t length = std::int64_t{extent.last} - extent.first;
-    plan->sampleCount = static_cast<std::uint32_t>(length / ticksPerFrame) + 1;
-  }
+  plan->sampleCount = static_cast<std::uint32_t>(samples);
+  plan->interval =
+      isRegular ? SamplingInterval(session, channel) : static_cast<std::uint32_t>(ticksPerFrame);
   if (!EqualCounts(session, channel, extent.count, &plan->pointCount, error)) return false;
-  if (plan->sampleCount <= std::uint32_t{std::numeric_limits<std::int32_t>::max()} &&
-      plan->pointCount <= std::numeric_limits<std::uint32_t>::max() / 12) {
-    return true;
-  }
-  return error.Set(Error::eUnsupported, "%u samples of %u points are beyond a PC2 file",
-                   plan->sampleCount, plan->pointCount);
+  if (plan->pointCount <= std::numeric_limits<std::int32_t>::max() / kPc2PointSize) return true;
+  return error.Set(Error::eUnsupported, "%u points are beyond a PC2 file", plan->pointCount);
 }
 
 // Reads samples as floats, whatever their type.

@@ -1,5 +1,6 @@
 #include "backends/nc/data_writer.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "backends/nc/checksum.h"
@@ -58,7 +59,7 @@ void DataWriter::AddChannel(std::uint32_t index, const Channel& channel) {
   header.interval = channel.interval;
   std::uint8_t* const record = Pend(kRecordHeaderSize + payload.size());
   StoreRecordHeader(header, record);
-  std::memcpy(record + kRecordHeaderSize, payload.data(), payload.size());
+  std::copy(payload.begin(), payload.end(), record + kRecordHeaderSize);
 }
 
 bool DataWriter::AddArray(std::uint32_t channel, EType type, const void* array,

@@ -71,6 +71,33 @@ bool PlaceDataFile(const Partial& partial, const Identity& identity, const std::
   return true;
 }
 
+// True when a description of that name claims the file for another cache.
+bool IsOwnedBy(const std::string& owner, const CacheName& name, const Identity& identity) {
+  Description description;
+  Error ignored;
+  return owner != name.base &&
+         ReadDescription(name.folder + owner + ".xml", &description, ignored) &&
+         description.identity == identity;
+}
+
+// "shotFrame3.ncx" is a frame of "shot" and the data of "shotFrame3": refuses to write one over the
+// other. A file that no cache claims is overwritten.
+bool CheckOwner(const CacheName& name, const Description& description, const std::string& fileName,
+                Error& error) {
+  Identity identity = {};
+  if (!ReadFileIdentity(name.folder + fileName, &identity) || identity == description.replaced) {
+    return true;
+  }
+  const std::string stem = fileName.substr(0, fileName.rfind('.'));
+  for (const std::string& owner : {stem, stem.substr(0, stem.rfind("Frame"))}) {
+    if (IsOwnedBy(owner, name, identity)) {
+      return error.Set(Error::eRefused, "%.100s belongs to the cache \"%.64s\"", fileName.c_str(),
+                       owner.c_str());
+    }
+  }
+  return true;
+}
+
 }  // namespace
 
 bool CreatePartial(const CacheName& name, const Identity& identity, Partial* partial,
@@ -102,6 +129,11 @@ void DiscardPartial(Partial* partial) {
 bool Publish(Partial* partial, Description* description, Error& error) {
   if (!SyncDataFiles(*partial, *description, error)) return false;
   description->replaced = StandingIdentity(partial->name);
+  const bool ours =
+      ForEachDataFile(*description, partial->name.base, [&](const std::string& fileName) {
+        return CheckOwner(partial->name, *description, fileName, error);
+      });
+  if (!ours) return false;
   return WriteDescription(partial, *description, error) &&
          io::SyncFolderOf(partial->folder.c_str(), error) &&
          CompletePublication(partial, *description, error);

@@ -282,8 +282,10 @@ bool Recover(const CacheName& name, std::uint32_t* blockCount, const Report& rep
     return false;
   }
   if (standing && standing->created > remains->created) {
-    report.Say("%s: begun before the cache that stands there, left as it is",
-               remains->partial.folder.c_str());
+    report.Say(
+        "%s: begun before the cache that stands there, left as it is; to have it all the "
+        "same move %s.xml away",
+        remains->partial.folder.c_str(), name.base.c_str());
     return false;
   }
   bool published = false;

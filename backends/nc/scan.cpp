@@ -39,7 +39,7 @@ class Assembler {
  private:
   bool TakeChannel(const RecordHeader& header, Error& error) {
     if (header.channel != scan_.channels.size() || header.count > header.storedSize ||
-        header.storedSize > 2 * kLongestText || !IsElementType(header.type)) {
+        header.storedSize > std::uint64_t{2} * kLongestText || !IsElementType(header.type)) {
       return error.Set(Error::eDamaged, "channel record %u makes no sense", header.channel);
     }
     std::string text(static_cast<std::size_t>(header.storedSize), '\0');

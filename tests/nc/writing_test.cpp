@@ -108,7 +108,7 @@ TEST_F(Writing, TheOlderCacheStandsUntilTheEndAndItsFilesGoThen) {
   CacheSpec older = Frames(10, 30);
   older.format = Cache::eFilePerFrame;
   ASSERT_TRUE(Write(Folder(), "shot", older));
-  ASSERT_TRUE(Write(Folder(), "shotFrame3", Frames(2, 3)));  // shotFrame3.ncx: another cache's
+  ASSERT_TRUE(Write(Folder(), "shotFrame30", Frames(2, 3)));
   const CacheSpec neighbour = Frames(2, 3);
   CacheSpec newer = Frames(3, 30, 50);
   newer.tag = "ncc";
@@ -118,10 +118,29 @@ TEST_F(Writing, TheOlderCacheStandsUntilTheEndAndItsFilesGoThen) {
     EXPECT_EQ((*ReadCache(Folder(), "shot"))[0].size(), 9u);
     ASSERT_TRUE(cache.endFileWrite());
   }
-  EXPECT_EQ(test::NamesIn(folder_.path()),
-            (std::vector<std::string>{"shot.ncc", "shot.xml", "shotFrame3.ncx", "shotFrame3.xml"}));
+  EXPECT_EQ(
+      test::NamesIn(folder_.path()),
+      (std::vector<std::string>{"shot.ncc", "shot.xml", "shotFrame30.ncx", "shotFrame30.xml"}));
   EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(newer));
-  EXPECT_TRUE(ReadCache(Folder(), "shotFrame3") == ContentsOf(neighbour));
+  EXPECT_TRUE(ReadCache(Folder(), "shotFrame30") == ContentsOf(neighbour));
+}
+
+TEST_F(Writing, TheDataOfACacheOfAlikeNameIsNotOverwritten) {
+  const CacheSpec neighbour = Frames(2, 3);
+  ASSERT_TRUE(Write(Folder(), "shotFrame1", neighbour));
+  CacheSpec frames = Frames(3, 10, 5);
+  frames.format = Cache::eFilePerFrame;
+  EXPECT_FALSE(Write(Folder(), "shot", frames)) << "frame 1 would go over shotFrame1.ncx";
+  EXPECT_TRUE(ReadCache(Folder(), "shotFrame1") == ContentsOf(neighbour));
+  EXPECT_FALSE(ReadCache(Folder(), "shot"));
+  unsigned int blocks = 0;
+  EXPECT_FALSE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr));
+  ASSERT_EQ(std::remove(folder_.File("shotFrame1.xml").c_str()), 0);
+  EXPECT_TRUE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr))
+      << "nobody claims that file any more";
+  EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(frames));
+  EXPECT_FALSE(Write(Folder(), "shotFrame2", neighbour)) << "and the other way round";
+  EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(frames));
 }
 
 TEST_F(Writing, AFullDiskKeepsTheOlderCacheAndEveryWholeBlock) {
