@@ -115,7 +115,7 @@ TEST_F(Writing, TheOlderCacheStandsUntilTheEndAndItsFilesGoThen) {
   {
     Cache cache;
     ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", newer));
-    EXPECT_EQ((*ReadCache(Folder(), "shot"))[0].size(), 9u);
+    EXPECT_EQ((*ReadCache(Folder(), "shot"))[0].size(), 10u);
     ASSERT_TRUE(cache.endFileWrite());
   }
   EXPECT_EQ(
