@@ -5,10 +5,7 @@
 #include <optional>
 
 #include "backends/io/guard.h"
-#include "backends/nc/convert.h"
 #include "backends/nc/reader.h"
-#include "backends/nc/recover.h"
-#include "backends/nc/verify.h"
 #include "backends/nc/writer.h"
 #include "backends/zuCacheFileInterface.h"
 #include "host/KelMemory.h"
@@ -69,19 +66,6 @@ template <typename Result, typename Impl, typename Body>
 Result Run(Impl* impl, Result onFailure, Body&& body) {
   if (impl == nullptr) return onFailure;
   return io::Guarded(impl->error, onFailure, std::forward<Body>(body));
-}
-
-// What the two conversions share around their work.
-template <typename Work>
-bool Convert(const char* folder, const char* baseName,
-             const zuCacheFileInterface::conversionWatch& watch, Work&& work) {
-  Error error;
-  const bool converted = io::Guarded(error, false, [&] {
-    nc::CacheName name;
-    return nc::MakeCacheName(folder, baseName, &name, error) && work(name, error);
-  });
-  if (!converted && watch.report != nullptr) watch.report(watch.context, error.text());
-  return converted;
 }
 
 }  // namespace
@@ -373,70 +357,12 @@ bool zuCacheFileInterface::getDataFilePath(unsigned int fileIndex, char** path) 
   });
 }
 
-bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* folder,
-                                          const char* baseName, cacheFileFormat format,
-                                          const char* dataFileTag, int ticksPerFrame) {
-  return convertFromPc2(pc2FileName, folder, baseName, format, dataFileTag, ticksPerFrame, {});
-}
-
-bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
-                                        const char* baseName, unsigned int channelIndex,
-                                        int ticksPerFrame) {
-  return convertToPc2(pc2FileName, folder, baseName, channelIndex, ticksPerFrame, {});
-}
-
-bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* folder,
-                                          const char* baseName, cacheFileFormat format,
-                                          const char* dataFileTag, int ticksPerFrame,
-                                          const conversionWatch& watch) {
-  return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
-    return nc::ConvertFromPc2(pc2FileName, name, format == eFilePerFrame, dataFileTag,
-                              ticksPerFrame, {watch.proceed, watch.context}, error);
-  });
-}
-
-bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
-                                        const char* baseName, unsigned int channelIndex,
-                                        int ticksPerFrame, const conversionWatch& watch) {
-  return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
-    return nc::ConvertToPc2(pc2FileName, name, channelIndex, ticksPerFrame,
-                            {watch.proceed, watch.context}, error);
-  });
-}
-
 void zuCacheFileInterface::discardWrite() {
   if (impl != nullptr && impl->writer) impl->writer->Discard();
 }
 
 const char* zuCacheFileInterface::errorString() const {
   return impl != nullptr ? impl->error.text() : "not enough memory";
-}
-
-bool zuCacheFileInterface::verify(const char* folder, const char* baseName, reportFunction report,
-                                  void* context) {
-  const nc::Report lines{report, context};
-  Error error;
-  nc::CacheName name;
-  const bool sound = io::Guarded(error, false, [&] {
-    return nc::MakeCacheName(folder, baseName, &name, error) && nc::Verify(name, lines);
-  });
-  if (error) lines.Say("%s", error.text());
-  return sound;
-}
-
-bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
-                                   unsigned int& blockCount, reportFunction report, void* context) {
-  const nc::Report lines{report, context};
-  Error error;
-  nc::CacheName name;
-  blockCount = 0;
-  const bool saved = io::Guarded(error, false, [&] {
-    return nc::MakeCacheName(folder, baseName, &name, error) &&
-           nc::Recover(name, &blockCount, lines);
-  });
-  if (error) lines.Say("%s", error.text());
-  if (!saved) blockCount = 0;
-  return saved;
 }
 
 }  // namespace kelsdk
