@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <unordered_set>
 
 #include "backends/io/input_file.h"
 #include "backends/io/replace.h"
@@ -71,31 +72,57 @@ bool PlaceDataFile(const Partial& partial, const Identity& identity, const std::
   return true;
 }
 
-// True when a description of that name claims the file for another cache.
-bool IsOwnedBy(const std::string& owner, const CacheName& name, const Identity& identity) {
-  Description description;
-  Error ignored;
-  return owner != name.base &&
-         ReadDescription(name.folder + owner + ".xml", &description, ignored) &&
-         description.identity == identity;
-}
-
-// "shotFrame3.ncx" is a frame of "shot" and the data of "shotFrame3": refuses to write one over the
-// other. A file that no cache claims is overwritten.
-bool CheckOwner(const CacheName& name, const Description& description, const std::string& fileName,
-                Error& error) {
-  Identity identity = {};
-  if (!ReadFileIdentity(name.folder + fileName, &identity) || identity == description.replaced) {
-    return true;
-  }
-  const std::string stem = fileName.substr(0, fileName.rfind('.'));
-  for (const std::string& owner : {stem, stem.substr(0, stem.rfind("Frame"))}) {
-    if (IsOwnedBy(owner, name, identity)) {
-      return error.Set(Error::eRefused, "%.100s belongs to the cache \"%.64s\"", fileName.c_str(),
-                       owner.c_str());
+// The caches of the folder whose data files may bear names of this one's: "shotFrame3.ncx" is a
+// frame of "shot" and the data of "shotFrame3".
+bool FindCachesOfAlikeName(const CacheName& name, std::vector<std::string>* alike, Error& error) {
+  std::vector<std::string> names;
+  if (!ListFolder(name.folder, &names, error)) return false;
+  for (const std::string& fileName : names) {
+    if (!fileName.ends_with(".xml")) continue;
+    const std::string base = fileName.substr(0, fileName.size() - 4);
+    if (base.starts_with(name.base + "Frame") || name.base.starts_with(base + "Frame")) {
+      alike->push_back(base);
     }
   }
   return true;
+}
+
+// Refuses to write over a data file that another cache claims. What no cache claims is overwritten.
+bool CheckOwners(const CacheName& name, const Description& description, Error& error) {
+  std::vector<std::string> alike;
+  if (!FindCachesOfAlikeName(name, &alike, error)) return false;
+  for (const std::string& owner : alike) {
+    const Identity claimed = StandingIdentity({name.folder, owner});
+    if (claimed == Identity{}) continue;
+    const bool free = ForEachDataFile(description, name.base, [&](const std::string& fileName) {
+      Identity identity = {};
+      return !ReadFileIdentity(name.folder + fileName, &identity) || identity != claimed ||
+             error.Set(Error::eRefused, "%.100s belongs to the cache \"%.64s\"", fileName.c_str(),
+                       owner.c_str());
+    });
+    if (!free) return false;
+  }
+  return true;
+}
+
+// Removes data files of the cache that stood here before.
+void RemoveReplaced(const CacheName& name, const Description& description) {
+  std::vector<std::string> names;
+  Error ignored;
+  if (!ListFolder(name.folder, &names, ignored)) return;
+  std::unordered_set<std::string> own;
+  ForEachDataFile(description, name.base, [&own](const std::string& fileName) {
+    own.insert(fileName);
+    return true;
+  });
+  for (const std::string& fileName : names) {
+    if (!IsDataFileName(fileName, name.base) || own.contains(fileName)) continue;
+    const std::string path = name.folder + fileName;
+    Identity identity = {};
+    if (ReadFileIdentity(path, &identity) && identity == description.replaced) {
+      io::Remove(path.c_str(), ignored);
+    }
+  }
 }
 
 }  // namespace
@@ -129,11 +156,7 @@ void DiscardPartial(Partial* partial) {
 bool Publish(Partial* partial, Description* description, Error& error) {
   if (!SyncDataFiles(*partial, *description, error)) return false;
   description->replaced = StandingIdentity(partial->name);
-  const bool ours =
-      ForEachDataFile(*description, partial->name.base, [&](const std::string& fileName) {
-        return CheckOwner(partial->name, *description, fileName, error);
-      });
-  if (!ours) return false;
+  if (!CheckOwners(partial->name, *description, error)) return false;
   return WriteDescription(partial, *description, error) &&
          io::SyncFolderOf(partial->folder.c_str(), error) &&
          CompletePublication(partial, *description, error);
@@ -156,19 +179,11 @@ bool CompletePublication(Partial* partial, const Description& description, Error
 }
 
 void FinishPublication(const Partial& partial, const Description& description) {
+  const bool replaces =
+      description.replaced != Identity{} && description.replaced != description.identity;
+  if (replaces) RemoveReplaced(partial.name, description);
+  // Last: as long as the folder is there, recover comes back to what is left to do.
   ::rmdir(partial.folder.c_str());
-  if (description.replaced == Identity{} || description.replaced == description.identity) return;
-  std::vector<std::string> names;
-  Error ignored;
-  if (!ListFolder(partial.name.folder, &names, ignored)) return;
-  for (const std::string& fileName : names) {
-    if (!IsDataFileName(fileName, partial.name.base)) continue;
-    const std::string path = partial.name.folder + fileName;
-    Identity identity = {};
-    if (ReadFileIdentity(path, &identity) && identity == description.replaced) {
-      io::Remove(path.c_str(), ignored);
-    }
-  }
 }
 
 bool ListFolder(const std::string& folder, std::vector<std::string>* names, Error& error) {

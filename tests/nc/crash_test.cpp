@@ -77,6 +77,11 @@ class Crash : public NcTest {
     }
     EXPECT_FALSE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr))
         << "there is nothing left";
+    Cache cache;
+    if (!recovered && *found != ContentsOf(newer)) return;
+    ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
+    EXPECT_EQ(test::NamesIn(folder_.path()).size(), cache.getDataFileCount())
+        << "files of the older cache or of the writer are left";
   }
 };
 
