@@ -47,8 +47,9 @@ class Script {
 // One scratch folder for the process; its caches are made anew for each input.
 const std::string& Folder() {
   static const std::string folder = [] {
-    std::string name = "/dev/shm/kelcache-fuzz-XXXXXX";
+    std::string name = "/dev/shm/kelcache-object-fuzz-XXXXXX";
     Require(::mkdtemp(name.data()) != nullptr);
+    std::atexit([] { std::filesystem::remove_all(Folder()); });
     return name + "/";
   }();
   return folder;
