@@ -22,6 +22,7 @@
 
 // The linker turns a call of X into one of __wrap_X, and __real_X into X itself.
 static long systemCalls = 0;
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 ssize_t __real_pread(int fd, void* buffer, size_t count, off_t offset);
 ssize_t __wrap_pread(int fd, void* buffer, size_t count, off_t offset) {
@@ -34,6 +35,7 @@ ssize_t __wrap_preadv(int fd, const struct iovec* parts, int count, off_t offset
   return __real_preadv(fd, parts, count, offset);
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace {
 
@@ -201,7 +203,7 @@ void FetchManyMeshes(benchmark::State& state) {
 
 void MeasureOpen(benchmark::State& state, const MadeArchive& archive, int channels) {
   long calls = 0;
-  for (auto _ : state) {
+  for ([[maybe_unused]] auto _ : state) {
     const long before = systemCalls;
     AlembicInterface reader(true);
     OpenForReading(reader, archive);
