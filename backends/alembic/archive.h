@@ -61,7 +61,9 @@ class Archive {
   virtual bool HasSampleList(PropertyId property) const = 0;
 
   /// Reads all bytes of a sample in pieces, for nothing but the knowledge that they can be read.
-  virtual bool ReadThrough(PropertyId property, std::uint64_t stored, io::Error& error) = 0;
+  /// `scratch` is memory to be used again for the next sample.
+  virtual bool ReadThrough(PropertyId property, std::uint64_t stored,
+                           std::vector<std::uint8_t>& scratch, io::Error& error) = 0;
 
   /// Bytes of the archive's file.
   virtual std::uint64_t FileSize() const = 0;

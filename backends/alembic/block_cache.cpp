@@ -33,7 +33,7 @@ void BlockCache::Shrink() {
   blocks_ = std::vector<Block>();
   recent_ = 0;
   blockBytes_ = std::min(blockBytes_, kBlockBytes);
-  mostBlocks_ = 1;
+  mostBlocks_ = 2;
 }
 
 const BlockCache::Block* BlockCache::Find(std::uint64_t offset, io::Error& error) {

@@ -27,8 +27,8 @@ class BlockCache {
   /// longer than a block bypass the cache. Throws std::bad_alloc.
   bool Read(std::uint64_t offset, void* to, std::size_t count, io::Error& error);
 
-  /// Gives back the memory and from now on keeps one block at a time: for a reader that is past its
-  /// headers and stays open for long.
+  /// Gives back the memory and from now on keeps two blocks: for a reader that is past its headers
+  /// and stays open for long. One serves lists of samples, one the sizes of what they list.
   void Shrink();
 
  private:

@@ -181,9 +181,10 @@ bool OgawaArchive::SampleIdentity(PropertyId property, std::uint64_t stored,
   return true;
 }
 
-bool OgawaArchive::ReadThrough(PropertyId property, std::uint64_t stored, io::Error& error) {
+bool OgawaArchive::ReadThrough(PropertyId property, std::uint64_t stored,
+                               std::vector<std::uint8_t>& scratch, io::Error& error) {
   SampleSlots slots;
-  return Locate(property, stored, slots, error) && file_.ReadThrough(slots.values, error);
+  return Locate(property, stored, slots, error) && file_.ReadThrough(slots.values, scratch, error);
 }
 
 }  // namespace kelsdk::alembic

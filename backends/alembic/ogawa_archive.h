@@ -29,7 +29,8 @@ class OgawaArchive final : public Archive {
   bool SampleIdentity(PropertyId property, std::uint64_t stored, std::uint64_t& identity,
                       io::Error& error) override;
   bool HasSampleList(PropertyId property) const override { return lists_[property] != nullptr; }
-  bool ReadThrough(PropertyId property, std::uint64_t stored, io::Error& error) override;
+  bool ReadThrough(PropertyId property, std::uint64_t stored, std::vector<std::uint8_t>& scratch,
+                   io::Error& error) override;
   std::uint64_t FileSize() const override { return file_.Size(); }
 
  private:

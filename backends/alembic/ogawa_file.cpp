@@ -162,14 +162,16 @@ bool OgawaFile::ReadValues(OgawaSlot slot, std::uint64_t expected, void* values,
                       static_cast<std::size_t>(wanted - first), error);
 }
 
-bool OgawaFile::ReadThrough(OgawaSlot slot, io::Error& error) {
+bool OgawaFile::ReadThrough(OgawaSlot slot, std::vector<std::uint8_t>& scratch, io::Error& error) {
   constexpr std::uint64_t kPieceBytes = 1 << 20;
   std::uint64_t size = 0;
   if (!BlockSize(slot, false, size, error)) return false;
-  std::vector<std::uint8_t> piece(static_cast<std::size_t>(std::min(size, kPieceBytes)));
+  const auto most = static_cast<std::size_t>(std::min(size, kPieceBytes));
+  if (scratch.size() < most) scratch.resize(most);
   for (std::uint64_t done = 0; done < size; done += kPieceBytes) {
     const auto count = static_cast<std::size_t>(std::min(size - done, kPieceBytes));
-    if (!cache_.Read(slot.Offset() + kCountBytes + done, piece.data(), count, error)) return false;
+    if (!cache_.Read(slot.Offset() + kCountBytes + done, scratch.data(), count, error))
+      return false;
   }
   return true;
 }

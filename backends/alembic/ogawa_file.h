@@ -71,8 +71,8 @@ class OgawaFile {
   bool ReadValues(OgawaSlot slot, std::uint64_t expected, void* values, std::uint64_t room,
                   std::uint64_t& valueBytes, io::Error& error) const;
 
-  /// Reads a whole block in pieces and forgets them.
-  bool ReadThrough(OgawaSlot slot, io::Error& error);
+  /// Reads a whole block in pieces and forgets them. `scratch` grows to what a piece takes.
+  bool ReadThrough(OgawaSlot slot, std::vector<std::uint8_t>& scratch, io::Error& error);
 
   /// Bytes of values in a sample's block of `size` bytes; false for a size that no sample has.
   static bool ValueBytes(std::uint64_t size, std::uint64_t& valueBytes, io::Error& error);

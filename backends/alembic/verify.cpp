@@ -33,7 +33,7 @@ class Verifier {
   const LineSink& sink_;
   std::set<Contents> read_;
   std::uint64_t bytesRead_ = 0;
-  std::vector<std::uint8_t> strings_;
+  std::vector<std::uint8_t> scratch_;
   bool sound_ = true;
 };
 
@@ -72,7 +72,7 @@ bool Verifier::CheckNumbers(PropertyId id, std::uint64_t stored, std::uint64_t v
   bytesRead_ += valueBytes;
   if (bytesRead_ > archive_.FileSize())
     return error.Set(io::Error::eDamaged, "samples overlap: all together outgrow the file");
-  return archive_.ReadThrough(id, stored, error);
+  return archive_.ReadThrough(id, stored, scratch_, error);
 }
 
 bool Verifier::CheckText(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
@@ -81,10 +81,11 @@ bool Verifier::CheckText(PropertyId id, std::uint64_t stored, std::uint64_t valu
   std::uint64_t identity = 0;
   if (!archive_.SampleIdentity(id, stored, identity, error)) return false;
   if (!read_.insert({identity, type, strings}).second) return true;
-  strings_.resize(static_cast<std::size_t>(valueBytes));
+  const auto size = static_cast<std::size_t>(valueBytes);
+  if (scratch_.size() < size) scratch_.resize(size);
   std::uint64_t read = 0;
-  return archive_.ReadValues(id, stored, strings_.data(), strings_.size(), read, error) &&
-         CheckStrings(type, strings_.data(), strings_.size(), strings, error);
+  return archive_.ReadValues(id, stored, scratch_.data(), size, read, error) &&
+         CheckStrings(type, scratch_.data(), size, strings, error);
 }
 
 bool Verifier::CheckSample(PropertyId id, std::uint64_t stored, io::Error& error) {
