@@ -2,15 +2,32 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace kelsdk::alembic {
 
 void BlockCache::Start() {
+  if (file_.Size() <= kMostHeld) {
+    const auto whole = static_cast<std::size_t>(file_.Size());
+    Start(whole, whole, whole);
+  } else {
+    Start(kBlockBytes, kMostBlockBytes, kMostHeld);
+  }
+}
+
+void BlockCache::Shrink() {
+  const std::size_t block = std::min(blockBytes_, kBlockBytes);
+  Start(block, block, 2 * block);
+}
+
+void BlockCache::Start(std::size_t blockBytes, std::size_t mostBlockBytes, std::size_t mostHeld) {
   blocks_ = std::vector<Block>();
-  recent_ = 0;
-  const bool whole = file_.Size() <= kManyBytes;
-  blockBytes_ = whole ? static_cast<std::size_t>(file_.Size()) : kBlockBytes;
-  mostBlocks_ = whole ? 1 : kManyBytes / kBlockBytes;
+  blockBytes_ = blockBytes;
+  mostBlockBytes_ = mostBlockBytes;
+  mostHeld_ = mostHeld;
+  held_ = 0;
+  lastBytes_ = 0;
+  lastEnd_ = 0;
 }
 
 bool BlockCache::Read(std::uint64_t offset, void* to, std::size_t count, io::Error& error) {
@@ -29,44 +46,53 @@ bool BlockCache::Read(std::uint64_t offset, void* to, std::size_t count, io::Err
   return true;
 }
 
-void BlockCache::Shrink() {
-  blocks_ = std::vector<Block>();
-  recent_ = 0;
-  blockBytes_ = std::min(blockBytes_, kBlockBytes);
-  mostBlocks_ = 2;
-}
-
 const BlockCache::Block* BlockCache::Find(std::uint64_t offset, io::Error& error) {
   const auto holds = [offset](const Block& block) {
     return offset >= block.offset && offset - block.offset < block.size;
   };
   if (recent_ < blocks_.size() && holds(blocks_[recent_])) return &blocks_[recent_];
   const auto found = std::find_if(blocks_.begin(), blocks_.end(), holds);
-  const bool hit = found != blocks_.end();
-  Block& block = hit ? *found : Victim();
-  if (!hit && !Fill(block, offset, error)) return nullptr;
-  block.lastUse = ++clock_;
-  recent_ = static_cast<std::size_t>(&block - blocks_.data());
+  Block* block = found != blocks_.end() ? &*found : Fill(offset, error);
+  if (block == nullptr) return nullptr;
+  block->lastUse = ++clock_;
+  recent_ = static_cast<std::size_t>(block - blocks_.data());
+  return block;
+}
+
+BlockCache::Block* BlockCache::Fill(std::uint64_t offset, io::Error& error) {
+  const bool follows = lastBytes_ != 0 && offset >= lastEnd_ && offset - lastEnd_ < blockBytes_;
+  const std::size_t capacity = follows ? std::min(2 * lastBytes_, mostBlockBytes_) : blockBytes_;
+  const std::uint64_t aligned = offset - offset % blockBytes_;
+  const std::uint64_t begin = follows ? std::max(lastEnd_, aligned) : aligned;
+  const auto size =
+      static_cast<std::size_t>(std::min<std::uint64_t>(capacity, file_.Size() - begin));
+  Block& block = MakeRoom(capacity);
+  block.size = 0;
+  if (!file_.ReadAt(begin, block.bytes.get(), size, error)) return nullptr;
+  block.offset = begin;
+  block.size = size;
+  lastBytes_ = capacity;
+  lastEnd_ = begin + size;
   return &block;
 }
 
-BlockCache::Block& BlockCache::Victim() {
-  if (blocks_.size() < mostBlocks_) return blocks_.emplace_back();
-  return *std::min_element(blocks_.begin(), blocks_.end(),
-                           [](const Block& a, const Block& b) { return a.lastUse < b.lastUse; });
-}
-
-bool BlockCache::Fill(Block& block, std::uint64_t offset, io::Error& error) {
-  block.size = 0;
-  if (block.bytes == nullptr)
-    block.bytes = std::make_unique_for_overwrite<std::uint8_t[]>(blockBytes_);
-  const std::uint64_t begin = offset - offset % blockBytes_;
-  const auto size =
-      static_cast<std::size_t>(std::min<std::uint64_t>(blockBytes_, file_.Size() - begin));
-  if (!file_.ReadAt(begin, block.bytes.get(), size, error)) return false;
-  block.offset = begin;
-  block.size = size;
-  return true;
+// The least recently used blocks go, or one of them serves again when it is of the right length.
+BlockCache::Block& BlockCache::MakeRoom(std::size_t capacity) {
+  while (!blocks_.empty() && held_ + capacity > mostHeld_) {
+    Block& victim =
+        *std::min_element(blocks_.begin(), blocks_.end(),
+                          [](const Block& a, const Block& b) { return a.lastUse < b.lastUse; });
+    if (victim.capacity == capacity) return victim;
+    held_ -= victim.capacity;
+    std::swap(victim, blocks_.back());
+    blocks_.pop_back();
+  }
+  auto bytes = std::make_unique_for_overwrite<std::uint8_t[]>(capacity);
+  Block& block = blocks_.emplace_back();
+  block.bytes = std::move(bytes);
+  block.capacity = capacity;
+  held_ += capacity;
+  return block;
 }
 
 }  // namespace kelsdk::alembic

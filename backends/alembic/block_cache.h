@@ -11,11 +11,13 @@ namespace kelsdk::alembic {
 
 /// Serves many small reads of one file from a few large ones. Headers lie close together, but each
 /// takes several reads of a few bytes; on a network drive every one of them would be a round trip.
-/// A file of up to kManyBytes is read in one go.
+/// A file of up to kMostHeld is read in one go; of others blocks are read, each twice as long as
+/// the one before while they follow one another.
 class BlockCache {
  public:
   static constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
-  static constexpr std::size_t kManyBytes = 32 * kBlockBytes;
+  static constexpr std::size_t kMostBlockBytes = 8 * kBlockBytes;
+  static constexpr std::size_t kMostHeld = 32 * kBlockBytes;
 
   /// `file` outlives the cache.
   explicit BlockCache(const io::InputFile& file) : file_(file) {}
@@ -35,17 +37,23 @@ class BlockCache {
   struct Block {
     std::uint64_t offset = 0;
     std::size_t size = 0;
+    std::size_t capacity = 0;
     std::uint64_t lastUse = 0;
     std::unique_ptr<std::uint8_t[]> bytes;
   };
 
+  void Start(std::size_t blockBytes, std::size_t mostBlockBytes, std::size_t mostHeld);
   const Block* Find(std::uint64_t offset, io::Error& error);
-  Block& Victim();
-  bool Fill(Block& block, std::uint64_t offset, io::Error& error);
+  Block* Fill(std::uint64_t offset, io::Error& error);
+  Block& MakeRoom(std::size_t capacity);
 
   const io::InputFile& file_;
-  std::size_t blockBytes_ = 0;
-  std::size_t mostBlocks_ = 0;
+  std::size_t blockBytes_ = 0;      // of a block that does not follow the last one
+  std::size_t mostBlockBytes_ = 0;  // of any block
+  std::size_t mostHeld_ = 0;        // of all blocks together
+  std::size_t held_ = 0;
+  std::size_t lastBytes_ = 0;  // of the block read last,
+  std::uint64_t lastEnd_ = 0;  // and where it ends
   std::uint64_t clock_ = 0;
   std::size_t recent_ = 0;
   std::vector<Block> blocks_;

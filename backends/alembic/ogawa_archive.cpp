@@ -63,7 +63,8 @@ bool OgawaArchive::MoveWindow(SampleList& list, std::uint64_t slot, io::Error& e
   list.windowCount = 0;
   const std::uint64_t first = slot - slot % kWindowSlots;
   const auto count = static_cast<std::size_t>(std::min(kWindowSlots, list.group.slotCount - first));
-  if (!file_.ReadSlots(list.group, first, count, list.window.get(), error)) return false;
+  const bool sparse = list.group.slotCount > kWindowSlots;
+  if (!file_.ReadSlots(list.group, first, count, list.window.get(), error, sparse)) return false;
   list.windowFirst = first;
   list.windowCount = count;
   return true;

@@ -81,14 +81,16 @@ bool OgawaFile::OpenGroup(OgawaSlot slot, const char* what, OgawaGroup& group, i
 }
 
 bool OgawaFile::ReadSlots(const OgawaGroup& group, std::uint64_t first, std::size_t count,
-                          OgawaSlot* slots, io::Error& error) {
+                          OgawaSlot* slots, io::Error& error, bool sparse) {
   if (!io::RangeFits(first, count, group.slotCount)) {
     return error.Set(io::Error::eDamaged, "slots %llu to %llu of a group of %llu",
                      static_cast<Ull>(first), static_cast<Ull>(first) + count,
                      static_cast<Ull>(group.slotCount));
   }
   const std::uint64_t offset = group.offset + kCountBytes + first * sizeof(OgawaSlot);
-  return cache_.Read(offset, slots, count * sizeof(OgawaSlot), error);
+  const std::size_t bytes = count * sizeof(OgawaSlot);
+  return sparse ? file_.ReadAt(offset, slots, bytes, error)
+                : cache_.Read(offset, slots, bytes, error);
 }
 
 bool OgawaFile::CheckBlock(OgawaSlot slot, std::uint64_t size, const char* what,

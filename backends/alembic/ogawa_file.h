@@ -50,12 +50,12 @@ class OgawaFile {
   /// `what` names the group in messages.
   bool OpenGroup(OgawaSlot slot, const char* what, OgawaGroup& group, io::Error& error);
 
-  /// Reads slots [first, first + count) of a group that has them, through the cache.
+  /// Reads slots [first, first + count) of a group that has them. With `sparse`, here and below,
+  /// the cache is left alone: for things that lie further apart than the cache reads at a time.
   bool ReadSlots(const OgawaGroup& group, std::uint64_t first, std::size_t count, OgawaSlot* slots,
-                 io::Error& error);
+                 io::Error& error, bool sparse = false);
 
-  /// Bytes of a block, its key included. With `sparse` the cache is left alone: for blocks that lie
-  /// further apart than the cache reads at a time.
+  /// Bytes of a block, its key included.
   bool BlockSize(OgawaSlot slot, bool sparse, std::uint64_t& size, io::Error& error);
 
   /// Lets the system fetch the size of a block ahead of BlockSize.
