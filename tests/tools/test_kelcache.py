@@ -10,6 +10,7 @@ import pty
 import signal
 import struct
 import subprocess
+import sys
 import tempfile
 import time
 import unittest
@@ -239,6 +240,27 @@ class NC(CommandTest):
             self.assertEqual(self.run_done("verify", path), "")
             dump = json.loads(self.run_done("dump", path, "--channel", 1, "--frame=-1"))
             self.assertEqual((dump["name"], dump["elements"], dump["components"]), ("v", 50, 3))
+
+    def test_a_reader_made_from_the_format_text_agrees(self):
+        formats = {"floatVectorArray": "f", "doubleVectorArray": "d", "int32Array": "i"}
+        for more in [[], ["--compact"], ["--per-frame"]]:
+            path = self.make("other.xml", "--channels", "p,v,i", "--type",
+                             "floatVector,doubleVector,int32", "--force", *more, points=300)
+            types = [channel["type"] for channel in
+                     json.loads(self.run_done("info", path, "--json"))["channels"]]
+            lines = subprocess.run([sys.executable, DATA.parent / "nc" / "read_nc.py", self.folder,
+                                    "other"], capture_output=True, text=True, check=True).stdout
+            samples = {}
+            for channel, tick, _, array in (line.split() for line in lines.splitlines()):
+                letter = formats[types[int(channel)]]
+                samples[int(channel), int(tick)] = [
+                    float32(value) for (value,) in struct.iter_unpack("<" + letter,
+                                                                      bytes.fromhex(array))]
+            self.assertEqual(len(samples), 3 * 6)
+            for (channel, tick), values in samples.items():
+                dump = json.loads(self.run_done("dump", path, "--channel", channel, "--sample",
+                                                tick // 250))
+                self.assertEqual([float32(value) for value in dump["values"]], values)
 
     def test_verify_finds_damage(self):
         path = self.make("a.xml")
