@@ -22,8 +22,7 @@ struct ConvertOptions {
   std::string toWord;              // --to as typed: a frame or a format
   std::string extension;           // the format that --to names
   std::string channel;
-  std::optional<double> from;
-  std::optional<double> to;
+  FrameRange range;
   double rate = 0;
   bool perFrame = false;
   bool compact = false;
@@ -130,8 +129,7 @@ unsigned int CopyAny(const std::string& in, Format from, const std::string& out,
   copy.target = out;
   copy.targetFormat = to;
   copy.channel = options.channel;
-  copy.from = options.from;
-  copy.to = options.to;
+  copy.range = options.range;
   copy.perFrame = options.perFrame;
   copy.compact = options.compact;
   copy.progress = progress;
@@ -152,7 +150,7 @@ unsigned int ConvertOne(const std::string& in, const std::string& out,
   const Target target(out, options.force);
   target.ExpectOtherThan(in);
   CatchInterrupts();
-  const bool whole = !options.from && !options.to;
+  const bool whole = options.range.IsOpen();
   if (whole && from == KelCache::ePC2Format && to == KelCache::eNCFormat) {
     return PC2ToNC(in, out, options, progress);
   }
@@ -174,7 +172,7 @@ void TakeTo(ConvertOptions* options) {
   if (!CLI::detail::lexical_cast(word, frame)) {
     throw CLI::ValidationError("--to", "\"" + word + "\" is neither a frame nor pc2, nc or xml");
   }
-  options->to = frame;
+  options->range.to = frame;
 }
 
 EExit Convert(const ConvertOptions& options) {
@@ -218,7 +216,7 @@ void AddConvert(CLI::App& app, Work* work) {
       ->check(CLI::PositiveNumber);
   verb->add_option("--channel", options->channel,
                    "Channel number or name (default: all for NC, the first for PC2)");
-  verb->add_option("--from", options->from, "First scene frame");
+  verb->add_option("--from", options->range.from, "First scene frame");
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
   verb->add_flag("--force", options->force, "Replace a cache that is there");

@@ -15,7 +15,6 @@ namespace {
 using kelsdk::KelCache;
 
 constexpr double kTicksPerSecond = 6000;
-constexpr double kFrameTolerance = 1e-4;
 
 // One sample of one channel on its way into the copy.
 struct Step {
@@ -28,13 +27,6 @@ struct CopiedChannel {
   const ChannelSummary* summary;
   Moments moments;
 };
-
-bool Wanted(const Moment& moment, const CopyOptions& options) {
-  if (!options.from && !options.to) return true;
-  if (!moment.frame) return false;
-  return (!options.from || *moment.frame >= *options.from - kFrameTolerance) &&
-         (!options.to || *moment.frame <= *options.to + kFrameTolerance);
-}
 
 // The frame of a moment in the copy. A cache without a frame rate counts frames of the copy's.
 double FrameInCopy(const Moment& moment, const CopyOptions& options, double rate) {
@@ -112,7 +104,7 @@ std::vector<Step> StepsOf(std::vector<CopiedChannel>& channels, const CopyOption
   for (unsigned int c = 0; c < channels.size(); ++c) {
     for (unsigned int i = 0; i < channels[c].moments.count(); ++i) {
       const Moment moment = channels[c].moments.At(i);
-      if (!Wanted(moment, options)) continue;
+      if (!options.range.Holds(moment)) continue;
       const double frame = FrameInCopy(moment, options, rate);
       steps.push_back({ticksPerFrame > 0 ? TicksOfFrame(frame, ticksPerFrame) : 0, c, i});
     }

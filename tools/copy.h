@@ -18,9 +18,8 @@ struct FrameMap {
 struct CopyOptions {
   std::string target;
   Format targetFormat = kelsdk::KelCache::eUnknownFormat;
-  std::string channel;         ///< number or name; "": all for NC, the first for PC2
-  std::optional<double> from;  ///< scene frames of the source
-  std::optional<double> to;
+  std::string channel;    ///< number or name; "": all for NC, the first for PC2
+  FrameRange range;       ///< scene frames of the source
   double targetRate = 0;  ///< frames per second of the copy; 0: the source's
   bool perFrame = false;
   bool compact = false;

@@ -10,10 +10,16 @@ namespace {
 using kelsdk::KelCache;
 using kelsdk::KelTime;
 
-// Frames that a person types may miss a sample by rounding.
-constexpr double kFrameTolerance = 1e-4;
-
 }  // namespace
+
+bool FrameRange::Holds(const Moment& moment) const {
+  if (IsOpen()) return true;
+  if (!moment.frame) {
+    throw ToolError(eUsage, "the cache has no frame rate, so that no frames can be chosen");
+  }
+  return (!from || *moment.frame >= *from - kFrameTolerance) &&
+         (!to || *moment.frame <= *to + kFrameTolerance);
+}
 
 Moments::Moments(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
                  bool everyFrame)

@@ -14,6 +14,19 @@ struct Moment {
   kelsdk::KelTime time;
 };
 
+/// Frames that a person types may miss a sample by rounding.
+inline constexpr double kFrameTolerance = 1e-4;
+
+/// The scene frames that a verb is to take, both ends included; an end that is not given is open.
+struct FrameRange {
+  std::optional<double> from;
+  std::optional<double> to;
+
+  bool IsOpen() const { return !from && !to; }
+  /// Throws eUsage for a moment that has no frame, unless the range is open.
+  bool Holds(const Moment& moment) const;
+};
+
 /// The moments of one channel: its samples, or the frames of a rate that the user gave.
 ///
 /// Scene frames and the fetch differ in PC2 caches: scene frame = start + sample x rate, but the

@@ -17,8 +17,7 @@ struct PlayOptions {
   std::string file;
   std::string asName;
   int channel = 0;
-  std::optional<double> from;
-  std::optional<double> to;
+  FrameRange range;
   double rate = 0;
   unsigned int loop = 1;
   bool quiet = false;
@@ -38,19 +37,11 @@ std::string FrameText(const Moment& moment) {
   return moment.frame ? RoundedText(*moment.frame) : RoundedText(moment.seconds) + "s";
 }
 
-bool InRange(const Moment& moment, const PlayOptions& options) {
-  constexpr double kTolerance = 1e-4;
-  if (!options.from && !options.to) return true;
-  if (!moment.frame) return true;
-  return (!options.from || *moment.frame >= *options.from - kTolerance) &&
-         (!options.to || *moment.frame <= *options.to + kTolerance);
-}
-
 // The moments to visit, in order, by index.
 std::vector<unsigned int> Select(Moments& moments, const PlayOptions& options) {
   std::vector<unsigned int> selected;
   for (unsigned int i = 0; i < moments.count(); ++i) {
-    if (InRange(moments.At(i), options)) selected.push_back(i);
+    if (options.range.Holds(moments.At(i))) selected.push_back(i);
   }
   return selected;
 }
@@ -160,8 +151,8 @@ void AddPlay(CLI::App& app, Work* work) {
       "box, bytes, speed of the fetches");
   verb->add_option("FILE", options->file, "The cache")->required();
   verb->add_option("--channel", options->channel, "Channel number")->capture_default_str();
-  verb->add_option("--from", options->from, "First scene frame (default: the cache's first)");
-  verb->add_option("--to", options->to, "Last scene frame (default: the cache's last)");
+  verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)");
+  verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)");
   verb->add_option("--rate", options->rate,
                    "Frames per second: NC and Alembic caches are visited at every frame of this "
                    "rate instead of at every sample; PC2 caches, which store no rate, take it as "
