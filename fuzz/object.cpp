@@ -44,15 +44,30 @@ class Script {
   const std::uint8_t* end_;
 };
 
-// One scratch folder for the process; its caches are made anew for each input.
-const std::string& Folder() {
-  static const std::string folder = [] {
+// A folder of its own for the process, taken away at its end; its caches are made anew for each
+// input.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
     std::string name = "/dev/shm/kelcache-object-fuzz-XXXXXX";
     Require(::mkdtemp(name.data()) != nullptr);
-    std::atexit([] { std::filesystem::remove_all(Folder()); });
-    return name + "/";
-  }();
-  return folder;
+    path_ = name + "/";
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+const std::string& Folder() {
+  static const ScratchFolder folder;
+  return folder.path();
 }
 
 class Player {
