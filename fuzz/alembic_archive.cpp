@@ -4,7 +4,7 @@
 
 #include "backends/alembic/archive.h"
 #include "backends/alembic/report.h"
-#include "fuzz/alembic_memory_file.h"
+#include "fuzz/support.h"
 
 using kelsdk::alembic::Archive;
 using kelsdk::alembic::EPropertyKind;

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "backends/AlembicInterface.h"
-#include "fuzz/alembic_memory_file.h"
+#include "fuzz/support.h"
 
 using kelsdk::KelString;
 using kelsdk::KelTime;

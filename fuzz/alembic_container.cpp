@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "backends/alembic/ogawa_file.h"
-#include "fuzz/alembic_memory_file.h"
+#include "fuzz/support.h"
 
 using kelsdk::alembic::OgawaFile;
 using kelsdk::alembic::OgawaGroup;

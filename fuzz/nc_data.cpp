@@ -2,7 +2,6 @@
 // which form and layout, and whether checksums are put right first, without which nothing gets
 // beyond them. What verifies must be readable to the last sample, and no array may be longer than
 // its file can hold.
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,6 +14,7 @@
 #include "backends/nc/description.h"
 #include "backends/nc/records.h"
 #include "backends/zuCacheFileInterface.h"
+#include "fuzz/support.h"
 
 namespace {
 
@@ -22,12 +22,6 @@ using namespace kelsdk::nc;
 using kelsdk::zuCacheData;
 using kelsdk::zuCacheFileInterface;
 using Bytes = std::vector<std::uint8_t>;
-
-std::string MakeFolder() {
-  std::string folder = "/dev/shm/kelcache-fuzz-XXXXXX";
-  if (::mkdtemp(folder.data()) == nullptr) ::abort();
-  return folder + "/";
-}
 
 void WriteFile(const std::string& path, const void* bytes, std::size_t size) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
@@ -121,7 +115,8 @@ bool ReadsWhole(zuCacheFileInterface& cache, std::size_t fileSize) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const std::string folder = MakeFolder();
+  static const kelsdk::fuzz::ScratchFolder scratch;
+  const std::string& folder = scratch.path();
   if (size == 0) return 0;
   const int form = data[0];
   Bytes file(data + 1, data + size);

@@ -1,24 +1,22 @@
 // Bytes as a sequence of calls on one cache object, in any order: names and formats change while
 // files are open, caches are written, read, fetched and converted. After each call the object must
 // keep its word: a failed fetch hands out nothing, a closed format is not open.
-#include <stdlib.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "cache/KelCache.h"
-#include "fuzz/memory_file.h"
+#include "fuzz/support.h"
 
 namespace {
 
-using kelfuzz::Require;
 using kelsdk::KelCache;
 using kelsdk::KelManager;
 using kelsdk::KelStatus;
 using kelsdk::KelString;
 using kelsdk::KelTime;
+using kelsdk::fuzz::Require;
+using kelsdk::fuzz::ScratchFolder;
 
 constexpr unsigned int kRoom = 16;  // elements in the caller's arrays
 
@@ -44,27 +42,7 @@ class Script {
   const std::uint8_t* end_;
 };
 
-// A folder of its own for the process, taken away at its end; its caches are made anew for each
-// input.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string name = "/dev/shm/kelcache-object-fuzz-XXXXXX";
-    Require(::mkdtemp(name.data()) != nullptr);
-    path_ = name + "/";
-  }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
+// Its caches are made anew for each input.
 const std::string& Folder() {
   static const ScratchFolder folder;
   return folder.path();

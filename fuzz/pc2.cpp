@@ -5,13 +5,14 @@
 #include <vector>
 
 #include "backends/zuPointCache2IO.h"
-#include "fuzz/memory_file.h"
+#include "fuzz/support.h"
 
-using kelfuzz::Require;
 using kelsdk::zuPointCache2IO;
+using kelsdk::fuzz::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  const kelfuzz::MemoryFile file(bytes, size);
+  const kelsdk::fuzz::MemoryFile file(bytes, size);
+  if (!file.Usable()) return 0;
   zuPointCache2IO cache;
   if (!cache.initialize(file.path(), zuPointCache2IO::readMode)) {
     Require(*cache.errorString() != 0);

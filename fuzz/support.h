@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <string>
 
 namespace kelsdk::fuzz {
 
@@ -39,5 +41,25 @@ class MemoryFile {
 inline void Require(bool kept) {
   if (!kept) std::abort();
 }
+
+/// A folder in memory for one process, taken away at its end.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    std::string name = "/dev/shm/kelcache-fuzz-" + std::to_string(::getpid()) + "-XXXXXX";
+    Require(::mkdtemp(name.data()) != nullptr);
+    path_ = name + "/";
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 }  // namespace kelsdk::fuzz
