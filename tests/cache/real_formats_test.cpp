@@ -72,7 +72,7 @@ bool ReadsBack(KelCache* cache, int channel, int tick, size_t count, unsigned in
 }
 
 size_t CountOf(KelCache::ENCDataType type) {
-  return kElements * GetTypeLength(static_cast<zuCacheData::zuCacheDataType>(type));
+  return size_t{kElements} * GetTypeLength(static_cast<zuCacheData::zuCacheDataType>(type));
 }
 
 // The ticks of a cache: frames from -3 on, and half frames for the channel that is not regular.
