@@ -47,9 +47,9 @@ inline unsigned int LibraryIndex(int channelIndex) {
   return static_cast<unsigned int>(channelIndex);
 }
 
-/// The checks that the operations of one format share, in their order: format, handle and, for the
-/// two-argument forms of writing and PC2, the open flag. Each gives the handle, or null with code 1
-/// and the message of the check that failed.
+/// The checks that the operations of one format share, in their order: format, handle and, where an
+/// operation needs one direction, the open flag. Each gives the handle, or null with code 1 and the
+/// message of the check that failed.
 inline zuCacheFileInterface* RequireNC(KelCache::EFileFormat format, const KelCache_internal* state,
                                        KelStatus* status) {
   if (format != KelCache::eNCFormat) {

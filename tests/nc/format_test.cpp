@@ -1,6 +1,4 @@
-#include <cstdio>
-#include <fstream>
-#include <sstream>
+#include <string>
 
 #include "backends/nc/checksum.h"
 #include "backends/nc/format.h"
@@ -98,45 +96,6 @@ TEST(Checksum, IsTheSameWithEveryInstructionSet) {
 #endif
   }
 }
-
-#ifdef KEL_PYTHON
-TEST_F(Format, ItsTextIsEnoughForAReader) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-      CacheSpec spec;
-      spec.format = format;
-      spec.tag = tag;
-      for (int type = 2; type <= 6; ++type) {
-        spec.channels.push_back({kElementTypes[type].name, static_cast<EType>(type)});
-      }
-      for (const int tick : {-251, -250, 0, 125, 250}) {
-        for (unsigned int c = 0; c < 5; ++c) {
-          const EType type = spec.channels[c].type;
-          spec.samples.push_back({c, tick, MakeArray(type, 777, c == 2 ? 1 : tick)});
-        }
-      }
-      ASSERT_TRUE(Write(Folder(), "shot", spec));
-      const std::string out = folder_.File("out");
-      ASSERT_EQ(std::system((std::string(KEL_PYTHON) + " " + KEL_READ_NC + " " + Folder() +
-                             " shot > " + out)
-                                .c_str()),
-                0);
-      Contents found(5);
-      std::ifstream lines(out);
-      for (std::string line; std::getline(lines, line);) {
-        std::istringstream words(line);
-        std::size_t channel = 0;
-        std::size_t count = 0;
-        int tick = 0;
-        std::string hex;
-        words >> channel >> tick >> count >> hex;
-        found.at(channel)[tick] = FromHex(hex);
-      }
-      EXPECT_TRUE(found == ContentsOf(spec)) << tag << format;
-    }
-  }
-}
-#endif
 
 }  // namespace
 }  // namespace kelsdk::nc

@@ -242,10 +242,12 @@ class NC(CommandTest):
             self.assertEqual((dump["name"], dump["elements"], dump["components"]), ("v", 50, 3))
 
     def test_a_reader_made_from_the_format_text_agrees(self):
-        formats = {"floatVectorArray": "f", "doubleVectorArray": "d", "int32Array": "i"}
-        for more in [[], ["--compact"], ["--per-frame"]]:
-            path = self.make("other.xml", "--channels", "p,v,i", "--type",
-                             "floatVector,doubleVector,int32", "--force", *more, points=300)
+        formats = {"floatVectorArray": "f", "doubleVectorArray": "d", "int32Array": "i",
+                   "floatArray": "f", "doubleArray": "d"}
+        for more in [[], ["--compact"], ["--per-frame"], ["--per-frame", "--compact"]]:
+            path = self.make("other.xml", "--channels", "p,v,i,f,d", "--type",
+                             "floatVector,doubleVector,int32,float,double", "--start", -2,
+                             "--force", *more, points=300)
             types = [channel["type"] for channel in
                      json.loads(self.run_done("info", path, "--json"))["channels"]]
             lines = subprocess.run([sys.executable, DATA.parent / "nc" / "read_nc.py", self.folder,
@@ -256,10 +258,10 @@ class NC(CommandTest):
                 samples[int(channel), int(tick)] = [
                     float32(value) for (value,) in struct.iter_unpack("<" + letter,
                                                                       bytes.fromhex(array))]
-            self.assertEqual(len(samples), 3 * 6)
+            self.assertEqual(len(samples), 5 * 6)
             for (channel, tick), values in samples.items():
                 dump = json.loads(self.run_done("dump", path, "--channel", channel, "--sample",
-                                                tick // 250))
+                                                tick // 250 + 2))
                 self.assertEqual([float32(value) for value in dump["values"]], values)
 
     def test_verify_finds_damage(self):
