@@ -30,8 +30,18 @@ float NearestFloat(T value) {
 template <>
 float NearestFloat(double value) {
   constexpr double kRoundsToInfinity = 0x1.ffffffp127;
-  if (std::fabs(value) < kRoundsToInfinity || std::isnan(value)) return static_cast<float>(value);
-  return std::copysign(std::numeric_limits<float>::infinity(), value > 0 ? 1.0f : -1.0f);
+  const double infinity = std::copysign(std::numeric_limits<double>::infinity(), value);
+  return static_cast<float>(std::fabs(value) >= kRoundsToInfinity ? infinity : value);
+}
+
+// What is larger than a float never shares memory with the floats, which lets several be converted
+// at once.
+template <typename T>
+void ConvertWideRun(const void* values, std::size_t count, float* __restrict out) {
+  const auto* __restrict bytes = static_cast<const unsigned char*>(values);
+  for (std::size_t i = 0; i < count; ++i) {
+    out[i] = NearestFloat(io::LoadLittle<T>(bytes + i * sizeof(T)));
+  }
 }
 
 template <typename T>
@@ -86,11 +96,11 @@ void ConvertToFloats(EPlainType type, const void* values, std::size_t count, flo
     case EPlainType::eInt16: return ConvertRun<std::int16_t>(values, count, out);
     case EPlainType::eUint32: return ConvertRun<std::uint32_t>(values, count, out);
     case EPlainType::eInt32: return ConvertRun<std::int32_t>(values, count, out);
-    case EPlainType::eUint64: return ConvertRun<std::uint64_t>(values, count, out);
-    case EPlainType::eInt64: return ConvertRun<std::int64_t>(values, count, out);
+    case EPlainType::eUint64: return ConvertWideRun<std::uint64_t>(values, count, out);
+    case EPlainType::eInt64: return ConvertWideRun<std::int64_t>(values, count, out);
     case EPlainType::eFloat16: return ConvertHalves(values, count, out);
     case EPlainType::eFloat32: return ConvertRun<float>(values, count, out);
-    case EPlainType::eFloat64: return ConvertRun<double>(values, count, out);
+    case EPlainType::eFloat64: return ConvertWideRun<double>(values, count, out);
     case EPlainType::eString:
     case EPlainType::eWstring: return;
   }

@@ -36,7 +36,7 @@ const char* PlainTypeName(EPlainType type);
 
 /// Converts `count` values of a numeric type to the nearest floats; any nonzero bool is 1. `values`
 /// need not be aligned. `out` may begin at or before `values` in the same block when a value is no
-/// larger than a float and ends where the floats end.
+/// larger than a float and ends where the floats end; otherwise the two do not overlap.
 void ConvertToFloats(EPlainType type, const void* values, std::size_t count, float* out);
 
 /// IEEE 754 binary16; every value is exact as a float.
