@@ -2,17 +2,18 @@
 
 #include <meshoptimizer.h>
 
+#include "backends/nc/compact_encoder.h"
+
 namespace kelsdk::nc {
 
 bool EncodeArray(EType type, const void* array, std::uint32_t elementCount,
                  std::vector<std::uint8_t>* encoded, std::size_t* encodedSize) {
   if (elementCount == 0) return false;
   const std::size_t stride = ElementSize(type);
-  const std::size_t bound = meshopt_encodeVertexBufferBound(elementCount, stride);
+  const std::size_t bound = CompactBound(elementCount, stride);
   if (encoded->size() < bound) encoded->resize(bound);
-  *encodedSize =
-      meshopt_encodeVertexBuffer(encoded->data(), encoded->size(), array, elementCount, stride);
-  return *encodedSize != 0 && *encodedSize < ArraySize(type, elementCount);
+  *encodedSize = EncodeCompact(array, elementCount, stride, encoded->data());
+  return *encodedSize < ArraySize(type, elementCount);
 }
 
 bool DecodeArray(EType type, const std::uint8_t* encoded, std::size_t encodedSize, void* array,
