@@ -45,6 +45,11 @@ class zuPointCache2IO {
   /// sample outside the declared count is refused.
   bool writeSample(int sampleIndex, float* buffer);
 
+  /// The same for `sampleCount` whole samples that follow one another, with one system call for
+  /// all: for copying caches of few points. `buffer` holds sampleCount x pointCount x 3 floats.
+  bool readSamples(unsigned int firstSample, unsigned int sampleCount, float* buffer);
+  bool writeSamples(unsigned int firstSample, unsigned int sampleCount, const float* buffer);
+
   /// Completes the file to its declared size (samples never written are zero), makes it durable and
   /// puts it in the target's place at once. False, with the target untouched and the partial file
   /// kept, when that failed or when a sample could not be written earlier.

@@ -1,5 +1,6 @@
 #include "backends/nc/convert.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -15,6 +16,15 @@ using io::Error;
 
 constexpr std::size_t kCoordinates = 3;
 constexpr std::uint32_t kPc2PointSize = 12;
+
+// Small samples are read and written many at a time.
+constexpr std::size_t kBatchBytes = 256 * 1024;
+
+std::uint32_t BatchOf(std::uint32_t pointCount, std::uint32_t sampleCount) {
+  const std::size_t sampleBytes = std::size_t{kPc2PointSize} * std::max(pointCount, 1u);
+  const std::size_t batch = std::max<std::size_t>(kBatchBytes / sampleBytes, 1);
+  return static_cast<std::uint32_t>(std::min<std::size_t>(batch, sampleCount));
+}
 
 // Rounds to a tick; false outside their range.
 bool ToTick(double ticks, std::int32_t* tick) {
@@ -68,17 +78,20 @@ class Pc2Times {
 
 bool CopySamples(zuPointCache2IO& from, const Pc2Times& times, CacheWriter& to,
                  std::uint32_t channel, const Proceed& proceed, Error& error) {
-  std::vector<float> points(kCoordinates * from.pointCount);
-  for (std::uint32_t i = 0; i < from.sampleCount; ++i) {
-    unsigned int count = from.pointCount;
-    std::int32_t tick = 0;
-    if (!from.readSample(i, points.data(), count)) {
-      return error.Set(Error::eDamaged, "sample %u of %u: %.128s", i, from.sampleCount,
+  const std::uint32_t sampleCount = from.sampleCount;
+  const std::uint32_t batch = BatchOf(from.pointCount, sampleCount);
+  const std::size_t valueCount = kCoordinates * from.pointCount;
+  std::vector<float> points(valueCount * batch);
+  for (std::uint32_t i = 0; i < sampleCount; ++i) {
+    const std::uint32_t inBatch = i % batch;
+    if (inBatch == 0 && !from.readSamples(i, std::min(batch, sampleCount - i), points.data())) {
+      return error.Set(Error::eDamaged, "sample %u of %u: %.128s", i, sampleCount,
                        from.errorString());
     }
+    std::int32_t tick = 0;
     if (!times.At(i, &tick) || !to.BeginBlock(tick, error) ||
-        !to.AddArray(channel, tick, points.data(), count, error) || !to.EndBlock(error) ||
-        !proceed(i + 1, from.sampleCount, error)) {
+        !to.AddArray(channel, tick, points.data() + inBatch * valueCount, from.pointCount, error) ||
+        !to.EndBlock(error) || !proceed(i + 1, sampleCount, error)) {
       return false;
     }
   }
@@ -144,40 +157,43 @@ class PointReader {
   PointReader(Session& session, std::uint32_t channel, std::uint32_t pointCount)
       : session_(session),
         channel_(channel),
-        isDouble_(session.Info().channels[channel].type == zuCacheData::eNCDoubleVectorArray),
-        points_(kCoordinates * pointCount),
-        wide_(isDouble_ ? points_.size() : 0) {}
+        pointCount_(pointCount),
+        wide_(session.Info().channels[channel].type == zuCacheData::eNCDoubleVectorArray
+                  ? kCoordinates * pointCount
+                  : 0) {}
 
-  bool Read(std::int32_t tick, Error& error) {
+  bool Read(std::int32_t tick, float* points, Error& error) {
     SampleEntry entry;
-    void* const array = isDouble_ ? static_cast<void*>(wide_.data()) : points_.data();
+    void* const array = wide_.empty() ? static_cast<void*>(points) : wide_.data();
     if (!FindSampleAt(session_, channel_, tick, &entry, error)) return false;
-    if (kCoordinates * entry.count != points_.size()) {
-      return error.Set(Error::eDamaged, "%u points at tick %d, not %zu", entry.count, tick,
-                       points_.size() / kCoordinates);
+    if (entry.count != pointCount_) {
+      return error.Set(Error::eDamaged, "%u points at tick %d, not %u", entry.count, tick,
+                       pointCount_);
     }
     if (!session_.Fetch(channel_, entry, tick, array, error)) return false;
-    for (std::size_t i = 0; i < wide_.size(); ++i) points_[i] = static_cast<float>(wide_[i]);
+    for (std::size_t i = 0; i < wide_.size(); ++i) points[i] = static_cast<float>(wide_[i]);
     return true;
   }
-
-  float* Points() { return points_.data(); }
 
  private:
   Session& session_;
   std::uint32_t channel_;
-  bool isDouble_;
-  std::vector<float> points_;
+  std::uint32_t pointCount_;
   std::vector<double> wide_;
 };
 
 bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPointCache2IO& to,
               const Proceed& proceed, Error& error) {
   PointReader reader(session, channel, plan.pointCount);
+  const std::uint32_t batch = BatchOf(plan.pointCount, plan.sampleCount);
+  const std::size_t valueCount = kCoordinates * plan.pointCount;
+  std::vector<float> points(valueCount * batch);
   for (std::uint32_t i = 0; i < plan.sampleCount; ++i) {
+    const std::uint32_t inBatch = i % batch;
     const auto tick = static_cast<std::int32_t>(plan.first + std::int64_t{plan.interval} * i);
-    if (!reader.Read(tick, error)) return false;
-    if (!to.writeSample(static_cast<int>(i), reader.Points())) {
+    if (!reader.Read(tick, points.data() + inBatch * valueCount, error)) return false;
+    const bool batchEnds = inBatch + 1 == batch || i + 1 == plan.sampleCount;
+    if (batchEnds && !to.writeSamples(i - inBatch, inBatch + 1, points.data())) {
       return error.Set(Error::eDevice, "sample %u: %.128s", i, to.errorString());
     }
     if (!proceed(i + 1, plan.sampleCount, error)) return false;
@@ -205,6 +221,7 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
                      file.wholeSampleCount());
   }
   CacheWriter writer;
+  writer.LetBlocksWait();
   std::uint32_t channel = 0;
   const bool converted =
       writer.Begin(name, isPerFrame, tag, ticksPerFrame, error) &&

@@ -11,6 +11,10 @@ namespace {
 constexpr unsigned int kDataFileMode = 0666;  // before the process's mask
 constexpr std::uint8_t kZeros[kAlignment] = {};
 
+// Copying an array of up to so many bytes is cheaper than a system call.
+constexpr std::uint64_t kSmallArray = 16 * 1024;
+constexpr std::size_t kMostPending = 256 * 1024;
+
 struct iovec RunOf(const void* bytes, std::size_t size) {
   // Written from only: the system's structure serves reads as well and knows no const.
   return {const_cast<void*>(bytes), size};
@@ -43,6 +47,13 @@ bool DataWriter::Flush(io::Error& error) {
   if (!file_.WriteAt(end_, pending_.data(), pending_.size(), error)) return false;
   end_ += pending_.size();
   pending_.clear();
+  return true;
+}
+
+bool DataWriter::ReadAt(std::uint64_t offset, void* buffer, std::size_t count,
+                        io::Error& error) const {
+  if (offset < end_) return file_.ReadAt(offset, buffer, count, error);
+  if (count != 0) std::memcpy(buffer, pending_.data() + (offset - end_), count);
   return true;
 }
 
@@ -79,9 +90,10 @@ bool DataWriter::AddArray(std::uint32_t channel, EType type, const void* array,
   header.storedChecksum = encoded != nullptr ? Checksum(encoded, encodedSize) : entry->checksum;
   header.payloadOffset = entry->offset;
   header.type = static_cast<std::uint32_t>(type);
+  if (entry->storedSize <= kSmallArray) return AddSmallArray(header, stored, error);
+
   const std::size_t waiting = pending_.size();
   StoreRecordHeader(header, Pend(kRecordHeaderSize));
-
   const std::uint64_t payloadEnd = entry->offset + entry->storedSize;
   struct iovec runs[] = {RunOf(pending_.data(), pending_.size()),
                          RunOf(stored, static_cast<std::size_t>(entry->storedSize)),
@@ -93,6 +105,14 @@ bool DataWriter::AddArray(std::uint32_t channel, EType type, const void* array,
   end_ = AlignUp(payloadEnd);
   pending_.clear();
   return true;
+}
+
+bool DataWriter::AddSmallArray(const RecordHeader& header, const void* stored, io::Error& error) {
+  const auto size = static_cast<std::size_t>(header.storedSize);
+  std::uint8_t* const record = Pend(kRecordHeaderSize + size);
+  StoreRecordHeader(header, record);
+  if (size != 0) std::memcpy(record + kRecordHeaderSize, stored, size);
+  return pending_.size() < kMostPending || Flush(error);
 }
 
 void DataWriter::AddRepeat(std::uint32_t channel, EType type, const SampleEntry& entry) {
@@ -114,7 +134,7 @@ bool DataWriter::EndBlock(std::int32_t tick, std::uint32_t arrayCount, io::Error
   header.tick = tick;
   header.count = arrayCount;
   StoreRecordHeader(header, Pend(kRecordHeaderSize));
-  return Flush(error);
+  return (blocksWait_ && pending_.size() < kMostPending) || Flush(error);
 }
 
 bool DataWriter::Finish(std::span<const Channel> channels,

@@ -12,10 +12,11 @@
 
 namespace kelsdk::nc {
 
-/// Writes one data file: its header, then records, then the indices. Records that are small wait
-/// for the next array and go to disk with it, so an array costs one system call; the end of a time
-/// block goes out at once, for from then on the block is to survive the writer. A call that fails
-/// leaves the file as it was at the end of the last block, plus what no reader looks at.
+/// Writes one data file: its header, then records, then the indices. What is small waits in memory
+/// and goes to disk with the next large array or the end of the time block, so that a block of
+/// small arrays costs one system call, and a large array one of its own. The end of a block goes
+/// out at once, for from then on the block is to survive the writer. A call that fails leaves the
+/// file as it was at the end of the last block, plus what no reader looks at.
 ///
 /// Every operation may throw std::bad_alloc.
 class DataWriter {
@@ -25,6 +26,10 @@ class DataWriter {
 
   /// Goes on with a file that Finish has ended: cuts the indices off.
   bool Reopen(const std::string& path, std::uint64_t dataEnd, io::Error& error);
+
+  /// From here on the end of a block is as small as what else waits: for a writer whose blocks are
+  /// of no use without the end.
+  void LetBlocksWait() { blocksWait_ = true; }
 
   bool IsOpen() const { return file_.IsOpen(); }
   /// Where the next record begins.
@@ -47,17 +52,18 @@ class DataWriter {
   bool Finish(std::span<const Channel> channels, std::span<const std::vector<SampleEntry>> indices,
               const Identity& identity, std::uint32_t blockCount, io::Error& error);
 
-  bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, io::Error& error) const {
-    return file_.ReadAt(offset, buffer, count, error);
-  }
+  /// Reads what was written, which may not be on disk yet.
+  bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, io::Error& error) const;
   bool Sync(io::Error& error) { return file_.Sync(error); }
   bool Close(io::Error& error) { return file_.Close(error); }
 
  private:
   std::uint8_t* Pend(std::size_t size);
   bool Flush(io::Error& error);
+  bool AddSmallArray(const RecordHeader& header, const void* stored, io::Error& error);
 
   io::OutputFile file_;
+  bool blocksWait_ = false;
   std::uint64_t end_ = 0;                  ///< bytes on disk
   std::vector<std::uint8_t> pending_;      ///< whole records that follow them
   std::vector<DirectoryEntry> directory_;  ///< kept from file to file for its memory alone

@@ -24,6 +24,9 @@ class CacheWriter : public Session {
              io::Error& error);
 
   /// @param interval  the declared sampling interval in ticks, 0 for the ticks per frame
+  /// Small time blocks go to disk many at a time and do not survive the writer: for copies.
+  void LetBlocksWait() { data_.LetBlocksWait(); }
+
   bool AddChannel(const char* name, const char* interpretation, EType type, std::uint32_t interval,
                   std::uint32_t* index, io::Error& error);
 

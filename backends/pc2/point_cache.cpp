@@ -60,8 +60,16 @@ bool zuPointCache2IO::readSample(unsigned int sampleIndex, float* buffer, unsign
 
 bool zuPointCache2IO::writeSample(int sampleIndex, float* buffer) {
   // A negative number becomes one above any count.
-  return impl != nullptr &&
-         impl->writer.Write(static_cast<std::uint32_t>(sampleIndex), buffer, impl->error);
+  return writeSamples(static_cast<std::uint32_t>(sampleIndex), 1, buffer);
+}
+
+bool zuPointCache2IO::readSamples(unsigned int firstSample, unsigned int samples, float* buffer) {
+  return impl != nullptr && impl->reader.ReadRun(firstSample, samples, buffer, impl->error);
+}
+
+bool zuPointCache2IO::writeSamples(unsigned int firstSample, unsigned int samples,
+                                   const float* buffer) {
+  return impl != nullptr && impl->writer.Write(firstSample, samples, buffer, impl->error);
 }
 
 bool zuPointCache2IO::endWriteData() {

@@ -1,6 +1,7 @@
 #include "backends/pc2/reader.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace kelsdk::pc2 {
 
@@ -24,26 +25,37 @@ bool Reader::Open(const char* path, io::Error& error) {
   return true;
 }
 
-bool Reader::Read(std::uint32_t sample, float* points, std::uint32_t* pointCount,
-                  io::Error& error) {
+bool Reader::HasSample(std::uint32_t sample, io::Error& error) {
   if (!file_.IsOpen()) return error.Set(io::Error::eRefused, "no file is open for reading");
   if (header_.version != kVersion) return error.Set(io::Error::eUnsupported, "unsupported version");
   if (sample >= header_.sampleCount) {
     return error.Set(io::Error::eRefused, "sample %u asked for, the file has %u", sample,
                      header_.sampleCount);
   }
-  if (sample >= WholeSamples()) {
-    // It may have been written since the size was last asked.
-    if (!file_.Refresh(error)) return false;
-    if (sample >= WholeSamples()) {
-      return error.Set(io::Error::eCutShort,
-                       "sample %u is not in the file: it holds %u whole samples of %u claimed",
-                       sample, WholeSamples(), header_.sampleCount);
-    }
-  }
+  if (sample < WholeSamples()) return true;
+  // It may have been written since the size was last asked.
+  if (!file_.Refresh(error)) return false;
+  if (sample < WholeSamples()) return true;
+  return error.Set(io::Error::eCutShort,
+                   "sample %u is not in the file: it holds %u whole samples of %u claimed", sample,
+                   WholeSamples(), header_.sampleCount);
+}
+
+bool Reader::Read(std::uint32_t sample, float* points, std::uint32_t* pointCount,
+                  io::Error& error) {
+  if (!HasSample(sample, error)) return false;
   *pointCount = std::min(*pointCount, header_.pointCount);
   return file_.ReadAt(header_.OffsetOf(sample), points, std::size_t{*pointCount} * kBytesPerPoint,
                       error);
+}
+
+bool Reader::ReadRun(std::uint32_t first, std::uint32_t count, float* points, io::Error& error) {
+  if (count == 0) return true;
+  // A last one beyond 32 bits becomes a number that no file has.
+  const std::uint64_t end = std::min<std::uint64_t>(std::uint64_t{first} + count,
+                                                    std::numeric_limits<std::uint32_t>::max());
+  return HasSample(static_cast<std::uint32_t>(end - 1), error) &&
+         file_.ReadAt(header_.OffsetOf(first), points, header_.SampleBytes() * count, error);
 }
 
 }  // namespace kelsdk::pc2

@@ -18,7 +18,12 @@ class Reader {
   /// (3 floats each), with one positioned read; `*pointCount` becomes their number.
   bool Read(std::uint32_t sample, float* points, std::uint32_t* pointCount, io::Error& error);
 
+  /// Reads `count` whole samples from `first` on with one positioned read.
+  bool ReadRun(std::uint32_t first, std::uint32_t count, float* points, io::Error& error);
+
  private:
+  bool HasSample(std::uint32_t sample, io::Error& error);
+
   io::InputFile file_;
   Header header_;
 };

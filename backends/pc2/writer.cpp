@@ -1,5 +1,7 @@
 #include "backends/pc2/writer.h"
 
+#include <algorithm>
+
 namespace kelsdk::pc2 {
 namespace {
 
@@ -55,16 +57,17 @@ bool Writer::WriteHeader(const Header& header, io::Error& error) {
   return file_.WriteAt(0, bytes, sizeof bytes, error);
 }
 
-bool Writer::Write(std::uint32_t sample, const float* points, io::Error& error) {
+bool Writer::Write(std::uint32_t first, std::uint32_t count, const float* points,
+                   io::Error& error) {
   if (!file_.IsOpen()) return error.Set(io::Error::eRefused, "no file is open for writing");
-  if (sample >= header_.sampleCount) {
-    return error.Set(io::Error::eRefused, "sample %u written, the file is to have %u", sample,
-                     header_.sampleCount);
+  if (first >= header_.sampleCount || count > header_.sampleCount - first) {
+    return error.Set(io::Error::eRefused, "sample %u written, the file is to have %u",
+                     std::max(first, header_.sampleCount), header_.sampleCount);
   }
-  if (NoteOrder(sample, error) &&
-      file_.WriteAt(header_.OffsetOf(sample), points, header_.SampleBytes(), error)) {
+  if (NoteOrder(first, error) &&
+      file_.WriteAt(header_.OffsetOf(first), points, header_.SampleBytes() * count, error)) {
     anyWritten_ = true;
-    if (sample == inOrder_) ++inOrder_;
+    if (first <= inOrder_) inOrder_ = std::max(inOrder_, first + count);
     return true;
   }
   writeFailed_ = true;

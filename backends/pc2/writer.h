@@ -35,7 +35,8 @@ class Writer {
 
   const Header& header() const { return header_; }
 
-  bool Write(std::uint32_t sample, const float* points, io::Error& error);
+  /// Writes `count` samples from `first` on with one system call.
+  bool Write(std::uint32_t first, std::uint32_t count, const float* points, io::Error& error);
 
   /// Sets the declared size, makes the file durable and renames it into place. Refused after a
   /// write that failed: a file with a hole must not replace a whole one.
