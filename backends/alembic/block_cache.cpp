@@ -7,17 +7,17 @@
 namespace kelsdk::alembic {
 
 void BlockCache::Start() {
-  if (file_.Size() <= kMostHeld) {
-    const auto whole = static_cast<std::size_t>(file_.Size());
-    Start(whole, whole, whole);
-  } else {
-    Start(kBlockBytes, kMostBlockBytes, kMostHeld);
-  }
+  Start(BlockBytes(), kMostBlockBytes, kMostHeld);
+  holdsWhole_ = file_.Size() <= kMostHeld;
 }
 
 void BlockCache::Shrink() {
-  const std::size_t block = std::min(blockBytes_, kBlockBytes);
-  Start(block, block, 2 * block);
+  Start(BlockBytes(), BlockBytes(), 2 * BlockBytes());
+  holdsWhole_ = false;
+}
+
+std::size_t BlockCache::BlockBytes() const {
+  return static_cast<std::size_t>(std::min<std::uint64_t>(file_.Size(), kBlockBytes));
 }
 
 void BlockCache::Start(std::size_t blockBytes, std::size_t mostBlockBytes, std::size_t mostHeld) {
@@ -60,10 +60,23 @@ const BlockCache::Block* BlockCache::Find(std::uint64_t offset, io::Error& error
 }
 
 BlockCache::Block* BlockCache::Fill(std::uint64_t offset, io::Error& error) {
+  if (!holdsWhole_) return FillNext(offset, error);
+  const std::uint64_t lastBlock = file_.Size() - blockBytes_;
+  if (blocks_.empty() && offset >= lastBlock) return FillFrom(lastBlock, blockBytes_, error);
+  blocks_.clear();
+  held_ = 0;
+  return FillFrom(0, static_cast<std::size_t>(file_.Size()), error);
+}
+
+BlockCache::Block* BlockCache::FillNext(std::uint64_t offset, io::Error& error) {
   const bool follows = lastBytes_ != 0 && offset >= lastEnd_ && offset - lastEnd_ < blockBytes_;
   const std::size_t capacity = follows ? std::min(2 * lastBytes_, mostBlockBytes_) : blockBytes_;
   const std::uint64_t aligned = offset - offset % blockBytes_;
-  const std::uint64_t begin = follows ? std::max(lastEnd_, aligned) : aligned;
+  return FillFrom(follows ? std::max(lastEnd_, aligned) : aligned, capacity, error);
+}
+
+BlockCache::Block* BlockCache::FillFrom(std::uint64_t begin, std::size_t capacity,
+                                        io::Error& error) {
   const auto size =
       static_cast<std::size_t>(std::min<std::uint64_t>(capacity, file_.Size() - begin));
   Block& block = MakeRoom(capacity);

@@ -11,8 +11,9 @@ namespace kelsdk::alembic {
 
 /// Serves many small reads of one file from a few large ones. Headers lie close together, but each
 /// takes several reads of a few bytes; on a network drive every one of them would be a round trip.
-/// A file of up to kMostHeld is read in one go; of others blocks are read, each twice as long as
-/// the one before while they follow one another.
+/// Archives end with their headers: of a file of up to kMostHeld first the last block is read, and
+/// when that does not do, the whole file in one go. Of others blocks are read, each twice as long
+/// as the one before while they follow one another.
 class BlockCache {
  public:
   static constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
@@ -43,11 +44,15 @@ class BlockCache {
   };
 
   void Start(std::size_t blockBytes, std::size_t mostBlockBytes, std::size_t mostHeld);
+  std::size_t BlockBytes() const;
   const Block* Find(std::uint64_t offset, io::Error& error);
   Block* Fill(std::uint64_t offset, io::Error& error);
+  Block* FillNext(std::uint64_t offset, io::Error& error);
+  Block* FillFrom(std::uint64_t begin, std::size_t capacity, io::Error& error);
   Block& MakeRoom(std::size_t capacity);
 
   const io::InputFile& file_;
+  bool holdsWhole_ = false;         // the file fits
   std::size_t blockBytes_ = 0;      // of a block that does not follow the last one
   std::size_t mostBlockBytes_ = 0;  // of any block
   std::size_t mostHeld_ = 0;        // of all blocks together

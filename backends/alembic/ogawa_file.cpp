@@ -26,7 +26,7 @@ bool OgawaFile::Open(const char* path, io::Error& error) {
   }
   cache_.Start();
   std::uint8_t header[kHeaderBytes];
-  if (!cache_.Read(0, header, sizeof header, error)) return false;
+  if (!file_.ReadAt(0, header, sizeof header, error)) return false;
   io::ByteReader in(header, sizeof header);
   const bool signature = in.Match("Ogawa", 5);
   const std::uint8_t frozen = in.U8();
