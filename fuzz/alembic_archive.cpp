@@ -6,14 +6,7 @@
 #include "backends/alembic/report.h"
 #include "fuzz/support.h"
 
-using kelsdk::alembic::Archive;
-using kelsdk::alembic::EPropertyKind;
-using kelsdk::alembic::Hierarchy;
-using kelsdk::alembic::Object;
-using kelsdk::alembic::OpenArchive;
-using kelsdk::alembic::Property;
-using kelsdk::alembic::PropertyId;
-using kelsdk::alembic::TimeSampling;
+using namespace kelsdk::alembic;
 using kelsdk::fuzz::Require;
 
 namespace {
@@ -65,7 +58,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
   if (archive == nullptr) return 0;
   CheckHierarchy(archive->hierarchy(), size);
   ReadAll(*archive);
-  kelsdk::alembic::ListTree(archive->hierarchy(), {});
-  kelsdk::alembic::Verify(*archive, {});
+  ListTree(archive->hierarchy(), {});
+  Verify(*archive, {});
   return 0;
 }

@@ -8,8 +8,7 @@
 #include "backends/AlembicInterface.h"
 #include "fuzz/support.h"
 
-using kelsdk::KelString;
-using kelsdk::KelTime;
+using namespace kelsdk;
 using kelsdk::fuzz::Require;
 
 namespace {

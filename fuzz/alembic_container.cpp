@@ -7,9 +7,7 @@
 #include "backends/alembic/ogawa_file.h"
 #include "fuzz/support.h"
 
-using kelsdk::alembic::OgawaFile;
-using kelsdk::alembic::OgawaGroup;
-using kelsdk::alembic::OgawaSlot;
+using namespace kelsdk::alembic;
 using kelsdk::fuzz::Require;
 using kelsdk::io::Error;
 

@@ -10,13 +10,8 @@
 
 namespace {
 
-using kelsdk::KelCache;
-using kelsdk::KelManager;
-using kelsdk::KelStatus;
-using kelsdk::KelString;
-using kelsdk::KelTime;
+using namespace kelsdk;
 using kelsdk::fuzz::Require;
-using kelsdk::fuzz::ScratchFolder;
 
 constexpr unsigned int kRoom = 16;  // elements in the caller's arrays
 
@@ -26,6 +21,11 @@ class Script {
   Script(const std::uint8_t* bytes, std::size_t size) : at_(bytes), end_(bytes + size) {}
   bool AtEnd() const { return at_ == end_; }
   unsigned int Below(unsigned int limit) { return at_ == end_ ? 0 : *at_++ % limit; }
+  template <typename Enum>
+  Enum EnumBelow(unsigned int limit) {
+    return static_cast<Enum>(Below(limit));
+  }
+  int Channel() { return static_cast<int>(Below(4)) - 1; }
   KelTime Time() {
     switch (Below(6)) {
       case 0: return KelTime(0);
@@ -44,7 +44,7 @@ class Script {
 
 // Its caches are made anew for each input.
 const std::string& Folder() {
-  static const ScratchFolder folder;
+  static const fuzz::ScratchFolder folder;
   return folder.path();
 }
 
@@ -61,7 +61,7 @@ class Player {
       case 0: SetName(); break;
       case 1:
       case 2:
-        cache_->SetCacheFileFormat(static_cast<KelCache::EFileFormat>(script_.Below(5)), &status_);
+        cache_->SetCacheFileFormat(script_.EnumBelow<KelCache::EFileFormat>(5), &status_);
         break;
       case 3:
       case 4: cache_->OpenFileForRead(&status_); break;
@@ -83,9 +83,8 @@ class Player {
       case 18: AddChannel(); break;
       case 19: cache_->EnableMultiChannelFetching(script_.Below(2) != 0, &status_); break;
       case 20:
-        cache_->ConvertFromPC2ToNC(static_cast<KelCache::ENCFileCount>(script_.Below(2)), 24,
-                                   static_cast<KelCache::ENCBinaryFormat>(script_.Below(2)),
-                                   &status_);
+        cache_->ConvertFromPC2ToNC(script_.EnumBelow<KelCache::ENCFileCount>(2), 24,
+                                   script_.EnumBelow<KelCache::ENCBinaryFormat>(2), &status_);
         break;
       case 21: cache_->ConvertFromNCToPC2(24, script_.Below(3), &status_); break;
       case 22: DataFiles(); break;
@@ -101,11 +100,10 @@ class Player {
   }
 
   void OpenNCForWrite() {
-    cache_->OpenFileForWrite(static_cast<KelCache::ENCFileCount>(script_.Below(2)), 24,
+    cache_->OpenFileForWrite(script_.EnumBelow<KelCache::ENCFileCount>(2), 24,
                              script_.Below(2) != 0 ? "first" : nullptr,
-                             static_cast<KelCache::ENCBinaryFormat>(script_.Below(2)),
-                             static_cast<KelCache::ENCDataType>(script_.Below(8)), nullptr,
-                             &status_);
+                             script_.EnumBelow<KelCache::ENCBinaryFormat>(2),
+                             script_.EnumBelow<KelCache::ENCDataType>(8), nullptr, &status_);
   }
 
   void Close() {
@@ -139,7 +137,7 @@ class Player {
 
   void Write() {
     KelTime time = script_.Time();
-    const int channel = int(script_.Below(4)) - 1;
+    const int channel = script_.Channel();
     const unsigned int count = script_.Below(kRoom);
     switch (script_.Below(3)) {
       case 0: cache_->Write(channel, time, doubles_, count, &status_); break;
@@ -150,7 +148,7 @@ class Player {
 
   void Read() {
     KelTime time = script_.Time();
-    const int channel = int(script_.Below(4)) - 1;
+    const int channel = script_.Channel();
     // Alembic elements have up to 16 values: room for one of them.
     const bool alembic = cache_->GetCacheFileFormat() == KelCache::eAlembicFormat;
     const unsigned int count = alembic ? 1 : script_.Below(kRoom);
@@ -162,7 +160,7 @@ class Player {
   }
 
   void Catalogue() {
-    const int channel = int(script_.Below(4)) - 1;
+    const int channel = script_.Channel();
     KelString text;
     auto type = KelCache::eNCUnknownData;
     auto files = KelCache::eNCSingleFile;
@@ -176,7 +174,7 @@ class Player {
   }
 
   void Timing() {
-    const int channel = int(script_.Below(4)) - 1;
+    const int channel = script_.Channel();
     KelTime a;
     KelTime b;
     unsigned int count = 0;
@@ -197,15 +195,15 @@ class Player {
   void AddChannel() {
     const char* const names[] = {"first", "second", "third", ""};
     unsigned int index = 0;
-    cache_->AddChannel(names[script_.Below(4)],
-                       static_cast<KelCache::ENCDataType>(script_.Below(8)), "i", index, &status_);
+    cache_->AddChannel(names[script_.Below(4)], script_.EnumBelow<KelCache::ENCDataType>(8), "i",
+                       index, &status_);
   }
 
   void DataFiles() {
     KelString relative;
     KelString absolute;
     const int count = cache_->GetCacheDataFileCount(&status_);
-    const int index = int(script_.Below(4)) - 1;
+    const int index = script_.Channel();
     const bool named = cache_->GetCacheDataFileName(index, relative, absolute, &status_);
     Require(!named || (index >= 0 && index < count));
   }
