@@ -5,14 +5,10 @@
 
 #include "tests/support/fixture.h"
 
-namespace kelsdk::alembic::test {
+namespace kelsdk::test {
 namespace {
 
-using kelsdk::test::AllocationCount;
-using kelsdk::test::Bytes;
-using kelsdk::test::FileTest;
-using kelsdk::test::SystemCallCount;
-using kelsdk::test::WriteBytes;
+using alembic::BlockCache;
 
 class AlembicBlockCache : public FileTest {
  protected:
@@ -77,4 +73,4 @@ TEST_F(AlembicBlockCache, AllocatesNothingMoreOnceShrunkAndFull) {
 }
 
 }  // namespace
-}  // namespace kelsdk::alembic::test
+}  // namespace kelsdk::test
