@@ -90,31 +90,6 @@ TEST_F(AlembicReading, ListsPositionsFirstAndFindsThemByObject) {
   }
 }
 
-TEST_F(AlembicReading, AnswersNothingForChannelsThatAreNotThere) {
-  AlembicInterface closed(true);
-  AlembicInterface open(true);
-  ASSERT_TRUE(open.Open(TestData("abc/tiny.abc").c_str(), 1));
-  for (AlembicInterface* archive : {&closed, &open}) {
-    const unsigned int channel = 2;
-    KelString name;
-    KelTime start(1);
-    KelTime end(1);
-    float untouched = 5;
-    AlembicChannelInfo info;
-    EXPECT_FALSE(archive->GetChannelName(channel, name));
-    EXPECT_EQ(archive->GetChannelNumSamples(channel) + archive->GetChannelTypeSize(channel) +
-                  archive->GetChannelDataLength(channel) + archive->GetChannelBufferLength(channel),
-              0u);
-    EXPECT_FALSE(archive->GetChannelTypeIsFloat(channel));
-    EXPECT_FALSE(archive->GetChannelStartEnd(channel, start, end));
-    EXPECT_TRUE(start.Get() == 0 && end.Get() == 0);
-    EXPECT_FALSE(archive->GetChannelInfo(channel, info));
-    EXPECT_FALSE(archive->GetChannelBuffer(channel, &untouched, 1, KelTime()));
-    EXPECT_EQ(untouched, 5);
-    EXPECT_STRNE(archive->GetErrorString(), "");
-  }
-}
-
 // tiny.abc: one point, the same, another one, then two points.
 TEST_F(AlembicReading, HoldsTheLastSampleAndCutsItToTheRoom) {
   AlembicInterface archive(true);
@@ -192,9 +167,6 @@ TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
     EXPECT_TRUE(same) << PlainTypeName(type) << " gives " << converted << ", not " << expected;
   };
   const float infinity = std::numeric_limits<float>::infinity();
-  check(EPlainType::eBool, std::uint8_t{2}, 1);
-  check(EPlainType::eInt8, std::int8_t{-128}, -128);
-  check(EPlainType::eUint16, std::uint16_t{65535}, 65535);
   check(EPlainType::eUint32, std::uint32_t{16777217}, 16777216);
   check(EPlainType::eInt64, std::numeric_limits<std::int64_t>::min(), -0x1p63f);
   // By way of double this one would be rounded twice, and down.
@@ -204,7 +176,6 @@ TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
   check(EPlainType::eFloat64, 0x1.ffffffp127, infinity);
   check(EPlainType::eFloat64, std::nan(""), std::nanf(""));
   check(EPlainType::eFloat16, std::uint16_t{0x0001}, 0x1p-24f);
-  check(EPlainType::eFloat16, std::uint16_t{0xfbff}, -65504);
   check(EPlainType::eFloat16, std::uint16_t{0x7c00}, infinity);
   check(EPlainType::eFloat16, std::uint16_t{0x7e00}, std::nanf(""));
 }

@@ -25,27 +25,20 @@ class CacheConversion : public CacheTest {
 
 TEST_F(CacheConversion, ThereAndBackIsTheSameFile) {
   const struct {
-    double rate;
-    int files, data;
-    double stored;
-    const char* dataFile;
-  } rows[] = {{24, 0, 0, 24, ".ncc"}, {29.97, 1, 1, 30, ".ncx"}, {23.976, 2, 7, 24, ".ncx"}};
+    double rate, stored;
+    int files, data, dataFiles;
+  } rows[] = {{24, 24, 0, 0, 1}, {29.97, 30, 1, 1, 3}, {23.976, 24, 2, 7, 1}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.rate);
     object_->Name(KelCache::ePC2Format, folder_.File("shot.pc2"));
     EXPECT_TRUE(
         ToNC(row.rate, KelCache::ENCFileCount(row.files), KelCache::ENCBinaryFormat(row.data)));
     EXPECT_EQ(Status(), "");
+    EXPECT_EQ(Exists(folder_.File("shot.ncc")), row.data == 0);
     object_->Name(KelCache::eNCFormat, folder_.File("shot.xml"));
     ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
-    auto files = KelCache::eNCSingleFile;
-    KelString relative;
-    KelString absolute;
-    EXPECT_TRUE(cache_->GetCacheType(files, nullptr));
-    EXPECT_EQ(files == KelCache::eNCFilePerFrame, row.files == 1);
     EXPECT_EQ(cache_->GetSamplingFrameRate(nullptr), row.stored);
-    EXPECT_TRUE(cache_->GetCacheDataFileName(0, relative, absolute, nullptr));
-    EXPECT_TRUE(std::string(absolute.Buffer()).ends_with(row.dataFile));
+    EXPECT_EQ(cache_->GetCacheDataFileCount(nullptr), row.dataFiles);
     cache_->CloseFile(nullptr);
     WriteBytes(folder_.File("shot.pc2"), {0});
     EXPECT_TRUE(ToPC2(row.rate)) << Status();
@@ -95,16 +88,12 @@ TEST_F(CacheConversion, WhereTheTargetAppears) {
   WriteBytes(here + "other.pc2", {0});
   object_->Name(KelCache::ePC2Format, "C:\\no\\x.pc2", here + "a\\..\\other.any");
   EXPECT_TRUE(ToNC()) << "other.pc2 is looked for, other.any is read: " << Status();
-  const struct {
-    const char* source;
-    const char* target;
-  } rows[] = {{"other.xml", "other.pc2"}, {"other.XML", "other.pc2"}};
-  for (const auto& row : rows) {
-    WriteBytes(here + "other.XML", {0});
-    std::remove((here + row.target).c_str());
-    object_->Name(KelCache::eNCFormat, here + row.source);
+  const char* const names[][2] = {{"other.XML", "other.pc2"}, {"other.cache", "other.capc2"}};
+  for (const auto& [source, target] : names) {
+    WriteBytes(here + source, {0});
+    object_->Name(KelCache::eNCFormat, here + source);
     EXPECT_TRUE(ToPC2()) << Status();
-    EXPECT_EQ(ReadBytes(here + row.target), pc2_);
+    EXPECT_EQ(ReadBytes(here + target), pc2_);
   }
 }
 

@@ -21,38 +21,28 @@ TEST_F(CacheMaking, InAContainerNeedsItsManager) {
 }
 
 TEST_F(CacheMaking, PropertiesKeepOrResetTheirValues) {
-  KelCache& cache = *cache_;
-  EXPECT_EQ(cache.GetCacheFileFormat(), KelCache::eUnknownFormat);
-  EXPECT_TRUE(cache.SetCacheFileFormat(kOtherFormat, &status_));
-  EXPECT_EQ(Status(), "");
-  cache.SetCacheFileName("caches\\a b.pc2", "C:\\caches\\a b.pc2", &status_);
-  EXPECT_EQ(Status(), "");
-  KelProperty type = cache.FindProperty("CacheFileType");
+  KelProperty type = cache_->FindProperty("CacheFileType");
   EXPECT_EQ(type.GetDataType(), &KelEnumDT);
   for (const auto flag : {KelPropertyFlags::eStatic, KelPropertyFlags::eSavable}) {
     EXPECT_TRUE(type.GetFlag(flag));
     type.ModifyFlag(flag, false);
   }
-  KelString relative;
-  KelString absolute;
-  cache.ConstructProperties(false);
-  EXPECT_EQ(cache.GetCacheFileFormat(), kOtherFormat);
+  object_->Name(kOtherFormat, "C:\\caches\\a b.pc2", "caches\\a b.pc2");
+  cache_->ConstructProperties(false);
   EXPECT_FALSE(type.GetFlag(KelPropertyFlags::eStatic));
   EXPECT_TRUE(type.GetFlag(KelPropertyFlags::eSavable));
-  cache.GetCacheFileName(relative, absolute);
-  EXPECT_STREQ(relative, "caches\\a b.pc2") << "stored as it is";
-  EXPECT_STREQ(absolute, "C:\\caches\\a b.pc2");
-
-  auto* copy = static_cast<KelCache*>(cache.Clone(KelObject::eDeepClone, nullptr, nullptr));
-  cache.ConstructProperties(true);
-  EXPECT_EQ(cache.GetCacheFileFormat(), KelCache::eUnknownFormat);
+  auto* copy = static_cast<KelCache*>(cache_->Clone(KelObject::eDeepClone, nullptr, nullptr));
+  for (const bool reset : {false, true}) {
+    KelString relative("x");
+    KelString absolute("x");
+    cache_->GetCacheFileName(relative, absolute);
+    EXPECT_STREQ(relative, reset ? "" : "caches\\a b.pc2");
+    EXPECT_STREQ(absolute, reset ? "" : "C:\\caches\\a b.pc2");
+    EXPECT_EQ(cache_->GetCacheFileFormat(), reset ? KelCache::eUnknownFormat : kOtherFormat);
+    EXPECT_EQ(copy->Compare(cache_), !reset);
+    cache_->ConstructProperties(true);
+  }
   EXPECT_TRUE(type.GetFlag(KelPropertyFlags::eStatic));
-  cache.GetCacheFileName(relative, absolute);
-  EXPECT_STREQ(relative, "");
-  EXPECT_STREQ(absolute, "");
-  EXPECT_EQ(copy->GetCacheFileFormat(), kOtherFormat);
-  copy->GetCacheFileName(relative, absolute);
-  EXPECT_STREQ(absolute, "C:\\caches\\a b.pc2");
 }
 
 TEST_F(CacheMaking, GivesNullWithoutMemory) {

@@ -146,41 +146,44 @@ TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
 
 TEST_F(CacheOpening, WhatIsWrittenForTheArguments) {
   const struct {
-    int files;
-    double rate;
-    int data;
-    int ticksPerFrame;
+    int files, data;
+    double rate, stored;
+    long long perFrame;  // KelTime units
     const char* dataFile;
-  } rows[] = {{1, 24, 0, 250, ".ncc"},    {0, 30, 1, 200, ".ncx"},
-              {2, 29.97, 7, 200, ".ncx"}, {0, 23.976, 0, 250, ".ncc"},
-              {1, 10000, 1, 0, ".ncx"},   {0, 1.0 / 300000, 1, 1800000000, ".ncx"}};
+  } rows[] = {{1, 0, 24, 24, 1924423250, ".ncc"},
+              {0, 1, 30, 30, 1539538600, ".ncx"},
+              {2, 7, 29.97, 30, 1539538600, ".ncx"},
+              {0, 0, 23.976, 24, 1924423250, ".ncc"},
+              {1, 1, 10000, 0, 0, ".ncx"},
+              {0, 1, 0.5, 0.5, 0, ".ncx"},
+              {0, 1, 1.0 / 300000, 1.0 / 300000, 0, ".ncx"}};
+  object_->Name(KelCache::eNCFormat, folder_.File("shot.xml"));
   for (const auto& row : rows) {
     SCOPED_TRACE(row.rate);
-    CacheObject cache(KelCache::eNCFormat, folder_.File("shot.xml"));
     KelTime time;
-    int values[] = {7};
-    ASSERT_TRUE(cache->OpenFileForWrite(KelCache::ENCFileCount(row.files), row.rate, nullptr,
-                                        KelCache::ENCBinaryFormat(row.data),
-                                        KelCache::eNCInt32Array, nullptr, nullptr));
-    EXPECT_TRUE(cache->Write(0, time, values, 1, nullptr));
-    cache->CloseFile(nullptr);
-    ASSERT_TRUE(cache->OpenFileForRead(nullptr));
+    int value = 7;
+    ASSERT_TRUE(cache_->OpenFileForWrite(KelCache::ENCFileCount(row.files), row.rate, nullptr,
+                                         KelCache::ENCBinaryFormat(row.data),
+                                         KelCache::eNCInt32Array, nullptr, nullptr));
+    EXPECT_TRUE(cache_->Write(0, time, &value, 1, nullptr));
+    cache_->CloseFile(nullptr);
+    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
     KelString text;
     KelString path;
     auto files = KelCache::eNCSingleFile;
     auto type = KelCache::eNCUnknownData;
-    EXPECT_TRUE(cache->GetChannelName(0, text, nullptr));
-    EXPECT_STREQ(text, "shot");
-    EXPECT_TRUE(cache->GetChannelInterpretation(0, text, nullptr));
+    EXPECT_TRUE(cache_->GetChannelDataType(0, type, nullptr) && type == KelCache::eNCInt32Array);
+    EXPECT_TRUE(cache_->GetChannelInterpretation(0, text, nullptr));
     EXPECT_STREQ(text, "Points");
-    EXPECT_TRUE(cache->GetChannelDataType(0, type, nullptr));
-    EXPECT_EQ(type, KelCache::eNCInt32Array);
-    EXPECT_TRUE(cache->GetCacheType(files, nullptr));
+    EXPECT_TRUE(cache_->GetChannelName(0, text, nullptr));
+    EXPECT_STREQ(text, "shot");
+    EXPECT_TRUE(cache_->GetCacheType(files, nullptr));
     EXPECT_EQ(files == KelCache::eNCFilePerFrame, row.files == 1);
-    EXPECT_EQ(cache->GetSamplingFrameRate(nullptr),
-              row.ticksPerFrame != 0 ? 6000.0 / row.ticksPerFrame : 0.0);
-    EXPECT_TRUE(cache->GetCacheDataFileName(0, text, path, nullptr));
+    EXPECT_EQ(cache_->GetSamplingFrameRate(nullptr), row.stored);
+    EXPECT_EQ(cache_->GetCacheTimePerFrame(nullptr).Get(), row.perFrame);
+    EXPECT_TRUE(cache_->GetCacheDataFileName(0, text, path, nullptr));
     EXPECT_TRUE(std::string(path.Buffer()).ends_with(row.dataFile)) << path.Buffer();
+    cache_->CloseFile(nullptr);
   }
 }
 
