@@ -4,7 +4,6 @@
 #include <exception>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
 #include <stdexcept>
 
 #include "backends/alembic/channels.h"
@@ -81,10 +80,7 @@ json PropertyObject(ChannelList& channels, PropertyId id) {
   } else {
     channel.reset();
   }
-  // All samples, or of many the first, the one at half the count and the last.
-  std::set<std::uint32_t> samples = {0, count / 2, count - 1};
-  for (std::uint32_t i = 0; count <= 50 && i < count; ++i) samples.insert(i);
-  for (const std::uint32_t i : samples) {
+  for (std::uint32_t i = 0; i < count; ++i) {
     object["samples"].push_back(SampleObject(channels, id, i, channel));
   }
   return object;

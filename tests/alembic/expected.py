@@ -114,7 +114,8 @@ class Comparison:
             for sample in samples:
                 self.floats(where, got, sample, length)
         if "pod" in got:
-            got["samples"] = [describe(sample, got) for sample in samples]
+            told = {sample["i"] for sample in want.get("samples", [])}
+            got["samples"] = [describe(sample, got) for sample in samples if sample["i"] in told]
             got["pod"] += "_t" if got["pod"] in CODES else ""
         self.fields(where, got, want)
 

@@ -85,6 +85,12 @@ class CacheTest : public FileTest {
     return clear ? "" : text == "4 untouched" ? "untouched" : text;
   }
 
+  /// What a call with the status has answered: "done", or the status of its failure.
+  std::string Outcome(bool done) {
+    const std::string status = Status();
+    return !done ? status : status.empty() ? "done" : "done " + status;
+  }
+
   /// Three samples from frame 1.5 on; the values of each count up from 100 x its number.
   void WritePC2(const std::string& name, unsigned int points) {
     CacheObject cache(KelCache::ePC2Format, folder_.File(name));

@@ -31,9 +31,9 @@ TEST_F(CacheConversion, ThereAndBackIsTheSameFile) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.rate);
     object_->Name(KelCache::ePC2Format, folder_.File("shot.pc2"));
-    EXPECT_TRUE(
-        ToNC(row.rate, KelCache::ENCFileCount(row.files), KelCache::ENCBinaryFormat(row.data)));
-    EXPECT_EQ(Status(), "");
+    EXPECT_EQ(Outcome(ToNC(row.rate, KelCache::ENCFileCount(row.files),
+                           KelCache::ENCBinaryFormat(row.data))),
+              "done");
     EXPECT_EQ(Exists(folder_.File("shot.ncc")), row.data == 0);
     object_->Name(KelCache::eNCFormat, folder_.File("shot.xml"));
     ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
@@ -49,10 +49,8 @@ TEST_F(CacheConversion, ThereAndBackIsTheSameFile) {
 TEST_F(CacheConversion, WhatIsRefused) {
   const std::string here = folder_.path() + "/";
   for (const double rate : {0.0, -24.0, 1e-17, 1e-6, std::numeric_limits<double>::quiet_NaN()}) {
-    EXPECT_FALSE(ToNC(rate));
-    EXPECT_EQ(Status(), "1 Invalid sampling rate");
-    EXPECT_FALSE(ToPC2(rate));
-    EXPECT_EQ(Status(), "1 Invalid sampling rate");
+    EXPECT_EQ(Outcome(ToNC(rate)), "1 Invalid sampling rate");
+    EXPECT_EQ(Outcome(ToPC2(rate)), "1 Invalid sampling rate");
   }
   for (const auto format : {KelCache::eUnknownFormat, KelCache::eAlembicFormat, kOtherFormat}) {
     object_->Name(format, here + "shot.pc2");
@@ -61,24 +59,18 @@ TEST_F(CacheConversion, WhatIsRefused) {
     EXPECT_EQ(Status(), "untouched") << "by another format";
   }
   object_->Name(KelCache::ePC2Format, here + "shot.pc2");
-  EXPECT_FALSE(ToPC2());
-  EXPECT_EQ(Status(), "untouched");
-  EXPECT_FALSE(ToNC(10000)) << "0 ticks per frame";
-  EXPECT_EQ(Status(), "1 Conversion from PC2 to NC failed");
+  EXPECT_EQ(Outcome(ToPC2()), "untouched");
+  EXPECT_EQ(Outcome(ToNC(10000)), "1 Conversion from PC2 to NC failed") << "0 ticks per frame";
   EXPECT_TRUE(ToNC());
   object_->Name(KelCache::eNCFormat, here + "shot.xml");
   Status();
-  EXPECT_FALSE(ToNC());
-  EXPECT_EQ(Status(), "untouched");
-  EXPECT_FALSE(ToPC2(24, 1));
-  EXPECT_EQ(Status(), "1 Conversion from NC to PC2 failed");
+  EXPECT_EQ(Outcome(ToNC()), "untouched");
+  EXPECT_EQ(Outcome(ToPC2(24, 1)), "1 Conversion from NC to PC2 failed");
 
   object_->Name(KelCache::ePC2Format, "C:\\no\\x.pc2", "/rel/y.any");
-  EXPECT_FALSE(ToNC());
-  EXPECT_EQ(Status(), "1 Cache file not found: C:/no/x.pc2, /rel/y.pc2");
+  EXPECT_EQ(Outcome(ToNC()), "1 Cache file not found: C:/no/x.pc2, /rel/y.pc2");
   object_->Name(KelCache::eNCFormat, "/no/x.xml", "/rel/y.any");
-  EXPECT_FALSE(ToPC2());
-  EXPECT_EQ(Status(), "1 Cache file not found: /no/x.xml, /rel/y.xml");
+  EXPECT_EQ(Outcome(ToPC2()), "1 Cache file not found: /no/x.xml, /rel/y.xml");
 }
 
 // The target's name is the source's as it stands, its last three characters replaced.

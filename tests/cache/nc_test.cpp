@@ -71,15 +71,12 @@ TEST_F(CacheNC, SeveralChannelsNeedABlock) {
   ASSERT_TRUE(object_->BeginNC(Path(), {KelCache::eNCDoubleArray}));
   KelTime later(250 * kTick + kTick - 1);  // cut to its tick
   EXPECT_TRUE(cache_->Write(0, time_, doubles_, 2, nullptr));
-  EXPECT_FALSE(cache_->Write(-1, later, doubles_, 2, &status_));
-  EXPECT_EQ(Status(), "");
+  EXPECT_EQ(Outcome(cache_->Write(-1, later, doubles_, 2, &status_)), "");
   EXPECT_TRUE(cache_->Write(0, later, doubles_, 0, nullptr));
   EXPECT_TRUE(cache_->AddChannel("more", KelCache::eNCInt32Array, "", count_, nullptr));
   EXPECT_EQ(count_, 1u);
-  EXPECT_FALSE(cache_->AddChannel("more", KelCache::eNCInt32Array, "", count_, &status_));
-  EXPECT_EQ(Status(), "");
-  EXPECT_FALSE(cache_->Write(0, time_, doubles_, 2, &status_));
-  EXPECT_EQ(Status(), "1 BeginWriteAt not called");
+  EXPECT_EQ(Outcome(cache_->AddChannel("more", KelCache::eNCInt32Array, "", count_, &status_)), "");
+  EXPECT_EQ(Outcome(cache_->Write(0, time_, doubles_, 2, &status_)), "1 BeginWriteAt not called");
   KelTime negative(-kTick - 1);
   EXPECT_TRUE(cache_->BeginWriteAt(negative, nullptr));
   EXPECT_TRUE(cache_->Write(0, negative, doubles_, 1, nullptr));
@@ -103,26 +100,18 @@ TEST_F(CacheNC, LimitsOfTimesCountsAndMemory) {
   ASSERT_TRUE(object_->BeginNC(Path(), {KelCache::eNCDoubleVectorArray}));
   for (const long long units : {kBeyond, -kBeyond - kTick}) {
     KelTime beyond(units);
-    EXPECT_FALSE(cache_->BeginWriteAt(beyond, &status_));
-    EXPECT_EQ(Status(), "3 ");
-    EXPECT_FALSE(cache_->Write(0, beyond, doubles_, 2, &status_));
-    EXPECT_EQ(Status(), "3 ");
-    EXPECT_FALSE(cache_->Read(0, beyond, doubles_, 2, &status_));
-    EXPECT_EQ(Status(), "3 ");
-    EXPECT_FALSE(cache_->GetNextTimeWithData(beyond, beyond, 0, &status_));
-    EXPECT_EQ(Status(), "3 ");
+    EXPECT_EQ(Outcome(cache_->BeginWriteAt(beyond, &status_)), "3 ");
+    EXPECT_EQ(Outcome(cache_->Write(0, beyond, doubles_, 2, &status_)), "3 ");
+    EXPECT_EQ(Outcome(cache_->Read(0, beyond, doubles_, 2, &status_)), "3 ");
+    EXPECT_EQ(Outcome(cache_->GetNextTimeWithData(beyond, beyond, 0, &status_)), "3 ");
   }
-  EXPECT_FALSE(cache_->Write(0, time_, values, wraps, &status_));
-  EXPECT_EQ(Status(), "3 ");
+  EXPECT_EQ(Outcome(cache_->Write(0, time_, values, wraps, &status_)), "3 ");
   cache_->CloseFile(nullptr);
 
   OpenForRead("a.xml");
-  EXPECT_FALSE(cache_->Read(0, time_, values, wraps, &status_));
-  EXPECT_EQ(Status(), "3 ");
-  EXPECT_FALSE(cache_->Read(0, time_, none, 1, &status_));
-  EXPECT_EQ(Status(), "3 ");
-  EXPECT_FALSE(cache_->Read(0, time_, none, 0, &status_)) << "no room for the array";
-  EXPECT_EQ(Status(), "");
+  EXPECT_EQ(Outcome(cache_->Read(0, time_, values, wraps, &status_)), "3 ");
+  EXPECT_EQ(Outcome(cache_->Read(0, time_, none, 1, &status_)), "3 ");
+  EXPECT_EQ(Outcome(cache_->Read(0, time_, none, 0, &status_)), "") << "no room for the array";
   {
     const FailAllocation failure(1, EAllocations::eKelMalloc);
     EXPECT_FALSE(cache_->Read(0, time_, values, 1, &status_));
@@ -134,8 +123,7 @@ TEST_F(CacheNC, LimitsOfTimesCountsAndMemory) {
   EXPECT_EQ(values[3], 0) << "what the array does not fill";
   object_->Name(KelCache::eAlembicFormat, TestData("abc/tiny.abc"));
   ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
-  EXPECT_FALSE(cache_->Read(0, time_, none, 2, &status_));
-  EXPECT_EQ(Status(), "3 ");
+  EXPECT_EQ(Outcome(cache_->Read(0, time_, none, 2, &status_)), "3 ");
 }
 
 TEST_F(CacheNC, TimesOfRegularIrregularAndExtremeSamples) {
@@ -172,14 +160,12 @@ TEST_F(CacheNC, TimesOfRegularIrregularAndExtremeSamples) {
       EXPECT_EQ(count_, 1u);
     }
     next.Set(5);
-    EXPECT_FALSE(cache_->GetNextTimeWithData(end, next, -1, &status_));
-    EXPECT_EQ(Status(), "1 ");
-    EXPECT_FALSE(cache_->GetDataTime(0, 9, next, &status_));
-    EXPECT_EQ(Status(), "1 ");
+    EXPECT_EQ(Outcome(cache_->GetNextTimeWithData(end, next, -1, &status_)), "1 ");
+    EXPECT_EQ(Outcome(cache_->GetDataTime(0, 9, next, &status_)), "1 ");
     EXPECT_EQ(next.Get(), 5) << "untouched";
     for (const long long units : {row.ticks.front() * kTick - 1, end.Get() + 1}) {
-      EXPECT_FALSE(cache_->GetChannelPointCount(0, KelTime(units), count_, &status_));
-      EXPECT_EQ(Status(), "1 Specified time is out of range");
+      EXPECT_EQ(Outcome(cache_->GetChannelPointCount(0, KelTime(units), count_, &status_)),
+                "1 Specified time is out of range");
     }
     auto type = KelCache::eNCSamplingRegular;
     EXPECT_TRUE(cache_->GetChannelSamplingType(0, type, nullptr));

@@ -70,8 +70,7 @@ TEST_F(CacheOpening, FailuresLeaveNothingBehind) {
     SCOPED_TRACE(row.name + row.status);
     object_->Name(row.format, here + row.name);
     const long blocks = OutstandingBlocks();
-    EXPECT_FALSE(Open(row.flag, row.rate, row.points, row.type, row.channel));
-    EXPECT_EQ(Status(), row.status);
+    EXPECT_EQ(Outcome(Open(row.flag, row.rate, row.points, row.type, row.channel)), row.status);
     EXPECT_EQ(OutstandingBlocks(), blocks);
     EXPECT_FALSE(cache_->IsOpen(nullptr));
     EXPECT_EQ(NamesIn(folder_.path()), names);
@@ -137,11 +136,11 @@ TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
   std::filesystem::current_path(before);
 
   object_->Name(KelCache::eNCFormat, "C:\\cache\\b.pc2", "/rel\\a.x.pc2");
-  EXPECT_FALSE(cache_->OpenFileForRead(&status_));
-  EXPECT_EQ(Status(), "1 Cache file not found: C:/cache/b.xml, /rel/a.x.xml");
+  EXPECT_EQ(Outcome(cache_->OpenFileForRead(&status_)),
+            "1 Cache file not found: C:/cache/b.xml, /rel/a.x.xml");
   object_->Name(kOtherFormat, "C:\\cache\\b.pc2", "/rel\\a.x.pc2");
-  EXPECT_FALSE(cache_->OpenFileForRead(&status_));
-  EXPECT_EQ(Status(), "1 Cache file not found: C:/cache/b.abc, /rel/a.x.abc");
+  EXPECT_EQ(Outcome(cache_->OpenFileForRead(&status_)),
+            "1 Cache file not found: C:/cache/b.abc, /rel/a.x.abc");
 }
 
 TEST_F(CacheOpening, WhatIsWrittenForTheArguments) {
@@ -187,37 +186,22 @@ TEST_F(CacheOpening, WhatIsWrittenForTheArguments) {
   }
 }
 
-TEST_F(CacheOpening, AnOpenFileOnlyComparesFlags) {
-  WriteNC("a.xml", {KelCache::eNCFloatArray}, {0});
-  object_->Name(KelCache::ePC2Format, folder_.File("new.pc2"));
-  EXPECT_TRUE(Open(KelCache::eOpenForWrite));
-  EXPECT_TRUE(Open(KelCache::eOpenForWrite, kNaN));
-  Status();
-  EXPECT_FALSE(cache_->OpenFileForRead(&status_));
-  EXPECT_EQ(Status(), "");
-  // Another format's file opens beside it, and each is reached through its format.
-  object_->Name(KelCache::eNCFormat, folder_.File("a.xml"));
-  EXPECT_TRUE(cache_->OpenFileForRead(nullptr));
-  object_->Name(KelCache::ePC2Format, "");
-  EXPECT_TRUE(cache_->IsOpen(nullptr));
-  EXPECT_EQ(cache_->GetChannelCount(nullptr), 1);
-}
-
-// The time block ends with its file, not with another format's.
-TEST_F(CacheOpening, ClosingEndsTheTimeBlock) {
+TEST_F(CacheOpening, FilesOfEveryFormatAreOpenBesideEachOther) {
   KelTime time;
   float value = 1;
   const std::vector<int> types(2, KelCache::eNCFloatArray);
   ASSERT_TRUE(object_->BeginNC(folder_.File("a.xml"), types));
   EXPECT_TRUE(cache_->BeginWriteAt(time, nullptr));
-  object_->Name(KelCache::ePC2Format, "");
+  object_->Name(KelCache::ePC2Format, folder_.File("new.pc2"));
+  EXPECT_TRUE(Open(KelCache::eOpenForWrite));
+  EXPECT_TRUE(Open(KelCache::eOpenForWrite, kNaN)) << "of an open file the flag alone counts";
+  EXPECT_EQ(Outcome(cache_->OpenFileForRead(&status_)), "");
   EXPECT_TRUE(cache_->CloseFile(nullptr));
   object_->Name(KelCache::eNCFormat, folder_.File("a.xml"));
-  EXPECT_TRUE(cache_->Write(0, time, &value, 1, nullptr));
+  EXPECT_TRUE(cache_->Write(0, time, &value, 1, nullptr)) << "the time block is open yet";
   EXPECT_TRUE(cache_->CloseFile(nullptr));
   ASSERT_TRUE(object_->BeginNC(folder_.File("b.xml"), types));
-  EXPECT_FALSE(cache_->Write(0, time, &value, 1, &status_));
-  EXPECT_EQ(Status(), "1 BeginWriteAt not called");
+  EXPECT_EQ(Outcome(cache_->Write(0, time, &value, 1, &status_)), "1 BeginWriteAt not called");
 }
 
 }  // namespace

@@ -22,13 +22,10 @@ TEST_F(CachePC2, ReadsSamplesByNumber) {
   EXPECT_EQ(cache_->GetPointCount(nullptr), 12u) << "values, not points";
   EXPECT_EQ(cache_->GetSampleCount(nullptr), 3u);
   EXPECT_EQ(cache_->GetFrameStartOffset(nullptr), 1.5);
-  EXPECT_FALSE(cache_->Read(3, values_, 4, &status_));
-  EXPECT_EQ(Status(), "1 Error reading sample data");
+  EXPECT_EQ(Outcome(cache_->Read(3, values_, 4, &status_)), "1 Error reading sample data");
   EXPECT_EQ(values_[0], 42);
-  EXPECT_FALSE(cache_->Read(0, nullptr, 4, &status_));
-  EXPECT_EQ(Status(), "3 ");
-  EXPECT_FALSE(cache_->Read(0, values_, kWrapping, &status_));
-  EXPECT_EQ(Status(), "3 ");
+  EXPECT_EQ(Outcome(cache_->Read(0, nullptr, 4, &status_)), "3 ");
+  EXPECT_EQ(Outcome(cache_->Read(0, values_, kWrapping, &status_)), "3 ");
   {
     const FailAllocation failure(1, EAllocations::eKelMalloc);
     EXPECT_FALSE(cache_->Read(0, values_, 5, &status_));
@@ -51,8 +48,7 @@ TEST_F(CachePC2, WritesSamplesOfTheDeclaredSize) {
   ASSERT_TRUE(cache_->OpenFileForWrite(-5, 24, 2, 1, nullptr));
   double point[3] = {0.1, 1e-60, -2};
   EXPECT_TRUE(cache_->Write(1, point, nullptr));
-  EXPECT_FALSE(cache_->Write(4294967295u, point, &status_));
-  EXPECT_EQ(Status(), "1 Error writing sample data");
+  EXPECT_EQ(Outcome(cache_->Write(4294967295u, point, &status_)), "1 Error writing sample data");
   cache_->CloseFile(nullptr);
   ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
   EXPECT_EQ(cache_->GetFrameStartOffset(nullptr), -5);
