@@ -62,6 +62,13 @@ auto WithForm(int form, const Body& body) {
   return form == 1 ? body(float()) : body(int());
 }
 
+/// A channel's type and the elements of each of its arrays.
+struct Layout {
+  Layout(int itsType, unsigned int itsElements = 1) : type(itsType), elements(itsElements) {}
+  int type;
+  unsigned int elements;
+};
+
 class CacheTest : public FileTest {
  protected:
   void SetUp() override {
@@ -103,26 +110,35 @@ class CacheTest : public FileTest {
     cache->CloseFile(nullptr);
   }
 
-  /// Channels of these types with one element, 0.1 or 7, at each of the ticks.
-  void WriteNC(const std::string& name, const std::vector<int>& types,
-               const std::vector<int>& ticks, double rate = 24) {
+  /// Channels of these layouts at each of the ticks; the values of each array count up from
+  /// `first`.
+  void WriteNC(const std::string& name, const std::vector<Layout>& layouts,
+               const std::vector<int>& ticks = {0}, double rate = 24, int first = 1) {
     CacheObject cache;
+    std::vector<int> types;
+    for (const Layout& layout : layouts) types.push_back(layout.type);
     ASSERT_TRUE(cache.BeginNC(folder_.File(name), types, rate));
     for (const int tick : ticks) {
       KelTime time(tick * kTick);
       ASSERT_TRUE(cache->BeginWriteAt(time, nullptr));
-      for (int i = 0; i < int(types.size()); ++i) {
-        double values[3] = {0.1, 0.1, 0.1};
-        int whole = 7;
-        if (types[size_t(i)] == KelCache::eNCInt32Array) {
-          ASSERT_TRUE(cache->Write(i, time, &whole, 1, nullptr));
-        } else {
-          ASSERT_EQ(cache->Write(i, time, values, 1, nullptr), types[size_t(i)] >= 2);
-        }
+      for (int channel = 0; channel < int(types.size()); ++channel) {
+        const Layout& layout = layouts[size_t(channel)];
+        if (layout.type < KelCache::eNCDoubleArray) continue;
+        WithForm(layout.type == KelCache::eNCInt32Array ? 2 : 0, [&](auto value) {
+          using Value = decltype(value);
+          std::vector<Value> values;
+          for (int i = 0; i <= int(layout.elements) * 3; ++i) values.push_back(Value(first + i));
+          ASSERT_TRUE(cache->Write(channel, time, values.data(), layout.elements, nullptr));
+        });
       }
       ASSERT_TRUE(cache->EndWriteAt(nullptr));
     }
     cache->CloseFile(nullptr);
+  }
+
+  void OpenForRead(KelCache::EFileFormat format, const std::string& name) {
+    object_->Name(format, folder_.File(name));
+    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
   }
 
   std::optional<CacheObject> object_;

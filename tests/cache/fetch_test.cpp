@@ -18,33 +18,6 @@ class CacheFetch : public CacheTest {
     return fetched;
   }
 
-  // A channel for each layout, which holds the numbers from 1 on, or 2^24 + 1, which is no float.
-  struct Layout {
-    int type;
-    unsigned int elements;
-  };
-  void WriteLayouts(const std::vector<Layout>& layouts, int first = 1) {
-    std::vector<int> types;
-    for (const Layout& layout : layouts) types.push_back(layout.type);
-    CacheObject cache;
-    KelTime time;
-    ASSERT_TRUE(cache.BeginNC(folder_.File("a.xml"), types));
-    ASSERT_TRUE(cache->BeginWriteAt(time, nullptr));
-    for (int channel = 0; channel < int(layouts.size()); ++channel) {
-      const Layout& layout = layouts[size_t(channel)];
-      if (layout.type < KelCache::eNCDoubleArray) continue;
-      WithForm(layout.type == KelCache::eNCInt32Array ? 2 : 0, [&](auto value) {
-        std::vector<decltype(value)> values(layout.elements * 3 + 1);
-        for (size_t i = 0; i < values.size(); ++i) values[i] = decltype(value)(size_t(first) + i);
-        ASSERT_TRUE(cache->Write(channel, time, values.data(), layout.elements, nullptr));
-      });
-    }
-    ASSERT_TRUE(cache->EndWriteAt(nullptr));
-    cache->CloseFile(nullptr);
-    object_->Name(KelCache::eNCFormat, folder_.File("a.xml"));
-    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
-  }
-
   float* values_ = nullptr;
   unsigned int length_ = 0;
 };
@@ -54,7 +27,8 @@ TEST_F(CacheFetch, EveryElementTypeAsFloats) {
   for (int type = 0; type < 7; ++type) layouts.push_back({type, 5});
   layouts.push_back({KelCache::eNCFloatArray, 0});
   const unsigned int widths[] = {0, 0, 1, 3, 1, 1, 3, 0, 0};
-  WriteLayouts(layouts, 16777217);
+  WriteNC("a.xml", layouts, {0}, 24, 16777217);  // 2^24 + 1 is no float
+  OpenForRead(KelCache::eNCFormat, "a.xml");
   for (unsigned int channel = 0; channel < std::size(widths); ++channel) {
     EXPECT_EQ(Fetch(KelTime(), channel), widths[channel] != 0) << channel;
     if (widths[channel] == 0) continue;
@@ -90,8 +64,7 @@ TEST_F(CacheFetch, EveryAlembicTypeAsFloats) {
 
 TEST_F(CacheFetch, PC2FramesAreSampleNumbers) {
   WritePC2("a.pc2", 4);
-  object_->Name(KelCache::ePC2Format, folder_.File("a.pc2"));
-  ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
+  OpenForRead(KelCache::ePC2Format, "a.pc2");
   const long long frame = KelTime::FromFrame(2).Get();
   EXPECT_TRUE(Fetch(KelTime(frame), 99));
   EXPECT_EQ(length_, 12u);
@@ -116,14 +89,14 @@ TEST_F(CacheFetch, PC2FramesAreSampleNumbers) {
 TEST_F(CacheFetch, BuffersAreReusedAcrossFormats) {
   WritePC2("a.pc2", 4);
   const auto begun = OutstandingBlocks();
-  object_->Name(KelCache::ePC2Format, folder_.File("a.pc2"));
-  ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
+  OpenForRead(KelCache::ePC2Format, "a.pc2");
   ASSERT_TRUE(Fetch());
   const float* buffer = values_;
   EXPECT_GT(OutstandingBlocks(), begun);
-  WriteLayouts({{KelCache::eNCFloatVectorArray, 4},
-                {KelCache::eNCInt32Array, 12},
-                {KelCache::eNCFloatArray, 11}});
+  WriteNC("a.xml", {{KelCache::eNCFloatVectorArray, 4},
+                    {KelCache::eNCInt32Array, 12},
+                    {KelCache::eNCFloatArray, 11}});
+  OpenForRead(KelCache::eNCFormat, "a.xml");
   ASSERT_TRUE(Fetch(KelTime(), 1)) << "the buffer for converted floats comes later";
   EXPECT_EQ(values_[11], 12);
   const long blocks = OutstandingBlocks();
@@ -141,12 +114,11 @@ TEST_F(CacheFetch, BuffersAreReusedAcrossFormats) {
 // Wherever memory runs out, the layout that stays is one that the buffers really have.
 TEST_F(CacheFetch, WithoutMemoryTheOldLayoutStays) {
   const std::vector<Layout> layouts = {{5, 10}, {4, 10}, {4, 20}, {3, 50}, {6, 7}, {2, 500}};
-  WriteLayouts(layouts);
+  WriteNC("a.xml", layouts);
   unsigned long n = 0;
   for (bool failed = true; failed; ++n) {
     Renew();
-    object_->Name(KelCache::eNCFormat, folder_.File("a.xml"));
-    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
+    OpenForRead(KelCache::eNCFormat, "a.xml");
     const FailAllocation failure(n + 1, EAllocations::eKelMalloc);
     for (unsigned int channel = 0; channel < layouts.size(); ++channel) {
       ASSERT_TRUE(Fetch(KelTime(), channel) || Fetch(KelTime(), channel)) << "one failure alone";

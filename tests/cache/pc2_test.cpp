@@ -11,8 +11,7 @@ class CachePC2 : public CacheTest {
   void SetUp() override {
     CacheTest::SetUp();
     WritePC2("a.pc2", 4);
-    object_->Name(KelCache::ePC2Format, folder_.File("a.pc2"));
-    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
+    OpenForRead(KelCache::ePC2Format, "a.pc2");
   }
 
   double values_[15] = {42};

@@ -12,7 +12,7 @@ constexpr unsigned int kElements = 5;
 const std::vector<int> kChannels = {2, 3, 4, 5, 6, 6};
 constexpr size_t kIrregular = 5;
 
-struct Layout {
+struct CacheLayout {
   KelCache::ENCFileCount files;
   KelCache::ENCBinaryFormat data;
   double rate = 24;
@@ -35,7 +35,8 @@ std::vector<Value> ValuesAt(size_t channel, int tick) {
 // Calls `body(channel, tick, values)` for every sample that a cache is to hold, in the order of the
 // ticks, with values of the channel's own type; false as soon as it is.
 template <typename Begin, typename Body, typename End>
-bool ForEachSample(const Layout& layout, const Begin& begin, const Body& body, const End& end) {
+bool ForEachSample(const CacheLayout& layout, const Begin& begin, const Body& body,
+                   const End& end) {
   const int perFrame = layout.TicksPerFrame();
   for (const int tick : {-3 * perFrame, -2 * perFrame, -perFrame, 0, perFrame, 2 * perFrame,
                          2 * perFrame + perFrame / 3}) {
@@ -56,7 +57,7 @@ bool ForEachSample(const Layout& layout, const Begin& begin, const Body& body, c
   return true;
 }
 
-bool WriteCache(const std::string& path, const Layout& layout) {
+bool WriteCache(const std::string& path, const CacheLayout& layout) {
   CacheObject cache;
   return cache.BeginNC(path, kChannels, layout.rate, layout.files, layout.data) &&
          ForEachSample(
@@ -69,7 +70,7 @@ bool WriteCache(const std::string& path, const Layout& layout) {
 }
 
 // Every sample of every channel, bit for bit, and what the catalogue says of it.
-bool CacheReadsBack(const std::string& path, const Layout& layout) {
+bool CacheReadsBack(const std::string& path, const CacheLayout& layout) {
   CacheObject cache(KelCache::eNCFormat, path);
   auto files = KelCache::eNCSingleFile;
   bool same = cache->OpenFileForRead(nullptr) && cache->GetCacheType(files, nullptr) &&
@@ -111,15 +112,15 @@ TEST_F(RealFormats, WhatOneObjectWritesAnotherReads) {
 // Objects on threads of their own share nothing: the thread sanitizer has the last word.
 TEST_F(RealFormats, SeparateObjectsOnSeparateThreads) {
   const std::string path = folder_.File("shared.xml");
-  const Layout shared{KelCache::eNCSingleFile, KelCache::eNCBinaryC};
+  const CacheLayout shared{KelCache::eNCSingleFile, KelCache::eNCBinaryC};
   ASSERT_TRUE(WriteCache(path, shared));
   bool passed[8] = {};
   std::vector<std::thread> threads;
   for (size_t i = 0; i < 8; ++i) {
     threads.emplace_back([&, i] {
       const std::string mine = folder_.File("own" + std::to_string(i) + ".xml");
-      const Layout own{i % 2 == 0 ? KelCache::eNCSingleFile : KelCache::eNCFilePerFrame,
-                       i % 3 == 0 ? KelCache::eNCBinaryC : KelCache::eNCBinaryX};
+      const CacheLayout own{i % 2 == 0 ? KelCache::eNCSingleFile : KelCache::eNCFilePerFrame,
+                            i % 3 == 0 ? KelCache::eNCBinaryC : KelCache::eNCBinaryX};
       bool good = true;
       for (int round = 0; round < 5; ++round) {
         good = good && CacheReadsBack(path, shared) && WriteCache(mine, own) &&
