@@ -113,7 +113,8 @@ TEST_F(CacheFetch, BuffersAreReusedAcrossFormats) {
 
 // Wherever memory runs out, the layout that stays is one that the buffers really have.
 TEST_F(CacheFetch, WithoutMemoryTheOldLayoutStays) {
-  const std::vector<Layout> layouts = {{5, 10}, {4, 10}, {4, 20}, {3, 50}, {6, 7}, {2, 500}};
+  const std::vector<Layout> layouts = {{5, 10}, {5, 11}, {4, 11}, {4, 20},
+                                       {3, 50}, {6, 7},  {2, 500}};
   WriteNC("a.xml", layouts);
   unsigned long n = 0;
   for (bool failed = true; failed; ++n) {
