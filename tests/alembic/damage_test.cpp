@@ -8,16 +8,10 @@
 #include "tests/alembic/ogawa_writer.h"
 #include "tests/support/fixture.h"
 
-namespace kelsdk::alembic::test {
+namespace kelsdk::test {
 namespace {
 
-using kelsdk::test::Bytes;
-using kelsdk::test::FailEachAllocation;
-using kelsdk::test::FailEachSystemCall;
-using kelsdk::test::FileTest;
-using kelsdk::test::ReadBytes;
-using kelsdk::test::TestData;
-using kelsdk::test::WriteBytes;
+using alembic::test::OgawaWriter;
 
 struct Outcome {
   bool opened = false;
@@ -70,8 +64,6 @@ class AlembicDamage : public FileTest {
     WriteBytes(Path(), bytes);
     return UseAll(Path());
   }
-  // Of an archive made by the test.
-  Outcome Use() { return UseAll(Path()); }
 };
 
 // tiny.abc, one field changed at a time: refused, or noticed by Verify while the rest stays.
@@ -88,7 +80,6 @@ const struct {
     {"version of the future", 7, 1, 2, -1, "version 2"},
     {"no root", 8, 8, 0, -1, "root group has 0 slots"},
     {"root is a block", 8, 8, 0x80000000000002c1, -1, "is a block"},
-    {"root in the header", 8, 8, 8, -1, "lies at 8"},
     {"root at the last byte", 8, 8, 0x2f8, -1, "cut short: the root group lies at 760 of 761"},
     {"root beyond every file", 8, 8, 0x7fffffffffffffff, -1, "lies at"},
     {"layout version 1", 0x18, 4, 1, -1, "layout version 1"},
@@ -108,8 +99,6 @@ const struct {
     {"child name of length 0", 0x1de, 4, 0, 0, "a name is empty"},
     {"child name with a slash", 0x1e2, 1, '/', 0, "holds '/'"},
     {"child metadata unknown", 0x1e5, 1, 9, 2, "metadata that the archive does not have"},
-    {"properties are a block", 0x1c6, 8, 0x8000000000000196, 0, "is a block"},
-    {"fewer slots than headers", 0x196, 8, 3, 0, "is a group, not a block"},
     {"property headers one byte short", 0x172, 8, 27, 2, "more than 2 whole headers"},
     {"width code 3", 0x17a, 4, 0x001033ae, 0, "more than 0 whole headers"},
     {"plain type 14", 0x17a, 4, 0x001033e2, 1, "plain type 14"},
@@ -127,11 +116,10 @@ const struct {
     {"sample shorter than its key", 0x28, 8, 15, 2, "no room for its key"},
     {"sample of a piece of an element", 0x28, 8, 0x1b, 2, "elements are of 12"},
     {"scalar one byte short", 0x4c, 8, 0x13, 2, "a scalar of 3 bytes"},
-    {"dimensions of more strings", 0xe2, 8, 4, 2, "4 strings claimed, 3"},
     {"dimensions of all memory", 0xe2, 8, 0x4000000000000000, 2, "more strings claimed"},
     {"string without its end", 0xd9, 1, 'x', 2, "no end"},
+    {"dimensions of more strings", 0xe2, 8, 4, 2, "4 strings claimed, 3"},
     {"period is zero", 0x290, 8, 0, 0, "time sampling 1"},
-    {"period is NaN", 0x290, 8, 0x7ff8000000000000, 0, "time sampling 1"},
     {"start is infinite", 0x29c, 8, 0x7ff0000000000000, 0, "time sampling 1"},
     {"acyclic with one time", 0x290, 8, 0x7f9fffffffffffff, 2, "4 samples, times for 1"},
 };
@@ -178,19 +166,14 @@ TEST_F(AlembicDamage, AnHdf5ArchiveIsRefusedInWords) {
 }
 
 // An object that lists the next group twice, which does the same, and so on: 2^60 objects.
-TEST_F(AlembicDamage, SharedGroupsDoNotUnfold) {
-  OgawaWriter out(Path());
+void WriteSharedGroups(OgawaWriter& out) {
   std::uint64_t object = out.Object(0, {});
   for (int i = 0; i < 60; ++i) object = out.Object(0, {{"a", "", object}, {"b", "", object}});
   out.Finish(object);
-  const Outcome outcome = Use();
-  EXPECT_TRUE(outcome.opened);
-  EXPECT_NE(outcome.words.find("listed twice"), std::string::npos) << outcome.words;
 }
 
 // Each word of one large group is itself the count of a group that reaches to its end.
-TEST_F(AlembicDamage, OverlappingGroupsDoNotUnfold) {
-  OgawaWriter out(Path());
+void WriteOverlappingGroups(OgawaWriter& out) {
   std::string headers;
   for (int i = 0; i < 4000; ++i) headers.append("\x01\0\0\0a\0", 6);
   headers.append(32, '\0');
@@ -200,22 +183,44 @@ TEST_F(AlembicDamage, OverlappingGroupsDoNotUnfold) {
   for (std::uint64_t i = 0; i < 4000; ++i) slots.push_back(first + 8 * i);
   slots.push_back(headerSlot);
   out.Finish(out.Group(slots));
-  const Outcome outcome = Use();
-  EXPECT_FALSE(outcome.sound);
 }
 
-TEST_F(AlembicDamage, ListsOfSamplesAreNotShared) {
-  OgawaWriter out(Path());
+void WriteSharedSamples(OgawaWriter& out) {
   const float point[3] = {};
   const std::uint64_t block = out.Sample(point, sizeof point);
   const std::uint64_t list = out.ArraySamples(std::vector<std::uint64_t>(5000, block));
   std::vector<OgawaWriter::PropertySpec> properties;
-  properties.reserve(2000);
   for (int i = 0; i < 2000; ++i) {
     properties.push_back({.name = std::to_string(i), .sampleCount = 5000, .slot = list});
   }
   out.Finish(out.Object(out.Compound(properties), {}));
-  EXPECT_NE(Use().words.find("more than the file can hold"), std::string::npos);
+}
+
+// No fault: a constant may claim any number of samples.
+void WriteLongConstant(OgawaWriter& out) {
+  const float value = 4;
+  const std::uint64_t list = out.ArraySamples({out.Sample(&value, sizeof value)});
+  const OgawaWriter::PropertySpec spec = {
+      .name = "v", .sampleCount = 0xffffffff, .constant = true, .slot = list};
+  out.Finish(out.Object(out.Compound({spec}), {}));
+}
+
+TEST_F(AlembicDamage, NothingUnfoldsToMoreThanTheFileHolds) {
+  const struct {
+    void (*write)(OgawaWriter& out);
+    bool sound;
+    const char* words;
+  } rows[] = {{WriteSharedGroups, false, "listed twice"},
+              {WriteOverlappingGroups, false, ""},
+              {WriteSharedSamples, false, "more than the file can hold"},
+              {WriteLongConstant, true, ""}};
+  for (const auto& row : rows) {
+    OgawaWriter out(Path());
+    row.write(out);
+    const Outcome outcome = UseAll(Path());
+    EXPECT_EQ(outcome.sound, row.sound) << row.words << ": " << outcome.words;
+    EXPECT_NE(outcome.words.find(row.words), std::string::npos) << row.words;
+  }
 }
 
 TEST_F(AlembicDamage, DepthIsNoDanger) {
@@ -234,7 +239,7 @@ TEST_F(AlembicDamage, DepthIsNoDanger) {
     name += "/o";
   }
   out.Finish(object);
-  EXPECT_TRUE(Use().sound);
+  EXPECT_TRUE(UseAll(Path()).sound);
   for (int i = 0; i < kDepth; ++i) name += "/c";
   AlembicInterface archive(true);
   unsigned int channel = 9;
@@ -244,18 +249,6 @@ TEST_F(AlembicDamage, DepthIsNoDanger) {
   EXPECT_TRUE(archive.GetChannelBuffer(0, &read, 1, KelTime()) && read == 4);
 }
 
-TEST_F(AlembicDamage, AConstantMayClaimAnyNumberOfSamples) {
-  OgawaWriter out(Path());
-  const float value = 4;
-  const std::uint64_t list = out.ArraySamples({out.Sample(&value, sizeof value)});
-  const OgawaWriter::PropertySpec spec = {
-      .name = "v", .sampleCount = 0xffffffff, .constant = true, .slot = list};
-  out.Finish(out.Object(out.Compound({spec}), {}));
-  const Outcome outcome = Use();
-  EXPECT_TRUE(outcome.sound) << outcome.words;
-  EXPECT_EQ(outcome.channels, 1);
-}
-
 // What a call answers when its n-th allocation or system call fails: an error, or the truth.
 void UseWithFailures(const std::string& path) {
   AlembicInterface archive(true);
@@ -263,30 +256,21 @@ void UseWithFailures(const std::string& path) {
     EXPECT_STRNE(archive.GetErrorString(), "");
     return;
   }
-  unsigned int channel = 9;
-  KelString name;
-  float values[6] = {};
+  unsigned int channel = 1;
   AlembicChannelInfo info;
   EXPECT_EQ(archive.GetNumChannels(), 2);
-  if (archive.GetChannelIdFromName("/dot/P", channel)) {
-    EXPECT_EQ(channel, 0u);
-  }
-  if (archive.GetChannelName(0, name)) {
-    EXPECT_STREQ(name, "/dot/P");
-  }
+  EXPECT_TRUE(!archive.GetChannelIdFromName("/dot/P", channel) || channel == 0);
   if (archive.GetChannelInfo(0, info)) {
+    EXPECT_STREQ(info.name, "/dot/P");
     EXPECT_STREQ(info.type, "float32[3]");
   }
-  const unsigned int length = archive.GetChannelBufferLength(0);
-  EXPECT_TRUE(length == 2 || length == 0);
-  const bool fetched = archive.GetChannelBuffer(0, values, 2, KelTime::FromSeconds(9));
   // What failed works when asked again.
-  if (length == 0) {
-    EXPECT_EQ(archive.GetChannelBufferLength(0), 2u);
-  }
-  if (!fetched) {
-    EXPECT_TRUE(archive.GetChannelBuffer(0, values, 2, KelTime::FromSeconds(9)));
-  }
+  const unsigned int length = archive.GetChannelBufferLength(0);
+  EXPECT_EQ(length != 0 ? length : archive.GetChannelBufferLength(0), 2u);
+  float values[6] = {};
+  const KelTime end = KelTime::FromSeconds(9);
+  EXPECT_TRUE(archive.GetChannelBuffer(0, values, 2, end) ||
+              archive.GetChannelBuffer(0, values, 2, end));
   EXPECT_EQ(values[5], 6);
   archive.ListTree([](void*, const char*) {}, nullptr);
   archive.Verify([](void*, const char*) {}, nullptr);
@@ -313,4 +297,4 @@ TEST_F(AlembicDamage, AFileCutShortWhileOpenIsAnError) {
 }
 
 }  // namespace
-}  // namespace kelsdk::alembic::test
+}  // namespace kelsdk::test

@@ -1,9 +1,6 @@
 #include "tests/alembic/ogawa_writer.h"
 
-#include <limits>
 #include <stdexcept>
-
-#include "backends/io/endian.h"
 
 namespace kelsdk::alembic::test {
 namespace {
@@ -34,11 +31,11 @@ void OgawaWriter::Put(const void* bytes, std::size_t size) {
   position_ += size;
 }
 
-std::uint64_t OgawaWriter::Data(const void* bytes, std::size_t size) {
+std::uint64_t OgawaWriter::Data(std::string_view bytes) {
   const std::uint64_t slot = position_ | kDataBit;
-  const std::uint64_t count = size;
+  const std::uint64_t count = bytes.size();
   Put(&count, sizeof count);
-  Put(bytes, size);
+  Put(bytes.data(), bytes.size());
   return slot;
 }
 
@@ -51,13 +48,9 @@ std::uint64_t OgawaWriter::Group(const std::vector<std::uint64_t>& slots) {
 }
 
 std::uint64_t OgawaWriter::Sample(const void* bytes, std::size_t size) {
-  const std::uint64_t slot = position_ | kDataBit;
-  const std::uint64_t count = size + 16;
-  const char key[16] = {};
-  Put(&count, sizeof count);
-  Put(key, sizeof key);
-  Put(bytes, size);
-  return slot;
+  std::string keyed(16, '\0');
+  keyed.append(static_cast<const char*>(bytes), size);
+  return Data(keyed);
 }
 
 std::uint64_t OgawaWriter::ArraySamples(const std::vector<std::uint64_t>& samples) {
@@ -104,23 +97,19 @@ std::uint64_t OgawaWriter::Object(std::uint64_t properties,
   return Group(slots);
 }
 
-void OgawaWriter::Finish(std::uint64_t topObject, const std::vector<SamplingSpec>& samplings) {
+void OgawaWriter::Finish(std::uint64_t topObject, std::vector<SamplingSpec> samplings) {
+  samplings.insert(samplings.begin(), SamplingSpec());
   std::string times;
-  std::vector<SamplingSpec> all = {SamplingSpec()};
-  all.insert(all.end(), samplings.begin(), samplings.end());
-  for (const SamplingSpec& sampling : all) {
+  for (const SamplingSpec& sampling : samplings) {
     Append(times, std::uint32_t{1});
     Append(times, sampling.period);
     Append(times, static_cast<std::uint32_t>(sampling.times.size()));
     for (const double time : sampling.times) Append(times, time);
   }
-  const std::int32_t layout = 0;
-  const std::int32_t library = 10812;
-  const std::uint64_t layoutSlot = Data(&layout, sizeof layout);
-  const std::uint64_t librarySlot = Data(&library, sizeof library);
-  const std::uint64_t timesSlot = Data(times);
+  const auto layout = Data(std::string(4, '\0'));
+  const auto library = Data({"\x3c\x2a\0\0", 4});  // 10812
   const std::uint64_t root =
-      Group({layoutSlot, librarySlot, topObject, kEmptyData, timesSlot, kEmptyData});
+      Group({layout, library, topObject, kEmptyData, Data(times), kEmptyData});
   out_.seekp(8);
   out_.write(reinterpret_cast<const char*>(&root), sizeof root);
   out_.close();

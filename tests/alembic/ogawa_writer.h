@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "backends/alembic/plain_type.h"
@@ -44,8 +45,7 @@ class OgawaWriter {
   std::uint64_t Position() const { return position_; }
 
   // Each gives the slot that refers to what it wrote.
-  std::uint64_t Data(const void* bytes, std::size_t size);
-  std::uint64_t Data(const std::string& bytes) { return Data(bytes.data(), bytes.size()); }
+  std::uint64_t Data(std::string_view bytes);
   std::uint64_t Group(const std::vector<std::uint64_t>& slots);
   /// A sample's block: a key, then the bytes.
   std::uint64_t Sample(const void* bytes, std::size_t size);
@@ -55,7 +55,7 @@ class OgawaWriter {
   std::uint64_t Object(std::uint64_t properties, const std::vector<ObjectSpec>& children);
 
   /// Writes the root with the identity sampling and `samplings` after it, then the header.
-  void Finish(std::uint64_t topObject, const std::vector<SamplingSpec>& samplings = {});
+  void Finish(std::uint64_t topObject, std::vector<SamplingSpec> samplings = {});
 
   /// The metadata of an object or compound of polygon-mesh kind.
   static const char* MeshMetadata() { return "schema=AbcGeom_PolyMesh_v1"; }

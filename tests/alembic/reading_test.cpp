@@ -1,21 +1,21 @@
 #include <algorithm>
-#include <bit>
 #include <cmath>
-#include <cstring>
+#include <fstream>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 #include "backends/AlembicInterface.h"
 #include "backends/alembic/plain_type.h"
+#include "backends/alembic/time_sampling.h"
 #include "tests/alembic/ogawa_writer.h"
 #include "tests/support/fixture.h"
 
-namespace kelsdk::alembic::test {
+namespace kelsdk::test {
 namespace {
 
-using kelsdk::test::AllocationCount;
-using kelsdk::test::FileTest;
-using kelsdk::test::SystemCallCount;
-using kelsdk::test::TestData;
+using alembic::EPlainType;
+using alembic::TimeSampling;
+using alembic::test::OgawaWriter;
 
 class AlembicReading : public FileTest {
  protected:
@@ -48,116 +48,55 @@ class AlembicReading : public FileTest {
   }
 };
 
-// Every kind of thing that is and is not a channel, in one archive.
-void WriteZoo(OgawaWriter& out) {
-  using Spec = OgawaWriter::PropertySpec;
-  const double numbers[6] = {};
-  const auto block = out.Sample(numbers, sizeof numbers);
-  const auto list = out.ArraySamples({block});
-  const Spec bounds = {".childBnds",      1, EPlainType::eFloat64, 6, 1, true, 0, "",
-                       out.Group({block})};
-  const Spec counts = {".faceCounts", 2, EPlainType::eInt32, 1, 1, true, 0, "", list};
-  const Spec points = {"P", 2, EPlainType::eFloat32, 3, 1, true, 0, "interpretation=point", list};
-  const Spec unset = {"uv", 2, EPlainType::eFloat32, 2, 0, true, 0, "", 0};
-  const Spec label = {"label", 2, EPlainType::eString, 1, 1, true, 0, "", list};
-  const auto geom = [&] { return out.Compound({counts, points, unset, label}); };
+// An array P in the compound of a schema, or in one named ".geom", is its object's positions.
+TEST_F(AlembicReading, ListsPositionsFirstAndFindsThemByObject) {
+  OgawaWriter out(Path());
+  const float point[3] = {};
+  const auto list = out.ArraySamples({out.Sample(point, sizeof point)});
+  const auto points = [&] {
+    return out.Compound({{.name = "P", .extent = 3, .sampleCount = 1, .slot = list}});
+  };
   const auto shape = [&](const char* compound, const char* metadata) {
-    const auto properties = geom();
+    const auto properties = points();
     const auto top =
         out.Compound({{.name = compound, .kind = 0, .metadata = metadata, .slot = properties}});
     return out.Object(top, {});
   };
-  const auto first = shape(".mine", OgawaWriter::MeshMetadata());
-  const auto second = shape(".geom", "");
-  const auto copyTop = out.Compound({counts});
-  const auto copy = out.Object(copyTop, {});
-  const auto looseTop = out.Compound({points});
-  const auto loose = out.Object(looseTop, {});
-  const auto rig = out.Object(0, {{"first", "", first}, {"second", "", second}});
-  const auto top = out.Compound({bounds});
+  const auto other = shape(".other", "");
+  const auto mine = shape(".mine", OgawaWriter::MeshMetadata());
+  const auto plain = shape(".geom", "");
+  const auto copy = shape(".geom", "");
+  const auto loose = points();
+  const auto rig = out.Object(loose, {{"mine", "", mine}, {"plain", "", plain}});
   out.Finish(
-      out.Object(top, {{"loose", "", loose}, {"copy", "isInstance=1", copy}, {"rig", "", rig}}));
-}
+      out.Object(0, {{"other", "", other}, {"copy", "isInstance=1", copy}, {"rig", "", rig}}));
 
-TEST_F(AlembicReading, ListsPositionsFirstAndFindsThemByObject) {
-  OgawaWriter out(Path());
-  WriteZoo(out);
   AlembicInterface archive(true);
   ASSERT_TRUE(archive.Open(Path().c_str(), 1)) << archive.GetErrorString();
-  const std::vector<std::string> expected = {
-      "/rig/first/.mine/P", "/rig/second/.geom/P",          "/.childBnds",
-      "/loose/P",           "/rig/first/.mine/.faceCounts", "/rig/second/.geom/.faceCounts"};
-  ASSERT_EQ(archive.GetNumChannels(), static_cast<int>(expected.size()));
-  for (unsigned int i = 0; i < expected.size(); ++i) {
+  const char* const channels[] = {"/rig/mine/.mine/P", "/rig/plain/.geom/P", "/other/.other/P",
+                                  "/rig/P"};
+  ASSERT_EQ(archive.GetNumChannels(), static_cast<int>(std::size(channels)));
+  unsigned int found = 99;
+  for (unsigned int i = 0; i < std::size(channels); ++i) {
     KelString name;
-    unsigned int found = 99;
     EXPECT_TRUE(archive.GetChannelName(i, name));
-    EXPECT_STREQ(name, expected[i].c_str());
-    EXPECT_TRUE(archive.GetChannelIdFromName(name, found) && found == i) << expected[i];
+    EXPECT_STREQ(name, channels[i]);
+    EXPECT_TRUE(archive.GetChannelIdFromName(channels[i], found) && found == i) << channels[i];
   }
-  const struct {
-    const char* name;
-    int channel;
-  } kNames[] = {{"/rig/first", 0},
-                {"/rig/second", 1},
-                {"/rig", -1},
-                {"/loose", -1},
-                {"/copy", -1},
-                {"/", -1},
-                {"", -1},
-                {"/rig/first/.mine/uv", -1},
-                {"rig/first", -1},
-                {"/rig/first/", -1},
-                {"/rig/first/.mine/label", -1}};
-  for (const auto& row : kNames) {
-    unsigned int found = 99;
-    EXPECT_EQ(archive.GetChannelIdFromName(row.name, found), row.channel >= 0) << row.name;
-    if (row.channel >= 0) {
-      EXPECT_EQ(found, static_cast<unsigned int>(row.channel)) << row.name;
-    }
-  }
-}
-
-TEST_F(AlembicReading, AnswersNothingForChannelsThatAreNotThere) {
-  AlembicInterface closed(true);
-  AlembicInterface open(true);
-  ASSERT_TRUE(open.Open(TestData("abc/tiny.abc").c_str(), 1));
-  for (AlembicInterface* archive : {&closed, &open}) {
-    const unsigned int channel = 2;
-    KelString name;
-    KelTime start(1);
-    KelTime end(1);
-    float untouched = 5;
-    AlembicChannelInfo info;
-    EXPECT_FALSE(archive->GetChannelName(channel, name));
-    EXPECT_EQ(archive->GetChannelNumSamples(channel), 0u);
-    EXPECT_EQ(archive->GetChannelTypeSize(channel), 0u);
-    EXPECT_EQ(archive->GetChannelDataLength(channel), 0u);
-    EXPECT_EQ(archive->GetChannelBufferLength(channel), 0u);
-    EXPECT_FALSE(archive->GetChannelTypeIsFloat(channel));
-    EXPECT_FALSE(archive->GetChannelStartEnd(channel, start, end));
-    EXPECT_TRUE(start.Get() == 0 && end.Get() == 0);
-    EXPECT_FALSE(archive->GetChannelInfo(channel, info));
-    EXPECT_FALSE(archive->GetChannelBuffer(channel, &untouched, 1, KelTime()));
-    EXPECT_EQ(untouched, 5);
-    EXPECT_STRNE(archive->GetErrorString(), "");
+  EXPECT_TRUE(archive.GetChannelIdFromName("/rig/mine", found) && found == 0);
+  EXPECT_TRUE(archive.GetChannelIdFromName("/rig/plain", found) && found == 1);
+  for (const char* name : {"/other", "/copy", "/rig", "/", "", "rig/mine", "/rig/mine/"}) {
+    EXPECT_FALSE(archive.GetChannelIdFromName(name, found)) << name;
   }
 }
 
 // tiny.abc: one point, the same, another one, then two points.
-TEST_F(AlembicReading, FillsWhatASampleDoesNotWithNaN) {
+TEST_F(AlembicReading, HoldsTheLastSampleAndCutsItToTheRoom) {
   AlembicInterface archive(true);
   ASSERT_TRUE(archive.Open(TestData("abc/tiny.abc").c_str(), 1));
-  EXPECT_EQ(archive.GetChannelBufferLength(0), 2u);
-  EXPECT_EQ(archive.GetChannelTypeSize(0), 12u);
-  const auto last = Fetch(archive, 0, 2, KelTime::FromSeconds(99));
-  EXPECT_EQ(last, (std::vector<float>{3, 2, -0.5, 4, 5, 6}));
-  const auto fewer = Fetch(archive, 0, 1, KelTime::FromSeconds(99));
-  EXPECT_EQ(fewer, (std::vector<float>{3, 2, -0.5}));
-  const auto first = Fetch(archive, 0, 2, KelTime::FromSeconds(-99));
-  EXPECT_EQ(std::vector<float>(first.begin(), first.begin() + 3), (std::vector<float>{1, 2, -0.5}));
-  EXPECT_TRUE(std::all_of(first.begin() + 3, first.end(), [](float v) { return std::isnan(v); }));
-  EXPECT_EQ(Fetch(archive, 1, 1, KelTime()), std::vector<float>{7});
+  const auto late = KelTime::FromSeconds(99);
+  EXPECT_EQ(Fetch(archive, 0, 2, late), (std::vector<float>{3, 2, -0.5, 4, 5, 6}));
+  EXPECT_EQ(Fetch(archive, 0, 1, late), (std::vector<float>{3, 2, -0.5}));
 }
 
 // Frame times that went through the host's clock, at a rate where they are no whole units.
@@ -170,14 +109,13 @@ TEST_F(AlembicReading, FindsTheSampleOfEveryFrameAtUnevenRates) {
   ASSERT_TRUE(archive.GetChannelStartEnd(0, start, end));
   EXPECT_EQ(start.GetFrameCount(KelTime::eNTSC30), 1);
   EXPECT_EQ(end.GetFrameCount(KelTime::eNTSC30), 40);
-  std::vector<std::vector<float>> frames;
+  std::vector<float> before;
   for (int frame = 1; frame <= 40; ++frame) {
-    frames.push_back(Fetch(archive, 0, count, KelTime::FromFrame(frame, KelTime::eNTSC30)));
-    if (frame > 1) {
-      EXPECT_NE(frames[frames.size() - 2], frames.back()) << frame;
-    }
-    const KelTime between(KelTime::FromFrame(frame, KelTime::eNTSC30).Get() + 770000000);
-    EXPECT_EQ(Fetch(archive, 0, count, between), frames.back()) << frame;
+    const KelTime time = KelTime::FromFrame(frame, KelTime::eNTSC30);
+    const std::vector<float> values = Fetch(archive, 0, count, time);
+    EXPECT_NE(values, before) << frame;
+    EXPECT_EQ(Fetch(archive, 0, count, KelTime(time.Get() + 770000000)), values) << frame;
+    before = values;
   }
 }
 
@@ -206,24 +144,19 @@ TEST_F(AlembicReading, FetchesWithOneSystemCallAndNoAllocation) {
   EXPECT_EQ(AllocationCount(), allocations);
 }
 
-TEST_F(AlembicReading, OpensManyObjectsInAHandfulOfSystemCalls) {
-  OgawaWriter out(Path());
-  std::vector<OgawaWriter::ObjectSpec> meshes;
-  const std::vector<float> points(3000);
-  for (int i = 0; i < 1000; ++i) {
-    const auto list = out.ArraySamples({out.Sample(points.data(), points.size() * sizeof(float))});
-    const auto geom = out.Compound({{.name = "P", .extent = 3, .sampleCount = 1, .slot = list}});
-    const auto top = out.Compound({{.name = ".geom", .kind = 0, .slot = geom}});
-    meshes.push_back({std::to_string(i), "", top});
+// The sample that the format's own library selects for a time.
+TEST(AlembicTimeSampling, FindsTheSampleAtATime) {
+  std::ifstream in(TestData("abc/time_lookup.expected.json"));
+  for (const auto& entry : nlohmann::json::parse(in)) {
+    const double acyclic = std::numeric_limits<double>::max() / 32;
+    const auto sampling =
+        TimeSampling::FromStored(entry.value("period", acyclic), entry["times"], 0);
+    const std::uint32_t count = entry["numSamples"];
+    for (const auto& query : entry["queries"]) {
+      const std::uint32_t sample = count > 0 ? sampling.FloorSample(query[0], count) : 0;
+      EXPECT_EQ(sample, query[1]) << entry["type"] << " " << query;
+    }
   }
-  for (auto& mesh : meshes) mesh.slot = out.Object(mesh.slot, {});
-  out.Finish(out.Object(0, meshes));
-  AlembicInterface archive(true);
-  const unsigned long calls = SystemCallCount();
-  ASSERT_TRUE(archive.Open(Path().c_str(), 1)) << archive.GetErrorString();
-  EXPECT_EQ(archive.GetNumChannels(), 1000);
-  // Headers among the points of each mesh, 12 MB in all: at worst one long block after the other.
-  EXPECT_LE(SystemCallCount() - calls, 40u);
 }
 
 TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
@@ -234,9 +167,6 @@ TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
     EXPECT_TRUE(same) << PlainTypeName(type) << " gives " << converted << ", not " << expected;
   };
   const float infinity = std::numeric_limits<float>::infinity();
-  check(EPlainType::eBool, std::uint8_t{2}, 1);
-  check(EPlainType::eInt8, std::int8_t{-128}, -128);
-  check(EPlainType::eUint16, std::uint16_t{65535}, 65535);
   check(EPlainType::eUint32, std::uint32_t{16777217}, 16777216);
   check(EPlainType::eInt64, std::numeric_limits<std::int64_t>::min(), -0x1p63f);
   // By way of double this one would be rounded twice, and down.
@@ -246,7 +176,6 @@ TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
   check(EPlainType::eFloat64, 0x1.ffffffp127, infinity);
   check(EPlainType::eFloat64, std::nan(""), std::nanf(""));
   check(EPlainType::eFloat16, std::uint16_t{0x0001}, 0x1p-24f);
-  check(EPlainType::eFloat16, std::uint16_t{0xfbff}, -65504);
   check(EPlainType::eFloat16, std::uint16_t{0x7c00}, infinity);
   check(EPlainType::eFloat16, std::uint16_t{0x7e00}, std::nanf(""));
 }
@@ -280,4 +209,4 @@ TEST_F(AlembicReading, DescribesItsContents) {
 }
 
 }  // namespace
-}  // namespace kelsdk::alembic::test
+}  // namespace kelsdk::test

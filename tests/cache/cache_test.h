@@ -1,77 +1,148 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
-#include "cache/internal.h"
-#include "tests/standins/recorder.h"
+#include "cache/KelCache.h"
 #include "tests/support/fixture.h"
 
 namespace kelsdk::test {
 
-/// Opens the protected fields to tests, through pointers to members.
-struct CacheFields : KelCache {
-  static KelCache_internal* State(KelCache* cache) { return cache->*&CacheFields::internalState; }
-  static void* ReadBuffer(KelCache* cache) { return cache->*&CacheFields::readBuffer; }
-  static float* FloatBuffer(KelCache* cache) { return cache->*&CacheFields::readFloatBuffer; }
-  static unsigned int Capacity(KelCache* cache) { return cache->*&CacheFields::readBufferCapacity; }
-  static unsigned int TypeSize(KelCache* cache) { return cache->*&CacheFields::readTypeSize; }
+constexpr long long kTick = 7697693;                 // KelTime units
+constexpr long long kBeyond = kTick * 2147483648LL;  // the first time whose ticks do not fit
+constexpr unsigned int kWrapping = 0x15555556;       // points; x 12 bytes is 8 in 32 bits
+constexpr auto kOtherFormat = static_cast<KelCache::EFileFormat>(9);
+
+/// A cache object of a manager of its own.
+class CacheObject {
+ public:
+  explicit CacheObject(KelCache::EFileFormat format = KelCache::eUnknownFormat,
+                       const std::string& path = "")
+      : manager(KelManager::Create()), cache_(KelCache::Create(manager, "cache")) {
+    Name(format, path);
+  }
+  ~CacheObject() { manager->Destroy(); }
+  CacheObject(const CacheObject&) = delete;
+  CacheObject& operator=(const CacheObject&) = delete;
+
+  void Name(KelCache::EFileFormat format, const std::string& absolute,
+            const std::string& relative = "") {
+    cache_->SetCacheFileFormat(format, nullptr);
+    cache_->SetCacheFileName(relative.c_str(), absolute.c_str(), nullptr);
+  }
+  /// Begins an NC cache of channels "0", "1" ... of these types.
+  bool BeginNC(const std::string& path, const std::vector<int>& types, double rate = 24,
+               KelCache::ENCFileCount files = KelCache::eNCSingleFile,
+               KelCache::ENCBinaryFormat data = KelCache::eNCBinaryX) {
+    Name(KelCache::eNCFormat, path);
+    bool done = cache_->OpenFileForWrite(files, rate, "0", data, KelCache::ENCDataType(types[0]),
+                                         "words", nullptr);
+    for (unsigned int i = 1; i < types.size(); ++i) {
+      unsigned int index = 0;
+      done = done && cache_->AddChannel(std::to_string(i).c_str(), KelCache::ENCDataType(types[i]),
+                                        "words", index, nullptr);
+    }
+    return done;
+  }
+  KelCache* operator->() { return cache_; }
+  KelCache* get() { return cache_; }
+
+  KelManager* const manager;
+
+ private:
+  KelCache* cache_;
 };
 
-constexpr char kInvalidFormatText[] = "Invalid/unspecified cache format";
-constexpr char kNotOpenedText[] = "Cache file not opened";
-constexpr char kInvalidFlagText[] = "Invalid open flag";
+/// Calls `body` with a value of one of the types that a caller's array may have: doubles (0),
+/// floats (1) or integers (2).
+template <typename Body>
+auto WithForm(int form, const Body& body) {
+  if (form == 0) return body(double());
+  return form == 1 ? body(float()) : body(int());
+}
 
-/// A cache object whose back-ends are the stand-ins, with files that exist for all three formats.
-class StandInTest : public FileTest {
+/// A channel's type and the elements of each of its arrays.
+struct Layout {
+  Layout(int itsType, unsigned int itsElements = 1) : type(itsType), elements(itsElements) {}
+  int type;
+  unsigned int elements;
+};
+
+class CacheTest : public FileTest {
  protected:
   void SetUp() override {
-    TheRecorder() = {};
-    manager_ = KelManager::Create();
-    cache_ = KelCache::Create(manager_, "cache");
-    for (const char* extension : {".pc2", ".xml", ".abc"}) {
-      WriteBytes(folder_.File(std::string("shot") + extension), {0});
-    }
-    cache_->SetCacheFileName("relative/none", folder_.File("shot.pc2").c_str(), nullptr);
+    Renew();
+    Status();
   }
-
   void TearDown() override {
-    manager_->Destroy();
+    object_.reset();
     status_.Clear();
     FileTest::TearDown();
   }
 
-  /// Sets the format and opens the file of it; the calls made so far are dropped.
-  void Open(KelCache::EFileFormat format, bool write = false) {
-    cache_->SetCacheFileFormat(format, nullptr);
-    bool opened = false;
-    if (!write) {
-      if (format == KelCache::eNCFormat && TheRecorder().channels.empty()) {
-        TheRecorder().channels.push_back({});
-      }
-      opened = cache_->OpenFileForRead(nullptr);
-    } else if (format == KelCache::ePC2Format) {
-      opened = cache_->OpenFileForWrite(0.0, 24.0, 3, 4, nullptr);
-    } else {
-      opened =
-          cache_->OpenFileForWrite(KelCache::eNCSingleFile, 24.0, nullptr, KelCache::eNCBinaryX,
-                                   KelCache::eNCFloatVectorArray, nullptr, nullptr);
+  void Renew() { cache_ = object_.emplace().get(); }
+
+  /// What the last call did to the status: "" when it is clear, the code and the message, or
+  /// "untouched".
+  std::string Status() {
+    const std::string text = std::to_string(status_.GetCode()) + " " + status_.GetErrorString();
+    const bool clear = !status_.Error();
+    status_.SetCode(KelStatus::eIndexOutOfRange, "%s", "untouched");
+    return clear ? "" : text == "4 untouched" ? "untouched" : text;
+  }
+
+  /// What a call with the status has answered: "done", or the status of its failure.
+  std::string Outcome(bool done) {
+    const std::string status = Status();
+    return !done ? status : status.empty() ? "done" : "done " + status;
+  }
+
+  /// Three samples from frame 1.5 on; the values of each count up from 100 x its number.
+  void WritePC2(const std::string& name, unsigned int points) {
+    CacheObject cache(KelCache::ePC2Format, folder_.File(name));
+    ASSERT_TRUE(cache->OpenFileForWrite(1.5, 24, 3, points, nullptr));
+    for (unsigned int sample = 0; sample < 3; ++sample) {
+      std::vector<double> values;
+      for (unsigned int i = 0; i < points * 3; ++i) values.push_back(sample * 100 + i);
+      ASSERT_TRUE(cache->Write(sample, values.data(), nullptr));
     }
-    ASSERT_TRUE(opened);
-    TheRecorder().Take();
+    cache->CloseFile(nullptr);
   }
 
-  /// A status that holds something, to see what an operation does to it.
-  void Soil() { status_.SetCode(KelStatus::eIndexOutOfRange, "%s", "old"); }
-
-  void ExpectStatus(KelStatus::EStatusCode code, const std::string& message = "") {
-    EXPECT_EQ(status_.GetCode(), code);
-    EXPECT_STREQ(status_.GetErrorString(), message.c_str());
+  /// Channels of these layouts at each of the ticks; the values of each array count up from
+  /// `first`.
+  void WriteNC(const std::string& name, const std::vector<Layout>& layouts,
+               const std::vector<int>& ticks = {0}, double rate = 24, int first = 1) {
+    CacheObject cache;
+    std::vector<int> types;
+    for (const Layout& layout : layouts) types.push_back(layout.type);
+    ASSERT_TRUE(cache.BeginNC(folder_.File(name), types, rate));
+    for (const int tick : ticks) {
+      KelTime time(tick * kTick);
+      ASSERT_TRUE(cache->BeginWriteAt(time, nullptr));
+      for (int channel = 0; channel < int(types.size()); ++channel) {
+        const Layout& layout = layouts[size_t(channel)];
+        if (layout.type < KelCache::eNCDoubleArray) continue;
+        WithForm(layout.type == KelCache::eNCInt32Array ? 2 : 0, [&](auto value) {
+          using Value = decltype(value);
+          std::vector<Value> values;
+          for (int i = 0; i <= int(layout.elements) * 3; ++i) values.push_back(Value(first + i));
+          ASSERT_TRUE(cache->Write(channel, time, values.data(), layout.elements, nullptr));
+        });
+      }
+      ASSERT_TRUE(cache->EndWriteAt(nullptr));
+    }
+    cache->CloseFile(nullptr);
   }
-  void ExpectClear() { ExpectStatus(KelStatus::eSuccess); }
-  void ExpectSoiled() { ExpectStatus(KelStatus::eIndexOutOfRange, "old"); }
 
-  KelManager* manager_ = nullptr;
-  KelCache* cache_ = nullptr;
+  void OpenForRead(KelCache::EFileFormat format, const std::string& name) {
+    object_->Name(format, folder_.File(name));
+    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
+  }
+
+  std::optional<CacheObject> object_;
+  KelCache* cache_ = nullptr;  // of object_
   KelStatus status_;
 };
 

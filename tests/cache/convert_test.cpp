@@ -5,117 +5,110 @@
 namespace kelsdk::test {
 namespace {
 
-class Conversion : public StandInTest {
+class CacheConversion : public CacheTest {
  protected:
-  bool ToNC(double rate = 24, int fileCount = 0, int binaryFormat = 1) {
-    return cache_->ConvertFromPC2ToNC(static_cast<KelCache::ENCFileCount>(fileCount), rate,
-                                      static_cast<KelCache::ENCBinaryFormat>(binaryFormat),
-                                      &status_);
+  void SetUp() override {
+    CacheTest::SetUp();
+    WritePC2("shot.pc2", 4);
+    pc2_ = ReadBytes(folder_.File("shot.pc2"));
+  }
+  bool ToNC(double rate = 24, KelCache::ENCFileCount files = KelCache::eNCSingleFile,
+            KelCache::ENCBinaryFormat data = KelCache::eNCBinaryX) {
+    return cache_->ConvertFromPC2ToNC(files, rate, data, &status_);
   }
   bool ToPC2(double rate = 24, unsigned int channel = 0) {
     return cache_->ConvertFromNCToPC2(rate, channel, &status_);
   }
-  void Name(KelCache::EFileFormat format, const std::string& relative,
-            const std::string& absolute) {
-    cache_->SetCacheFileFormat(format, nullptr);
-    cache_->SetCacheFileName(relative.c_str(), absolute.c_str(), nullptr);
-  }
+
+  Bytes pc2_;
 };
 
-TEST_F(Conversion, RatesComeFirst) {
+TEST_F(CacheConversion, ThereAndBackIsTheSameFile) {
+  const struct {
+    double rate, stored;
+    int files, data, dataFiles;
+  } rows[] = {{24, 24, 0, 0, 1}, {29.97, 30, 1, 1, 3}, {23.976, 24, 2, 7, 1}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.rate);
+    object_->Name(KelCache::ePC2Format, folder_.File("shot.pc2"));
+    EXPECT_EQ(Outcome(ToNC(row.rate, KelCache::ENCFileCount(row.files),
+                           KelCache::ENCBinaryFormat(row.data))),
+              "done");
+    EXPECT_EQ(Exists(folder_.File("shot.ncc")), row.data == 0);
+    object_->Name(KelCache::eNCFormat, folder_.File("shot.xml"));
+    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
+    EXPECT_EQ(cache_->GetSamplingFrameRate(nullptr), row.stored);
+    EXPECT_EQ(cache_->GetCacheDataFileCount(nullptr), row.dataFiles);
+    cache_->CloseFile(nullptr);
+    WriteBytes(folder_.File("shot.pc2"), {0});
+    EXPECT_TRUE(ToPC2(row.rate)) << Status();
+    EXPECT_EQ(ReadBytes(folder_.File("shot.pc2")), pc2_);
+  }
+}
+
+TEST_F(CacheConversion, WhatIsRefused) {
+  const std::string here = folder_.path() + "/";
   for (const double rate : {0.0, -24.0, 1e-17, 1e-6, std::numeric_limits<double>::quiet_NaN()}) {
-    Soil();
-    EXPECT_FALSE(ToNC(rate));
-    ExpectStatus(KelStatus::eFailure, "Invalid sampling rate");
-    EXPECT_FALSE(ToPC2(rate));
-    ExpectStatus(KelStatus::eFailure, "Invalid sampling rate");
+    EXPECT_EQ(Outcome(ToNC(rate)), "1 Invalid sampling rate");
+    EXPECT_EQ(Outcome(ToPC2(rate)), "1 Invalid sampling rate");
   }
-}
-
-TEST_F(Conversion, AnotherFormatLeavesTheStatusAlone) {
-  for (int format = 0; format < 5; ++format) {
-    cache_->SetCacheFileFormat(static_cast<KelCache::EFileFormat>(format), nullptr);
-    Soil();
-    if (format != 1) {
-      EXPECT_FALSE(ToNC());
-    }
-    if (format != 2) {
-      EXPECT_FALSE(ToPC2());
-    }
-    ExpectSoiled();
+  for (const auto format : {KelCache::eUnknownFormat, KelCache::eAlembicFormat, kOtherFormat}) {
+    object_->Name(format, here + "shot.pc2");
+    EXPECT_FALSE(ToNC());
+    EXPECT_FALSE(ToPC2());
+    EXPECT_EQ(Status(), "untouched") << "by another format";
   }
-  EXPECT_EQ(TheRecorder().Take(), "");
-}
-
-TEST_F(Conversion, ArgumentsOfThePC2Side) {
-  const std::string here = folder_.path() + "/";
-  const struct {
-    double rate;
-    int fileCount, binaryFormat;
-    const char* expected;
-  } cases[] = {{24, 0, 0, "0, ncc, 250"},
-               {29.97, 1, 1, "1, ncx, 200"},
-               {23.976, 2, 7, "0, ncx, 250"},
-               {10000, 1, 0, "1, ncc, 0"}};
-  Name(KelCache::ePC2Format, "none", here + "shot.pc2");
-  for (const auto& c : cases) {
-    Soil();
-    EXPECT_TRUE(ToNC(c.rate, c.fileCount, c.binaryFormat));
-    ExpectClear();
-    EXPECT_EQ(TheRecorder().Take(),
-              "nc.convertFromPc2(" + here + "shot.pc2, " + here + ", shot, " + c.expected + ")");
-  }
-  TheRecorder().refused = {"nc.convertFromPc2"};
-  EXPECT_FALSE(ToNC());
-  ExpectStatus(KelStatus::eFailure, "Conversion from PC2 to NC failed");
-  EXPECT_EQ(cache_->GetCacheFileFormat(), KelCache::ePC2Format);
-}
-
-TEST_F(Conversion, ArgumentsOfTheNCSide) {
-  const std::string here = folder_.path() + "/";
-  WriteBytes(here + "run.XML", {0});
-  WriteBytes(here + "run.cache", {0});
-  const struct {
-    std::string name, expected;
-  } cases[] = {{here + "shot.xml", here + "shot.pc2, " + here + ", shot, 7, 240"},
-               {here + "run.XML", here + "run.pc2, " + here + ", run, 7, 240"},
-               {here + "run.cache", here + "run.capc2, " + here + ", run, 7, 240"}};
-  for (const auto& c : cases) {
-    Name(KelCache::eNCFormat, "", c.name);
-    EXPECT_TRUE(ToPC2(25, 7));
-    EXPECT_EQ(TheRecorder().Take(), "nc.convertToPc2(" + c.expected + ")");
-  }
-  TheRecorder().refused = {"nc.convertToPc2"};
-  EXPECT_FALSE(ToPC2());
-  ExpectStatus(KelStatus::eFailure, "Conversion from NC to PC2 failed");
-}
-
-TEST_F(Conversion, TheFallbackTestsTheRebuiltNameAndPassesTheResolvedOne) {
-  const std::string here = folder_.path() + "/";
-  Name(KelCache::ePC2Format, here + "a\\..\\shot.any", "C:\\no\\x.pc2");
+  object_->Name(KelCache::ePC2Format, here + "shot.pc2");
+  EXPECT_EQ(Outcome(ToPC2()), "untouched");
+  EXPECT_EQ(Outcome(ToNC(10000)), "1 Conversion from PC2 to NC failed") << "0 ticks per frame";
   EXPECT_TRUE(ToNC());
-  EXPECT_EQ(TheRecorder().Take(),
-            "nc.convertFromPc2(" + here + "shot.any, " + here + ", shot, 0, ncx, 250)");
-  Name(KelCache::ePC2Format, "/rel/y.any", "C:\\no\\x.pc2");
-  EXPECT_FALSE(ToNC());
-  ExpectStatus(KelStatus::eFailure, "Cache file not found: C:/no/x.pc2, /rel/y.pc2");
-  Name(KelCache::eNCFormat, "/rel/y.any", "/no/x.xml");
-  EXPECT_FALSE(ToPC2());
-  ExpectStatus(KelStatus::eFailure, "Cache file not found: /no/x.xml, /rel/y.xml");
+  object_->Name(KelCache::eNCFormat, here + "shot.xml");
+  Status();
+  EXPECT_EQ(Outcome(ToNC()), "untouched");
+  EXPECT_EQ(Outcome(ToPC2(24, 1)), "1 Conversion from NC to PC2 failed");
+
+  object_->Name(KelCache::ePC2Format, "C:\\no\\x.pc2", "/rel/y.any");
+  EXPECT_EQ(Outcome(ToNC()), "1 Cache file not found: C:/no/x.pc2, /rel/y.pc2");
+  object_->Name(KelCache::eNCFormat, "/no/x.xml", "/rel/y.any");
+  EXPECT_EQ(Outcome(ToPC2()), "1 Cache file not found: /no/x.xml, /rel/y.xml");
 }
 
-TEST_F(Conversion, WithoutMemoryNothingIsConverted) {
-  Name(KelCache::ePC2Format, "", folder_.File("shot.pc2"));
-  FailEachAllocation([&] { ToNC(); }, EAllocations::eKelMalloc);
-  Name(KelCache::eNCFormat, "", folder_.File("shot.xml"));
-  FailEachAllocation([&] { ToPC2(); }, EAllocations::eKelMalloc);
+// The target's name is the source's as it stands, its last three characters replaced.
+TEST_F(CacheConversion, WhereTheTargetAppears) {
   const std::string here = folder_.path() + "/";
-  for (const std::string& call : TheRecorder().calls) {
-    EXPECT_TRUE(call ==
-                    "nc.convertFromPc2(" + here + "shot.pc2, " + here + ", shot, 0, ncx, 250)" ||
-                call == "nc.convertToPc2(" + here + "shot.pc2, " + here + ", shot, 0, 250)")
-        << call;
+  WriteBytes(here + "other.any", pc2_);
+  WriteBytes(here + "other.pc2", {0});
+  object_->Name(KelCache::ePC2Format, "C:\\no\\x.pc2", here + "a\\..\\other.any");
+  EXPECT_TRUE(ToNC()) << "other.pc2 is looked for, other.any is read: " << Status();
+  const char* const names[][2] = {{"other.XML", "other.pc2"}, {"other.cache", "other.capc2"}};
+  for (const auto& [source, target] : names) {
+    WriteBytes(here + source, {0});
+    object_->Name(KelCache::eNCFormat, here + source);
+    EXPECT_TRUE(ToPC2()) << Status();
+    EXPECT_EQ(ReadBytes(here + target), pc2_);
   }
+}
+
+TEST_F(CacheConversion, WithoutMemoryTheTargetIsWholeOrAbsent) {
+  object_->Name(KelCache::ePC2Format, folder_.File("shot.pc2"));
+  const auto names = NamesIn(folder_.path());
+  const auto kelMalloc = EAllocations::eKelMalloc;
+  EXPECT_GE(FailEachAllocation(
+                [&] {
+                  const bool done = ToNC();
+                  EXPECT_EQ(NamesIn(folder_.path()) != names, done);
+                },
+                kelMalloc),
+            3u);
+  object_->Name(KelCache::eNCFormat, folder_.File("shot.xml"));
+  WriteBytes(folder_.File("shot.pc2"), {0});
+  EXPECT_GE(FailEachAllocation(
+                [&] {
+                  const bool done = ToPC2();
+                  EXPECT_EQ(ReadBytes(folder_.File("shot.pc2")), done ? pc2_ : Bytes{0});
+                },
+                kelMalloc),
+            3u);
 }
 
 }  // namespace
