@@ -172,52 +172,25 @@ TEST_F(Writing, AFullDiskKeepsTheOlderCacheAndEveryWholeBlock) {
   }
 }
 
-// Any one system call fails: the cache is there whole, or nothing is under its name.
-TEST_F(Writing, EverySystemCallFailsInTurn) {
-  for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-    CacheSpec newer = Frames(3, 20, 40);
-    newer.format = format;
-    for (unsigned long n = 1, reached = 1; reached != 0; ++n) {
-      std::system(("rm -rf " + Folder() + "*").c_str());
-      bool written = false;
-      {
-        test::FailSystemCall failure(n);
-        Cache cache;
-        written = WriteOpen(cache, Folder(), "shot", newer) && cache.endFileWrite();
-        reached = failure.Reached() ? 1 : 0;
-      }
-      const auto found = ReadCache(Folder(), "shot");
-      if (!written && !found) continue;
-      EXPECT_TRUE(found == ContentsOf(newer)) << "call " << n;
-    }
+TEST_F(Writing, RecoverTakesTheNewestAndLeavesTheLiving) {
+  ASSERT_TRUE(Write(Folder(), "shot", Frames(2, 10)));
+  const CacheSpec second = Frames(3, 10, 40);
+  for (const CacheSpec& spec : {Frames(4, 10, 20), second, Frames(0, 0)}) {
+    Cache cache;
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", spec));
   }
-}
-
-TEST_F(Writing, EveryAllocationFailsInTurn) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-      CacheSpec spec = Frames(3, 40);
-      spec.format = format;
-      spec.tag = tag;
-      const Contents expected = ContentsOf(spec);
-      const std::string clear = "rm -rf " + Folder() + "*";
-      test::FailEachAllocation([&] {
-        std::system(clear.c_str());  // what failed attempts left takes memory to list
-        try {
-          if (!Write(Folder(), "shot", spec)) return;
-          const auto found = ReadCache(Folder(), "shot");
-          if (!found) return;
-          for (const auto& [tick, array] : (*found)[0]) {
-            EXPECT_TRUE(array == expected[0].at(tick));
-          }
-        } catch (const std::bad_alloc&) {
-          // The test's own.
-        }
-      });
-      EXPECT_TRUE(Write(Folder(), "shot", spec));
-      EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
-    }
-  }
+  Cache living;
+  ASSERT_TRUE(WriteOpen(living, Folder(), "shot", Frames(1, 10, 60)));
+  unsigned int blocks = 0;
+  Lines said;
+  EXPECT_TRUE(Cache::recover(Folder().c_str(), "shot", blocks, Lines::Add, &said)) << said.All();
+  EXPECT_EQ(blocks, 3u);
+  EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(second));
+  EXPECT_NE(said.All().find("a living writer"), std::string::npos);
+  EXPECT_FALSE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr))
+      << "the first is older than what stands there now";
+  EXPECT_TRUE(living.endFileWrite()) << living.errorString();
+  EXPECT_EQ(test::NamesIn(folder_.path()).size(), 3u) << "a writer of nothing left something";
 }
 
 }  // namespace

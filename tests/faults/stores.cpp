@@ -1,0 +1,216 @@
+#include "tests/faults/stores.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string_view>
+
+#include "backends/zuPointCache2IO.h"
+
+namespace kelsdk::test {
+
+namespace fs = std::filesystem;
+
+void Animation::Fill(unsigned int sample, unsigned int channel, double* values) const {
+  for (unsigned int i = 0; i < kValues; ++i) {
+    values[i] = 1000 * seed + 100 * channel + sample + 0.25 * (i % 64);
+  }
+}
+
+Contents Animation::All() const {
+  Contents all;
+  for (unsigned int sample = 0; sample < samples; ++sample) {
+    std::vector<double>& values = all.emplace_back(channels * kValues);
+    for (unsigned int channel = 0; channel < channels; ++channel) {
+      Fill(sample, channel, &values[channel * kValues]);
+    }
+  }
+  return all;
+}
+
+StoreObject::StoreObject(const Store& store, const char* path) : manager_(KelManager::Create()) {
+  cache = manager_ != nullptr ? KelCache::Create(manager_, "cache") : nullptr;
+  if (cache == nullptr) return;
+  cache->SetCacheFileFormat(store.format, nullptr);
+  cache->SetCacheFileName("", path, nullptr);
+}
+
+StoreObject::~StoreObject() {
+  if (manager_ != nullptr) manager_->Destroy();
+}
+
+namespace {
+
+bool OpenForWrite(const Store& store, KelCache* cache, const Animation& animation) {
+  if (!store.IsNC()) {
+    return cache->OpenFileForWrite(0, 24, animation.samples, kPoints, nullptr);
+  }
+  bool opened = cache->OpenFileForWrite(store.files, 24, "first", store.binary,
+                                        KelCache::eNCFloatVectorArray, "Points", nullptr);
+  unsigned int channel = 0;
+  if (opened && animation.channels > 1) {
+    opened = cache->AddChannel("second", KelCache::eNCFloatVectorArray, "Points", channel, nullptr);
+  }
+  return opened;
+}
+
+bool WriteSample(const Store& store, KelCache* cache, const Animation& animation,
+                 unsigned int sample) {
+  double values[kValues];
+  animation.Fill(sample, 0, values);
+  if (!store.IsNC()) return cache->Write(sample, values, nullptr);
+  KelTime time = KelTime::FromFrame(sample);
+  if (!cache->BeginWriteAt(time, nullptr)) return false;
+  for (unsigned int channel = 0; channel < animation.channels; ++channel) {
+    animation.Fill(sample, channel, values);
+    if (!cache->Write(static_cast<int>(channel), time, values, kPoints, nullptr)) return false;
+  }
+  return cache->EndWriteAt(nullptr);
+}
+
+void Tell(int pipe, ETold what) {
+  if (pipe >= 0) (void)!::write(pipe, &what, 1);
+}
+
+}  // namespace
+
+unsigned int WriteCache(const Store& store, const char* path, const Animation& animation,
+                        bool close, int pipe) {
+  const StoreObject object(store, path);
+  if (object.cache == nullptr || !OpenForWrite(store, object.cache, animation)) return 0;
+  Tell(pipe, eToldOpen);
+  unsigned int confirmed = 0;
+  while (confirmed < animation.samples && WriteSample(store, object.cache, animation, confirmed)) {
+    ++confirmed;
+    Tell(pipe, eToldSample);
+  }
+  if (!close) return confirmed;
+  Tell(pipe, eToldClosing);
+  object->CloseFile(nullptr);
+  Tell(pipe, eToldClosed);
+  return confirmed;
+}
+
+std::optional<Contents> ReadCache(const Store& store, const std::string& path) {
+  const StoreObject object(store, path.c_str());
+  KelCache* const cache = object.cache;
+  if (!cache->OpenFileForRead(nullptr)) return std::nullopt;
+  const auto channels = static_cast<std::size_t>(cache->GetChannelCount(nullptr));
+  const unsigned int samples =
+      store.IsNC() ? cache->GetDataCount(0, nullptr) : cache->GetSampleCount(nullptr);
+  Contents contents;
+  for (unsigned int sample = 0; sample < samples; ++sample) {
+    std::vector<double> values(channels * kValues);
+    bool read = store.IsNC() || cache->Read(sample, values.data(), kPoints, nullptr);
+    for (std::size_t channel = 0; store.IsNC() && channel < channels; ++channel) {
+      KelTime time;
+      read = read && cache->GetDataTime(static_cast<int>(channel), sample, time, nullptr) &&
+             cache->Read(static_cast<int>(channel), time, &values[channel * kValues], kPoints,
+                         nullptr);
+    }
+    contents.push_back(read ? values : std::vector<double>());
+  }
+  return contents;
+}
+
+bool Verifies(const Store& store, const std::string& path) {
+  const std::string folder = fs::path(path).parent_path().string() + "/";
+  return !store.IsNC() || zuCacheFileInterface::verify(folder.c_str(), "shot", nullptr, nullptr);
+}
+
+bool Recover(const Store& store, const char* path, unsigned int& samples) {
+  samples = 0;
+  if (!store.IsNC()) return zuPointCache2IO::recover(path, samples, nullptr, nullptr);
+  char folder[256];
+  const std::size_t length = std::string_view(path).rfind('/') + 1;
+  std::copy_n(path, length, folder);
+  folder[length] = 0;
+  return zuCacheFileInterface::recover(folder, "shot", samples, nullptr, nullptr);
+}
+
+void StoreTest::Keep() {
+  fs::remove_all(kept_);
+  fs::copy(work_, kept_, fs::copy_options::recursive);
+}
+
+void StoreTest::Restore() {
+  fs::remove_all(work_);
+  fs::copy(kept_, work_, fs::copy_options::recursive);
+}
+
+void StoreTest::Clear() {
+  fs::remove_all(work_);
+  fs::create_directory(work_);
+  Keep();
+}
+
+namespace {
+
+// Of a sample that was not confirmed may be there: all of it, nothing or, in a file made in its
+// full length, zeros.
+bool MayStandFor(const std::vector<double>& found, const std::vector<double>& written) {
+  return found == written || found.empty() || found == std::vector<double>(written.size());
+}
+
+bool Holds(const Contents& found, const Contents& newer, std::size_t confirmed) {
+  if (found.size() < confirmed || found.size() > newer.size()) return false;
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    if (found[i] != newer[i] && (i < confirmed || !MayStandFor(found[i], newer[i]))) return false;
+  }
+  return true;
+}
+
+// Between the renames of an NC cache single files of the older one may be gone already.
+bool IsPartOf(const Contents& found, const Contents& older) {
+  return found.size() == older.size() &&
+         std::equal(found.begin(), found.end(), older.begin(),
+                    [](const auto& a, const auto& b) { return a.empty() || a == b; });
+}
+
+}  // namespace
+
+// Recovering a PC2 file puts the older one aside, again when it is interrupted. Removes it.
+void StoreTest::ExpectPutAside(const Contents& older, bool expected) {
+  unsigned int found = 0;
+  for (const std::string& name : NamesIn(work_)) {
+    if (name.find(".before-recover") == std::string::npos) continue;
+    ++found;
+    fs::rename(work_ + "/" + name, work_ + "/older.pc2");
+    EXPECT_TRUE(ReadCache(kPC2, work_ + "/older.pc2") == older) << "the older cache lost";
+    fs::remove(work_ + "/older.pc2");
+  }
+  EXPECT_TRUE(found > 0 || !expected);
+}
+
+unsigned int StoreTest::ExpectNothingLost(const Store& store, const Animation& older,
+                                          const Animation& newer, unsigned int confirmed) {
+  const std::string path = PathOf(store);
+  const Contents before = older.All();
+  const Contents after = newer.All();
+  std::optional<Contents> found = ReadCache(store, path);
+  if (store.IsNC()) {
+    EXPECT_TRUE(!found || Holds(*found, after, confirmed) || IsPartOf(*found, before))
+        << "a mixture";
+  } else {
+    EXPECT_TRUE(found == before || (found && Holds(*found, after, confirmed)))
+        << "neither the older file nor the newer";
+  }
+  unsigned int saved = 0;
+  const bool recovered = Recover(store, path.c_str(), saved);
+  found = ReadCache(store, path);
+  EXPECT_TRUE(Verifies(store, path));
+  const bool stands = found && Holds(*found, after, confirmed);
+  if (recovered) {
+    EXPECT_TRUE(stands) << "recovered " << saved << " of " << confirmed;
+    EXPECT_EQ(found->size(), saved);
+  } else if (!stands) {
+    EXPECT_EQ(confirmed, 0U) << "samples lost";
+    EXPECT_TRUE(found == before) << "the older cache lost";
+  }
+  ExpectPutAside(before, !store.IsNC() && recovered);
+  EXPECT_FALSE(Recover(store, path.c_str(), saved)) << "there is nothing left";
+  return stands ? static_cast<unsigned int>(found->size()) : 0;
+}
+
+}  // namespace kelsdk::test
