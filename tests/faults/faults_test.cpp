@@ -1,7 +1,14 @@
-// Memory and system calls that fail, each in its turn, in every operation on every kind of cache.
+// Memory and system calls that fail, and processes that die, at every point of every operation on
+// every kind of cache, and writers that are killed at any moment.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <functional>
+#include <random>
 #include <tuple>
 
 #include "tests/faults/stores.h"
@@ -14,16 +21,40 @@ constexpr Animation kNewer = {2, 3, 2};
 
 struct Fault {
   const char* name;
-  int error = 0;  // 0: an allocation
+  enum EKind { eAllocation, eSystemCall, eDeath } kind;
+  int error = 0;
   bool andAllLater = false;
 };
 
-constexpr Fault kFaults[] = {
-    {"allocations"}, {"EIO", EIO}, {"EINTR", EINTR}, {"ENOSPC for good", ENOSPC, true}};
+constexpr Fault kFaults[] = {{"allocation fails", Fault::eAllocation},
+                             {"EIO", Fault::eSystemCall, EIO},
+                             {"EINTR", Fault::eSystemCall, EINTR},
+                             {"ENOSPC for good", Fault::eSystemCall, ENOSPC, true},
+                             {"death", Fault::eDeath}};
 
-// Runs `body` with the n-th allocation or system call failing; false when there are fewer.
+// A process of its own that runs `body`.
+template <typename Body>
+pid_t Start(Body&& body) {
+  const pid_t process = ::fork();
+  if (process != 0) return process;
+  body();
+  ::_exit(0);
+}
+
+// Runs `body` with the n-th allocation or system call failing or never made; false when there are
+// fewer.
 bool RunWithFault(const Fault& fault, unsigned long n, const std::function<void()>& body) {
-  if (fault.error == 0) {
+  if (fault.kind == Fault::eDeath) {
+    int status = 0;
+    ::waitpid(Start([&] {
+                DieAtSystemCall(n);
+                body();
+              }),
+              &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    return WEXITSTATUS(status) == kDiedStatus;
+  }
+  if (fault.kind == Fault::eAllocation) {
     const FailAllocation failure(n);
     body();
     return failure.Reached();
@@ -50,33 +81,29 @@ constexpr Operation kOperations[] = {{"read", eRead, 30, 5},
 
 class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<Store, Operation>> {
  protected:
-  // Lays out what the operation finds.
+  // Lays out what the operation finds. A compact cache replaces one of the other layout.
   void SetUp() override {
-    Clear();
     if (operation_ == eToPC2) std::swap(source_, target_);
     if (operation_ >= eFromPC2 || !target_.IsNC()) older_.channels = newer_.channels = 1;
+    Store replaced = target_;
+    if (replaced.binary == KelCache::eNCBinaryC) {
+      replaced.files = replaced.files == KelCache::eNCSingleFile ? KelCache::eNCFilePerFrame
+                                                                 : KelCache::eNCSingleFile;
+    }
     targetPath_ = PathOf(target_);
     sourcePath_ = PathOf(source_);
-    WriteCache(target_, targetPath_.c_str(), older_);
-    if (operation_ >= eFromPC2) WriteCache(source_, sourcePath_.c_str(), newer_);
-    if (operation_ == eRecover) WriteCache(target_, targetPath_.c_str(), newer_, false);
+    WriteCache(replaced, targetPath_, older_, progress_);
+    if (operation_ >= eFromPC2) WriteCache(source_, sourcePath_, newer_, progress_);
+    if (operation_ == eRecover) WriteCache(target_, targetPath_, newer_, progress_, false);
     Keep();
   }
 
   void Operate() {
-    confirmed_ = 0;
     unsigned int saved = 0;
     switch (operation_) {
       case eRead: ReadInBothWays(); break;
-      case eWrite:
-        confirmed_ = WriteCache(target_, targetPath_.c_str(), newer_);
-        // That a block could not be ended shows with the next one only.
-        if (target_.IsNC() && confirmed_ > 0) --confirmed_;
-        break;
-      case eRecover:
-        confirmed_ = newer_.samples;
-        Recover(target_, targetPath_.c_str(), saved);
-        break;
+      case eWrite: WriteCache(target_, targetPath_, newer_, progress_); break;
+      case eRecover: Recover(target_, targetPath_, work_, saved); break;
       case eFromPC2:
       case eToPC2: Convert(); break;
     }
@@ -84,7 +111,7 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
 
   // Opens, reads in both ways, closes. Whatever fails, what is delivered is right.
   void ReadInBothWays() {
-    const StoreObject object(target_, targetPath_.c_str());
+    const StoreObject object(target_, targetPath_);
     if (object.cache == nullptr) return;
     double values[kValues] = {-1};
     double expected[kValues];
@@ -113,20 +140,30 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
   }
 
   void Convert() {
-    const StoreObject object(source_, sourcePath_.c_str());
+    const StoreObject object(source_, sourcePath_);
     if (object.cache == nullptr) return;
-    const bool converted =
-        source_.IsNC() ? object->ConvertFromNCToPC2(24, 0, nullptr)
-                       : object->ConvertFromPC2ToNC(store_.files, 24, store_.binary, nullptr);
-    if (converted) confirmed_ = newer_.samples;
+    converted_ = source_.IsNC()
+                     ? object->ConvertFromNCToPC2(24, 0, nullptr)
+                     : object->ConvertFromPC2ToNC(store_.files, 24, store_.binary, nullptr);
+  }
+
+  // The samples that must not get lost.
+  unsigned int Confirmed(const Fault& fault) const {
+    if (operation_ == eRecover || converted_) return newer_.samples;
+    if (operation_ != eWrite) return 0;
+    const unsigned int confirmed = progress_.Confirmed(newer_.samples);
+    // That a block could not be ended shows with the next one only.
+    const bool isSure = !target_.IsNC() || fault.kind == Fault::eDeath || confirmed == 0;
+    return isSure ? confirmed : confirmed - 1;
   }
 
   // What the operation left is whole, and without a fault it succeeds.
-  void ExpectSound() {
+  void ExpectSound(const Fault& fault) {
     if (operation_ == eRead) {
       EXPECT_TRUE(ReadCache(target_, targetPath_) == older_.All());
-    } else {
-      ExpectNothingLost(target_, older_, newer_, confirmed_);
+    } else if (ExpectNothingLost(target_, older_, newer_, Confirmed(fault)) > 0 &&
+               fault.kind == Fault::eDeath && operation_ < eFromPC2) {
+      ExpectOnlyFilesOf(target_);
     }
     if (operation_ >= eFromPC2) {
       EXPECT_TRUE(ReadCache(source_, sourcePath_) == newer_.All()) << "the source has suffered";
@@ -134,7 +171,7 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     if (operation_ == eRecover) return;  // done, with the older cache put aside
     Operate();
     EXPECT_TRUE(ReadCache(target_, targetPath_) == (operation_ == eRead ? older_ : newer_).All());
-    EXPECT_TRUE(Verifies(target_, targetPath_));
+    EXPECT_TRUE(Verifies(target_));
   }
 
   const Store store_ = std::get<0>(GetParam());
@@ -145,7 +182,7 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
   std::string sourcePath_;
   Animation older_ = kOlder;
   Animation newer_ = kNewer;
-  unsigned int confirmed_ = 0;
+  bool converted_ = false;
 };
 
 TEST_P(Faults, EveryPointInTurn) {
@@ -156,12 +193,14 @@ TEST_P(Faults, EveryPointInTurn) {
     for (unsigned long n = 1;; ++n) {
       SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(n));
       Restore();
+      progress_.Reset();
+      converted_ = false;
       const long blocks = OutstandingBlocks();
       const int descriptors = OpenDescriptors();
       const bool reached = RunWithFault(fault, n, [this] { Operate(); });
       EXPECT_EQ(OutstandingBlocks(), blocks);
       EXPECT_EQ(OpenDescriptors(), descriptors);
-      ExpectSound();
+      ExpectSound(fault);
       if (!reached) break;
       ++visited;
       if (HasFailure()) break;
@@ -170,8 +209,8 @@ TEST_P(Faults, EveryPointInTurn) {
     std::printf("%-14s %-9s %-16s %5lu points, %5lu survived\n", store_.name, operation.name,
                 fault.name, visited, survived);
     RecordProperty(fault.name, static_cast<int>(visited));
-    EXPECT_GE(visited,
-              fault.error == 0 ? operation.fewestAllocations : operation.fewestSystemCalls);
+    EXPECT_GE(visited, fault.kind == Fault::eAllocation ? operation.fewestAllocations
+                                                        : operation.fewestSystemCalls);
   }
 }
 
@@ -192,6 +231,73 @@ INSTANTIATE_TEST_SUITE_P(OfConversions, Faults,
                                           testing::ValuesIn(kOperations + 3,
                                                             std::end(kOperations))),
                          NameOf);
+
+// As short as can be, but lets the other process run.
+void Pause() {
+  ::usleep(10);
+}
+
+class Killed : public StoreTest, public testing::WithParamInterface<Store> {};
+
+// The moments cover all of a writer's life; a quarter of them fall into its end, when the cache is
+// put in its place, short as that is.
+TEST_P(Killed, AtRandomMoments) {
+  using Clock = std::chrono::steady_clock;
+  constexpr unsigned int kRounds = 125;
+  constexpr Animation kOld = {1, 20};
+  constexpr Animation kNew = {2, 60};
+  constexpr unsigned int kLastStep = kNew.samples + 3;
+  const Store store = GetParam();
+  const std::string path = PathOf(store);
+  const auto write = [&] { WriteCache(store, path, kNew, progress_); };
+  WriteCache(store, path, kOld, progress_);
+  Keep();
+
+  // How long an undisturbed writer takes to each step.
+  Clock::duration spans[kLastStep] = {};
+  progress_.Reset();
+  auto last = Clock::now();
+  const pid_t undisturbed = Start(write);
+  for (unsigned int step = 0; step < kLastStep; last += spans[step++]) {
+    while (progress_.Steps() <= step) Pause();
+    spans[step] = Clock::now() - last;
+  }
+  ::waitpid(undisturbed, nullptr, 0);
+
+  std::mt19937 random(7);
+  unsigned int before = 0, within = 0, closing = 0, after = 0, confirmed = 0, saved = 0, lost = 0;
+  for (unsigned int round = 0; round < kRounds; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    Restore();
+    progress_.Reset();
+    const auto step = random() % 4 == 0 ? kLastStep - 1 : random() % kLastStep;
+    const pid_t process = Start(write);
+    while (progress_.Steps() < step) Pause();
+    const auto until = Clock::now() + spans[step] * static_cast<int>(random() % 100) / 100;
+    while (Clock::now() < until) Pause();
+    ::kill(process, SIGKILL);
+    ::waitpid(process, nullptr, 0);
+
+    const unsigned int steps = progress_.Steps();
+    (steps == 0 ? before : steps < kLastStep - 1 ? within : steps < kLastStep ? closing : after)++;
+    const unsigned int sure = progress_.Confirmed(kNew.samples);
+    const unsigned int found = ExpectNothingLost(store, kOld, kNew, sure);
+    if (found > 0) ExpectOnlyFilesOf(store);
+    confirmed += sure;
+    saved += found;
+    lost += sure - std::min(found, sure);
+  }
+  std::printf(
+      "%-14s %u kills: %u before, %u within, %u while closing, %u after writing; "
+      "%u samples confirmed, %u found, %u lost\n",
+      store.name, kRounds, before, within, closing, after, confirmed, saved, lost);
+  EXPECT_EQ(lost, 0U);
+  EXPECT_GT(within, 0U);
+  EXPECT_GT(closing + after, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(WhileWriting, Killed, testing::ValuesIn(kStores),
+                         [](const auto& param) { return std::string(param.param.name); });
 
 }  // namespace
 }  // namespace kelsdk::test

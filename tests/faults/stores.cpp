@@ -1,7 +1,5 @@
 #include "tests/faults/stores.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <string_view>
@@ -29,11 +27,12 @@ Contents Animation::All() const {
   return all;
 }
 
-StoreObject::StoreObject(const Store& store, const char* path) : manager_(KelManager::Create()) {
+StoreObject::StoreObject(const Store& store, const std::string& path)
+    : manager_(KelManager::Create()) {
   cache = manager_ != nullptr ? KelCache::Create(manager_, "cache") : nullptr;
   if (cache == nullptr) return;
   cache->SetCacheFileFormat(store.format, nullptr);
-  cache->SetCacheFileName("", path, nullptr);
+  cache->SetCacheFileName("", path.c_str(), nullptr);
 }
 
 StoreObject::~StoreObject() {
@@ -69,31 +68,27 @@ bool WriteSample(const Store& store, KelCache* cache, const Animation& animation
   return cache->EndWriteAt(nullptr);
 }
 
-void Tell(int pipe, ETold what) {
-  if (pipe >= 0) (void)!::write(pipe, &what, 1);
-}
-
 }  // namespace
 
-unsigned int WriteCache(const Store& store, const char* path, const Animation& animation,
-                        bool close, int pipe) {
+void WriteCache(const Store& store, const std::string& path, const Animation& animation,
+                Progress& progress, bool close) {
+  progress.Reset();
   const StoreObject object(store, path);
-  if (object.cache == nullptr || !OpenForWrite(store, object.cache, animation)) return 0;
-  Tell(pipe, eToldOpen);
-  unsigned int confirmed = 0;
-  while (confirmed < animation.samples && WriteSample(store, object.cache, animation, confirmed)) {
-    ++confirmed;
-    Tell(pipe, eToldSample);
+  if (object.cache == nullptr || !OpenForWrite(store, object.cache, animation)) return;
+  progress.Step();
+  for (unsigned int sample = 0; sample < animation.samples; ++sample) {
+    if (!WriteSample(store, object.cache, animation, sample)) break;
+    progress.Step();
   }
-  if (!close) return confirmed;
-  Tell(pipe, eToldClosing);
+  if (!close) return;
+  const bool whole = progress.Confirmed(animation.samples) == animation.samples;
+  if (whole) progress.Step();
   object->CloseFile(nullptr);
-  Tell(pipe, eToldClosed);
-  return confirmed;
+  if (whole) progress.Step();
 }
 
 std::optional<Contents> ReadCache(const Store& store, const std::string& path) {
-  const StoreObject object(store, path.c_str());
+  const StoreObject object(store, path);
   KelCache* const cache = object.cache;
   if (!cache->OpenFileForRead(nullptr)) return std::nullopt;
   const auto channels = static_cast<std::size_t>(cache->GetChannelCount(nullptr));
@@ -114,19 +109,16 @@ std::optional<Contents> ReadCache(const Store& store, const std::string& path) {
   return contents;
 }
 
-bool Verifies(const Store& store, const std::string& path) {
-  const std::string folder = fs::path(path).parent_path().string() + "/";
-  return !store.IsNC() || zuCacheFileInterface::verify(folder.c_str(), "shot", nullptr, nullptr);
+bool Recover(const Store& store, const std::string& path, const std::string& folder,
+             unsigned int& samples) {
+  samples = 0;
+  return store.IsNC()
+             ? zuCacheFileInterface::recover(folder.c_str(), "shot", samples, nullptr, nullptr)
+             : zuPointCache2IO::recover(path.c_str(), samples, nullptr, nullptr);
 }
 
-bool Recover(const Store& store, const char* path, unsigned int& samples) {
-  samples = 0;
-  if (!store.IsNC()) return zuPointCache2IO::recover(path, samples, nullptr, nullptr);
-  char folder[256];
-  const std::size_t length = std::string_view(path).rfind('/') + 1;
-  std::copy_n(path, length, folder);
-  folder[length] = 0;
-  return zuCacheFileInterface::recover(folder, "shot", samples, nullptr, nullptr);
+StoreTest::StoreTest() {
+  fs::create_directory(work_);
 }
 
 void StoreTest::Keep() {
@@ -139,10 +131,8 @@ void StoreTest::Restore() {
   fs::copy(kept_, work_, fs::copy_options::recursive);
 }
 
-void StoreTest::Clear() {
-  fs::remove_all(work_);
-  fs::create_directory(work_);
-  Keep();
+bool StoreTest::Verifies(const Store& store) const {
+  return !store.IsNC() || zuCacheFileInterface::verify(work_.c_str(), "shot", nullptr, nullptr);
 }
 
 namespace {
@@ -176,9 +166,9 @@ void StoreTest::ExpectPutAside(const Contents& older, bool expected) {
   for (const std::string& name : NamesIn(work_)) {
     if (name.find(".before-recover") == std::string::npos) continue;
     ++found;
-    fs::rename(work_ + "/" + name, work_ + "/older.pc2");
-    EXPECT_TRUE(ReadCache(kPC2, work_ + "/older.pc2") == older) << "the older cache lost";
-    fs::remove(work_ + "/older.pc2");
+    fs::rename(work_ + name, work_ + "older.pc2");
+    EXPECT_TRUE(ReadCache(kPC2, work_ + "older.pc2") == older) << "the older cache lost";
+    fs::remove(work_ + "older.pc2");
   }
   EXPECT_TRUE(found > 0 || !expected);
 }
@@ -197,9 +187,9 @@ unsigned int StoreTest::ExpectNothingLost(const Store& store, const Animation& o
         << "neither the older file nor the newer";
   }
   unsigned int saved = 0;
-  const bool recovered = Recover(store, path.c_str(), saved);
+  const bool recovered = Recover(store, path, work_, saved);
   found = ReadCache(store, path);
-  EXPECT_TRUE(Verifies(store, path));
+  EXPECT_TRUE(Verifies(store));
   const bool stands = found && Holds(*found, after, confirmed);
   if (recovered) {
     EXPECT_TRUE(stands) << "recovered " << saved << " of " << confirmed;
@@ -209,8 +199,15 @@ unsigned int StoreTest::ExpectNothingLost(const Store& store, const Animation& o
     EXPECT_TRUE(found == before) << "the older cache lost";
   }
   ExpectPutAside(before, !store.IsNC() && recovered);
-  EXPECT_FALSE(Recover(store, path.c_str(), saved)) << "there is nothing left";
+  EXPECT_FALSE(Recover(store, path, work_, saved)) << "there is nothing left";
   return stands ? static_cast<unsigned int>(found->size()) : 0;
+}
+
+void StoreTest::ExpectOnlyFilesOf(const Store& store) {
+  const StoreObject object(store, PathOf(store));
+  EXPECT_TRUE(object->OpenFileForRead(nullptr));
+  const int dataFiles = store.IsNC() ? object->GetCacheDataFileCount(nullptr) : 0;
+  EXPECT_EQ(NamesIn(work_).size(), static_cast<std::size_t>(dataFiles) + 1);
 }
 
 }  // namespace kelsdk::test

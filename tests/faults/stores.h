@@ -1,5 +1,10 @@
 #pragma once
 
+#include <sys/mman.h>
+
+#include <algorithm>
+#include <atomic>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -47,7 +52,7 @@ struct Animation {
 /// A cache object with a manager of its own, its file named `path`.
 class StoreObject {
  public:
-  StoreObject(const Store& store, const char* path);
+  StoreObject(const Store& store, const std::string& path);
   ~StoreObject();
   StoreObject(const StoreObject&) = delete;
   StoreObject& operator=(const StoreObject&) = delete;
@@ -59,46 +64,71 @@ class StoreObject {
   KelManager* manager_;
 };
 
-/// What a writer tells through its pipe: one byte at each of these moments.
-enum ETold : char { eToldOpen = 'o', eToldSample = 's', eToldClosing = 'c', eToldClosed = 'e' };
+/// How far a writer has come, for all processes to see.
+class Progress {
+ public:
+  Progress() : steps_(new (Shared()) std::atomic<unsigned int>(0)) {}
+  ~Progress() { ::munmap(steps_, sizeof *steps_); }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
 
-/// Writes until something fails, closes, and returns the samples whose writing was confirmed.
-/// Allocates nothing itself. Without `close` the object is destroyed in its open state.
-unsigned int WriteCache(const Store& store, const char* path, const Animation& animation,
-                        bool close = true, int pipe = -1);
+  void Reset() { *steps_ = 0; }
+  void Step() { ++*steps_; }
+  /// 1 when open, then 1 more for each sample, before closing and after it.
+  unsigned int Steps() const { return *steps_; }
+  /// The samples whose writing had returned, of those that were to be written.
+  unsigned int Confirmed(unsigned int samples) const {
+    return std::min(samples, std::max(Steps(), 1U) - 1);
+  }
+
+ private:
+  static void* Shared() {
+    return ::mmap(nullptr, sizeof(std::atomic<unsigned int>), PROT_READ | PROT_WRITE,
+                  MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  }
+
+  std::atomic<unsigned int>* steps_;
+};
+
+/// Writes until something fails, and closes. Allocates nothing itself. Without `close` the object
+/// is destroyed in its open state.
+void WriteCache(const Store& store, const std::string& path, const Animation& animation,
+                Progress& progress, bool close = true);
 
 /// All that the cache hands out; nothing when it is refused.
 std::optional<Contents> ReadCache(const Store& store, const std::string& path);
 
-/// Whether every array and checksum is sound. A PC2 cache has none.
-bool Verifies(const Store& store, const std::string& path);
+/// Completes what dead writers left of the cache "shot" in a folder, which ends in "/"; `samples`
+/// are those that the recovered cache holds.
+bool Recover(const Store& store, const std::string& path, const std::string& folder,
+             unsigned int& samples);
 
-/// Completes what dead writers left; `samples` are those that the recovered cache holds.
-bool Recover(const Store& store, const char* path, unsigned int& samples);
-
-/// The caches of a test in a folder that can be set back to how it was.
+/// Caches in a folder that can be set back to how it was.
 class StoreTest : public FileTest {
  protected:
-  /// The path of a store's cache in the folder.
+  StoreTest();
   std::string PathOf(const Store& store) const {
-    return work_ + (store.IsNC() ? "/shot.xml" : "/shot.pc2");
+    return work_ + (store.IsNC() ? "shot.xml" : "shot.pc2");
   }
-  void Keep();     ///< Keeps the folder as it is now, for Restore.
-  void Restore();  ///< Back to what was kept last; to an empty folder when nothing was.
-  void Clear();    ///< An empty folder, also to Restore.
+  void Keep();     ///< Keeps the folder as it is now.
+  void Restore();  ///< Back to what was kept.
 
   /// After a writer of `newer` has ended in any way, `confirmed` of its samples being sure: what
   /// stands is `older` whole or `newer`, or can be recovered with no sample lost. Leaves nothing to
   /// recover. Returns the samples of `newer` that stand at the end.
   unsigned int ExpectNothingLost(const Store& store, const Animation& older, const Animation& newer,
                                  unsigned int confirmed);
+  /// No file of an older cache or of a writer is left beside the cache.
+  void ExpectOnlyFilesOf(const Store& store);
+  bool Verifies(const Store& store) const;
 
-  std::string work_ = folder_.File("work");
+  const std::string work_ = folder_.File("work/");
+  Progress progress_;
 
  private:
   void ExpectPutAside(const Contents& older, bool expected);
 
-  std::string kept_ = folder_.File("kept");
+  const std::string kept_ = folder_.File("kept");
 };
 
 }  // namespace kelsdk::test

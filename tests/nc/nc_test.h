@@ -40,6 +40,24 @@ struct CacheSpec {
   std::vector<Sample> samples;
 };
 
+/// A layout of the data files and the form of their arrays.
+struct Form {
+  Cache::cacheFileFormat format;
+  const char* tag;
+
+  std::string Name() const { return tag + std::string(format != 0 ? " per frame " : " "); }
+  CacheSpec Of(CacheSpec spec) const {
+    spec.format = format;
+    spec.tag = tag;
+    return spec;
+  }
+};
+
+inline constexpr Form kForms[] = {{Cache::eSingleFile, "ncx"},
+                                  {Cache::eSingleFile, "ncc"},
+                                  {Cache::eFilePerFrame, "ncx"},
+                                  {Cache::eFilePerFrame, "ncc"}};
+
 /// An array of something smooth, so that it compresses, and different for every seed.
 inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
   Bytes bytes(elements * ElementSize(type));

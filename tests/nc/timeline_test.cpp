@@ -74,46 +74,5 @@ TEST(Timeline, RunsAgreeWithTheTimesTheyStandFor) {
   }
 }
 
-TEST(Timeline, OneIntervalOrNone) {
-  EXPECT_EQ(CommonInterval(EntriesAt({0, 100, 200})), 100u);
-  EXPECT_EQ(CommonInterval(RunsAt({0, 100, 200})), 100u);
-  EXPECT_EQ(CommonInterval(RunsAt({0, 100, 300})), 0u);
-  EXPECT_EQ(CommonInterval(RunsAt({4})), 0u);
-  TimeRuns joined;  // two runs that are one
-  ASSERT_TRUE(joined.Append(0, 10, 3));
-  ASSERT_TRUE(joined.Append(30, 10, 3));
-  EXPECT_EQ(CommonInterval(joined), 10u);
-  TimeRuns apart;
-  ASSERT_TRUE(apart.Append(0, 10, 3));
-  ASSERT_TRUE(apart.Append(40, 10, 3));
-  EXPECT_EQ(CommonInterval(apart), 0u);
-}
-
-TEST(Timeline, RunsThatCannotBe) {
-  TimeRuns runs;
-  EXPECT_FALSE(runs.Append(0, 10, 0)) << "empty";
-  EXPECT_FALSE(runs.Append(0, 0, 2)) << "standing still";
-  EXPECT_FALSE(runs.Append(1, 0x80000000u, 2)) << "past the last tick";
-  EXPECT_FALSE(runs.Append(INT_MIN, 0xFFFFFFFFu, 0xFFFFFFFFu)) << "a product near 2^64";
-  ASSERT_TRUE(runs.Append(INT_MIN, 1, 0xFFFFFFFFu));
-  EXPECT_FALSE(runs.Append(INT_MAX, 0, 1)) << "more than 32 bits count";
-  TimeRuns two;
-  ASSERT_TRUE(two.Append(0, 10, 3));
-  EXPECT_FALSE(two.Append(20, 0, 1)) << "back in time";
-}
-
-TEST(Timeline, ALaterSampleReplacesOneOfItsTime) {
-  std::vector<SampleEntry> entries = EntriesAt({0, 10, 20});
-  SampleEntry entry;
-  entry.tick = 10;
-  entry.count = 5;
-  InsertSample(&entries, entry);
-  entry.tick = -5;
-  InsertSample(&entries, entry);
-  ASSERT_EQ(entries.size(), 4u);
-  EXPECT_EQ(entries[0].tick, -5);
-  EXPECT_EQ(entries[2].count, 5u);
-}
-
 }  // namespace
 }  // namespace kelsdk::nc
