@@ -92,9 +92,9 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     }
     targetPath_ = PathOf(target_);
     sourcePath_ = PathOf(source_);
-    WriteCache(replaced, targetPath_, older_, progress_);
-    if (operation_ >= eFromPC2) WriteCache(source_, sourcePath_, newer_, progress_);
-    if (operation_ == eRecover) WriteCache(target_, targetPath_, newer_, progress_, false);
+    WriteCache(replaced, targetPath_, older_, steps_);
+    if (operation_ >= eFromPC2) WriteCache(source_, sourcePath_, newer_, steps_);
+    if (operation_ == eRecover) WriteCache(target_, targetPath_, newer_, steps_, false);
     Keep();
   }
 
@@ -102,7 +102,7 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     unsigned int saved = 0;
     switch (operation_) {
       case eRead: ReadInBothWays(); break;
-      case eWrite: WriteCache(target_, targetPath_, newer_, progress_); break;
+      case eWrite: WriteCache(target_, targetPath_, newer_, steps_); break;
       case eRecover: Recover(target_, targetPath_, work_, saved); break;
       case eFromPC2:
       case eToPC2: Convert(); break;
@@ -148,10 +148,10 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
   }
 
   // The samples that must not get lost.
-  unsigned int Confirmed(const Fault& fault) const {
+  unsigned int Sure(const Fault& fault) const {
     if (operation_ == eRecover || converted_) return newer_.samples;
     if (operation_ != eWrite) return 0;
-    const unsigned int confirmed = progress_.Confirmed(newer_.samples);
+    const unsigned int confirmed = Confirmed(newer_.samples);
     // That a block could not be ended shows with the next one only.
     const bool isSure = !target_.IsNC() || fault.kind == Fault::eDeath || confirmed == 0;
     return isSure ? confirmed : confirmed - 1;
@@ -161,7 +161,7 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
   void ExpectSound(const Fault& fault) {
     if (operation_ == eRead) {
       EXPECT_TRUE(ReadCache(target_, targetPath_) == older_.All());
-    } else if (ExpectNothingLost(target_, older_, newer_, Confirmed(fault)) > 0 &&
+    } else if (ExpectNothingLost(target_, older_, newer_, Sure(fault)) > 0 &&
                fault.kind == Fault::eDeath && operation_ < eFromPC2) {
       ExpectOnlyFilesOf(target_);
     }
@@ -193,7 +193,7 @@ TEST_P(Faults, EveryPointInTurn) {
     for (unsigned long n = 1;; ++n) {
       SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(n));
       Restore();
-      progress_.Reset();
+      steps_ = 0;
       converted_ = false;
       const long blocks = OutstandingBlocks();
       const int descriptors = OpenDescriptors();
@@ -249,17 +249,17 @@ TEST_P(Killed, AtRandomMoments) {
   constexpr unsigned int kLastStep = kNew.samples + 3;
   const Store store = GetParam();
   const std::string path = PathOf(store);
-  const auto write = [&] { WriteCache(store, path, kNew, progress_); };
-  WriteCache(store, path, kOld, progress_);
+  const auto write = [&] { WriteCache(store, path, kNew, steps_); };
+  WriteCache(store, path, kOld, steps_);
   Keep();
 
   // How long an undisturbed writer takes to each step.
   Clock::duration spans[kLastStep] = {};
-  progress_.Reset();
+  steps_ = 0;
   auto last = Clock::now();
   const pid_t undisturbed = Start(write);
   for (unsigned int step = 0; step < kLastStep; last += spans[step++]) {
-    while (progress_.Steps() <= step) Pause();
+    while (steps_ <= step) Pause();
     spans[step] = Clock::now() - last;
   }
   ::waitpid(undisturbed, nullptr, 0);
@@ -269,18 +269,18 @@ TEST_P(Killed, AtRandomMoments) {
   for (unsigned int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     Restore();
-    progress_.Reset();
+    steps_ = 0;
     const auto step = random() % 4 == 0 ? kLastStep - 1 : random() % kLastStep;
     const pid_t process = Start(write);
-    while (progress_.Steps() < step) Pause();
+    while (steps_ < step) Pause();
     const auto until = Clock::now() + spans[step] * static_cast<int>(random() % 100) / 100;
     while (Clock::now() < until) Pause();
     ::kill(process, SIGKILL);
     ::waitpid(process, nullptr, 0);
 
-    const unsigned int steps = progress_.Steps();
+    const unsigned int steps = steps_.load();
     (steps == 0 ? before : steps < kLastStep - 1 ? within : steps < kLastStep ? closing : after)++;
-    const unsigned int sure = progress_.Confirmed(kNew.samples);
+    const unsigned int sure = Confirmed(kNew.samples);
     const unsigned int found = ExpectNothingLost(store, kOld, kNew, sure);
     if (found > 0) ExpectOnlyFilesOf(store);
     confirmed += sure;

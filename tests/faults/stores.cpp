@@ -1,5 +1,7 @@
 #include "tests/faults/stores.h"
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <string_view>
@@ -71,20 +73,20 @@ bool WriteSample(const Store& store, KelCache* cache, const Animation& animation
 }  // namespace
 
 void WriteCache(const Store& store, const std::string& path, const Animation& animation,
-                Progress& progress, bool close) {
-  progress.Reset();
+                Steps& steps, bool close) {
+  steps = 0;
   const StoreObject object(store, path);
   if (object.cache == nullptr || !OpenForWrite(store, object.cache, animation)) return;
-  progress.Step();
+  ++steps;
   for (unsigned int sample = 0; sample < animation.samples; ++sample) {
     if (!WriteSample(store, object.cache, animation, sample)) break;
-    progress.Step();
+    ++steps;
   }
   if (!close) return;
-  const bool whole = progress.Confirmed(animation.samples) == animation.samples;
-  if (whole) progress.Step();
+  const bool whole = steps == animation.samples + 1;
+  if (whole) ++steps;
   object->CloseFile(nullptr);
-  if (whole) progress.Step();
+  if (whole) ++steps;
 }
 
 std::optional<Contents> ReadCache(const Store& store, const std::string& path) {
@@ -117,7 +119,9 @@ bool Recover(const Store& store, const std::string& path, const std::string& fol
              : zuPointCache2IO::recover(path.c_str(), samples, nullptr, nullptr);
 }
 
-StoreTest::StoreTest() {
+StoreTest::StoreTest()
+    : steps_(*new (::mmap(nullptr, sizeof(Steps), PROT_READ | PROT_WRITE,
+                          MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Steps(0)) {
   fs::create_directory(work_);
 }
 
@@ -129,6 +133,10 @@ void StoreTest::Keep() {
 void StoreTest::Restore() {
   fs::remove_all(work_);
   fs::copy(kept_, work_, fs::copy_options::recursive);
+}
+
+StoreTest::~StoreTest() {
+  ::munmap(&steps_, sizeof steps_);
 }
 
 bool StoreTest::Verifies(const Store& store) const {

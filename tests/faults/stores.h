@@ -1,10 +1,7 @@
 #pragma once
 
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <atomic>
-#include <new>
 #include <optional>
 #include <string>
 #include <vector>
@@ -64,36 +61,14 @@ class StoreObject {
   KelManager* manager_;
 };
 
-/// How far a writer has come, for all processes to see.
-class Progress {
- public:
-  Progress() : steps_(new (Shared()) std::atomic<unsigned int>(0)) {}
-  ~Progress() { ::munmap(steps_, sizeof *steps_); }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-
-  void Reset() { *steps_ = 0; }
-  void Step() { ++*steps_; }
-  /// 1 when open, then 1 more for each sample, before closing and after it.
-  unsigned int Steps() const { return *steps_; }
-  /// The samples whose writing had returned, of those that were to be written.
-  unsigned int Confirmed(unsigned int samples) const {
-    return std::min(samples, std::max(Steps(), 1U) - 1);
-  }
-
- private:
-  static void* Shared() {
-    return ::mmap(nullptr, sizeof(std::atomic<unsigned int>), PROT_READ | PROT_WRITE,
-                  MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  }
-
-  std::atomic<unsigned int>* steps_;
-};
+/// How far a writer has come: 1 when open, then 1 more for each sample, before closing and after
+/// it.
+using Steps = std::atomic<unsigned int>;
 
 /// Writes until something fails, and closes. Allocates nothing itself. Without `close` the object
 /// is destroyed in its open state.
 void WriteCache(const Store& store, const std::string& path, const Animation& animation,
-                Progress& progress, bool close = true);
+                Steps& steps, bool close = true);
 
 /// All that the cache hands out; nothing when it is refused.
 std::optional<Contents> ReadCache(const Store& store, const std::string& path);
@@ -107,6 +82,7 @@ bool Recover(const Store& store, const std::string& path, const std::string& fol
 class StoreTest : public FileTest {
  protected:
   StoreTest();
+  ~StoreTest() override;
   std::string PathOf(const Store& store) const {
     return work_ + (store.IsNC() ? "shot.xml" : "shot.pc2");
   }
@@ -121,9 +97,13 @@ class StoreTest : public FileTest {
   /// No file of an older cache or of a writer is left beside the cache.
   void ExpectOnlyFilesOf(const Store& store);
   bool Verifies(const Store& store) const;
+  /// The samples whose writing has returned, of those that were to be written.
+  unsigned int Confirmed(unsigned int samples) const {
+    return std::min(samples, std::max(steps_.load(), 1U) - 1);
+  }
 
   const std::string work_ = folder_.File("work/");
-  Progress progress_;
+  Steps& steps_;  ///< in memory that child processes share
 
  private:
   void ExpectPutAside(const Contents& older, bool expected);

@@ -99,10 +99,8 @@ TEST_F(Convert, WhatCannotBeConvertedWritesNothing) {
   spec.samples.push_back({2, 500, MakeArray(zuCacheData::eNCFloatVectorArray, 4, 1)});
   spec.samples.push_back({2, 750, MakeArray(zuCacheData::eNCFloatVectorArray, 5, 1)});
   ASSERT_TRUE(Write(Folder(), "shot", spec));
-  EXPECT_FALSE(ToPc2("shot", 1, 250)) << "no vectors";
-  EXPECT_FALSE(ToPc2("shot", 2, 250)) << "counts that change";
-  EXPECT_FALSE(ToPc2("shot", 3, 250)) << "no samples";
-  EXPECT_FALSE(ToPc2("shot", 4, 250)) << "no such channel";
+  // No vectors, counts that change, no samples, no such channel.
+  for (const unsigned int channel : {1u, 2u, 3u, 4u}) EXPECT_FALSE(ToPc2("shot", channel, 250));
   EXPECT_FALSE(ToPc2("shot", 0, 0)) << "no frames";
   EXPECT_FALSE(ToPc2("nothing", 0, 250)) << "no such cache";
   EXPECT_EQ(test::NamesIn(folder_.path()).size(), 2u);

@@ -51,9 +51,7 @@ TEST(Description, WhatIsRefused) {
     std::string text;
   } rows[] = {
       {"nothing", ""},
-      {"no XML", "shot 1 250"},
       {"cut short", Single(kChannel).substr(0, 150)},
-      {"another root", "<cache/>"},
       {"two roots", Single("") + Single("")},
       {"a version from the future",
        R"(<nccache version="2" identity="000102030405060708090a0b0c0d0e0f" )" + kGood + "/>"},
@@ -63,14 +61,13 @@ TEST(Description, WhatIsRefused) {
       {"a doubled attribute", With(kGood + R"( data="ncx")")},
       {"an unknown attribute", With(kGood + R"( file="/etc/passwd")")},
       {"an unknown layout", With(R"(layout="both" data="ncx" ticksPerFrame="250")")},
-      {"an unknown form", With(R"(layout="single" data="mc" ticksPerFrame="250")")},
       {"no number", With(R"(layout="single" data="ncx" ticksPerFrame="2x")")},
       {"beyond 32 bits", With(R"(layout="single" data="ncx" ticksPerFrame="2147483648")")},
       {"time running back", With(R"(layout="single" data="ncx" ticksPerFrame="-1")")},
       {"an unknown element", Single("<file name='../x.ncx'/>")},
       {"stray text", Single("P")},
-      {"a channel without a name", Single(R"(<channel interpretation="" type="FloatArray"/>)")},
-      {"an empty name", Single(R"(<channel name="" interpretation="" type="FloatArray"/>)")},
+      {"a channel without a name",
+       Single(R"(<channel name="" interpretation="" type="FloatArray"/>)")},
       {"two channels of one name", Single(kChannel + kChannel)},
       {"an unknown type", Single(R"(<channel name="P" interpretation="" type="Half"/>)")},
       {"times in a single file", Single("<times>0</times>")},
@@ -84,7 +81,6 @@ TEST(Description, WhatIsRefused) {
       {"a run that stands still", PerFrame("<times>0:0:2</times>")},
       {"half a run", PerFrame("<times>0:1</times>")},
       {"a document type", "<!DOCTYPE nccache [<!ENTITY P \"x\">]>" + Single(kChannel)},
-      {"an external entity", "<!DOCTYPE nccache SYSTEM \"/etc/passwd\">" + Single(kChannel)},
   };
   Description description;
   io::Error error;
@@ -103,18 +99,17 @@ TEST(Description, WhatIsRefused) {
 
 using DescriptionFile = NcTest;
 
-// One line claims billions of files: no memory, no time.
-TEST_F(DescriptionFile, BillionsOfFiles) {
-  const std::string text = PerFrame(kChannel + "<times>-2147483648:1:4294967295</times>");
-  test::WriteBytes(folder_.File("shot.xml"), Bytes(text.begin(), text.end()));
-  Cache cache;
-  ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str())) << cache.errorString();
-  EXPECT_EQ(cache.getDataCount(0), 0xFFFFFFFFu);
-  EXPECT_FALSE(ReadArray(cache, 0, 0));
-  EXPECT_FALSE(Verifies("shot"));
-}
-
-TEST_F(DescriptionFile, MismatchWithTheDataFile) {
+TEST_F(DescriptionFile, MismatchWithTheDataFiles) {
+  // One line claims billions of files: no memory, no time.
+  const std::string claim = PerFrame(kChannel + "<times>-2147483648:1:4294967295</times>");
+  test::WriteBytes(folder_.File("shot.xml"), Bytes(claim.begin(), claim.end()));
+  {
+    Cache cache;
+    ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str())) << cache.errorString();
+    EXPECT_EQ(cache.getDataCount(0), 0xFFFFFFFFu);
+    EXPECT_FALSE(ReadArray(cache, 0, 0));
+    EXPECT_FALSE(Verifies("shot"));
+  }
   ASSERT_TRUE(Write(Folder(), "shot", Frames(2, 3)));
   const Bytes bytes = test::ReadBytes(folder_.File("shot.xml"));
   const struct {

@@ -77,21 +77,5 @@ TEST_F(Speed, WritingAllocatesNothingAndCallsOnceForAnArray) {
   }
 }
 
-TEST_F(Speed, GroupsFollowWhatTheCallerReads) {
-  const CacheSpec spec = ManyChannels(30);
-  ASSERT_TRUE(Write(Folder(), "shot", spec));
-  Cache cache;
-  ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
-  cache.setOptimizeMultiChannelRead(true);
-  Contents expected = ContentsOf(spec);
-  for (int frame = 0; frame < 30; ++frame) {
-    // Another set and order at every time, some channels twice.
-    for (const int step : {3, 1, 5, 1, 7}) {
-      const auto channel = static_cast<unsigned int>((frame * step + step) % 8);
-      EXPECT_EQ(ReadArray(cache, channel, frame * 250), expected[channel][frame * 250]);
-    }
-  }
-}
-
 }  // namespace
 }  // namespace kelsdk::nc
