@@ -162,7 +162,8 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     if (operation_ == eRead) {
       EXPECT_TRUE(ReadCache(target_, targetPath_) == older_.All());
     } else {
-      stands = ExpectNothingLost(target_, older_, newer_, Sure(fault));
+      stands = ExpectNothingLost(target_, older_, newer_, Sure(fault),
+                                 fault.kind == Fault::eAllocation && operation_ == eWrite);
     }
     if (operation_ >= eFromPC2) {
       EXPECT_TRUE(ReadCache(source_, sourcePath_) == newer_.All()) << "the source has suffered";
