@@ -72,6 +72,10 @@ struct Operation {
   unsigned long fewestPoints;
 };
 
+void PrintTo(const Operation& operation, std::ostream* out) {
+  *out << operation.name;
+}
+
 constexpr Operation kOperations[] = {{"read", eRead, 5},
                                      {"write", eWrite, 12},
                                      {"recover", eRecover, 11},

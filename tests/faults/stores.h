@@ -6,6 +6,7 @@
 #include <atomic>
 #include <filesystem>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,10 @@ struct Store {
 
   bool IsNC() const { return format == KelCache::eNCFormat; }
 };
+
+inline void PrintTo(const Store& store, std::ostream* out) {
+  *out << store.name;
+}
 
 inline constexpr Store kPC2 = {"PC2", KelCache::ePC2Format};
 inline constexpr Store kStores[] = {
