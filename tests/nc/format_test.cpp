@@ -1,5 +1,5 @@
+#include <cstdio>
 #include <fstream>
-#include <regex>
 #include <string>
 
 #include "backends/nc/checksum.h"
@@ -21,12 +21,12 @@ void PutChecksum(const Bytes& file, std::size_t from, std::size_t size, std::uin
 Bytes WorkedFile() {
   Bytes file(704);
   std::ifstream page(test::TestData("../../docs/nc-format.md"));
-  const std::regex row(R"(\| (\d+) \| `([0-9A-F ]+)` \|.*)");
-  std::smatch cells;
   for (std::string line; std::getline(page, line);) {
-    if (!std::regex_match(line, cells, row)) continue;
-    std::size_t at = std::stoul(cells[1]);
-    const std::string hex = std::regex_replace(cells[2].str(), std::regex(" "), "");
+    std::size_t at = 0;
+    char words[64];
+    if (std::sscanf(line.c_str(), "| %zu | `%63[0-9A-F ]` |", &at, words) != 2) continue;
+    std::string hex(words);
+    std::erase(hex, ' ');
     for (std::size_t i = 0; i < hex.size(); i += 2) {
       file.at(at++) = static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16));
     }
