@@ -1,26 +1,24 @@
 #include "backends/nc/description.h"
 
-#include <cstdlib>
-
 #include "tests/nc/nc_test.h"
 
 namespace kelsdk::nc {
 namespace {
 
-constexpr char kRoot[] =
+const std::string kRoot =
     R"(<nccache version="1" identity="000102030405060708090a0b0c0d0e0f" created="5" )";
+const std::string kGood = R"(layout="single" data="ncx" ticksPerFrame="250")";
+const std::string kChannel = R"(<channel name="P" interpretation="Points" type="FloatArray"/>)";
 
-std::string Single(
-    const std::string& inside,
-    const std::string& attributes = R"(layout="single" data="ncx" ticksPerFrame="250")") {
+std::string With(const std::string& attributes, const std::string& inside = "") {
   return kRoot + attributes + ">" + inside + "</nccache>";
 }
-
-std::string PerFrame(const std::string& inside) {
-  return Single(inside, R"(layout="perFrame" data="ncc" ticksPerFrame="250")");
+std::string Single(const std::string& inside) {
+  return With(kGood, inside);
 }
-
-const std::string kChannel = R"(<channel name="P" interpretation="Points" type="FloatArray"/>)";
+std::string PerFrame(const std::string& inside) {
+  return With(R"(layout="perFrame" data="ncc" ticksPerFrame="250")", inside);
+}
 
 TEST(Description, WhatIsUnderstood) {
   Description description;
@@ -48,33 +46,28 @@ TEST(Description, WhatIsUnderstood) {
 }
 
 TEST(Description, WhatIsRefused) {
-  const std::string good = R"(layout="single" data="ncx" ticksPerFrame="250")";
   const struct {
     const char* why;
     std::string text;
   } rows[] = {
       {"nothing", ""},
-      {"no XML", "shot 1 250"},
       {"cut short", Single(kChannel).substr(0, 150)},
-      {"another root", "<cache/>"},
       {"two roots", Single("") + Single("")},
       {"a version from the future",
-       R"(<nccache version="2" identity="000102030405060708090a0b0c0d0e0f" created="5" )" + good +
-           "/>"},
-      {"no identity", R"(<nccache version="1" )" + good + "/>"},
+       R"(<nccache version="2" identity="000102030405060708090a0b0c0d0e0f" )" + kGood + "/>"},
+      {"no identity", R"(<nccache version="1" )" + kGood + "/>"},
       {"an identity of 31 digits",
-       R"(<nccache version="1" identity="00102030405060708090a0b0c0d0e0f" )" + good + "/>"},
-      {"a doubled attribute", Single("", good + R"( data="ncx")")},
-      {"an unknown attribute", Single("", good + R"( file="/etc/passwd")")},
-      {"an unknown layout", Single("", R"(layout="both" data="ncx" ticksPerFrame="250")")},
-      {"an unknown form", Single("", R"(layout="single" data="mc" ticksPerFrame="250")")},
-      {"no number", Single("", R"(layout="single" data="ncx" ticksPerFrame="2x")")},
-      {"beyond 32 bits", Single("", R"(layout="single" data="ncx" ticksPerFrame="2147483648")")},
-      {"time running back", Single("", R"(layout="single" data="ncx" ticksPerFrame="-1")")},
+       R"(<nccache version="1" identity="00102030405060708090a0b0c0d0e0f" )" + kGood + "/>"},
+      {"a doubled attribute", With(kGood + R"( data="ncx")")},
+      {"an unknown attribute", With(kGood + R"( file="/etc/passwd")")},
+      {"an unknown layout", With(R"(layout="both" data="ncx" ticksPerFrame="250")")},
+      {"no number", With(R"(layout="single" data="ncx" ticksPerFrame="2x")")},
+      {"beyond 32 bits", With(R"(layout="single" data="ncx" ticksPerFrame="2147483648")")},
+      {"time running back", With(R"(layout="single" data="ncx" ticksPerFrame="-1")")},
       {"an unknown element", Single("<file name='../x.ncx'/>")},
       {"stray text", Single("P")},
-      {"a channel without a name", Single(R"(<channel interpretation="" type="FloatArray"/>)")},
-      {"an empty name", Single(R"(<channel name="" interpretation="" type="FloatArray"/>)")},
+      {"a channel without a name",
+       Single(R"(<channel name="" interpretation="" type="FloatArray"/>)")},
       {"two channels of one name", Single(kChannel + kChannel)},
       {"an unknown type", Single(R"(<channel name="P" interpretation="" type="Half"/>)")},
       {"times in a single file", Single("<times>0</times>")},
@@ -82,47 +75,43 @@ TEST(Description, WhatIsRefused) {
       {"times twice", PerFrame("<times>0</times><times>1</times>")},
       {"times going back", PerFrame("<times>250 0</times>")},
       {"times that leave the range", PerFrame("<times>0:2147483648:2</times>")},
+      {"a run past the last tick", PerFrame("<times>1:2147483648:2</times>")},
+      {"a run whose span is near 2^64", PerFrame("<times>0:4294967295:4294967295</times>")},
       {"a run of nothing", PerFrame("<times>0:1:0</times>")},
+      {"a run that stands still", PerFrame("<times>0:0:2</times>")},
       {"half a run", PerFrame("<times>0:1</times>")},
       {"a document type", "<!DOCTYPE nccache [<!ENTITY P \"x\">]>" + Single(kChannel)},
-      {"an external entity", "<!DOCTYPE nccache SYSTEM \"/etc/passwd\">" + Single(kChannel)},
   };
+  Description description;
+  io::Error error;
   for (const auto& row : rows) {
-    Description description;
-    io::Error error;
+    error.Clear();
     EXPECT_FALSE(ParseDescription(row.text.data(), row.text.size(), &description, error))
         << row.why;
     EXPECT_STRNE(error.text(), "") << row.why;
   }
-}
-
-TEST(Description, TenMegabytesOfNesting) {
-  std::string text;
-  while (text.size() < 10u << 20) text += "<a>";
-  Description description;
-  io::Error error;
+  std::string nested;
+  while (nested.size() < 10u << 20) nested += "<a>";
   const unsigned long before = test::AllocationCount();
-  EXPECT_FALSE(ParseDescription(text.data(), text.size(), &description, error));
+  EXPECT_FALSE(ParseDescription(nested.data(), nested.size(), &description, error));
   EXPECT_EQ(test::AllocationCount(), before) << "refused before a tree is built";
 }
 
 using DescriptionFile = NcTest;
 
-// One line claims billions of files: no memory, no time.
-TEST_F(DescriptionFile, BillionsOfFiles) {
-  const std::string text = PerFrame(kChannel + "<times>-2147483648:1:4294967295</times>");
-  test::WriteBytes(folder_.File("shot.xml"), Bytes(text.begin(), text.end()));
-  Cache cache;
-  ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str())) << cache.errorString();
-  EXPECT_EQ(cache.getDataCount(0), 0xFFFFFFFFu);
-  EXPECT_FALSE(ReadArray(cache, 0, 0));
-  EXPECT_FALSE(Verifies("shot"));
-}
-
-TEST_F(DescriptionFile, MismatchWithTheDataFile) {
+TEST_F(DescriptionFile, MismatchWithTheDataFiles) {
+  // One line claims billions of files: no memory, no time.
+  const std::string claim = PerFrame(kChannel + "<times>-2147483648:1:4294967295</times>");
+  test::WriteBytes(folder_.File("shot.xml"), Bytes(claim.begin(), claim.end()));
+  {
+    Cache cache;
+    ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str())) << cache.errorString();
+    EXPECT_EQ(cache.getDataCount(0), 0xFFFFFFFFu);
+    EXPECT_FALSE(ReadArray(cache, 0, 0));
+    EXPECT_FALSE(Verifies("shot"));
+  }
   ASSERT_TRUE(Write(Folder(), "shot", Frames(2, 3)));
   const Bytes bytes = test::ReadBytes(folder_.File("shot.xml"));
-  const std::string sound(bytes.begin(), bytes.end());
   const struct {
     const char* from;
     const char* to;
@@ -134,18 +123,13 @@ TEST_F(DescriptionFile, MismatchWithTheDataFile) {
               {"name=\"P\"", "name=\"Q\"", true},
               {"ticksPerFrame=\"250\"", "ticksPerFrame=\"251\"", true}};
   for (const auto& row : rows) {
-    std::string text = sound;
+    std::string text(bytes.begin(), bytes.end());
     text.replace(text.find(row.from), std::strlen(row.from), row.to);
     test::WriteBytes(folder_.File("shot.xml"), Bytes(text.begin(), text.end()));
     Cache cache;
     EXPECT_EQ(cache.initFileRead("shot", Folder().c_str()), row.opens) << row.to;
     EXPECT_FALSE(Verifies("shot")) << row.to;
   }
-  test::WriteBytes(folder_.File("shot.xml"), bytes);
-  ASSERT_EQ(std::remove(folder_.File("shot.ncx").c_str()), 0);
-  Cache cache;
-  EXPECT_FALSE(cache.initFileRead("shot", Folder().c_str()));
-  EXPECT_NE(std::string(cache.errorString()).find("shot.ncx"), std::string::npos);
 }
 
 }  // namespace

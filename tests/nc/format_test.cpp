@@ -1,3 +1,5 @@
+#include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "backends/nc/checksum.h"
@@ -9,60 +11,36 @@ namespace {
 
 using Format = NcTest;
 
-Bytes FromHex(const std::string& text) {
-  Bytes bytes;
-  for (std::size_t i = 0; i + 1 < text.size(); i += 2) {
-    bytes.push_back(static_cast<std::uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
+void PutChecksum(const Bytes& file, std::size_t from, std::size_t size, std::uint8_t* at) {
+  const std::uint64_t checksum = Checksum(file.data() + from, size);
+  std::memcpy(at, &checksum, sizeof checksum);
 }
 
-// The worked file of docs/nc-format.md: what it lists stands at its place, the rest is zero or a
-// checksum.
-const struct {
-  std::size_t at;
-  const char* bytes;
-} kWorkedFile[] = {
-    {0, "4B454C4E430D0A1A0100000000000000"},
-    {16, "83488A5142C11998EBBD512B92B38A8B"},
-    {32, "3C1E7F1D617FEA18FA000000"},
-    {56, "14CBE3C3D5B904EB"},
-    {64, "4348414E000000000000000001000000"},
-    {80, "0700000000000000C196E6B6C205FBDD"},
-    {96, "C196E6B6C205FBDD8000000000000000"},
-    {112, "06000000000000009FDD861AE9A19000"},
-    {128, "50506F696E7473"},
-    {192, "41524159000000000000000001000000"},
-    {208, "0C00000000000000627D81ACB9FB7779"},
-    {224, "627D81ACB9FB77790001000000000000"},
-    {240, "06000000000000002788CE0FF0FF733C"},
-    {256, "0000803F0000004000004040"},
-    {320, "42454E44000000000000000001000000"},
-    {376, "20F89C6B5D495AEB"},
-    {384, "5245505400000000FA00000001000000"},
-    {400, "0C00000000000000627D81ACB9FB7779"},
-    {424, "000100000000000006000000000000000ABB90449AF049D3"},
-    {448, "42454E4400000000FA00000001000000"},
-    {504, "223FBEA895A2C512"},
-    {512, "00000000010000000001000000000000"},
-    {528, "0C00000000000000627D81ACB9FB7779"},
-    {544, "FA000000010000000001000000000000"},
-    {560, "0C00000000000000627D81ACB9FB7779"},
-    {576, "0002000000000000AAE61192225C3F6F"},
-    {592, "020000000600000000000000FA000000"},
-    {608, "FA000000"},
-    {640, "00020000000000004002000000000000"},
-    {656, "01000000020000009E5CC4838F08785D"},
-    {672, "83488A5142C11998EBBD512B92B38A8B"},
-    {688, "4B454C4E43454E44E7E8D035B01D136A"},
-};
+// The worked file of docs/nc-format.md: the rows of its table, and the checksums that it leaves
+// out, those of the five records and of the channel's texts.
+Bytes WorkedFile() {
+  Bytes file(704);
+  std::ifstream page(test::TestData("../../docs/nc-format.md"));
+  for (std::string line; std::getline(page, line);) {
+    std::size_t at = 0;
+    char words[64];
+    if (std::sscanf(line.c_str(), "| %zu | `%63[0-9A-F ]` |", &at, words) != 2) continue;
+    std::string hex(words);
+    std::erase(hex, ' ');
+    for (std::size_t i = 0; i < hex.size(); i += 2) {
+      file.at(at++) = static_cast<std::uint8_t>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    }
+  }
+  PutChecksum(file, 128, 7, &file[88]);
+  PutChecksum(file, 128, 7, &file[96]);
+  for (const std::size_t record : {64u, 192u, 320u, 384u, 448u}) {
+    PutChecksum(file, record, 56, &file[record + 56]);
+  }
+  return file;
+}
 
 TEST_F(Format, TheWorkedFileReads) {
-  Bytes file(704);
-  for (const auto& row : kWorkedFile) {
-    const Bytes bytes = FromHex(row.bytes);
-    std::copy(bytes.begin(), bytes.end(), file.begin() + static_cast<std::ptrdiff_t>(row.at));
-  }
+  Bytes file = WorkedFile();
   const std::string text =
       R"(<nccache version="1" identity="83488a5142c11998ebbd512b92b38a8b" layout="single"
          data="ncx" ticksPerFrame="250"><channel name="P" interpretation="Points"
@@ -70,10 +48,12 @@ TEST_F(Format, TheWorkedFileReads) {
   test::WriteBytes(folder_.File("dot.ncx"), file);
   test::WriteBytes(folder_.File("dot.xml"), Bytes(text.begin(), text.end()));
   EXPECT_TRUE(Verifies("dot"));
-  const Bytes array = FromHex("0000803F0000004000004040");
+  const float point[] = {1, 2, 3};
+  Bytes array(sizeof point);
+  std::memcpy(array.data(), point, sizeof point);
   EXPECT_TRUE(ReadCache(Folder(), "dot") == (Contents{{{0, array}, {250, array}}}));
   // And by its records alone.
-  file.resize(file.size() - 1);
+  file.pop_back();
   test::WriteBytes(folder_.File("dot.ncx"), file);
   EXPECT_TRUE(ReadCache(Folder(), "dot") == (Contents{{{0, array}, {250, array}}}));
 }

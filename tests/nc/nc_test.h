@@ -40,6 +40,24 @@ struct CacheSpec {
   std::vector<Sample> samples;
 };
 
+/// A layout of the data files and the form of their arrays.
+struct Form {
+  Cache::cacheFileFormat format;
+  const char* tag;
+
+  std::string Name() const { return tag + std::string(format != 0 ? " per frame " : " "); }
+  CacheSpec Of(CacheSpec spec) const {
+    spec.format = format;
+    spec.tag = tag;
+    return spec;
+  }
+};
+
+inline constexpr Form kForms[] = {{Cache::eSingleFile, "ncx"},
+                                  {Cache::eSingleFile, "ncc"},
+                                  {Cache::eFilePerFrame, "ncx"},
+                                  {Cache::eFilePerFrame, "ncc"}};
+
 /// An array of something smooth, so that it compresses, and different for every seed.
 inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
   Bytes bytes(elements * ElementSize(type));
@@ -115,13 +133,20 @@ inline Contents ContentsOf(const CacheSpec& spec) {
   return contents;
 }
 
-/// All that can be read; an unreadable sample is left out.
+/// All that can be read, time by time, the channels in another order at each; an unreadable sample
+/// is left out.
 inline Contents ReadAll(Cache& cache) {
   Contents contents(cache.numChannels());
+  std::map<int, std::vector<unsigned int>> channelsAt;
   for (unsigned int channel = 0; channel < contents.size(); ++channel) {
     for (unsigned int i = 0; i < cache.getDataCount(channel); ++i) {
       int tick = 0;
-      if (!cache.getDataTime(channel, i, tick)) continue;
+      if (cache.getDataTime(channel, i, tick)) channelsAt[tick].push_back(channel);
+    }
+  }
+  for (auto& [tick, channels] : channelsAt) {
+    std::rotate(channels.begin(), channels.begin() + std::abs(tick) % 2, channels.end());
+    for (const unsigned int channel : channels) {
       if (const auto array = ReadArray(cache, channel, tick)) contents[channel][tick] = *array;
     }
   }

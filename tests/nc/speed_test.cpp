@@ -6,127 +6,75 @@ namespace {
 class Speed : public NcTest {
  protected:
   static constexpr unsigned int kChannels = 8;
+  static constexpr unsigned int kElements = 500;
 
-  static CacheSpec ManyChannels(int frames, std::size_t elements) {
+  static CacheSpec ManyChannels(int frames) {
+    static const char* const kNames[kChannels] = {"a", "b", "c", "d", "e", "f", "g", "h"};
     CacheSpec spec;
-    static const char* const kNames[] = {"a", "b", "c", "d", "e", "f", "g", "h"};
     for (const char* name : kNames) spec.channels.push_back({name, zuCacheData::eNCFloatArray});
-    for (int frame = 0; frame < frames; ++frame) {
-      for (unsigned int c = 0; c < kChannels; ++c) {
-        spec.samples.push_back(
-            {c, frame * 250,
-             MakeArray(zuCacheData::eNCFloatArray, elements, frame * 10 + static_cast<int>(c))});
-      }
+    for (int i = 0; i < frames * int{kChannels}; ++i) {
+      const auto channel = static_cast<unsigned int>(i) % kChannels;
+      spec.samples.push_back(
+          {channel, i / int{kChannels} * 250, MakeArray(zuCacheData::eNCFloatArray, kElements, i)});
     }
     return spec;
   }
 
-  // Reads some channels at each of some frames; the system calls that took.
-  static unsigned long Play(Cache& cache, unsigned int channels, int from, int to,
-                            std::size_t elements) {
-    std::vector<float> array(elements);
-    const unsigned long before = test::SystemCallCount();
-    for (int frame = from; frame < to; ++frame) {
-      for (unsigned int c = 0; c < channels; ++c) {
-        void* data = array.data();
-        auto count = static_cast<unsigned int>(elements);
-        EXPECT_TRUE(cache.getArrayDataAtTime(c, frame * 250, data, count));
-      }
-    }
-    return test::SystemCallCount() - before;
+  // What `body` costs for each of some frames.
+  template <typename Body>
+  static void ExpectCost(int from, int to, unsigned long callsEach, Body&& body) {
+    const unsigned long allocations = test::AllocationCount();
+    const unsigned long calls = test::SystemCallCount();
+    for (int frame = from; frame < to; ++frame) body(frame);
+    EXPECT_EQ(test::AllocationCount() - allocations, 0u);
+    EXPECT_EQ(test::SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
   }
+
+  float array_[kElements] = {};
 };
 
-TEST_F(Speed, SteadyReadsAndWritesAllocateNothing) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-      CacheSpec spec = ManyChannels(40, 500);
-      spec.tag = tag;
-      spec.format = format;
-      ASSERT_TRUE(Write(Folder(), "shot", spec));
-      Cache cache;
-      ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
-      cache.setOptimizeMultiChannelRead(true);
-      Play(cache, kChannels, 0, 10, 500);
-      const unsigned long before = test::AllocationCount();
-      Play(cache, kChannels, 10, 40, 500);
-      EXPECT_EQ(test::AllocationCount() - before, 1u) << "more than Play's own array, " << tag;
-
-      Cache writer;
-      spec.samples.resize(10 * kChannels);
-      ASSERT_TRUE(WriteOpen(writer, Folder(), "shot", spec));
-      std::vector<float> array(500);
-      unsigned long allocations = 0;
-      for (int frame = 10; frame < 200; ++frame) {
-        array[0] = static_cast<float>(frame);
-        const unsigned long start = test::AllocationCount();
-        writer.beginWriteAtTime(frame * 250);
-        for (unsigned int c = 0; c < kChannels; ++c) {
-          ASSERT_TRUE(writer.addArrayData(c, frame * 250, array.data(), 500));
-        }
-        writer.endWriteAtTime();
-        allocations += test::AllocationCount() - start;
-      }
-      EXPECT_EQ(allocations, 0u) << tag << format << " writing";
-      EXPECT_TRUE(writer.endFileWrite());
-    }
-  }
-}
-
-TEST_F(Speed, SystemCallsOfReading) {
-  for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-    CacheSpec spec = ManyChannels(30, 500);
-    spec.format = format;
-    ASSERT_TRUE(Write(Folder(), "shot", spec));
+TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
+  for (const Form& form : kForms) {
+    ASSERT_TRUE(Write(Folder(), "shot", form.Of(ManyChannels(30))));
     // A frame's file is opened, asked its size and its end is read.
-    const unsigned long perTime = format == Cache::eSingleFile ? 0 : 3;
+    const unsigned long perTime = form.format == Cache::eSingleFile ? 0 : 3;
     for (const bool groups : {false, true}) {
       for (const unsigned int channels : {1u, kChannels}) {
+        SCOPED_TRACE(form.Name() + std::to_string(channels) + (groups ? " in groups" : " singly"));
         Cache cache;
         ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
         cache.setOptimizeMultiChannelRead(groups);
-        Play(cache, channels, 0, 5, 500);
-        const unsigned long calls = groups ? 1 : channels;
-        EXPECT_EQ(Play(cache, channels, 5, 30, 500), 25 * (perTime + calls))
-            << groups << ", " << channels << " channels";
+        const auto play = [&](int frame) {
+          for (unsigned int c = 0; c < channels; ++c) {
+            void* data = array_;
+            unsigned int count = kElements;
+            EXPECT_TRUE(cache.getArrayDataAtTime(c, frame * 250, data, count));
+          }
+        };
+        for (int frame = 0; frame < 10; ++frame) play(frame);
+        ExpectCost(10, 30, perTime + (groups ? 1 : channels), play);
       }
     }
   }
 }
 
-TEST_F(Speed, GroupsFollowWhatTheCallerReads) {
-  const CacheSpec spec = ManyChannels(30, 500);
-  ASSERT_TRUE(Write(Folder(), "shot", spec));
-  Cache cache;
-  ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
-  cache.setOptimizeMultiChannelRead(true);
-  Contents expected = ContentsOf(spec);
-  for (int frame = 0; frame < 30; ++frame) {
-    // Another set and order at every time, some channels twice.
-    for (const int step : {3, 1, 5, 1, 7}) {
-      const auto channel = static_cast<unsigned int>((frame * step + step) % 8);
-      EXPECT_EQ(ReadArray(cache, channel, frame * 250), expected[channel][frame * 250]);
-    }
+TEST_F(Speed, WritingAllocatesNothingAndCallsOnceForAnArray) {
+  for (const Form& form : kForms) {
+    SCOPED_TRACE(form.Name());
+    Cache cache;
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", form.Of(ManyChannels(10))));
+    // One more makes the block whole; a frame's file is made, locked and finished as well.
+    const unsigned long perTime = form.format == Cache::eSingleFile ? 1 : 4;
+    ExpectCost(10, 200, kChannels + perTime, [&](int frame) {
+      array_[0] = static_cast<float>(frame);
+      cache.beginWriteAtTime(frame * 250);
+      for (unsigned int c = 0; c < kChannels; ++c) {
+        EXPECT_TRUE(cache.addArrayData(c, frame * 250, array_, kElements));
+      }
+      cache.endWriteAtTime();
+    });
+    EXPECT_TRUE(cache.endFileWrite());
   }
-}
-
-TEST_F(Speed, OneSystemCallForEachArrayWritten) {
-  CacheSpec spec = ManyChannels(5, 500);
-  Cache writer;
-  ASSERT_TRUE(WriteOpen(writer, Folder(), "shot", spec));
-  std::vector<float> array(500);
-  const unsigned long before = test::SystemCallCount();
-  for (int frame = 5; frame < 15; ++frame) {
-    writer.beginWriteAtTime(frame * 250);
-    for (unsigned int c = 0; c < kChannels; ++c) {
-      array[0] = static_cast<float>(frame);
-      ASSERT_TRUE(writer.addArrayData(c, frame * 250, array.data(), 500));
-    }
-    writer.endWriteAtTime();
-  }
-  // And one that makes the block whole.
-  EXPECT_EQ(test::SystemCallCount() - before, 10u * (kChannels + 1));
-  EXPECT_TRUE(writer.endFileWrite());
 }
 
 }  // namespace

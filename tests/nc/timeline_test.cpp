@@ -35,16 +35,12 @@ const struct {
     {"its own tick", {0, 250, 500}, 250, 250, 1},
     {"a hair below a frame came in a tick early", {0, 250, 500}, 250, 249, 1},
     {"two ticks below is still the frame before", {0, 250, 500}, 250, 248, 0},
-    {"a hair below the first", {0, 250}, 250, -1, 0},
     {"before the first", {0, 250}, 250, -2, kNone},
     {"held between samples", {0, 250, 2000}, 250, 1500, 1},
     {"the last holds for one interval", {0, 250}, 250, 499, 1},
     {"its end excluded", {0, 250}, 250, 500, kNone},
-    {"no interval: its own tick", {7}, 0, 7, 0},
     {"no interval: the tick before, cut toward zero", {7}, 0, 6, 0},
     {"no interval: nothing is held", {7}, 0, 8, kNone},
-    {"exact before a tick later", {10, 11}, 250, 10, 0},
-    {"negative times", {-500, -250}, 250, -251, 1},
     {"the ends of the range", {INT_MIN, INT_MAX}, 4294967295u, INT_MAX - 1, 1},
     {"held across the whole range", {INT_MIN, INT_MAX}, 4294967295u, 0, 0},
     {"the last tick there is", {INT_MIN, INT_MAX}, 1, INT_MAX, 1},
@@ -72,47 +68,6 @@ TEST(Timeline, RunsAgreeWithTheTimesTheyStandFor) {
     EXPECT_EQ(Times(runs).CountUpTo(tick), Times(entries).CountUpTo(tick)) << tick;
     EXPECT_EQ(NextTime(Times(runs), tick), NextTime(Times(entries), tick)) << tick;
   }
-}
-
-TEST(Timeline, OneIntervalOrNone) {
-  EXPECT_EQ(CommonInterval(EntriesAt({0, 100, 200})), 100u);
-  EXPECT_EQ(CommonInterval(RunsAt({0, 100, 200})), 100u);
-  EXPECT_EQ(CommonInterval(RunsAt({0, 100, 300})), 0u);
-  EXPECT_EQ(CommonInterval(RunsAt({4})), 0u);
-  TimeRuns joined;  // two runs that are one
-  ASSERT_TRUE(joined.Append(0, 10, 3));
-  ASSERT_TRUE(joined.Append(30, 10, 3));
-  EXPECT_EQ(CommonInterval(joined), 10u);
-  TimeRuns apart;
-  ASSERT_TRUE(apart.Append(0, 10, 3));
-  ASSERT_TRUE(apart.Append(40, 10, 3));
-  EXPECT_EQ(CommonInterval(apart), 0u);
-}
-
-TEST(Timeline, RunsThatCannotBe) {
-  TimeRuns runs;
-  EXPECT_FALSE(runs.Append(0, 10, 0)) << "empty";
-  EXPECT_FALSE(runs.Append(0, 0, 2)) << "standing still";
-  EXPECT_FALSE(runs.Append(1, 0x80000000u, 2)) << "past the last tick";
-  EXPECT_FALSE(runs.Append(INT_MIN, 0xFFFFFFFFu, 0xFFFFFFFFu)) << "a product near 2^64";
-  ASSERT_TRUE(runs.Append(INT_MIN, 1, 0xFFFFFFFFu));
-  EXPECT_FALSE(runs.Append(INT_MAX, 0, 1)) << "more than 32 bits count";
-  TimeRuns two;
-  ASSERT_TRUE(two.Append(0, 10, 3));
-  EXPECT_FALSE(two.Append(20, 0, 1)) << "back in time";
-}
-
-TEST(Timeline, ALaterSampleReplacesOneOfItsTime) {
-  std::vector<SampleEntry> entries = EntriesAt({0, 10, 20});
-  SampleEntry entry;
-  entry.tick = 10;
-  entry.count = 5;
-  InsertSample(&entries, entry);
-  entry.tick = -5;
-  InsertSample(&entries, entry);
-  ASSERT_EQ(entries.size(), 4u);
-  EXPECT_EQ(entries[0].tick, -5);
-  EXPECT_EQ(entries[2].count, 5u);
 }
 
 }  // namespace

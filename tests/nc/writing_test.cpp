@@ -1,15 +1,22 @@
-#include <sys/stat.h>
-
-#include <cstdlib>
-
 #include "tests/nc/nc_test.h"
 
 namespace kelsdk::nc {
 namespace {
 
-using Writing = NcTest;
+class Writing : public NcTest {
+ protected:
+  /// The blocks that recover saved; nothing when it had none to save.
+  std::optional<unsigned int> Recover() {
+    said_.lines.clear();
+    unsigned int blocks = 0;
+    const bool recovered = Cache::recover(Folder().c_str(), "shot", blocks, Lines::Add, &said_);
+    return recovered ? std::optional(blocks) : std::nullopt;
+  }
 
-TEST_F(Writing, ArgumentsThatMakeNoSense) {
+  Lines said_;
+};
+
+TEST_F(Writing, WhatIsRefused) {
   const struct {
     const char* why;
     const char* base;
@@ -17,11 +24,11 @@ TEST_F(Writing, ArgumentsThatMakeNoSense) {
     int ticksPerFrame;
   } rows[] = {{"no name", "", "ncx", 250},
               {"a path for a name", "a/b", "ncx", 250},
-              {"the folder itself", ".", "ncx", 250},
               {"the folder above", "..", "ncx", 250},
               {"an unknown tag", "shot", "nc", 250},
               {"no tag", "shot", nullptr, 250},
-              {"time running back", "shot", "ncx", -1}};
+              {"time running back", "shot", "ncx", -1},
+              {"no such folder", "nowhere/shot", "ncx", 250}};
   for (const auto& row : rows) {
     Cache cache;
     EXPECT_FALSE(cache.initFileWrite(Folder().c_str(), row.base, Cache::eSingleFile, row.tag,
@@ -30,24 +37,18 @@ TEST_F(Writing, ArgumentsThatMakeNoSense) {
     EXPECT_STRNE(cache.errorString(), "") << row.why;
     EXPECT_FALSE(cache.beginWriteAtTime(0)) << row.why;
   }
-  Cache cache;
-  EXPECT_FALSE(
-      cache.initFileWrite((Folder() + "nowhere/").c_str(), "shot", Cache::eSingleFile, "ncx", 250));
-  EXPECT_FALSE(cache.initFileRead("../shot", Folder().c_str()));
-  EXPECT_FALSE(cache.initFileRead(nullptr, nullptr));
   EXPECT_TRUE(test::NamesIn(folder_.path()).empty());
-}
 
-TEST_F(Writing, ChannelsThatAreRefused) {
   Cache cache;
   ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", Frames(1, 3)));
   unsigned int index = 77;
-  EXPECT_FALSE(cache.addChannel("P", "", zuCacheData::eNCFloatArray, index)) << "known";
-  EXPECT_FALSE(cache.addChannel("", "", zuCacheData::eNCFloatArray, index)) << "empty";
-  EXPECT_FALSE(cache.addChannel("Q", "", static_cast<EType>(7), index)) << "no such type";
-  EXPECT_FALSE(cache.addChannel("Q", "", static_cast<EType>(-1), index)) << "no such type";
-  EXPECT_FALSE(
-      cache.addChannel(std::string(5000, 'x').c_str(), "", zuCacheData::eNCFloatArray, index));
+  const std::string longName(5000, 'x');
+  for (const char* name : {"P", "", longName.c_str()}) {
+    EXPECT_FALSE(cache.addChannel(name, "", zuCacheData::eNCFloatArray, index)) << name;
+  }
+  for (const int type : {-1, 7}) {
+    EXPECT_FALSE(cache.addChannel("Q", "", static_cast<EType>(type), index)) << type;
+  }
   EXPECT_EQ(index, 77u);
   ASSERT_TRUE(cache.addChannel("scalar", "", zuCacheData::eNCDouble, index)) << "declared only";
   double value = 1;
@@ -56,23 +57,16 @@ TEST_F(Writing, ChannelsThatAreRefused) {
   ASSERT_TRUE(cache.endFileWrite());
   Cache again;
   ASSERT_TRUE(again.initFileRead("shot", Folder().c_str()));
-  EXPECT_EQ(again.numChannels(), 2u);
   EXPECT_FALSE(again.addChannel("R", "", zuCacheData::eNCFloatArray, index)) << "reading";
   EXPECT_FALSE(again.endFileWrite());
   int tick = 5;
-  EXPECT_FALSE(again.getChannelStartTime(1, tick)) << "no sample";
-  EXPECT_EQ(tick, 0);
-  EXPECT_TRUE(again.isChannelSamplingRegular(1));
-  EXPECT_TRUE(again.channelSamplingRate(1, tick));
-  EXPECT_EQ(tick, 250);
+  EXPECT_TRUE(!again.getChannelStartTime(1, tick) && tick == 0) << "no sample";
 }
 
 TEST_F(Writing, OddOrdersOfCalls) {
   for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-    CacheSpec spec = Frames(0, 0);
-    spec.format = format;
     Cache cache;
-    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", spec));
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", Form{format, "ncx"}.Of(Frames(0, 0))));
     const EType type = zuCacheData::eNCFloatVectorArray;
     Bytes first = MakeArray(type, 10, 1);
     Bytes second = MakeArray(type, 20, 2);
@@ -85,6 +79,7 @@ TEST_F(Writing, OddOrdersOfCalls) {
     EXPECT_FALSE(cache.addArrayData(0, 500, nullptr, 10));
     EXPECT_TRUE(cache.addArrayData(0, 500, first.data(), 10));
     EXPECT_TRUE(cache.addArrayData(0, 500, second.data(), 20)) << "replaces the first";
+    EXPECT_EQ(ReadArray(cache, 0, 500), second) << "in the open block";
     ASSERT_TRUE(cache.beginWriteAtTime(250)) << "closes the block before, and goes back";
     EXPECT_TRUE(cache.addArrayData(0, 250, third.data(), 5));
     unsigned int late = 0;
@@ -104,120 +99,41 @@ TEST_F(Writing, OddOrdersOfCalls) {
   }
 }
 
-TEST_F(Writing, TheOlderCacheStandsUntilTheEndAndItsFilesGoThen) {
-  CacheSpec older = Frames(10, 30);
-  older.format = Cache::eFilePerFrame;
-  ASSERT_TRUE(Write(Folder(), "shot", older));
-  ASSERT_TRUE(Write(Folder(), "shotFrame30", Frames(2, 3)));
+TEST_F(Writing, CachesOfAlikeNameKeepTheirFiles) {
   const CacheSpec neighbour = Frames(2, 3);
-  CacheSpec newer = Frames(3, 30, 50);
-  newer.tag = "ncc";
-  {
-    Cache cache;
-    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", newer));
-    EXPECT_EQ((*ReadCache(Folder(), "shot"))[0].size(), 10u);
-    ASSERT_TRUE(cache.endFileWrite());
-  }
-  EXPECT_EQ(
-      test::NamesIn(folder_.path()),
-      (std::vector<std::string>{"shot.ncc", "shot.xml", "shotFrame30.ncx", "shotFrame30.xml"}));
-  EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(newer));
-  EXPECT_TRUE(ReadCache(Folder(), "shotFrame30") == ContentsOf(neighbour));
-}
-
-TEST_F(Writing, TheDataOfACacheOfAlikeNameIsNotOverwritten) {
-  const CacheSpec neighbour = Frames(2, 3);
+  const CacheSpec frames = Form{Cache::eFilePerFrame, "ncx"}.Of(Frames(3, 10, 5));
   ASSERT_TRUE(Write(Folder(), "shotFrame1", neighbour));
-  CacheSpec frames = Frames(3, 10, 5);
-  frames.format = Cache::eFilePerFrame;
   EXPECT_FALSE(Write(Folder(), "shot", frames)) << "frame 1 would go over shotFrame1.ncx";
   EXPECT_TRUE(ReadCache(Folder(), "shotFrame1") == ContentsOf(neighbour));
   EXPECT_FALSE(ReadCache(Folder(), "shot"));
-  unsigned int blocks = 0;
-  EXPECT_FALSE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr));
+  EXPECT_FALSE(Recover());
   ASSERT_EQ(std::remove(folder_.File("shotFrame1.xml").c_str()), 0);
-  EXPECT_TRUE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr))
-      << "nobody claims that file any more";
-  EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(frames));
+  EXPECT_TRUE(Recover()) << "nobody claims that file any more";
   EXPECT_FALSE(Write(Folder(), "shotFrame2", neighbour)) << "and the other way round";
   EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(frames));
+
+  // Only its own files go with the older cache.
+  ASSERT_TRUE(Write(Folder(), "shotFrame30", neighbour));
+  ASSERT_TRUE(Write(Folder(), "shot", Form{Cache::eSingleFile, "ncc"}.Of(Frames(3, 10, 5))));
+  EXPECT_FALSE(test::Exists(folder_.File("shotFrame0.ncx")));
+  EXPECT_TRUE(ReadCache(Folder(), "shotFrame30") == ContentsOf(neighbour));
 }
 
-TEST_F(Writing, AFullDiskKeepsTheOlderCacheAndEveryWholeBlock) {
-  for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-    const CacheSpec older = Frames(3, 30);
-    ASSERT_TRUE(Write(Folder(), "shot", older));
-    CacheSpec newer = Frames(4, 50, 9);
-    newer.format = format;
-    {
-      Cache cache;
-      ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", newer));
-      {
-        test::FailSystemCall full(format == Cache::eSingleFile ? 1 : 4, ENOSPC, true);
-        Bytes array = MakeArray(zuCacheData::eNCFloatVectorArray, 50, 77);
-        EXPECT_TRUE(cache.beginWriteAtTime(1000));
-        EXPECT_FALSE(cache.addArrayData(0, 1000, array.data(), 50) && cache.endWriteAtTime());
-      }
-      EXPECT_NE(std::string(cache.errorString()).find("No space left"), std::string::npos);
-      EXPECT_FALSE(cache.beginWriteAtTime(1250)) << "there is room again, but a block is lost";
-      EXPECT_FALSE(cache.endFileWrite());
-    }
-    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(older));
-    EXPECT_TRUE(Verifies("shot"));
-    unsigned int blocks = 0;
-    EXPECT_TRUE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr));
-    EXPECT_EQ(blocks, 4u);
-    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(newer));
-    std::system(("rm -rf " + Folder() + "*").c_str());
+TEST_F(Writing, RecoverTakesTheNewestAndLeavesTheLiving) {
+  ASSERT_TRUE(Write(Folder(), "shot", Frames(2, 10)));
+  const CacheSpec second = Frames(3, 10, 40);
+  for (const CacheSpec& spec : {Frames(4, 10, 20), second, Frames(0, 0)}) {
+    Cache cache;
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", spec));
   }
-}
-
-// Any one system call fails: the cache is there whole, or nothing is under its name.
-TEST_F(Writing, EverySystemCallFailsInTurn) {
-  for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-    CacheSpec newer = Frames(3, 20, 40);
-    newer.format = format;
-    for (unsigned long n = 1, reached = 1; reached != 0; ++n) {
-      std::system(("rm -rf " + Folder() + "*").c_str());
-      bool written = false;
-      {
-        test::FailSystemCall failure(n);
-        Cache cache;
-        written = WriteOpen(cache, Folder(), "shot", newer) && cache.endFileWrite();
-        reached = failure.Reached() ? 1 : 0;
-      }
-      const auto found = ReadCache(Folder(), "shot");
-      if (!written && !found) continue;
-      EXPECT_TRUE(found == ContentsOf(newer)) << "call " << n;
-    }
-  }
-}
-
-TEST_F(Writing, EveryAllocationFailsInTurn) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-      CacheSpec spec = Frames(3, 40);
-      spec.format = format;
-      spec.tag = tag;
-      const Contents expected = ContentsOf(spec);
-      const std::string clear = "rm -rf " + Folder() + "*";
-      test::FailEachAllocation([&] {
-        std::system(clear.c_str());  // what failed attempts left takes memory to list
-        try {
-          if (!Write(Folder(), "shot", spec)) return;
-          const auto found = ReadCache(Folder(), "shot");
-          if (!found) return;
-          for (const auto& [tick, array] : (*found)[0]) {
-            EXPECT_TRUE(array == expected[0].at(tick));
-          }
-        } catch (const std::bad_alloc&) {
-          // The test's own.
-        }
-      });
-      EXPECT_TRUE(Write(Folder(), "shot", spec));
-      EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
-    }
-  }
+  Cache living;
+  ASSERT_TRUE(WriteOpen(living, Folder(), "shot", Frames(1, 10, 60)));
+  EXPECT_EQ(Recover(), 3u) << said_.All();
+  EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(second));
+  EXPECT_NE(said_.All().find("a living writer"), std::string::npos);
+  EXPECT_FALSE(Recover()) << "the first is older than what stands there now";
+  EXPECT_TRUE(living.endFileWrite()) << living.errorString();
+  EXPECT_EQ(test::NamesIn(folder_.path()).size(), 3u) << "a writer of nothing left something";
 }
 
 }  // namespace

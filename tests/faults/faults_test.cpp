@@ -1,0 +1,309 @@
+// Memory and system calls that fail, and processes that die, at every point of every operation on
+// every kind of cache, and writers that are killed at any moment.
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <random>
+#include <tuple>
+
+#include "tests/faults/stores.h"
+
+namespace kelsdk::test {
+namespace {
+
+constexpr Animation kOlder = {1, 4, 2};
+constexpr Animation kNewer = {2, 3, 2};
+
+struct Fault {
+  const char* name;
+  enum EKind { eAllocation, eSystemCall, eDeath } kind;
+  int error = 0;
+  bool andAllLater = false;
+};
+
+constexpr Fault kFaults[] = {{"allocation fails", Fault::eAllocation},
+                             {"EIO", Fault::eSystemCall, EIO},
+                             {"EINTR", Fault::eSystemCall, EINTR},
+                             {"ENOSPC for good", Fault::eSystemCall, ENOSPC, true},
+                             {"death", Fault::eDeath}};
+
+// A process of its own that runs `body`.
+template <typename Body>
+pid_t Start(Body&& body) {
+  const pid_t process = ::fork();
+  if (process != 0) return process;
+  body();
+  ::_exit(0);
+}
+
+// Runs `body` with the n-th allocation or system call failing or never made; false when there are
+// fewer.
+bool RunWithFault(const Fault& fault, unsigned long n, const std::function<void()>& body) {
+  if (fault.kind == Fault::eDeath) {
+    int status = 0;
+    ::waitpid(Start([&] {
+                DieAtSystemCall(n);
+                body();
+              }),
+              &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    return WEXITSTATUS(status) == kDiedStatus;
+  }
+  if (fault.kind == Fault::eAllocation) {
+    const FailAllocation failure(n);
+    body();
+    return failure.Reached();
+  }
+  const FailSystemCall failure(n, fault.error, fault.andAllLater);
+  body();
+  return failure.Reached();
+}
+
+enum EOperation { eRead, eWrite, eRecover, eFromPC2, eToPC2 };
+
+struct Operation {
+  const char* name;
+  EOperation operation;
+  unsigned long fewestPoints;
+};
+
+void PrintTo(const Operation& operation, std::ostream* out) {
+  *out << operation.name;
+}
+
+constexpr Operation kOperations[] = {{"read", eRead, 5},
+                                     {"write", eWrite, 12},
+                                     {"recover", eRecover, 11},
+                                     {"from_PC2", eFromPC2, 35},
+                                     {"to_PC2", eToPC2, 21}};
+
+class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<Store, Operation>> {
+ protected:
+  // Lays out what the operation finds. A compact cache replaces one of the other layout.
+  void SetUp() override {
+    if (operation_ == eToPC2) std::swap(source_, target_);
+    if (operation_ >= eFromPC2 || !target_.IsNC()) older_.channels = newer_.channels = 1;
+    Store replaced = target_;
+    if (replaced.binary == KelCache::eNCBinaryC) {
+      replaced.files = static_cast<KelCache::ENCFileCount>(1 - replaced.files);
+    }
+    targetPath_ = PathOf(target_);
+    sourcePath_ = PathOf(source_);
+    WriteCache(replaced, targetPath_, older_, steps_);
+    if (operation_ >= eFromPC2) WriteCache(source_, sourcePath_, newer_, steps_);
+    if (operation_ == eRecover) WriteCache(target_, targetPath_, newer_, steps_, false);
+    Keep();
+  }
+
+  void Operate() {
+    unsigned int saved = 0;
+    switch (operation_) {
+      case eRead: ReadInBothWays(); break;
+      case eWrite: WriteCache(target_, targetPath_, newer_, steps_); break;
+      case eRecover: Recover(target_, targetPath_, work_, saved); break;
+      case eFromPC2:
+      case eToPC2: Convert(); break;
+    }
+  }
+
+  // Opens, reads in both ways, closes. Whatever fails, what is delivered is right.
+  void ReadInBothWays() {
+    const StoreObject object(target_, targetPath_);
+    if (object.cache == nullptr) return;
+    double values[kValues] = {-1};
+    double expected[kValues];
+    float* fetched = nullptr;
+    unsigned int length = 0;
+    KelStatus status;
+    if (object->OpenFileForRead(&status)) {
+      KelTime time = KelTime::FromFrame(2);
+      older_.Fill(2, 0, expected);
+      if (target_.IsNC() ? object->Read(0, time, values, kPoints, &status)
+                         : object->Read(2U, values, kPoints, &status)) {
+        EXPECT_TRUE(std::equal(values, values + kValues, expected));
+      } else if (!target_.IsNC()) {
+        EXPECT_EQ(values[0], -1.0);
+        EXPECT_EQ(status.GetCode(), KelStatus::eFailure);
+      }
+      older_.Fill(1, older_.channels - 1, expected);
+      if (object->Read(&fetched, length, KelTime::FromFrame(1), older_.channels > 1 ? 1 : 0)) {
+        EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
+      } else {
+        EXPECT_TRUE(fetched == nullptr && length == 0);
+      }
+    }
+    EXPECT_TRUE(object->CloseFile(&status));
+    EXPECT_FALSE(object->IsOpen(nullptr));
+  }
+
+  void Convert() {
+    const StoreObject object(source_, sourcePath_);
+    if (object.cache == nullptr) return;
+    converted_ = source_.IsNC()
+                     ? object->ConvertFromNCToPC2(24, 0, nullptr)
+                     : object->ConvertFromPC2ToNC(store_.files, 24, store_.binary, nullptr);
+  }
+
+  // The samples that must not get lost.
+  unsigned int Sure(const Fault& fault) const {
+    if (operation_ == eRecover || converted_) return newer_.samples;
+    if (operation_ != eWrite) return 0;
+    const unsigned int confirmed = Confirmed(newer_.samples);
+    // That a block could not be ended shows with the next one only.
+    const bool isSure = !target_.IsNC() || fault.kind == Fault::eDeath || confirmed == 0;
+    return isSure ? confirmed : confirmed - 1;
+  }
+
+  // What the operation left is whole, and without a fault it succeeds.
+  void ExpectSound(const Fault& fault) {
+    const bool isOnce = fault.kind == Fault::eSystemCall && !fault.andAllLater;
+    unsigned int stands = 0;
+    if (operation_ == eRead) {
+      EXPECT_TRUE(ReadCache(target_, targetPath_) == older_.All());
+    } else {
+      stands = ExpectNothingLost(target_, older_, newer_, Sure(fault),
+                                 fault.kind == Fault::eAllocation && operation_ == eWrite);
+    }
+    if (operation_ >= eFromPC2) {
+      EXPECT_TRUE(ReadCache(source_, sourcePath_) == newer_.All()) << "the source has suffered";
+      EXPECT_TRUE(!isOnce || stands == 0 || stands == newer_.samples) << "half a conversion";
+    } else if (stands > 0 && fault.kind == Fault::eDeath) {
+      ExpectOnlyFilesOf(target_);
+    }
+    if (operation_ == eRecover) return;  // done, with the older cache put aside
+    Operate();
+    EXPECT_TRUE(ReadCache(target_, targetPath_) == (operation_ == eRead ? older_ : newer_).All());
+    EXPECT_TRUE(Verifies(target_));
+  }
+
+  const Store store_ = std::get<0>(GetParam());
+  const EOperation operation_ = std::get<1>(GetParam()).operation;
+  Store target_ = store_;
+  Store source_ = kPC2;
+  std::string targetPath_;
+  std::string sourcePath_;
+  Animation older_ = kOlder;
+  Animation newer_ = kNewer;
+  bool converted_ = false;
+};
+
+TEST_P(Faults, EveryPointInTurn) {
+  const Operation& operation = std::get<1>(GetParam());
+  for (const Fault& fault : kFaults) {
+    unsigned long visited = 0;
+    unsigned long survived = 0;
+    for (unsigned long n = 1;; ++n) {
+      SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(n));
+      Restore();
+      steps_ = 0;
+      converted_ = false;
+      const long blocks = OutstandingBlocks();
+      const int descriptors = OpenDescriptors();
+      const bool reached = RunWithFault(fault, n, [this] { Operate(); });
+      EXPECT_EQ(OutstandingBlocks(), blocks);
+      EXPECT_EQ(OpenDescriptors(), descriptors);
+      ExpectSound(fault);
+      if (!reached) break;
+      ++visited;
+      if (HasFailure()) break;
+      ++survived;
+    }
+    std::printf("%-14s %-9s %-16s %5lu points, %5lu survived\n", store_.name, operation.name,
+                fault.name, visited, survived);
+    RecordProperty(fault.name, static_cast<int>(visited));
+    EXPECT_GE(visited, operation.fewestPoints);
+  }
+}
+
+std::string NameOf(const testing::TestParamInfo<std::tuple<Store, Operation>>& param) {
+  return std::string(std::get<0>(param.param).name) + "_" + std::get<1>(param.param).name;
+}
+
+INSTANTIATE_TEST_SUITE_P(OfOneCache, Faults,
+                         testing::Combine(testing::ValuesIn(kStores),
+                                          testing::ValuesIn(kOperations, kOperations + 2)),
+                         NameOf);
+INSTANTIATE_TEST_SUITE_P(DISABLED_OfRecovery, Faults,
+                         testing::Combine(testing::ValuesIn(kStores),
+                                          testing::Values(kOperations[2])),
+                         NameOf);
+INSTANTIATE_TEST_SUITE_P(OfConversions, Faults,
+                         testing::Combine(testing::ValuesIn(kStores + 1, std::end(kStores)),
+                                          testing::ValuesIn(kOperations + 3,
+                                                            std::end(kOperations))),
+                         NameOf);
+
+// As short as can be, but lets the other process run.
+void Pause() {
+  ::usleep(10);
+}
+
+class Killed : public StoreTest, public testing::WithParamInterface<Store> {};
+
+// The moments cover all of a writer's life; a quarter of them fall into its end, when the cache is
+// put in its place, short as that is.
+TEST_P(Killed, AtRandomMoments) {
+  using Clock = std::chrono::steady_clock;
+  constexpr unsigned int kRounds = 125;
+  constexpr Animation kOld = {1, 20};
+  constexpr Animation kNew = {2, 60};
+  constexpr unsigned int kLastStep = kNew.samples + 3;
+  const Store store = GetParam();
+  const std::string path = PathOf(store);
+  const auto write = [&] { WriteCache(store, path, kNew, steps_); };
+  WriteCache(store, path, kOld, steps_);
+  Keep();
+
+  // How long an undisturbed writer takes to each step.
+  Clock::duration spans[kLastStep] = {};
+  steps_ = 0;
+  auto last = Clock::now();
+  const pid_t undisturbed = Start(write);
+  for (unsigned int step = 0; step < kLastStep; last += spans[step++]) {
+    while (steps_ <= step) Pause();
+    spans[step] = Clock::now() - last;
+  }
+  ::waitpid(undisturbed, nullptr, 0);
+
+  std::mt19937 random(7);
+  unsigned int before = 0, within = 0, closing = 0, after = 0, confirmed = 0, saved = 0, lost = 0;
+  for (unsigned int round = 0; round < kRounds; ++round) {
+    SCOPED_TRACE("round " + std::to_string(round));
+    Restore();
+    steps_ = 0;
+    const auto step = random() % 4 == 0 ? kLastStep - 1 : random() % kLastStep;
+    const pid_t process = Start(write);
+    while (steps_ < step) Pause();
+    const auto until = Clock::now() + spans[step] * static_cast<int>(random() % 100) / 100;
+    while (Clock::now() < until) Pause();
+    ::kill(process, SIGKILL);
+    ::waitpid(process, nullptr, 0);
+
+    const unsigned int steps = steps_.load();
+    (steps == 0 ? before : steps < kLastStep - 1 ? within : steps < kLastStep ? closing : after)++;
+    const unsigned int sure = Confirmed(kNew.samples);
+    const unsigned int found = ExpectNothingLost(store, kOld, kNew, sure);
+    if (found > 0) ExpectOnlyFilesOf(store);
+    confirmed += sure;
+    saved += found;
+    lost += sure - std::min(found, sure);
+  }
+  std::printf(
+      "%-14s %u kills: %u before, %u within, %u while closing, %u after writing; "
+      "%u samples confirmed, %u found, %u lost\n",
+      store.name, kRounds, before, within, closing, after, confirmed, saved, lost);
+  EXPECT_EQ(lost, 0U);
+  EXPECT_GT(within, 0U);
+  EXPECT_GT(closing + after, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(WhileWriting, Killed, testing::ValuesIn(kStores),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+}  // namespace
+}  // namespace kelsdk::test
