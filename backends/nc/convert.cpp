@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include "backends/io/guard.h"
 #include "backends/nc/reader.h"
 #include "backends/nc/writer.h"
 #include "backends/zuPointCache2IO.h"
@@ -223,11 +224,12 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
   CacheWriter writer;
   writer.LetBlocksWait();
   std::uint32_t channel = 0;
-  const bool converted =
-      writer.Begin(name, isPerFrame, tag, ticksPerFrame, error) &&
-      writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
-                        times.Interval(), &channel, error) &&
-      CopySamples(file, times, writer, channel, proceed, error) && writer.Finish(error);
+  const bool converted = io::Guarded(error, false, [&] {
+    return writer.Begin(name, isPerFrame, tag, ticksPerFrame, error) &&
+           writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
+                             times.Interval(), &channel, error) &&
+           CopySamples(file, times, writer, channel, proceed, error) && writer.Finish(error);
+  });
   if (!converted) writer.Discard();  // the source has it all
   return converted;
 }
@@ -247,7 +249,8 @@ bool ConvertToPc2(const char* pc2FileName, const CacheName& name, std::uint32_t 
                            static_cast<float>(plan.interval / frames))) {
     return error.Set(Error::eRefused, "%.200s", file.errorString());
   }
-  const bool converted = WritePc2(reader, channel, plan, file, proceed, error);
+  const bool converted = io::Guarded(
+      error, false, [&] { return WritePc2(reader, channel, plan, file, proceed, error); });
   if (!converted) file.discardWrite();
   return converted;
 }

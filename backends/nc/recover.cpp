@@ -37,6 +37,12 @@ bool ScanFile(const std::string& path, Scan* scan, Error& error) {
   return file.Open(path.c_str(), error) && ScanRecords(file, file.Size(), scan, error);
 }
 
+// A file that cannot be read for now may be whole: only what its bytes say drops or cuts it.
+bool IsAboutContent(const Error& error) {
+  return !error || error.kind() == Error::eCutShort || error.kind() == Error::eDamaged ||
+         error.kind() == Error::eUnsupported;
+}
+
 bool IsFinished(const std::string& path, const Scan& scan) {
   io::InputFile file;
   Error ignored;
@@ -100,7 +106,13 @@ bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salv
   const std::string path = remains.partial.folder + fileName;
   Scan scan;
   Error why;
-  if (!ScanFile(path, &scan, why) || scan.header.identity != remains.identity ||
+  const bool scanned = ScanFile(path, &scan, why);
+  const Error& stop = scanned ? scan.stop : why;
+  if (!IsAboutContent(stop)) {
+    error = stop;
+    return false;
+  }
+  if (!scanned || scan.header.identity != remains.identity ||
       scan.blockCount == 0) {
     report.Say("%s: holds no whole time block, dropped", fileName.c_str());
     ::unlink(path.c_str());

@@ -1,11 +1,13 @@
 #include "backends/pc2/recover.h"
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
+#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "backends/io/output_file.h"
@@ -18,7 +20,7 @@ namespace {
 
 struct Partial {
   std::string path;
-  std::filesystem::file_time_type written;
+  struct timespec written;
 };
 
 bool IsPartialOf(const std::string& name, const std::string& targetName) {
@@ -32,15 +34,18 @@ std::vector<Partial> FindPartials(const std::string& target) {
   const std::string folder = io::FolderOf(target);
   const std::string targetName = target.substr(target.rfind('/') + 1);
   std::vector<Partial> partials;
-  std::error_code failed;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, failed)) {
-    const std::string name = entry.path().filename().string();
-    if (IsPartialOf(name, targetName)) {
-      partials.push_back({folder + name, entry.last_write_time(failed)});
-    }
+  // The standard library's iterator ends the process when it has no memory.
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
+  while (const dirent* entry = entries != nullptr ? ::readdir(entries.get()) : nullptr) {
+    const std::string name = entry->d_name;
+    struct stat status = {};
+    if (!IsPartialOf(name, targetName) || ::stat((folder + name).c_str(), &status) != 0) continue;
+    partials.push_back({folder + name, status.st_mtim});
   }
-  std::sort(partials.begin(), partials.end(),
-            [](const Partial& a, const Partial& b) { return a.written > b.written; });
+  std::sort(partials.begin(), partials.end(), [](const Partial& a, const Partial& b) {
+    return std::tie(a.written.tv_sec, a.written.tv_nsec) >
+           std::tie(b.written.tv_sec, b.written.tv_nsec);
+  });
   return partials;
 }
 
