@@ -112,8 +112,7 @@ bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salv
     error = stop;
     return false;
   }
-  if (!scanned || scan.header.identity != remains.identity ||
-      scan.blockCount == 0) {
+  if (!scanned || scan.header.identity != remains.identity || scan.blockCount == 0) {
     report.Say("%s: holds no whole time block, dropped", fileName.c_str());
     ::unlink(path.c_str());
     return true;
