@@ -79,8 +79,8 @@ void PrintTo(const Operation& operation, std::ostream* out) {
 constexpr Operation kOperations[] = {{"read", eRead, 5},
                                      {"write", eWrite, 12},
                                      {"recover", eRecover, 11},
-                                     {"from_PC2", eFromPC2, 35},
-                                     {"to_PC2", eToPC2, 21}};
+                                     {"from_PC2", eFromPC2, 25},
+                                     {"to_PC2", eToPC2, 15}};
 
 class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<Store, Operation>> {
  protected:
