@@ -250,7 +250,7 @@ class NC(CommandTest):
                              "--force", *more, points=300)
             types = [channel["type"] for channel in
                      json.loads(self.run_done("info", path, "--json"))["channels"]]
-            lines = subprocess.run([sys.executable, DATA.parent / "nc" / "read_nc.py", self.folder,
+            lines = subprocess.run([sys.executable, DATA.parent.parent / "examples" / "read_nc.py", self.folder,
                                     "other"], capture_output=True, text=True, check=True).stdout
             samples = {}
             for channel, tick, _, array in (line.split() for line in lines.splitlines()):
