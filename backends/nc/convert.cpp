@@ -19,7 +19,7 @@ constexpr std::size_t kCoordinates = 3;
 constexpr std::uint32_t kPc2PointSize = 12;
 
 // Small samples are read and written many at a time.
-constexpr std::size_t kBatchBytes = 256 * 1024;
+constexpr std::size_t kBatchBytes = std::size_t{256} * 1024;
 
 std::uint32_t BatchOf(std::uint32_t pointCount, std::uint32_t sampleCount) {
   const std::size_t sampleBytes = std::size_t{kPc2PointSize} * std::max(pointCount, 1u);

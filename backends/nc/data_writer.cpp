@@ -12,8 +12,8 @@ constexpr unsigned int kDataFileMode = 0666;  // before the process's mask
 constexpr std::uint8_t kZeros[kAlignment] = {};
 
 // Copying an array of up to so many bytes is cheaper than a system call.
-constexpr std::uint64_t kSmallArray = 16 * 1024;
-constexpr std::size_t kMostPending = 256 * 1024;
+constexpr std::uint64_t kSmallArray = std::uint64_t{16} * 1024;
+constexpr std::size_t kMostPending = std::size_t{256} * 1024;
 
 struct iovec RunOf(const void* bytes, std::size_t size) {
   // Written from only: the system's structure serves reads as well and knows no const.
