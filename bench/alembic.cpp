@@ -92,10 +92,9 @@ void MeasureAlembic(Table& table, Case& in) {
     }
     if (!table.Wants(fetch)) continue;
     Require((*cache)->OpenFileForRead(nullptr), "open");
-    table.Row(
-        fetch, workload, workload.poses(), workload.valueCount() * SizeOf(stored), 0,
-        Together(Fetching(workload, cache), BareReading(workload, path, stored, std::move(offsets)),
-                 peers.Readers(EValue::eFloat)));
+    table.Row(fetch, workload, workload.poses(), workload.valueCount() * SizeOf(stored), 0,
+              Together(Fetching(workload, cache), BareReading(workload, path, stored, offsets),
+                       peers.Readers(EValue::eFloat)));
     std::remove(path.c_str());
   }
 }

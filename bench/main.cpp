@@ -7,14 +7,10 @@
 // samples is measured as well.
 #include "bench/paths.h"
 
-int main(int argumentCount, char** arguments) {
-  using namespace kelbench;
-  std::vector<std::string> words;
-  std::vector<std::string> files;
-  for (int i = 1; i < argumentCount; ++i) {
-    const std::string argument = arguments[i];
-    (argument.ends_with(".pc2") ? files : words).push_back(argument);
-  }
+namespace kelbench {
+namespace {
+
+void Run(const std::vector<std::string>& words, const std::vector<std::string>& files) {
   Table table(words);
   for (const unsigned int points : {100U, 10'000U, 1'000'000U}) {
     for (const unsigned int frames : {10U, 1'000U, 100'000U}) {
@@ -31,4 +27,17 @@ int main(int argumentCount, char** arguments) {
     Case in(Workload::FromPC2(file));
     MeasureCompact(table, in);
   }
+}
+
+}  // namespace
+}  // namespace kelbench
+
+int main(int argumentCount, char** arguments) {
+  std::vector<std::string> words;
+  std::vector<std::string> files;
+  for (int i = 1; i < argumentCount; ++i) {
+    const std::string argument = arguments[i];
+    (argument.ends_with(".pc2") ? files : words).push_back(argument);
+  }
+  kelbench::Run(words, files);
 }

@@ -33,6 +33,7 @@ double Median(std::vector<double> values) {
 std::vector<Timing> Measure(const std::vector<Contender>& contenders) {
   const std::size_t count = contenders.size();
   std::vector<double> warmUp;  // of files and memory; all that is measured of one much slower
+  warmUp.reserve(count);
   for (const Contender& contender : contenders) warmUp.push_back(TimeOnce(contender));
   std::vector<Timing> timings(count, Timing{1e300, 1});
   std::vector<std::vector<double>> ratios(count);

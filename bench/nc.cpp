@@ -109,7 +109,7 @@ void MeasureReads(Table& table, Case& in, const std::string& tag, EValue stored)
               compact ? storedBytes / double(unitBytes) / workload.poses() : 0,
               Together(Fetching(workload, cache),
                        compact ? BareReadingStored(workload, path, places)
-                               : BareReading(workload, path, stored, std::move(offsets)),
+                               : BareReading(workload, path, stored, offsets),
                        (isFloat ? in.Floats() : in.Doubles()).Readers(EValue::eFloat)));
   }
   std::filesystem::remove_all(folder);

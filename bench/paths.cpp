@@ -26,7 +26,7 @@ void BareFile::Write(const void* bytes, std::size_t count, std::uint64_t offset)
   Require(::pwrite(descriptor_, bytes, count, off_t(offset)) == ssize_t(count), "pwrite");
 }
 
-Contender Fetching(const Workload& workload, std::shared_ptr<Object> cache) {
+Contender Fetching(const Workload& workload, const std::shared_ptr<Object>& cache) {
   return {"fetch", VisitPoses(workload, [&workload, cache](unsigned int frame, unsigned int pose) {
             float* values = nullptr;
             unsigned int length = 0;
@@ -39,7 +39,7 @@ Contender Fetching(const Workload& workload, std::shared_ptr<Object> cache) {
 }
 
 Contender BareReading(const Workload& workload, const std::string& path, EValue stored,
-                      std::vector<std::uint64_t> offsets) {
+                      const std::vector<std::uint64_t>& offsets) {
   const auto file = std::make_shared<BareFile>(path, O_RDONLY);
   // From malloc, as the object's buffers are: where a buffer lies makes a few percent.
   const auto raw = std::make_shared<std::vector<double>>(workload.valueCount());
@@ -55,7 +55,7 @@ Contender BareReading(const Workload& workload, const std::string& path, EValue 
           })};
 }
 
-Contender Opening(std::shared_ptr<Object> cache) {
+Contender Opening(const std::shared_ptr<Object>& cache) {
   return {"open", [cache] {
             for (unsigned int i = 0; i < kOpenings; ++i) {
               Require((*cache)->OpenFileForRead(nullptr), "open");

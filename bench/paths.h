@@ -64,14 +64,14 @@ class BareFile {
 };
 
 /// The unified fetch of every pose, each compared with what was written in its last value.
-Contender Fetching(const Workload& workload, std::shared_ptr<Object> cache);
+Contender Fetching(const Workload& workload, const std::shared_ptr<Object>& cache);
 /// The same bytes by bare reads, at an offset for each pose; doubles are converted to floats.
 Contender BareReading(const Workload& workload, const std::string& path, EValue stored,
-                      std::vector<std::uint64_t> offsets);
+                      const std::vector<std::uint64_t>& offsets);
 /// Opening and closing: an object's file, against opening a file, asking its size, reading its
 /// first 64 bytes and closing it.
 constexpr unsigned int kOpenings = 100;
-Contender Opening(std::shared_ptr<Object> cache);
+Contender Opening(const std::shared_ptr<Object>& cache);
 Contender BareOpening(const std::string& path);
 /// `ours`, `baseline`, then the peers.
 std::vector<Contender> Together(Contender ours, Contender baseline, std::vector<Contender> peers);

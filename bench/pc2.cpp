@@ -30,7 +30,7 @@ void MakeSparse(const Workload& workload, const std::string& path) {
   })();
 }
 
-Contender ReadingDoubles(const Workload& workload, std::shared_ptr<Object> cache) {
+Contender ReadingDoubles(const Workload& workload, const std::shared_ptr<Object>& cache) {
   const auto doubles = std::make_shared<std::vector<double>>(workload.valueCount());
   return {"doubles", VisitPoses(workload, [=, &workload](unsigned int frame, auto) {
             Require((*cache)->Read(frame, doubles->data(), workload.points(), nullptr), "read");
@@ -116,10 +116,10 @@ void MeasurePC2(Table& table, Case& in) {
       offsets.push_back(kHeaderSize +
                         std::uint64_t{workload.FirstFrame(pose)} * workload.frameBytes());
     }
-    table.Row("pc2 fetch", workload, workload.poses(), workload.frameBytes(), 0,
-              Together(Fetching(workload, cache),
-                       BareReading(workload, path, EValue::eFloat, std::move(offsets)),
-                       in.Floats().Readers(EValue::eFloat)));
+    table.Row(
+        "pc2 fetch", workload, workload.poses(), workload.frameBytes(), 0,
+        Together(Fetching(workload, cache), BareReading(workload, path, EValue::eFloat, offsets),
+                 in.Floats().Readers(EValue::eFloat)));
   }
   if (table.Wants("pc2 doubles")) {
     table.Row("pc2 doubles", workload, workload.poses(), workload.frameBytes(), 0,

@@ -34,12 +34,15 @@ void Table::Row(const std::string& path, const Workload& workload, unsigned int 
   number(unitBytes != 0, 10, 2, double(unitBytes) / ours / 1e9);
   number(true, 12, 2, baseline * 1e6);
   number(true, 5, 2, timings[1].ratio);
-  for (const auto& [peer, width] :
-       {std::pair("fread", 5), std::pair("HDF5", 4), std::pair("HDF5 deflate", 12)}) {
+  const struct {
+    const char* name;
+    int width;
+  } peers[] = {{"fread", 5}, {"HDF5", 4}, {"HDF5 deflate", 12}};
+  for (const auto& peer : peers) {
     const auto at = std::find_if(contenders.begin(), contenders.end(),
-                                 [&](const Contender& one) { return one.name == peer; });
+                                 [&](const Contender& one) { return one.name == peer.name; });
     const bool known = at != contenders.end();
-    number(known, width, 1, known ? timings[std::size_t(at - contenders.begin())].ratio : 0);
+    number(known, peer.width, 1, known ? timings[std::size_t(at - contenders.begin())].ratio : 0);
   }
   number(storedShare != 0, 4, 2, storedShare);
   std::puts("");

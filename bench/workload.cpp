@@ -32,7 +32,8 @@ Workload Workload::Cloth(unsigned int points, unsigned int frames) {
     const float phase = 0.1f * static_cast<float>(pose);
     for (unsigned int i = 0; i < points; ++i) {
       const float u = static_cast<float>(i % side) / static_cast<float>(side);
-      const float v = static_cast<float>(i / side) / static_cast<float>(side);
+      const unsigned int row = i / side;
+      const float v = static_cast<float>(row) / static_cast<float>(side);
       const float noise = static_cast<float>(random() % 1000) * 2e-6f;
       const float lift = std::sin(9 * u + phase) * std::cos(7 * v) + noise;
       made.poses_.insert(made.poses_.end(), {u * 2, lift * 0.2f, v * 2});
