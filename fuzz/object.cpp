@@ -2,6 +2,7 @@
 // files are open, caches are written, read, fetched and converted. After each call the object must
 // keep its word: a failed fetch hands out nothing, a closed format is not open.
 #include <filesystem>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -110,23 +111,16 @@ class Player {
     unsigned int length = 1;
     const unsigned int channel = script_.Below(4);
     const KelTime time = script_.Time();
-    if (!cache_->Read(&values, length, time, channel)) {
-      Require(values == nullptr && length == 0);
-      return;
-    }
-    Require(values != nullptr && length != 0 && cache_->IsOpen(nullptr));
-    float sum = 0;  // the address sanitizer sees a length that is too long
-    for (unsigned int i = 0; i < length; ++i) sum += values[i];
-    doubles_[0] = double(sum);
+    const bool read = cache_->Read(&values, length, time, channel);
+    Require((values != nullptr) == read && (length != 0) == read);
+    Require(!read || cache_->IsOpen(nullptr));
+    // The address sanitizer sees a length that is too long.
+    doubles_[0] = std::accumulate(values, values + length, 0.0);
   }
 
   void BeginOrEnd() {
     KelTime time = script_.Time();
-    if (script_.Below(2) != 0) {
-      cache_->BeginWriteAt(time, &status_);
-    } else {
-      cache_->EndWriteAt(&status_);
-    }
+    script_.Below(2) != 0 ? cache_->BeginWriteAt(time, &status_) : cache_->EndWriteAt(&status_);
   }
 
   template <typename Call>

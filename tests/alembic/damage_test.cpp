@@ -76,32 +76,24 @@ const struct {
     {"never finished", 5, 1, 0, {}, "not finished"},
     {"version of the future", 7, 1, 2, {}, "version 2"},
     {"no root", 8, 8, 0, {}, "root group has 0 slots"},
-    {"root is a block", 8, 8, 0x80000000000002c1, {}, "is a block"},
     {"root at the last byte", 8, 8, 0x2f8, {}, "cut short: the root group lies at 760 of 761"},
     {"layout version 1", 0x18, 4, 1, {}, "layout version 1"},
     {"library too old", 0x24, 4, 9998, {}, "9998"},
     {"root count wraps", 0x2c1, 8, 0x2000000000000001, {}, "slots, the file holds"},
     {"times claim 2^32 - 1", 0x280, 4, 0xffffffff, {}, "4294967295 times"},
-    {"metadata entry too long", 0x2ac, 1, 0x15, {}, "metadata table"},
     {"child lists its parent", 0x216, 8, 0x206, 0, "listed twice"},
-    {"child outside the file", 0x216, 8, 0x2f9, 0, "lies at"},
     {"child name too long", 0x1de, 4, 0xfffffff0, 0, "1 slots for children"},
     {"child name with a slash", 0x1e2, 1, '/', 0, "holds '/'"},
     {"child metadata unknown", 0x1e5, 1, 9, 2, "metadata that the archive does not have"},
-    {"property headers one byte short", 0x172, 8, 27, 2, "more than 2 whole headers"},
     {"width code 3", 0x17a, 4, 0x001033ae, 0, "more than 0 whole headers"},
     {"plain type 14", 0x17a, 4, 0x001033e2, 1, "plain type 14"},
-    {"sampling 9", 0x181, 1, 9, 1, "time sampling 9"},
     {"first above last", 0x17f, 1, 4, 1, "from sample 4 to 3"},
     {"more samples than slots", 0x17f, 1, 1, 2, "8 slots for samples are needed, 6"},
-    {"samples missing", 0x19e, 8, 0, 1, "no list of them"},
     {"sample is a group", 0x11a, 8, 0x28, 2, "sample 0 of 3: a sample is a group"},
     {"sample beyond the file", 0x28, 8, 0x2ca, 2, "claims 714 bytes"},
     {"sample size wraps", 0x28, 8, 0xfffffffffffffff8, 2, "are left"},
-    {"sample shorter than its key", 0x28, 8, 15, 2, "no room for its key"},
     {"sample of a piece of an element", 0x28, 8, 0x1b, 2, "elements are of 12"},
     {"dimensions of all memory", 0xe2, 8, 0x4000000000000000, 2, "more strings claimed"},
-    {"string without its end", 0xd9, 1, 'x', 2, "no end"},
     {"period is zero", 0x290, 8, 0, 0, "time sampling 1"},
     {"acyclic with one time", 0x290, 8, 0x7f9fffffffffffff, 2, "4 samples, times for 1"},
 };
@@ -181,8 +173,7 @@ void UseWithFailures(const std::string& path) {
   EXPECT_TRUE(!archive.GetChannelIdFromName("/dot/P", channel) || channel == 0);
   EXPECT_TRUE(!archive.GetChannelInfo(0, info) || info.type == "float32[3]");
   // What failed works when asked again.
-  const unsigned int length = archive.GetChannelBufferLength(0);
-  EXPECT_EQ(length != 0 ? length : archive.GetChannelBufferLength(0), 2u);
+  EXPECT_TRUE(archive.GetChannelBufferLength(0) == 2 || archive.GetChannelBufferLength(0) == 2);
   float values[6] = {};
   const KelTime end = KelTime::FromSeconds(9);
   EXPECT_TRUE(archive.GetChannelBuffer(0, values, 2, end) ||
@@ -193,9 +184,9 @@ void UseWithFailures(const std::string& path) {
 }
 
 TEST_F(AlembicDamage, FailuresInTurnAreErrors) {
-  const std::string path = TestData("abc/tiny.abc");
-  EXPECT_GT(FailEachAllocation([&] { UseWithFailures(path); }), 50u);
-  EXPECT_GT(FailEachSystemCall([&] { UseWithFailures(path); }), 4u);
+  const auto use = [path = TestData("abc/tiny.abc")] { UseWithFailures(path); };
+  EXPECT_GT(FailEachAllocation(use), 50u);
+  EXPECT_GT(FailEachSystemCall(use), 4u);
 }
 
 TEST_F(AlembicDamage, AFileCutShortWhileOpenIsAnError) {

@@ -119,25 +119,21 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     double expected[kValues];
     float* fetched = nullptr;
     unsigned int length = 0;
-    KelStatus status;
-    if (object->OpenFileForRead(&status)) {
-      KelTime time = KelTime::FromFrame(2);
-      older_.Fill(2, 0, expected);
-      if (target_.IsNC() ? object->Read(0, time, values, kPoints, &status)
-                         : object->Read(2U, values, kPoints, &status)) {
-        EXPECT_TRUE(std::equal(values, values + kValues, expected));
-      } else if (!target_.IsNC()) {
-        EXPECT_EQ(values[0], -1.0);
-        EXPECT_EQ(status.GetCode(), KelStatus::eFailure);
-      }
-      older_.Fill(1, older_.channels - 1, expected);
-      if (object->Read(&fetched, length, KelTime::FromFrame(1), older_.channels > 1 ? 1 : 0)) {
-        EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
-      } else {
-        EXPECT_TRUE(fetched == nullptr && length == 0);
-      }
+    KelTime time = KelTime::FromFrame(2);
+    object->OpenFileForRead(nullptr);
+    older_.Fill(2, 0, expected);
+    if (target_.IsNC() ? object->Read(0, time, values, kPoints, nullptr)
+                       : object->Read(2U, values, kPoints, nullptr)) {
+      EXPECT_TRUE(std::equal(values, values + kValues, expected));
+    } else {
+      EXPECT_TRUE(target_.IsNC() || values[0] == -1) << "a sample in part";
     }
-    EXPECT_TRUE(object->CloseFile(&status));
+    if (object->Read(&fetched, length, time, 0)) {
+      EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
+    } else {
+      EXPECT_TRUE(fetched == nullptr && length == 0);
+    }
+    EXPECT_TRUE(object->CloseFile(nullptr));
     EXPECT_FALSE(object->IsOpen(nullptr));
   }
 
