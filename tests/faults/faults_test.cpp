@@ -128,7 +128,8 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     } else {
       EXPECT_TRUE(target_.IsNC() || values[0] == -1) << "a sample in part";
     }
-    if (object->Read(&fetched, length, time, 0)) {
+    older_.Fill(1, older_.channels - 1, expected);
+    if (object->Read(&fetched, length, KelTime::FromFrame(1), older_.channels - 1)) {
       EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
     } else {
       EXPECT_TRUE(fetched == nullptr && length == 0);

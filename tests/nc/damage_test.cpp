@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <random>
 
 #include "tests/nc/nc_test.h"
@@ -7,71 +8,64 @@ namespace {
 
 class Damage : public NcTest {
  protected:
-  void WriteSmall(const char* tag) {
-    spec_ = Form{Cache::eSingleFile, tag}.Of({});
-    spec_.channels = {{"P", zuCacheData::eNCFloatVectorArray}, {"w", zuCacheData::eNCDoubleArray}};
-    for (int frame = 0; frame < 4; ++frame) {
-      spec_.samples.push_back({0, frame * 250, MakeArray(spec_.channels[0].type, 40, frame)});
-      spec_.samples.push_back({1, frame * 250, MakeArray(spec_.channels[1].type, 7, frame / 2)});
+  // Gives the bytes of the file whose tag it is.
+  Bytes WriteSmall(const std::string& tag) {
+    spec_ = Form{Cache::eSingleFile, tag == "ncc" ? "ncc" : "ncx"}.Of(Frames(4, 40));
+    spec_.channels.push_back({"w", zuCacheData::eNCDoubleArray});
+    for (int i = 0; i < 4; ++i) {
+      spec_.samples.push_back({1, i * 250, MakeArray(spec_.channels[1].type, 7, i / 2)});
     }
-    ASSERT_TRUE(Write(Folder(), "shot", spec_));
-    dataFile_ = folder_.File(std::string("shot.") + tag);
-    whole_ = test::ReadBytes(dataFile_);
+    path_ = folder_.File("shot." + tag);
+    EXPECT_TRUE(Write(Folder(), "shot", spec_));
+    return test::ReadBytes(path_);
   }
 
-  // Reads all that can be read; what is handed out must be what was written at that time.
-  void ExpectNoWrongValue(const std::string& what) const {
-    const auto found = ReadCache(Folder(), "shot");
-    if (!found) return;
-    const Contents expected = ContentsOf(spec_);
-    for (std::size_t channel = 0; channel < found->size() && channel < expected.size(); ++channel) {
-      for (const auto& [tick, array] : (*found)[channel]) {
-        const auto written = expected[channel].find(tick);
-        ASSERT_TRUE(written != expected[channel].end() && written->second == array)
-            << what << ": a wrong value at tick " << tick;
-      }
+  // Gives how many samples of the first channel can be read. Whatever can must be what was written.
+  std::size_t ReadableSamples() const {
+    const Contents found = ReadCache(Folder(), "shot").value_or(Contents());
+    const Contents written = ContentsOf(spec_);
+    for (std::size_t i = 0; i < std::min(found.size(), written.size()); ++i) {
+      EXPECT_TRUE(
+          std::includes(written[i].begin(), written[i].end(), found[i].begin(), found[i].end()))
+          << "a wrong value in channel " << i;
     }
+    return found.empty() ? 0 : found[0].size();
   }
 
   CacheSpec spec_;
-  std::string dataFile_;
-  Bytes whole_;
+  std::string path_;
 };
 
 TEST_F(Damage, EveryPrefixGivesItsWholeBlocks) {
   for (const char* tag : {"ncx", "ncc"}) {
-    WriteSmall(tag);
-    std::size_t blocks = 0;
-    for (std::size_t size = 0; size < whole_.size(); ++size) {
-      test::WriteBytes(dataFile_, Bytes(whole_.data(), whole_.data() + size));
-      ExpectNoWrongValue("cut at " + std::to_string(size));
-      EXPECT_FALSE(Verifies("shot")) << size;
-      const auto found = ReadCache(Folder(), "shot");
-      EXPECT_TRUE(found ? (*found)[0].size() >= blocks : blocks == 0) << "fewer than when shorter";
-      if (found) blocks = (*found)[0].size();
+    const Bytes whole = WriteSmall(tag);
+    std::size_t before = 0;
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+      SCOPED_TRACE("cut at " + std::to_string(size));
+      test::WriteBytes(path_, Bytes(whole.data(), whole.data() + size));
+      const std::size_t readable = ReadableSamples();
+      EXPECT_FALSE(Verifies("shot"));
+      EXPECT_GE(readable, before) << "fewer than when it was shorter";
+      before = readable;
     }
-    EXPECT_EQ(blocks, 4u);
+    EXPECT_EQ(before, 4u);
   }
 }
 
 TEST_F(Damage, EveryFlippedBitIsFound) {
   std::mt19937 random(11);
-  for (const char* tag : {"ncx", "ncc", "xml"}) {
-    const bool isData = *tag == 'n';
-    WriteSmall(isData ? tag : "ncx");
-    const std::string path = folder_.File(std::string("shot.") + tag);
-    Bytes bytes = test::ReadBytes(path);
+  for (const std::string tag : {"ncx", "ncc", "xml"}) {
+    Bytes bytes = WriteSmall(tag);
     for (int i = 0; i < 1000; ++i) {
       const std::size_t bit = random() % (8 * bytes.size());
+      SCOPED_TRACE(tag + " bit " + std::to_string(bit));
       const auto mask = static_cast<std::uint8_t>(1u << bit % 8);
       bytes[bit / 8] ^= mask;
-      test::WriteBytes(path, bytes);
-      EXPECT_FALSE(isData && Verifies("shot")) << tag << " bit " << bit;
-      ExpectNoWrongValue("bit " + std::to_string(bit));
+      test::WriteBytes(path_, bytes);
+      EXPECT_FALSE(tag != "xml" && Verifies("shot"));
+      ReadableSamples();
       bytes[bit / 8] ^= mask;
     }
-    test::WriteBytes(path, bytes);
-    EXPECT_TRUE(Verifies("shot"));
   }
 }
 
