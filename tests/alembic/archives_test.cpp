@@ -44,16 +44,17 @@ class Comparison {
     const auto collect = [](void* context, const char* line) {
       static_cast<std::vector<std::string>*>(context)->emplace_back(line);
     };
-    EXPECT_TRUE(archive.Verify(collect, &tree)) << tree[0];
+    EXPECT_TRUE(archive.Verify(nullptr, nullptr));
     EXPECT_TRUE(archive.ListTree(collect, &tree));
-    auto line = tree.begin();
+    std::size_t line = 0;
     for (const json& object : expected["objects"]) {
       const std::string path = object["path"];
-      ExpectLine(path, object, object["meta"].contains("isInstance") ? "  instance" : "", *line++);
+      ExpectLine(path, object, object["meta"].contains("isInstance") ? "  instance" : "",
+                 tree.at(line++));
       for (const json& property : object["props"]) {
         const std::string full =
             (path == "/" ? "" : path) + "/" + property["path"].get<std::string>();
-        ExpectLine(full, property, Summary(property), *line++);
+        ExpectLine(full, property, Summary(property), tree.at(line++));
         const bool isNumber =
             property.contains("pod") && property["pod"].get<std::string>().ends_with("_t");
         if (isNumber && property["numSamples"] != 0) {
@@ -62,7 +63,7 @@ class Comparison {
         }
       }
     }
-    EXPECT_EQ(line, tree.end());
+    EXPECT_EQ(line, tree.size());
     positions_.insert(positions_.end(), others_.begin(), others_.end());
     std::vector<unsigned int> all(static_cast<unsigned int>(archive.GetNumChannels()));
     std::iota(all.begin(), all.end(), 0u);
