@@ -69,7 +69,7 @@ std::vector<std::uint64_t> WriteOneMesh(const Workload& workload, const std::str
     samples.push_back(slots[workload.PoseOf(frame)]);
   }
   const auto mesh = WriteMesh(out, stored, samples);
-  out.Finish(out.Object(0, {{.name = "mesh", .slot = mesh}}), {{.period = 1 / 24.0}});
+  out.Finish(out.Object(0, {{.name = "mesh", .slot = mesh}}), 1 / 24.0);
   return offsets;
 }
 
@@ -115,7 +115,7 @@ void MeasureMeshes(Table& table, unsigned int points) {
       meshes.push_back({"mesh" + std::to_string(i), OgawaWriter::MeshMetadata(),
                         WriteMesh(out, EValue::eFloat, {sample})});
     }
-    out.Finish(out.Object(0, meshes), {{.period = 1 / 24.0}});
+    out.Finish(out.Object(0, meshes), 1 / 24.0);
   }
   const Object cache(KelCache::eAlembicFormat, path);
   Contender ours = {"open", [&] {

@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "backends/io/byte_reader.h"
+#include "backends/io/checked.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/description.h"
 #include "backends/nc/records.h"
@@ -21,31 +23,30 @@ namespace {
 using namespace kelsdk::nc;
 using kelsdk::zuCacheData;
 using kelsdk::zuCacheFileInterface;
+using kelsdk::fuzz::Require;
+using kelsdk::io::RangeFits;
 using Bytes = std::vector<std::uint8_t>;
 
-void WriteFile(const std::string& path, const void* bytes, std::size_t size) {
+template <typename Content>
+void WriteFile(const std::string& path, const Content& content) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
+  out.write(reinterpret_cast<const char*>(content.data()),
+            static_cast<std::streamsize>(content.size()));
 }
 
 void SetChecksum(std::uint8_t* bytes, std::size_t size) {
-  const std::uint64_t checksum = Checksum(bytes, size - 8);
-  std::memcpy(bytes + size - 8, &checksum, sizeof checksum);
-}
-
-bool Holds(const Bytes& file, std::uint64_t offset, std::uint64_t size) {
-  return offset <= file.size() && size <= file.size() - offset;
+  kelsdk::io::StoreLittle(bytes + size - 8, Checksum(bytes, size - 8));
 }
 
 void RepairRecords(Bytes* file) {
   std::uint64_t position = kHeaderSize;
-  while (Holds(*file, position, kRecordHeaderSize)) {
+  while (RangeFits(position, kRecordHeaderSize, file->size())) {
     SetChecksum(file->data() + position, kRecordHeaderSize);
     RecordHeader header;
     LoadRecordHeader(file->data() + position, &header);
     position += kRecordHeaderSize;
     if (header.kind != eArrayRecord && header.kind != eChannelRecord) continue;
-    if (!Holds(*file, position, header.storedSize)) return;
+    if (!RangeFits(position, header.storedSize, file->size())) return;
     position = AlignUp(position + header.storedSize);
   }
 }
@@ -56,12 +57,12 @@ void RepairIndices(Bytes* file) {
   SetChecksum(trailerBytes, kTrailerSize);
   if (!LoadTrailer(trailerBytes, &trailer)) return;
   const std::uint64_t size = std::uint64_t{trailer.channelCount} * kDirectoryEntrySize;
-  if (!Holds(*file, trailer.directory, size)) return;
+  if (!RangeFits(trailer.directory, size, file->size())) return;
   std::uint8_t* const directory = file->data() + trailer.directory;
   for (std::uint64_t at = 0; at < size; at += kDirectoryEntrySize) {
     DirectoryEntry entry = LoadDirectoryEntry(directory + at);
     const std::uint64_t indexSize = std::uint64_t{entry.count} * kIndexEntrySize;
-    if (!Holds(*file, entry.indexOffset, indexSize)) continue;
+    if (!RangeFits(entry.indexOffset, indexSize, file->size())) continue;
     entry.indexChecksum = Checksum(file->data() + entry.indexOffset, indexSize);
     StoreDirectoryEntry(entry, directory + at);
   }
@@ -87,7 +88,7 @@ std::string DescriptionOf(const Bytes& file, int form) {
   return FormatDescription(description);
 }
 
-// Returns the samples that could be read of those that are claimed.
+// Reads all samples; false when one that is claimed cannot be read.
 bool ReadsWhole(zuCacheFileInterface& cache, std::size_t fileSize) {
   bool whole = true;
   Bytes array;
@@ -98,15 +99,12 @@ bool ReadsWhole(zuCacheFileInterface& cache, std::size_t fileSize) {
     for (unsigned int i = 0; i < samples; ++i) {
       int tick = 0;
       unsigned int count = 0;
-      if (!cache.getDataTime(channel, i, tick) ||
-          !cache.getArrayLengthAtTime(channel, tick, count)) {
-        whole = false;
-        continue;
-      }
-      if (ArraySize(type, count) / kBestCompression > fileSize) ::abort();
+      const bool found =
+          cache.getDataTime(channel, i, tick) && cache.getArrayLengthAtTime(channel, tick, count);
+      Require(ArraySize(type, count) / kBestCompression <= fileSize);
       array.resize(ArraySize(type, count) + 1);
       void* data = array.data();
-      whole = cache.getArrayDataAtTime(channel, tick, data, count) && whole;
+      whole = found && cache.getArrayDataAtTime(channel, tick, data, count) && whole;
     }
   }
   return whole;
@@ -116,7 +114,6 @@ bool ReadsWhole(zuCacheFileInterface& cache, std::size_t fileSize) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const kelsdk::fuzz::ScratchFolder scratch;
-  const std::string& folder = scratch.path();
   if (size == 0) return 0;
   const int form = data[0];
   Bytes file(data + 1, data + size);
@@ -125,18 +122,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RepairIndices(&file);
     RepairRecords(&file);
   }
-  const std::string text = DescriptionOf(file, form);
-  WriteFile(folder + "shot.xml", text.data(), text.size());
-  const std::string name =
-      std::string((form & 2) != 0 ? "shotFrame0." : "shot.") + ((form & 1) != 0 ? "ncc" : "ncx");
-  WriteFile(folder + name, file.data(), file.size());
+  WriteFile(scratch.File("shot.xml"), DescriptionOf(file, form));
+  const std::string path =
+      scratch.File((form & 2) != 0 ? "shotFrame0." : "shot.") + ((form & 1) != 0 ? "ncc" : "ncx");
+  WriteFile(path, file);
 
+  const std::string folder = scratch.File("");
   const bool sound = zuCacheFileInterface::verify(folder.c_str(), "shot", nullptr, nullptr);
   zuCacheFileInterface cache;
   const bool opened = cache.initFileRead("shot", folder.c_str());
   cache.setOptimizeMultiChannelRead((form & 8) != 0);
-  if (sound && !(opened && ReadsWhole(cache, file.size()))) ::abort();
-  if (opened && !sound) ReadsWhole(cache, file.size());
-  ::unlink((folder + name).c_str());
+  const bool whole = opened && ReadsWhole(cache, file.size());
+  Require(whole || !sound);
+  ::unlink(path.c_str());
   return 0;
 }

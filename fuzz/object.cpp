@@ -2,6 +2,7 @@
 // files are open, caches are written, read, fetched and converted. After each call the object must
 // keep its word: a failed fetch hands out nothing, a closed format is not open.
 #include <filesystem>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -42,16 +43,9 @@ class Script {
   const std::uint8_t* end_;
 };
 
-// Its caches are made anew for each input.
-const std::string& Folder() {
-  static const fuzz::ScratchFolder folder;
-  return folder.path();
-}
-
 class Player {
  public:
-  explicit Player(Script& script)
-      : script_(script), manager_(KelManager::Create()), cache_(KelCache::Create(manager_, "c")) {}
+  Player(Script& script, const fuzz::ScratchFolder& folder) : script_(script), folder_(folder) {}
   ~Player() { manager_->Destroy(); }
   Player(const Player&) = delete;
   Player& operator=(const Player&) = delete;
@@ -96,7 +90,8 @@ class Player {
   void SetName() {
     const char* const names[] = {"a.pc2", "a.xml", "b.pc2", "b.xml", "a.abc", "", "none/x.pc2"};
     const std::string name = names[script_.Below(7)];
-    cache_->SetCacheFileName(name.c_str(), name.empty() ? "" : (Folder() + name).c_str(), &status_);
+    cache_->SetCacheFileName(name.c_str(), name.empty() ? "" : folder_.File(name).c_str(),
+                             &status_);
   }
 
   void OpenNCForWrite() {
@@ -116,22 +111,24 @@ class Player {
     unsigned int length = 1;
     const unsigned int channel = script_.Below(4);
     const KelTime time = script_.Time();
-    if (!cache_->Read(&values, length, time, channel)) {
-      Require(values == nullptr && length == 0);
-      return;
-    }
-    Require(values != nullptr && length != 0 && cache_->IsOpen(nullptr));
-    float sum = 0;  // the address sanitizer sees a length that is too long
-    for (unsigned int i = 0; i < length; ++i) sum += values[i];
-    doubles_[0] = double(sum);
+    const bool read = cache_->Read(&values, length, time, channel);
+    Require((values != nullptr) == read && (length != 0) == read);
+    Require(!read || cache_->IsOpen(nullptr));
+    // The address sanitizer sees a length that is too long.
+    doubles_[0] = std::accumulate(values, values + length, 0.0);
   }
 
   void BeginOrEnd() {
     KelTime time = script_.Time();
-    if (script_.Below(2) != 0) {
-      cache_->BeginWriteAt(time, &status_);
-    } else {
-      cache_->EndWriteAt(&status_);
+    script_.Below(2) != 0 ? cache_->BeginWriteAt(time, &status_) : cache_->EndWriteAt(&status_);
+  }
+
+  template <typename Call>
+  void WithAnArray(Call&& call) {
+    switch (script_.Below(3)) {
+      case 0: call(doubles_); break;
+      case 1: call(floats_); break;
+      default: call(ints_); break;
     }
   }
 
@@ -139,11 +136,7 @@ class Player {
     KelTime time = script_.Time();
     const int channel = script_.Channel();
     const unsigned int count = script_.Below(kRoom);
-    switch (script_.Below(3)) {
-      case 0: cache_->Write(channel, time, doubles_, count, &status_); break;
-      case 1: cache_->Write(channel, time, floats_, count, &status_); break;
-      default: cache_->Write(channel, time, ints_, count, &status_); break;
-    }
+    WithAnArray([&](auto* values) { cache_->Write(channel, time, values, count, &status_); });
   }
 
   void Read() {
@@ -152,11 +145,7 @@ class Player {
     // Alembic elements have up to 16 values: room for one of them.
     const bool alembic = cache_->GetCacheFileFormat() == KelCache::eAlembicFormat;
     const unsigned int count = alembic ? 1 : script_.Below(kRoom);
-    switch (script_.Below(3)) {
-      case 0: cache_->Read(channel, time, doubles_, count, &status_); break;
-      case 1: cache_->Read(channel, time, floats_, count, &status_); break;
-      default: cache_->Read(channel, time, ints_, count, &status_); break;
-    }
+    WithAnArray([&](auto* values) { cache_->Read(channel, time, values, count, &status_); });
   }
 
   void Catalogue() {
@@ -214,30 +203,25 @@ class Player {
   }
 
   Script& script_;
+  const fuzz::ScratchFolder& folder_;
   KelStatus status_;
-  KelManager* manager_;
-  KelCache* cache_;
+  KelManager* manager_ = KelManager::Create();
+  KelCache* cache_ = KelCache::Create(manager_, "c");
   double doubles_[3 * kRoom] = {0.5};
   float floats_[3 * kRoom] = {0.5F};
   int ints_[3 * kRoom] = {5};
 };
 
-// A small archive to open, when there is one beside the corpus.
-void LayOutFiles() {
-  for (const auto& entry : std::filesystem::directory_iterator(Folder())) {
-    std::filesystem::remove_all(entry.path());
-  }
-  std::error_code missing;
-  std::filesystem::copy_file(KELCACHE_TEST_DATA "/abc/tiny.abc", Folder() + "a.abc", missing);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
   constexpr std::size_t kLongest = 512;
-  LayOutFiles();
+  const fuzz::ScratchFolder folder;
+  // A small archive to open, when there is one beside the corpus.
+  std::error_code missing;
+  std::filesystem::copy_file(KELCACHE_TEST_DATA "/abc/tiny.abc", folder.File("a.abc"), missing);
   Script script(bytes, std::min(size, kLongest));
-  Player player(script);
+  Player player(script, folder);
   while (!script.AtEnd()) player.Step();
   return 0;
 }

@@ -8,26 +8,18 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size);
 
-namespace {
-
-int Replay(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
-  LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-  return 1;
-}
-
-}  // namespace
+namespace fs = std::filesystem;
 
 int main(int argc, char** argv) {
   int replayed = 0;
   for (int i = 1; i < argc; ++i) {
-    if (!std::filesystem::is_directory(argv[i])) {
-      replayed += Replay(argv[i]);
-      continue;
-    }
-    for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-      replayed += Replay(entry.path());
+    std::vector<fs::path> paths = {argv[i]};
+    if (fs::is_directory(argv[i])) paths = {fs::directory_iterator(argv[i]), {}};
+    for (const fs::path& path : paths) {
+      std::ifstream in(path, std::ios::binary);
+      const std::vector<char> bytes{std::istreambuf_iterator<char>(in), {}};
+      LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+      ++replayed;
     }
   }
   std::printf("%d inputs replayed\n", replayed);

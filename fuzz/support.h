@@ -5,12 +5,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 
 namespace kelsdk::fuzz {
+
+/// A promise that the input must not be able to break.
+inline void Require(bool kept) {
+  if (!kept) std::abort();
+}
 
 /// Bytes as a file that any reader can open by its path, and that never touches a disk. Larger
 /// inputs than kMostBytes are not worth their time; Usable() says so.
@@ -19,47 +23,38 @@ class MemoryFile {
   static constexpr std::size_t kMostBytes = 64 * 1024;
 
   MemoryFile(const std::uint8_t* bytes, std::size_t size) : usable_(size <= kMostBytes) {
-    descriptor_ = ::memfd_create("fuzz", MFD_CLOEXEC);
-    if (descriptor_ < 0) std::abort();
-    if (usable_ && ::write(descriptor_, bytes, size) != static_cast<ssize_t>(size)) std::abort();
-    std::snprintf(path_, sizeof path_, "/proc/self/fd/%d", descriptor_);
+    Require(descriptor_ >= 0);
+    Require(!usable_ || ::write(descriptor_, bytes, size) == static_cast<ssize_t>(size));
   }
   ~MemoryFile() { ::close(descriptor_); }
   MemoryFile(const MemoryFile&) = delete;
   MemoryFile& operator=(const MemoryFile&) = delete;
 
   bool Usable() const { return usable_; }
-  const char* path() const { return path_; }
+  const char* path() const { return path_.c_str(); }
 
  private:
-  int descriptor_ = -1;
-  bool usable_;
-  char path_[40];
+  const int descriptor_ = ::memfd_create("fuzz", MFD_CLOEXEC);
+  const std::string path_ = "/proc/self/fd/" + std::to_string(descriptor_);
+  const bool usable_;
 };
-
-/// A promise that the input must not be able to break.
-inline void Require(bool kept) {
-  if (!kept) std::abort();
-}
 
 /// A folder in memory for one process, taken away at its end.
 class ScratchFolder {
  public:
-  ScratchFolder() {
-    std::string name = "/dev/shm/kelcache-fuzz-" + std::to_string(::getpid()) + "-XXXXXX";
-    Require(::mkdtemp(name.data()) != nullptr);
-    path_ = name + "/";
-  }
+  ScratchFolder() { Require(::mkdtemp(path_.data()) != nullptr); }
   ~ScratchFolder() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
   }
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
-  const std::string& path() const { return path_; }
+
+  /// The path of a file of that name in the folder.
+  std::string File(const std::string& name) const { return path_ + "/" + name; }
 
  private:
-  std::string path_;
+  std::string path_ = "/dev/shm/kelcache-fuzz-" + std::to_string(::getpid()) + "-XXXXXX";
 };
 
 }  // namespace kelsdk::fuzz

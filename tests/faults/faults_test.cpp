@@ -119,25 +119,22 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     double expected[kValues];
     float* fetched = nullptr;
     unsigned int length = 0;
-    KelStatus status;
-    if (object->OpenFileForRead(&status)) {
-      KelTime time = KelTime::FromFrame(2);
-      older_.Fill(2, 0, expected);
-      if (target_.IsNC() ? object->Read(0, time, values, kPoints, &status)
-                         : object->Read(2U, values, kPoints, &status)) {
-        EXPECT_TRUE(std::equal(values, values + kValues, expected));
-      } else if (!target_.IsNC()) {
-        EXPECT_EQ(values[0], -1.0);
-        EXPECT_EQ(status.GetCode(), KelStatus::eFailure);
-      }
-      older_.Fill(1, older_.channels - 1, expected);
-      if (object->Read(&fetched, length, KelTime::FromFrame(1), older_.channels > 1 ? 1 : 0)) {
-        EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
-      } else {
-        EXPECT_TRUE(fetched == nullptr && length == 0);
-      }
+    KelTime time = KelTime::FromFrame(2);
+    object->OpenFileForRead(nullptr);
+    older_.Fill(2, 0, expected);
+    if (target_.IsNC() ? object->Read(0, time, values, kPoints, nullptr)
+                       : object->Read(2U, values, kPoints, nullptr)) {
+      EXPECT_TRUE(std::equal(values, values + kValues, expected));
+    } else {
+      EXPECT_TRUE(target_.IsNC() || values[0] == -1) << "a sample in part";
     }
-    EXPECT_TRUE(object->CloseFile(&status));
+    older_.Fill(1, older_.channels - 1, expected);
+    if (object->Read(&fetched, length, KelTime::FromFrame(1), older_.channels - 1)) {
+      EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
+    } else {
+      EXPECT_TRUE(fetched == nullptr && length == 0);
+    }
+    EXPECT_TRUE(object->CloseFile(nullptr));
     EXPECT_FALSE(object->IsOpen(nullptr));
   }
 
@@ -195,27 +192,22 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
 TEST_P(Faults, EveryPointInTurn) {
   const Operation& operation = std::get<1>(GetParam());
   for (const Fault& fault : kFaults) {
+    bool reached = true;
     unsigned long visited = 0;
-    unsigned long survived = 0;
-    for (unsigned long n = 1;; ++n) {
-      SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(n));
+    for (; reached && !HasFailure(); ++visited) {
+      SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(visited + 1));
       Restore();
       steps_ = 0;
       converted_ = false;
       const long blocks = OutstandingBlocks();
       const int descriptors = OpenDescriptors();
-      const bool reached = RunWithFault(fault, n, [this] { Operate(); });
+      reached = RunWithFault(fault, visited + 1, [this] { Operate(); });
       EXPECT_EQ(OutstandingBlocks(), blocks);
       EXPECT_EQ(OpenDescriptors(), descriptors);
       ExpectSound(fault);
-      if (!reached) break;
-      ++visited;
-      if (HasFailure()) break;
-      ++survived;
     }
-    std::printf("%-14s %-9s %-16s %5lu points, %5lu survived\n", store_.name, operation.name,
-                fault.name, visited, survived);
-    RecordProperty(fault.name, static_cast<int>(visited));
+    --visited;  // the last is the run without a fault
+    std::printf("%-14s %-9s %-16s %5lu points\n", store_.name, operation.name, fault.name, visited);
     EXPECT_GE(visited, operation.fewestPoints);
   }
 }
@@ -226,11 +218,7 @@ std::string NameOf(const testing::TestParamInfo<std::tuple<Store, Operation>>& p
 
 INSTANTIATE_TEST_SUITE_P(OfOneCache, Faults,
                          testing::Combine(testing::ValuesIn(kStores),
-                                          testing::ValuesIn(kOperations, kOperations + 2)),
-                         NameOf);
-INSTANTIATE_TEST_SUITE_P(OfRecovery, Faults,
-                         testing::Combine(testing::ValuesIn(kStores),
-                                          testing::Values(kOperations[2])),
+                                          testing::ValuesIn(kOperations, kOperations + 3)),
                          NameOf);
 INSTANTIATE_TEST_SUITE_P(OfConversions, Faults,
                          testing::Combine(testing::ValuesIn(kStores + 1, std::end(kStores)),
@@ -271,7 +259,7 @@ TEST_P(Killed, AtRandomMoments) {
   ::waitpid(undisturbed, nullptr, 0);
 
   std::mt19937 random(7);
-  unsigned int before = 0, within = 0, closing = 0, after = 0, confirmed = 0, saved = 0, lost = 0;
+  unsigned int within = 0, closing = 0, confirmed = 0, found = 0;
   for (unsigned int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     Restore();
@@ -284,22 +272,16 @@ TEST_P(Killed, AtRandomMoments) {
     ::kill(process, SIGKILL);
     ::waitpid(process, nullptr, 0);
 
-    const unsigned int steps = steps_.load();
-    (steps == 0 ? before : steps < kLastStep - 1 ? within : steps < kLastStep ? closing : after)++;
+    (steps_ < kLastStep - 1 ? within : closing)++;
     const unsigned int sure = Confirmed(kNew.samples);
-    const unsigned int found = ExpectNothingLost(store, kOld, kNew, sure);
-    if (found > 0) ExpectOnlyFilesOf(store);
+    const unsigned int stands = ExpectNothingLost(store, kOld, kNew, sure);
+    if (stands > 0) ExpectOnlyFilesOf(store);
     confirmed += sure;
-    saved += found;
-    lost += sure - std::min(found, sure);
+    found += stands;
   }
-  std::printf(
-      "%-14s %u kills: %u before, %u within, %u while closing, %u after writing; "
-      "%u samples confirmed, %u found, %u lost\n",
-      store.name, kRounds, before, within, closing, after, confirmed, saved, lost);
-  EXPECT_EQ(lost, 0U);
-  EXPECT_GT(within, 0U);
-  EXPECT_GT(closing + after, 0U);
+  std::printf("%-14s %u kills while writing, %u at the end; %u samples confirmed, %u found\n",
+              store.name, within, closing, confirmed, found);
+  EXPECT_TRUE(within > 0 && closing > 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(WhileWriting, Killed, testing::ValuesIn(kStores),

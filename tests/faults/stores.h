@@ -97,13 +97,10 @@ inline bool OpenForWrite(const Store& store, KelCache* cache, const Animation& a
   if (!store.IsNC()) {
     return cache->OpenFileForWrite(0, 24, animation.samples, kPoints, nullptr);
   }
-  bool opened = cache->OpenFileForWrite(store.files, 24, "first", store.binary,
-                                        KelCache::eNCFloatVectorArray, "Points", nullptr);
+  constexpr auto kType = KelCache::eNCFloatVectorArray;
   unsigned int channel = 0;
-  if (opened && animation.channels > 1) {
-    opened = cache->AddChannel("second", KelCache::eNCFloatVectorArray, "Points", channel, nullptr);
-  }
-  return opened;
+  return cache->OpenFileForWrite(store.files, 24, "first", store.binary, kType, "", nullptr) &&
+         (animation.channels == 1 || cache->AddChannel("second", kType, "", channel, nullptr));
 }
 
 inline bool WriteSample(const Store& store, KelCache* cache, const Animation& animation,
@@ -132,15 +129,15 @@ inline void WriteCache(const Store& store, const std::string& path, const Animat
   const StoreObject object(store, path);
   if (object.cache == nullptr || !OpenForWrite(store, object.cache, animation)) return;
   ++steps;
-  for (unsigned int sample = 0; sample < animation.samples; ++sample) {
-    if (!WriteSample(store, object.cache, animation, sample)) break;
-    ++steps;
+  unsigned int sample = 0;
+  while (sample < animation.samples && WriteSample(store, object.cache, animation, sample)) {
+    steps = ++sample + 1;
   }
   if (!close) return;
-  const bool whole = steps == animation.samples + 1;
-  if (whole) ++steps;
+  const unsigned int closed = sample == animation.samples ? 1 : 0;
+  steps += closed;
   object->CloseFile(nullptr);
-  if (whole) ++steps;
+  steps += closed;
 }
 
 /// All that the cache hands out; nothing when it is refused.
@@ -148,20 +145,19 @@ inline std::optional<Contents> ReadCache(const Store& store, const std::string& 
   const StoreObject object(store, path);
   KelCache* const cache = object.cache;
   if (!cache->OpenFileForRead(nullptr)) return std::nullopt;
-  const auto channels = static_cast<std::size_t>(cache->GetChannelCount(nullptr));
-  const unsigned int samples =
-      store.IsNC() ? cache->GetDataCount(0, nullptr) : cache->GetSampleCount(nullptr);
-  Contents contents;
-  for (unsigned int sample = 0; sample < samples; ++sample) {
-    std::vector<double> values(channels * kValues);
-    bool read = store.IsNC() || cache->Read(sample, values.data(), kPoints, nullptr);
-    for (std::size_t channel = 0; store.IsNC() && channel < channels; ++channel) {
-      KelTime time;
-      read = read && cache->GetDataTime(static_cast<int>(channel), sample, time, nullptr) &&
-             cache->Read(static_cast<int>(channel), time, &values[channel * kValues], kPoints,
-                         nullptr);
+  const auto channels = static_cast<unsigned int>(cache->GetChannelCount(nullptr));
+  Contents contents(store.IsNC() ? cache->GetDataCount(0, nullptr)
+                                 : cache->GetSampleCount(nullptr));
+  for (unsigned int sample = 0; sample < contents.size(); ++sample) {
+    for (unsigned int channel = 0; channel < channels; ++channel) {
+      float* values = nullptr;
+      unsigned int length = 0;
+      if (!cache->Read(&values, length, KelTime::FromFrame(sample), channel)) {
+        contents[sample].clear();
+        break;
+      }
+      contents[sample].insert(contents[sample].end(), values, values + length);
     }
-    contents.push_back(read ? values : std::vector<double>());
   }
   return contents;
 }
@@ -178,14 +174,11 @@ inline bool Recover(const Store& store, const std::string& path, const std::stri
 
 // Of a sample that was not confirmed may be there: all of it, nothing or, in a file made in its
 // full length, zeros.
-inline bool MayStandFor(const std::vector<double>& found, const std::vector<double>& written) {
-  return found == written || found.empty() || found == std::vector<double>(written.size());
-}
-
 inline bool Holds(const Contents& found, const Contents& newer, std::size_t confirmed) {
   if (found.size() < confirmed || found.size() > newer.size()) return false;
   for (std::size_t i = 0; i < found.size(); ++i) {
-    if (found[i] != newer[i] && (i < confirmed || !MayStandFor(found[i], newer[i]))) return false;
+    const bool isBlank = found[i].empty() || found[i] == std::vector<double>(newer[i].size());
+    if (found[i] != newer[i] && (i < confirmed || !isBlank)) return false;
   }
   return true;
 }

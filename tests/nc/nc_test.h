@@ -59,20 +59,24 @@ inline constexpr Form kForms[] = {{Cache::eSingleFile, "ncx"},
                                   {Cache::eFilePerFrame, "ncc"}};
 
 /// An array of something smooth, so that it compresses, and different for every seed.
-inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
-  Bytes bytes(elements * ElementSize(type));
-  const bool isDouble =
-      type == zuCacheData::eNCDoubleArray || type == zuCacheData::eNCDoubleVectorArray;
-  const std::size_t valueSize = isDouble ? 8 : 4;
-  for (std::size_t i = 0; i < bytes.size() / valueSize; ++i) {
-    const double value = std::sin(0.01 * static_cast<double>(i) + seed) * 100 + seed;
-    const auto narrow = static_cast<float>(value);
-    const auto whole = static_cast<std::int32_t>(value);
-    const void* source = isDouble ? static_cast<const void*>(&value) : &narrow;
-    if (type == zuCacheData::eNCInt32Array) source = &whole;
-    std::memcpy(bytes.data() + i * valueSize, source, valueSize);
+template <typename Value>
+Bytes Smooth(std::size_t values, int seed) {
+  Bytes bytes(values * sizeof(Value));
+  for (std::size_t i = 0; i < values; ++i) {
+    const auto value = static_cast<Value>(std::sin(0.01 * double(i) + seed) * 100 + seed);
+    std::memcpy(&bytes[i * sizeof value], &value, sizeof value);
   }
   return bytes;
+}
+
+inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
+  const std::size_t bytes = elements * ElementSize(type);
+  switch (type) {
+    case zuCacheData::eNCDoubleArray:
+    case zuCacheData::eNCDoubleVectorArray: return Smooth<double>(bytes / 8, seed);
+    case zuCacheData::eNCInt32Array: return Smooth<std::int32_t>(bytes / 4, seed);
+    default: return Smooth<float>(bytes / 4, seed);
+  }
 }
 
 inline unsigned int CountOf(EType type, const Bytes& array) {
@@ -89,19 +93,18 @@ inline bool WriteOpen(Cache& cache, const std::string& folder, const char* base,
     unsigned int index = 0;
     if (!cache.addChannel(channel.name, "Points", channel.type, index)) return false;
   }
-  for (std::size_t i = 0; i < spec.samples.size(); ++i) {
-    const Sample& sample = spec.samples[i];
-    const bool begins = i == 0 || spec.samples[i - 1].tick != sample.tick;
+  const Sample* last = nullptr;
+  for (const Sample& sample : spec.samples) {
+    const bool begins = last == nullptr || last->tick != sample.tick;
     if (begins && !cache.beginWriteAtTime(sample.tick)) return false;
     Bytes array = sample.array;
     if (!cache.addArrayData(sample.channel, sample.tick, array.data(),
                             CountOf(spec.channels[sample.channel].type, array))) {
       return false;
     }
-    const bool ends = i + 1 == spec.samples.size() || spec.samples[i + 1].tick != sample.tick;
-    if (ends && !cache.endWriteAtTime()) return false;
+    last = &sample;
   }
-  return true;
+  return cache.endWriteAtTime();
 }
 
 inline bool Write(const std::string& folder, const char* base, const CacheSpec& spec) {
@@ -170,27 +173,19 @@ inline CacheSpec Frames(int frames, std::size_t points, int seed = 0) {
   return spec;
 }
 
-/// The lines that verify or recover say.
-struct Lines {
-  std::vector<std::string> lines;
-  static void Add(void* context, const char* line) {
-    static_cast<Lines*>(context)->lines.emplace_back(line);
-  }
-  std::string All() const {
-    std::string all;
-    for (const std::string& line : lines) all += line + "\n";
-    return all;
-  }
-};
-
 class NcTest : public test::FileTest {
  protected:
   std::string Folder() const { return folder_.path() + "/"; }
+
   testing::AssertionResult Verifies(const char* base) const {
-    Lines said;
-    if (Cache::verify(Folder().c_str(), base, Lines::Add, &said))
-      return testing::AssertionSuccess();
-    return testing::AssertionFailure() << said.All();
+    std::string said;
+    const bool sound = Cache::verify(Folder().c_str(), base, AddLine, &said);
+    return (sound ? testing::AssertionSuccess() : testing::AssertionFailure()) << said;
+  }
+
+  /// Collects the lines that verify or recover say.
+  static void AddLine(void* context, const char* line) {
+    static_cast<std::string*>(context)->append(line).append("\n");
   }
 };
 

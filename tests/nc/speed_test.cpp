@@ -9,13 +9,15 @@ class Speed : public NcTest {
   static constexpr unsigned int kElements = 500;
 
   static CacheSpec ManyChannels(int frames) {
-    static const char* const kNames[kChannels] = {"a", "b", "c", "d", "e", "f", "g", "h"};
+    constexpr EType kType = zuCacheData::eNCFloatArray;
     CacheSpec spec;
-    for (const char* name : kNames) spec.channels.push_back({name, zuCacheData::eNCFloatArray});
-    for (int i = 0; i < frames * int{kChannels}; ++i) {
-      const auto channel = static_cast<unsigned int>(i) % kChannels;
-      spec.samples.push_back(
-          {channel, i / int{kChannels} * 250, MakeArray(zuCacheData::eNCFloatArray, kElements, i)});
+    for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
+      spec.channels.push_back({name, kType});
+    }
+    for (int frame = 0; frame < frames; ++frame) {
+      for (unsigned int channel = 0; channel < kChannels; ++channel) {
+        spec.samples.push_back({channel, frame * 250, MakeArray(kType, kElements, frame)});
+      }
     }
     return spec;
   }

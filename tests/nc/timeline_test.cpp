@@ -7,22 +7,6 @@
 namespace kelsdk::nc {
 namespace {
 
-std::vector<SampleEntry> EntriesAt(std::initializer_list<int> ticks) {
-  std::vector<SampleEntry> entries;
-  for (const int tick : ticks) {
-    SampleEntry entry;
-    entry.tick = tick;
-    InsertSample(&entries, entry);
-  }
-  return entries;
-}
-
-TimeRuns RunsAt(std::initializer_list<int> ticks) {
-  TimeRuns runs;
-  for (const int tick : ticks) runs.Append(tick);
-  return runs;
-}
-
 constexpr int kNone = -1;
 
 const struct {
@@ -44,29 +28,30 @@ const struct {
     {"the ends of the range", {INT_MIN, INT_MAX}, 4294967295u, INT_MAX - 1, 1},
     {"held across the whole range", {INT_MIN, INT_MAX}, 4294967295u, 0, 0},
     {"the last tick there is", {INT_MIN, INT_MAX}, 1, INT_MAX, 1},
+    {"among runs", {-30, -20, -10, 5, 6, 100, 200, 300, 301, 900}, 100, 250, 6},
     {"a channel without samples", {}, 250, 0, kNone},
 };
 
 TEST(Timeline, LookupsInEntriesAndInRuns) {
   for (const auto& row : kLookups) {
-    const auto entries = EntriesAt(row.ticks);
-    const TimeRuns runs = RunsAt(row.ticks);
+    std::vector<SampleEntry> entries;
+    TimeRuns runs;
+    for (const int tick : row.ticks) {
+      SampleEntry entry;
+      entry.tick = tick;
+      InsertSample(&entries, entry);
+      runs.Append(tick);
+    }
     for (const Times& times : {Times(entries), Times(runs)}) {
       const auto found = FindSample(times, row.tick, row.interval);
       EXPECT_EQ(found ? static_cast<int>(*found) : kNone, row.sample) << row.why;
     }
-  }
-}
-
-TEST(Timeline, RunsAgreeWithTheTimesTheyStandFor) {
-  const std::initializer_list<int> ticks = {-30, -20, -10, 5, 6, 100, 200, 300, 301, 900};
-  const TimeRuns runs = RunsAt(ticks);
-  const auto entries = EntriesAt(ticks);
-  ASSERT_EQ(runs.Count(), ticks.size());
-  for (std::uint32_t i = 0; i < runs.Count(); ++i) EXPECT_EQ(runs.At(i), entries[i].tick);
-  for (int tick = -40; tick < 910; ++tick) {
-    EXPECT_EQ(Times(runs).CountUpTo(tick), Times(entries).CountUpTo(tick)) << tick;
-    EXPECT_EQ(NextTime(Times(runs), tick), NextTime(Times(entries), tick)) << tick;
+    ASSERT_EQ(runs.Count(), entries.size());
+    for (std::uint32_t i = 0; i < runs.Count(); ++i) EXPECT_EQ(runs.At(i), entries[i].tick);
+    for (int tick = -40; tick < 910; ++tick) {
+      EXPECT_EQ(Times(runs).CountUpTo(tick), Times(entries).CountUpTo(tick)) << tick;
+      EXPECT_EQ(NextTime(Times(runs), tick), NextTime(Times(entries), tick)) << tick;
+    }
   }
 }
 

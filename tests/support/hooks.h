@@ -2,10 +2,9 @@
 
 #include <cerrno>
 
-/// What every test program replaces: the allocator (operator new and KelMalloc) and, by the
-/// linker's
-/// --wrap, the system calls that the back-ends make on files. Calls are counted, and the n-th can
-/// be made to fail or to kill the process.
+/// What every test program replaces: the allocator (operator new and KelMalloc) and, by --wrap of
+/// the linker, the system calls that the back-ends make on files. Calls are counted, and the n-th
+/// can be made to fail or to kill the process.
 namespace kelsdk::test {
 
 /// Allocations so far, of either kind.

@@ -1,0 +1,175 @@
+// The archives of tests/data/abc, as the interface shows them, against what the format's own
+// library reads from them.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <numeric>
+
+#include "backends/AlembicInterface.h"
+#include "tests/support/files.h"
+
+namespace kelsdk::test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+// What is not finite is text in the expected files.
+template <typename Number>
+Number NumberOf(const json& value) {
+  return value.is_string() ? static_cast<Number>(std::stod(value.get<std::string>()))
+                           : value.get<Number>();
+}
+
+bool IsSame(float a, float b) {
+  return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+double TimeOf(const json& sampling, std::size_t sample) {
+  const json& times = sampling["times"];
+  return times[sample % times.size()].get<double>() +
+         double(sample / times.size()) * sampling.value("period", 0.0);
+}
+
+class Comparison {
+ public:
+  AlembicInterface archive{true};
+
+  void Compare(const json& expected) {
+    std::vector<std::string> tree;
+    const auto collect = [](void* context, const char* line) {
+      static_cast<std::vector<std::string>*>(context)->emplace_back(line);
+    };
+    EXPECT_TRUE(archive.Verify(nullptr, nullptr));
+    EXPECT_TRUE(archive.ListTree(collect, &tree));
+    std::size_t line = 0;
+    for (const json& object : expected["objects"]) {
+      const std::string path = object["path"];
+      ExpectLine(path, object, object["meta"].contains("isInstance") ? "  instance" : "",
+                 tree.at(line++));
+      for (const json& property : object["props"]) {
+        const std::string full =
+            (path == "/" ? "" : path) + "/" + property["path"].get<std::string>();
+        ExpectLine(full, property, Summary(property), tree.at(line++));
+        const bool isNumber =
+            property.contains("pod") && property["pod"].get<std::string>().ends_with("_t");
+        if (isNumber && property["numSamples"] != 0) {
+          ExpectChannel(full, property,
+                        expected["timeSamplings"][property["timeSampling"].get<std::size_t>()]);
+        }
+      }
+    }
+    EXPECT_EQ(line, tree.size());
+    positions_.insert(positions_.end(), others_.begin(), others_.end());
+    std::vector<unsigned int> all(static_cast<unsigned int>(archive.GetNumChannels()));
+    std::iota(all.begin(), all.end(), 0u);
+    EXPECT_EQ(positions_, all) << "positions come first, all in their order";
+  }
+
+ private:
+  // A line of the tree goes on with how the samples lie in time.
+  static void ExpectLine(const std::string& path, const json& entry, const std::string& summary,
+                         const std::string& line) {
+    const auto level = static_cast<std::size_t>(std::count(path.begin(), path.end(), '/'));
+    const std::string schema = entry["meta"].value("schema", "");
+    std::string start(path == "/" ? 0 : 2 * level, ' ');
+    start += path == "/" ? path : path.substr(path.rfind('/') + 1);
+    start += (schema.empty() ? "" : "  " + schema) + summary;
+    EXPECT_TRUE(line.starts_with(start)) << line << ", not " << start;
+  }
+
+  static std::string Type(const json& property) {
+    std::string type = property["pod"];
+    if (type.ends_with("_t")) type.resize(type.size() - 2);
+    return type + (property["extent"] == 1 ? "" : "[" + property["extent"].dump() + "]");
+  }
+
+  static std::string Summary(const json& property) {
+    if (property["kind"] == "compound") return "";
+    const std::string interpretation = property["interp"];
+    return "  " + property["kind"].get<std::string>() + " " + Type(property) +
+           (interpretation.empty() ? "" : "  " + interpretation) + "  " +
+           property["numSamples"].dump() + " sample" + (property["numSamples"] == 1 ? "" : "s") +
+           (property["constant"] == true && property["numSamples"] > 1 ? ", constant" : "");
+  }
+
+  void ExpectChannel(const std::string& path, const json& property, const json& sampling) {
+    SCOPED_TRACE(path);
+    unsigned int channel = 0;
+    AlembicChannelInfo info;
+    ASSERT_TRUE(archive.GetChannelIdFromName(path.c_str(), channel));
+    ASSERT_TRUE(archive.GetChannelInfo(channel, info));
+    (path.ends_with("/.geom/P") ? positions_ : others_).push_back(channel);
+    EXPECT_EQ(info.type, Type(property).c_str());
+    EXPECT_EQ(info.sampleCount, property["numSamples"]);
+    EXPECT_EQ(info.start, property["t0"]);
+    EXPECT_EQ(info.end, property["t1"]);
+    EXPECT_EQ(info.constant, property["constant"]);
+    const char* const kSamplings[] = {"uniform", "cyclic", "acyclic"};
+    EXPECT_EQ(kSamplings[info.sampling], sampling["type"]);
+    EXPECT_TRUE(info.sampling == AlembicChannelInfo::eAcyclic || info.period == sampling["period"]);
+    EXPECT_EQ(property["samples"].size(), info.sampleCount);
+    for (const json& sample : property["samples"]) {
+      ExpectSample(channel, sample, TimeOf(sampling, sample["i"]), info);
+    }
+  }
+
+  void ExpectSample(unsigned int channel, const json& sample, double seconds,
+                    const AlembicChannelInfo& info) {
+    const unsigned int extent = archive.GetChannelDataLength(channel);
+    const unsigned int count = sample.value("n", 1u);
+    EXPECT_LE(count, info.elementCount);
+    // With room for one element more, which is not there.
+    std::vector<float> floats(std::size_t{extent} * (count + 1));
+    ASSERT_TRUE(
+        archive.GetChannelBuffer(channel, floats.data(), count + 1, KelTime::FromSeconds(seconds)))
+        << archive.GetErrorString();
+    while (floats.size() > extent * count) {
+      EXPECT_TRUE(std::isnan(floats.back()));
+      floats.pop_back();
+    }
+    const json& first = sample["first"];
+    const json& last = sample["last"];
+    for (std::size_t i = 0; i < first.size(); ++i) {
+      EXPECT_TRUE(IsSame(floats[i], NumberOf<float>(first[i]))) << floats[i] << " at " << i;
+      EXPECT_TRUE(IsSame(floats.end()[-1 - static_cast<long>(i)],
+                         NumberOf<float>(last[last.size() - 1 - i])))
+          << i << " from the end";
+    }
+    // Of wider types each value is rounded to the nearest float: by half its last bit at most.
+    const std::string type = info.type.Buffer();
+    const bool isWide = type.find("64") != type.npos || type.find("int32") != type.npos;
+    const double sum = std::accumulate(floats.begin(), floats.end(), 0.0);
+    double magnitude = 0;
+    for (const float value : floats) magnitude += std::abs(double(value));
+    if (std::isfinite(magnitude)) {
+      EXPECT_NEAR(sum, NumberOf<double>(sample["sum"]), isWide ? magnitude * 0x1p-24 : 0);
+    }
+  }
+
+  std::vector<unsigned int> positions_;
+  std::vector<unsigned int> others_;
+};
+
+TEST(AlembicArchives, AreReadAsTheFormatsOwnLibraryReadsThem) {
+  unsigned int archives = 0;
+  for (const auto& entry : fs::directory_iterator(TestData("abc"))) {
+    if (entry.path().extension() != ".abc") continue;
+    ++archives;
+    SCOPED_TRACE(entry.path().filename());
+    std::ifstream file(fs::path(entry.path()).replace_extension(".expected.json"));
+    const json expected = json::parse(file);
+    Comparison comparison;
+    const bool opened = comparison.archive.Open(entry.path().c_str(), 1);
+    EXPECT_EQ(opened, expected["container"] == "ogawa") << comparison.archive.GetErrorString();
+    if (opened) comparison.Compare(expected);
+  }
+  EXPECT_EQ(archives, 14u);
+}
+
+}  // namespace
+}  // namespace kelsdk::test
