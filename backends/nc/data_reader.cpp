@@ -140,21 +140,23 @@ bool DataReader::OpenByRecords(const Identity& identity, Error& error) {
     return error.Set(Error::eCutShort, "the data file holds no whole time block: %s",
                      scan.stop ? scan.stop.text() : "it ends after its header");
   }
-  byRecords_ = true;
-  dataEnd_ = scan.end;
-  directory_.assign(scan.channels.size(), DirectoryEntry());
-  indices_.assign(scan.channels.size(), ChannelIndex());
-  for (std::size_t i = 0; i < directory_.size(); ++i) {
+  std::vector<DirectoryEntry> directory(scan.channels.size());
+  std::vector<ChannelIndex> indices(scan.channels.size());
+  for (std::size_t i = 0; i < directory.size(); ++i) {
     std::vector<SampleEntry>& samples = scan.indices[i];
-    directory_[i].count = static_cast<std::uint32_t>(samples.size());
-    directory_[i].type = static_cast<std::uint32_t>(scan.channels[i].type);
-    directory_[i].first = samples.empty() ? 0 : samples.front().tick;
-    directory_[i].last = samples.empty() ? 0 : samples.back().tick;
-    directory_[i].interval = CommonInterval(samples);
-    directory_[i].declared = scan.channels[i].interval;
-    indices_[i].samples = std::move(samples);
-    indices_[i].loaded = true;
+    directory[i].count = static_cast<std::uint32_t>(samples.size());
+    directory[i].type = static_cast<std::uint32_t>(scan.channels[i].type);
+    directory[i].first = samples.empty() ? 0 : samples.front().tick;
+    directory[i].last = samples.empty() ? 0 : samples.back().tick;
+    directory[i].interval = CommonInterval(samples);
+    directory[i].declared = scan.channels[i].interval;
+    indices[i].samples = std::move(samples);
+    indices[i].loaded = true;
   }
+  directory_ = std::move(directory);
+  indices_ = std::move(indices);
+  dataEnd_ = scan.end;
+  byRecords_ = true;
   return true;
 }
 

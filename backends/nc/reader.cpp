@@ -84,12 +84,13 @@ bool CacheReader::TimesOf(std::uint32_t channel, Times* times, Error& error) {
 }
 
 bool CacheReader::OpenFrame(std::int32_t tick, Error& error) {
-  if (data_.IsOpen() && openTick_ == tick) return true;
+  if (openTick_ == tick) return true;
+  openTick_.reset();  // until the file is open and checked, whatever throws before that
   group_.Clear();
   FrameFileName(name_.base, description_.Tag(), description_.ticksPerFrame, tick, &fileName_);
   path_.assign(name_.folder).append(fileName_);
-  openTick_ = tick;
   if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
+    openTick_ = tick;
     return true;
   }
   data_.Close();

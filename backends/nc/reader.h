@@ -42,7 +42,7 @@ class CacheReader : public Session {
   Description description_;
   std::vector<std::uint32_t> intervals_;  // per-frame layout: by channel, between its samples
   DataReader data_;                       // the data file, or that of the time read last
-  std::int32_t openTick_ = 0;             // per-frame layout: whose file is open
+  std::optional<std::int32_t> openTick_;  // per-frame layout: whose file is open
   std::string fileName_;
   std::string path_;
   std::vector<std::uint8_t> scratch_;

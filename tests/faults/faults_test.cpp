@@ -128,11 +128,14 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     } else {
       EXPECT_TRUE(target_.IsNC() || values[0] == -1) << "a sample in part";
     }
-    older_.Fill(1, older_.channels - 1, expected);
-    if (object->Read(&fetched, length, KelTime::FromFrame(1), older_.channels - 1)) {
-      EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
-    } else {
-      EXPECT_TRUE(fetched == nullptr && length == 0);
+    // Of the same time, then of another.
+    for (const unsigned int sample : {2U, 1U}) {
+      older_.Fill(sample, older_.channels - 1, expected);
+      if (object->Read(&fetched, length, KelTime::FromFrame(sample), older_.channels - 1)) {
+        EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
+      } else {
+        EXPECT_TRUE(fetched == nullptr && length == 0);
+      }
     }
     EXPECT_TRUE(object->CloseFile(nullptr));
     EXPECT_FALSE(object->IsOpen(nullptr));
