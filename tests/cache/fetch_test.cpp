@@ -38,11 +38,6 @@ TEST_F(CacheFetch, EveryElementTypeAsFloats) {
   }
   EXPECT_FALSE(Fetch(KelTime(kBeyond), 5));
   EXPECT_FALSE(Fetch(KelTime(-2 * kTick), 5));
-  ASSERT_TRUE(Exists(folder_.File("a.ncx")));
-  WriteBytes(folder_.File("a.ncx"), {0});
-  const bool sized = cache_->Read(nullptr, length_, KelTime(), 5);
-  EXPECT_TRUE(sized && length_ == 5) << "the length alone reads no data";
-  EXPECT_FALSE(Fetch(KelTime(), 5));
 }
 
 TEST_F(CacheFetch, EveryAlembicTypeAsFloats) {
@@ -60,30 +55,6 @@ TEST_F(CacheFetch, EveryAlembicTypeAsFloats) {
   }
   EXPECT_EQ(fetched, count - 1) << "all but an empty array";
   EXPECT_FALSE(Fetch(time, unsigned(count)));
-}
-
-TEST_F(CacheFetch, PC2FramesAreSampleNumbers) {
-  WritePC2("a.pc2", 4);
-  OpenForRead(KelCache::ePC2Format, "a.pc2");
-  const long long frame = KelTime::FromFrame(2).Get();
-  EXPECT_TRUE(Fetch(KelTime(frame), 99));
-  EXPECT_EQ(length_, 12u);
-  EXPECT_EQ(values_[0], 200);
-  EXPECT_TRUE(Fetch(KelTime(frame - 1)));
-  EXPECT_EQ(values_[0], 100);
-  EXPECT_FALSE(Fetch(KelTime(-1)));
-  EXPECT_FALSE(Fetch(KelTime::FromFrame(3)));
-
-  // Without samples, so that the file need not be large: no points, and more than 32 bits hold.
-  Bytes bytes = ReadBytes(folder_.File("a.pc2"));
-  for (const unsigned int points : {0u, kWrapping}) {
-    cache_->CloseFile(nullptr);
-    const unsigned int header[] = {points, 0, 0, 0};
-    std::memcpy(&bytes[16], header, sizeof header);
-    WriteBytes(folder_.File("a.pc2"), bytes);
-    cache_->OpenFileForRead(nullptr);
-    EXPECT_FALSE(cache_->Read(nullptr, length_, KelTime(), 0));
-  }
 }
 
 TEST_F(CacheFetch, BuffersAreReusedAcrossFormats) {
