@@ -1,5 +1,3 @@
-#include <cstring>
-
 #include "tests/cache/cache_test.h"
 
 namespace kelsdk::test {
@@ -38,23 +36,6 @@ TEST_F(CacheFetch, EveryElementTypeAsFloats) {
   }
   EXPECT_FALSE(Fetch(KelTime(kBeyond), 5));
   EXPECT_FALSE(Fetch(KelTime(-2 * kTick), 5));
-}
-
-TEST_F(CacheFetch, EveryAlembicTypeAsFloats) {
-  object_->Name(KelCache::eAlembicFormat, TestData("abc/params_all_types.abc"));
-  ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
-  KelTime time = KelTime::FromSeconds(1);
-  const int count = cache_->GetChannelCount(nullptr);
-  int fetched = 0;
-  for (int channel = 0; channel < count; ++channel) {
-    if (!Fetch(time, unsigned(channel))) continue;
-    ++fetched;
-    std::vector<float> read(length_ * size_t{255});  // whatever the values per element
-    EXPECT_TRUE(cache_->Read(channel, time, read.data(), length_, nullptr));
-    EXPECT_EQ(std::memcmp(values_, read.data(), length_ * sizeof(float)), 0) << channel;
-  }
-  EXPECT_EQ(fetched, count - 1) << "all but an empty array";
-  EXPECT_FALSE(Fetch(time, unsigned(count)));
 }
 
 TEST_F(CacheFetch, BuffersAreReusedAcrossFormats) {
