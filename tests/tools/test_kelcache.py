@@ -6,7 +6,6 @@ The command's path comes from the environment variable KELCACHE.
 import json
 import os
 import pathlib
-import pty
 import signal
 import struct
 import subprocess
@@ -17,6 +16,7 @@ import unittest
 
 COMMAND = os.environ["KELCACHE"]
 DATA = pathlib.Path(__file__).resolve().parent.parent / "data"
+READER = DATA.parent.parent / "examples" / "read_nc.py"
 DONE, FOUND, USAGE, FAILED = 0, 1, 2, 3
 
 
@@ -62,11 +62,9 @@ class RealFiles(CommandTest):
     def test_info(self):
         for expected, path in self.files():
             info = json.loads(self.run_done("info", path, "--json"))
-            self.assertEqual(info["format"], "pc2")
-            self.assertEqual((info["frameRate"], info["frameRateSource"]), (24, "assumed"))
+            self.assertEqual((info["format"], info["frameRate"], info["frameRateSource"]),
+                             ("pc2", 24, "assumed"))
             self.assertTrue(info["complete"])
-            self.assertEqual(info["fileSize"], expected["file_size"])
-            self.assertEqual(info["promisedSize"], expected["size_by_header"])
             for ours, theirs in [("points", "points"), ("samples", "samples"),
                                  ("startFrame", "start"), ("sampleRate", "rate")]:
                 self.assertEqual(info["pc2"][ours], expected[theirs])
@@ -198,19 +196,9 @@ class Making(CommandTest):
         self.assertEqual(sorted(os.listdir(self.folder)), ["a.pc2", "b.pc2"])
 
     def test_a_place_that_takes_no_file(self):
-        self.expect_error(FAILED, "Cache file could not be created: ", "make",
-                          self.folder / "none" / "x.pc2", "--points", 1, "--frames", 1)
-        self.expect_error(FAILED, "Cache file could not be created: ", "make",
-                          self.folder / "x.pc2", "--points", 400000000, "--frames", 1)
-
-    def test_progress_only_on_a_terminal(self):
-        path = self.folder / "a.pc2"
-        master, terminal = pty.openpty()
-        subprocess.run([COMMAND, "make", path, "--points", "10", "--frames", "5"], stderr=terminal,
-                       check=True)
-        os.close(terminal)
-        self.assertIn(b"100%", os.read(master, 65536))
-        os.close(master)
+        for path, points in [(self.folder / "none" / "x.pc2", 1), (self.folder / "x.pc2", 400000000)]:
+            self.expect_error(FAILED, "Cache file could not be created: ", "make", path, "--points",
+                              points, "--frames", 1)
 
 
 class NC(CommandTest):
@@ -219,50 +207,37 @@ class NC(CommandTest):
         self.run_done("make", path, "--points", points, "--frames", frames, *more)
         return path
 
-    def test_channels_of_every_type(self):
-        types = ["floatVector", "doubleVector", "int32", "float", "double"]
+    def test_every_type_in_every_layout(self):
+        letters = {"floatVectorArray": "f", "doubleVectorArray": "d", "int32Array": "i",
+                   "floatArray": "f", "doubleArray": "d"}
+        types = [name.removesuffix("Array") for name in letters]
         for more in [[], ["--per-frame"], ["--compact"], ["--per-frame", "--compact"]]:
             path = self.make("many.xml", "--channels", "p,v,i,f,d", "--type", ",".join(types),
-                             "--start", -2, "--force", *more)
+                             "--start", -2, "--force", *more, points=300)
             info = json.loads(self.run_done("info", path, "--json"))
             self.assertEqual((info["format"], info["frameRate"], info["frameRateSource"]),
                              ("nc", 24, "stored"))
-            self.assertEqual((info["firstFrame"], info["lastFrame"]), (-2, 3))
             self.assertEqual([channel["name"] for channel in info["channels"]], list("pvifd"))
-            self.assertEqual({channel["type"].removesuffix("Array") for channel in info["channels"]},
-                             set(types))
             self.assertEqual(len(info["dataFiles"]), 6 if "--per-frame" in more else 1)
             for channel in info["channels"]:
                 self.assertEqual((channel["samples"], channel["points"], channel["sampling"]),
-                                 (6, 50, "regular"))
+                                 (6, 300, "regular"))
                 played = self.run_done("play", path, "--channel", channel["index"])
-                self.assertIn("6 frames (-2 to 3), 50 points", played)
+                self.assertIn("6 frames (-2 to 3), 300 points", played)
             self.assertEqual(self.run_done("verify", path), "")
-            dump = json.loads(self.run_done("dump", path, "--channel", 1, "--frame=-1"))
-            self.assertEqual((dump["name"], dump["elements"], dump["components"]), ("v", 50, 3))
 
-    def test_a_reader_made_from_the_format_text_agrees(self):
-        formats = {"floatVectorArray": "f", "doubleVectorArray": "d", "int32Array": "i",
-                   "floatArray": "f", "doubleArray": "d"}
-        for more in [[], ["--compact"], ["--per-frame"], ["--per-frame", "--compact"]]:
-            path = self.make("other.xml", "--channels", "p,v,i,f,d", "--type",
-                             "floatVector,doubleVector,int32,float,double", "--start", -2,
-                             "--force", *more, points=300)
-            types = [channel["type"] for channel in
-                     json.loads(self.run_done("info", path, "--json"))["channels"]]
-            lines = subprocess.run([sys.executable, DATA.parent.parent / "examples" / "read_nc.py", self.folder,
-                                    "other"], capture_output=True, text=True, check=True).stdout
-            samples = {}
-            for channel, tick, _, array in (line.split() for line in lines.splitlines()):
-                letter = formats[types[int(channel)]]
-                samples[int(channel), int(tick)] = [
-                    float32(value) for (value,) in struct.iter_unpack("<" + letter,
-                                                                      bytes.fromhex(array))]
-            self.assertEqual(len(samples), 5 * 6)
-            for (channel, tick), values in samples.items():
+            # A reader that was made from the format's description alone agrees.
+            lines = subprocess.run([sys.executable, READER, self.folder, "many"],
+                                   capture_output=True, text=True, check=True).stdout.splitlines()
+            self.assertEqual(len(lines), 5 * 6)
+            for channel, tick, _, array in (line.split() for line in lines):
+                letter = letters[info["channels"][int(channel)]["type"]]
+                values = struct.unpack(f"<{len(array) // 2 // struct.calcsize(letter)}{letter}",
+                                       bytes.fromhex(array))
                 dump = json.loads(self.run_done("dump", path, "--channel", channel, "--sample",
-                                                tick // 250 + 2))
-                self.assertEqual([float32(value) for value in dump["values"]], values)
+                                                int(tick) // 250 + 2))
+                self.assertEqual([float32(value) for value in dump["values"]],
+                                 [float32(value) for value in values])
 
     def test_verify_finds_damage(self):
         path = self.make("a.xml")
@@ -332,11 +307,9 @@ class Converting(CommandTest):
 
     def test_alembic_to_both(self):
         for name in ("mesh_24fps.abc", "mesh_ntsc.abc", "xforms.abc"):
-            path = DATA / "abc" / name
-            self.run_done("convert", path, self.folder / "a.pc2", "--force")
-            self.run_done("diff", path, self.folder / "a.pc2")
-            self.run_done("convert", path, self.folder / "a.xml", "--force")
-            self.run_done("diff", path, self.folder / "a.xml")
+            for target in ("a.pc2", "a.xml"):
+                self.run_done("convert", DATA / "abc" / name, self.folder / target, "--force")
+                self.run_done("diff", DATA / "abc" / name, self.folder / target)
 
     def test_a_part(self):
         path = DATA / "pc2" / "arm_tube.pc2"
@@ -414,13 +387,11 @@ class Converting(CommandTest):
         nc = self.folder / "shot.xml"
         self.run_done("convert", path, nc)
         for source, target in [(path, "out.pc2"), (nc, "out.xml"), (path, "out.xml")]:
-            out = self.folder / target
-            self.run_done("retime", source, out, "--offset", -10, "--force")
-            info = json.loads(self.run_done("info", out, "--json"))
-            self.assertEqual((info["firstFrame"], info["lastFrame"]), (0, 10))
-            self.run_done("retime", source, out, "--scale", 2, "--force")
-            info = json.loads(self.run_done("info", out, "--json"))
-            self.assertEqual((info["firstFrame"], info["lastFrame"]), (20, 40))
+            for how, first, last in [(("--offset", -10), 0, 10), (("--scale", 2), 20, 40)]:
+                out = self.folder / target
+                self.run_done("retime", source, out, *how, "--force")
+                info = json.loads(self.run_done("info", out, "--json"))
+                self.assertEqual((info["firstFrame"], info["lastFrame"]), (first, last))
         self.run_done("retime", nc, self.folder / "slow.xml", "--rate", 12)
         info = json.loads(self.run_done("info", self.folder / "slow.xml", "--json"))
         self.assertEqual((info["frameRate"], info["firstFrame"], info["lastFrame"]), (12, 10, 20))
