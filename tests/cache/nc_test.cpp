@@ -79,26 +79,20 @@ TEST_F(CacheNC, TimesOfRegularIrregularAndExtremeSamples) {
     SCOPED_TRACE(row.ticks[0]);
     WriteNC("shot.xml", {KelCache::eNCFloatArray}, row.ticks, 30);
     OpenForRead(KelCache::eNCFormat, "shot.xml");
-    EXPECT_EQ(cache_->GetSamplingFrameRate(nullptr), 30);
-    KelTime end;
-    EXPECT_TRUE(cache_->GetAnimationRange(0, time_, end, nullptr));
-    EXPECT_EQ(time_.Get(), row.ticks.front() * kTick);
-    EXPECT_EQ(end.Get(), row.ticks.back() * kTick);
     KelTime next(-kBeyond);
     for (unsigned int i = 0; i < row.ticks.size(); ++i) {
       EXPECT_TRUE(cache_->GetDataTime(0, i, time_, nullptr));
       EXPECT_EQ(time_.Get(), row.ticks[i] * kTick);
       EXPECT_TRUE(cache_->GetNextTimeWithData(next, next, i % 2 == 0 ? 0 : -1, nullptr));
       EXPECT_EQ(next, time_);
-      EXPECT_TRUE(cache_->GetChannelPointCount(0, time_, count_, nullptr));
-      EXPECT_EQ(count_, 1u);
+      EXPECT_TRUE(cache_->GetChannelPointCount(0, time_, count_, nullptr) && count_ == 1);
     }
-    EXPECT_EQ(Outcome(cache_->GetNextTimeWithData(end, next, -1, &status_)), "1 ");
-    EXPECT_EQ(Outcome(cache_->GetNextTimeWithData(KelTime(kBeyond), next, 0, &status_)), "3 ");
-    EXPECT_EQ(Outcome(cache_->GetDataTime(0, 9, next, &status_)), "1 ");
-    EXPECT_EQ(next, end) << "untouched";
-    for (const long long units : {row.ticks.front() * kTick - 1, end.Get() + 1}) {
-      EXPECT_EQ(Outcome(cache_->GetChannelPointCount(0, KelTime(units), count_, &status_)),
+    EXPECT_FALSE(cache_->GetNextTimeWithData(next, next, -1, nullptr));
+    KelTime start;
+    EXPECT_TRUE(cache_->GetAnimationRange(0, start, time_, nullptr));
+    EXPECT_TRUE(start.Get() == row.ticks[0] * kTick && time_ == next);
+    for (const KelTime& outside : {start - KelTime(1), next + KelTime(1)}) {
+      EXPECT_EQ(Outcome(cache_->GetChannelPointCount(0, outside, count_, &status_)),
                 "1 Specified time is out of range");
     }
     cache_->GetChannelSamplingRate(0, time_, &status_);

@@ -1,6 +1,5 @@
 #include <climits>
 #include <cmath>
-#include <cstring>
 
 #include "host/KelFileUtils.h"
 #include "host/KelManager.h"
