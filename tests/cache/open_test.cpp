@@ -160,13 +160,6 @@ TEST_F(CacheOpening, ConversionsNameSourceAndTarget) {
     EXPECT_EQ(Status().ends_with("failed"), row.outcome == "done");
     answers.refused = {};
     TakeCalls();
-    FailEachAllocation(
-        [&] {
-          const bool done = convert();
-          EXPECT_EQ(TakeCalls().empty(), !done);
-          status_.Clear();
-        },
-        EAllocations::eKelMalloc);
   }
 }
 

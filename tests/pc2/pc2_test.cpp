@@ -155,8 +155,8 @@ TEST_F(PC2, PathsThatCannotBe) {
 TEST_F(PC2, WritesInAnyOrderAndReplacesAtTheEnd) {
   const std::string real = folder_.File("le tissu déplié 布.v2.pc2");
   WriteBytes(real, MakePC2(2, 1, 24));
-  ASSERT_EQ(::chmod(real.c_str(), 0640), 0);
-  ASSERT_EQ(::symlink(real.c_str(), path_.c_str()), 0);
+  fs::permissions(real, fs::perms(0640));
+  fs::create_symlink(real, path_);
   const Bytes older = ReadBytes(path_);
   PC2Object cache(path_);
   ASSERT_TRUE(cache->OpenFileForWrite(-5, 29.97, 4, 2, nullptr));
@@ -167,13 +167,9 @@ TEST_F(PC2, WritesInAnyOrderAndReplacesAtTheEnd) {
   EXPECT_EQ(ReadBytes(path_), older) << "untouched until the end";
   cache->CloseFile(nullptr);
   EXPECT_EQ(NamesIn(folder_.path()).size(), 2U);
-  struct stat entry = {};
-  ASSERT_EQ(::lstat(path_.c_str(), &entry), 0);
-  EXPECT_TRUE(S_ISLNK(entry.st_mode)) << "a link stays a link";
-  ASSERT_EQ(::stat(path_.c_str(), &entry), 0);
-  EXPECT_EQ(entry.st_size, 32 + 4 * 24);
-  EXPECT_EQ(entry.st_mode & 0777, 0640U);
-  EXPECT_EQ(FirstValue(path_, 0), 0.0F);
+  EXPECT_TRUE(fs::is_symlink(path_)) << "a link stays a link";
+  EXPECT_EQ(fs::file_size(path_), 32 + 4 * 24U);
+  EXPECT_EQ(fs::status(path_).permissions(), fs::perms(0640));
   EXPECT_EQ(FirstValue(path_, 1), 0.0F) << "never written: zero";
   EXPECT_EQ(FirstValue(path_, 3), 3.0F);
   ASSERT_TRUE(cache->OpenFileForRead(nullptr));
@@ -237,8 +233,8 @@ TEST_F(PC2, RecoversWhatADeadWriterLeft) {
 // Permissions bind everybody but the superuser: look at them as another user.
 TEST_F(PC2, AReadOnlyFileIsNotReplaced) {
   WriteBytes(path_, MakePC2(1, 1, 12));
-  ::chmod(folder_.path().c_str(), 0777);
-  ::chmod(path_.c_str(), 0444);
+  fs::permissions(folder_.path(), fs::perms(0777));
+  fs::permissions(path_, fs::perms(0444));
   const pid_t child = ::fork();
   if (child == 0) {
     const bool bound = ::geteuid() != 0 || ::setuid(65534) == 0;
