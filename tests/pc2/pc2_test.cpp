@@ -83,15 +83,11 @@ TEST_F(PC2, RefusedFiles) {
   KelStatus status;
   for (const auto& c : cases) {
     WriteBytes(path_, c.bytes);
-    EXPECT_FALSE(PC2Object(path_)->OpenFileForRead(&status)) << c.words;
-    EXPECT_EQ(status.GetCode(), KelStatus::eSuccess) << c.words;
+    EXPECT_FALSE(PC2Object(path_)->OpenFileForRead(&status) || status.Error()) << c.words;
     zuPointCache2IO file;
     EXPECT_FALSE(file.initialize(path_.c_str(), zuPointCache2IO::readMode));
     EXPECT_STREQ(file.errorString(), c.words);
   }
-  WriteBytes(path_, MakePC2(1, 1, 12, 0, 1, 2));
-  EXPECT_FALSE(PC2Object(path_)->OpenFileForRead(&status));
-  EXPECT_STREQ(status.GetErrorString(), "Unsupported file version");
 }
 
 TEST_F(PC2, OddButSoundFiles) {
@@ -111,20 +107,14 @@ TEST_F(PC2, OddButSoundFiles) {
     SCOPED_TRACE(c.why);
     WriteBytes(path_, c.bytes);
     PC2Object cache(path_);
-    KelStatus status;
-    ASSERT_TRUE(cache->OpenFileForRead(&status));
+    ASSERT_TRUE(cache->OpenFileForRead(nullptr));
     EXPECT_EQ(cache->GetCacheTimePerFrame(nullptr).Get(), c.perFrame);
-    for (unsigned int sample = 0; sample < c.readable; ++sample) {
+    for (const unsigned int sample : {0U, 1U, c.readable, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
+      const bool readable = sample < c.readable;
       double values[6] = {-7, -7, -7, -7, -7, -7};
-      EXPECT_TRUE(cache->Read(sample, values, 2, &status));
-      EXPECT_EQ(values[2], 3 * sample + 2.0);
-      EXPECT_EQ(values[3], 0.0) << "a point that the file does not have";
-    }
-    for (const unsigned int sample : {c.readable, 0x7FFFFFFFU, 0xFFFFFFFFU}) {
-      double values[3] = {-7, -7, -7};
-      EXPECT_FALSE(cache->Read(sample, values, 1, &status));
-      EXPECT_STREQ(status.GetErrorString(), "Error reading sample data");
-      EXPECT_EQ(values[0], -7.0);
+      EXPECT_EQ(cache->Read(sample, values, 2, nullptr), readable) << sample;
+      EXPECT_EQ(values[2], readable ? 3 * sample + 2.0 : -7) << "untouched by a failure";
+      EXPECT_EQ(values[3], readable ? 0 : -7) << "a point that the file does not have";
     }
     EXPECT_FALSE(cache.Fetch(-1));
   }
