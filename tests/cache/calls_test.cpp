@@ -33,6 +33,7 @@ TEST_F(CacheCalls, OfReadingNC) {
   EXPECT_EQ(After(cache_->Read(&fetched_, length_, time_, 1)),
             "done untouched: channelDataType(1); getArrayLengthAtTime(1, -1); "
             "getArrayDataAtTime(1, -1, 2)");
+  EXPECT_EQ(After(cache_->Read(&fetched_, length_, beyond_, 1)), "untouched: channelDataType(1)");
   EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: ~zuCacheFileInterface()");
 }
 

@@ -12,13 +12,20 @@ constexpr bool kTakes[kTypes][3] = {
     {false, false, false}, {false, false, false}, {true, true, false}, {true, true, false},
     {false, false, true},  {true, true, false},   {true, true, false}};
 
+constexpr int kOdd = (1 << 24) + 1;  // which is no float
+
 class CacheNC : public CacheTest {
  protected:
+  bool Fetch(unsigned int channel) { return cache_->Read(&values_, length_, time_, channel); }
+
+  float* values_ = nullptr;
+  unsigned int length_ = 0;
   unsigned int count_ = 0;
   KelTime time_;
 };
 
-// Every array type is written to and read from a channel of every type, bit by bit.
+// Every array type is written to and read from a channel of every type, bit by bit, and fetched as
+// floats.
 TEST_F(CacheNC, EveryArrayMeetsEveryElementType) {
   std::vector<int> types;
   for (int type = 0; type < kTypes; ++type) types.insert(types.end(), 3, type);
@@ -28,7 +35,7 @@ TEST_F(CacheNC, EveryArrayMeetsEveryElementType) {
     const int form = channel % 3;
     WithForm(form, [&](auto value) {
       decltype(value) values[6];
-      for (auto& one : values) one = static_cast<decltype(value)>(form == 2 ? 7 : 0.1);
+      for (auto& one : values) one = static_cast<decltype(value)>(form == 2 ? kOdd : 0.1);
       EXPECT_EQ(Outcome(cache_->Write(channel, time_, values, 2, &status_)),
                 kTakes[channel / 3][form] ? "done" : "1 ")
           << channel;
@@ -42,11 +49,15 @@ TEST_F(CacheNC, EveryArrayMeetsEveryElementType) {
     const int type = channel / 3;
     const int written = channel % 3;
     const bool isFloat = GetTypeIsFloat(static_cast<zuCacheData::zuCacheDataType>(type));
-    const double stored = written == 2 ? 7 : written == 1 || isFloat ? double(0.1F) : 0.1;
+    const double stored = written == 2 ? kOdd : written == 1 || isFloat ? double(0.1F) : 0.1;
     const size_t width = GetTypeLength(static_cast<zuCacheData::zuCacheDataType>(type));
+    const bool holds = kTakes[type][written];
+    EXPECT_EQ(Fetch(unsigned(channel)), holds) << channel;
+    EXPECT_EQ(std::vector<float>(values_, values_ + length_),
+              std::vector<float>(holds ? 2 * width : 0, static_cast<float>(stored)));
     for (int form = 0; form < 3; ++form) {
       SCOPED_TRACE(std::to_string(channel) + " " + std::to_string(form));
-      const bool read = kTakes[type][form] && kTakes[type][written];
+      const bool read = kTakes[type][form] && holds;
       WithForm(form, [&](auto value) {
         using Value = decltype(value);
         std::vector<Value> values(9, Value(-1));
@@ -100,6 +111,31 @@ TEST_F(CacheNC, TimesOfRegularIrregularAndExtremeSamples) {
     EXPECT_TRUE(row.interval == 0 || time_.Get() == row.interval * kTick);
     cache_->CloseFile(nullptr);
   }
+}
+
+// The buffers grow from layout to layout and are used again. Wherever memory runs out, the layout
+// that stays is one that they really have.
+TEST_F(CacheNC, BuffersHoldEveryLayoutInTurn) {
+  const std::vector<Layout> layouts = {{5, 10}, {5, 11}, {4, 11}, {4, 20},
+                                       {3, 50}, {6, 7},  {2, 500}};
+  WriteNC("a.xml", layouts);
+  unsigned long n = 0;
+  for (bool failed = true; failed; ++n) {
+    Renew();
+    OpenForRead(KelCache::eNCFormat, "a.xml");
+    const FailAllocation failure(n + 1, EAllocations::eKelMalloc);
+    for (unsigned int channel = 0; channel < layouts.size(); ++channel) {
+      ASSERT_TRUE(Fetch(channel) || Fetch(channel)) << "one failure alone";
+      // Touch all of it: the address sanitizer sees a byte too far.
+      for (unsigned int i = 0; i < length_; ++i) ASSERT_EQ(values_[i], static_cast<float>(i + 1));
+      const float* const buffer = values_;
+      const unsigned long allocations = AllocationCount();
+      EXPECT_TRUE(Fetch(channel) && values_ == buffer);
+      EXPECT_EQ(AllocationCount(), allocations);
+    }
+    failed = failure.Reached();
+  }
+  EXPECT_GT(n, 5u);
 }
 
 // Objects on threads of their own share nothing: the thread sanitizer has the last word.
