@@ -34,15 +34,21 @@ TEST_F(CacheCalls, OfReadingNC) {
             "done untouched: channelDataType(1); getArrayLengthAtTime(1, -1); "
             "getArrayDataAtTime(1, -1, 2)");
   EXPECT_EQ(After(cache_->Read(&fetched_, length_, beyond_, 1)), "untouched: channelDataType(1)");
+  KelString name;
+  EXPECT_FALSE(cache_->GetChannelName(0, name, nullptr)) << "and nothing leaks";
   EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: ~zuCacheFileInterface()");
 }
 
 TEST_F(CacheCalls, OfWritingNC) {
   ASSERT_TRUE(Open(kNC, kWrite));
   TakeCalls();
-  EXPECT_EQ(After(cache_->Write(0, time_, floats_, 2, &status_)),
-            "done: channelDataType(0); beginWriteAtTime(-1); addArrayData(0, -1, 2); "
-            "endWriteAtTime()");
+  for (const char* refused : {"addArrayData", ""}) {
+    answers.refused = {refused};
+    EXPECT_EQ(After(cache_->Write(0, time_, floats_, 2, &status_)),
+              std::string(*refused == 0 ? "done" : "") +
+                  ": channelDataType(0); beginWriteAtTime(-1); addArrayData(0, -1, 2); "
+                  "endWriteAtTime()");
+  }
   EXPECT_EQ(After(cache_->Write(0, beyond_, floats_, 2, &status_)), "3 : channelDataType(0)");
   EXPECT_EQ(After(cache_->Write(0, time_, doubles_, kWrapping, &status_)),
             "3 : channelDataType(0)");

@@ -71,7 +71,8 @@ unsigned int zuCacheFileInterface::numChannels() const {
 bool zuCacheFileInterface::hasChannelByName(const char*, unsigned int&) const {
   return false;
 }
-bool zuCacheFileInterface::channelName(unsigned int, char**) const {
+bool zuCacheFileInterface::channelName(unsigned int, char** name) const {
+  *name = static_cast<char*>(KelMalloc(1));  // the caller's, whatever the answer
   return false;
 }
 bool zuCacheFileInterface::channelInterpretation(unsigned int, char**) const {
