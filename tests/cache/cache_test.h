@@ -1,5 +1,6 @@
 #pragma once
 
+#include <numeric>
 #include <optional>
 #include <string>
 #include <vector>
@@ -103,8 +104,8 @@ class CacheTest : public FileTest {
     CacheObject cache(KelCache::ePC2Format, folder_.File(name));
     ASSERT_TRUE(cache->OpenFileForWrite(1.5, 24, 3, points, nullptr));
     for (unsigned int sample = 0; sample < 3; ++sample) {
-      std::vector<double> values;
-      for (unsigned int i = 0; i < points * 3; ++i) values.push_back(sample * 100 + i);
+      std::vector<double> values(points * 3);
+      std::iota(values.begin(), values.end(), sample * 100);
       ASSERT_TRUE(cache->Write(sample, values.data(), nullptr));
     }
     cache->CloseFile(nullptr);
@@ -124,12 +125,12 @@ class CacheTest : public FileTest {
       for (int channel = 0; channel < int(types.size()); ++channel) {
         const Layout& layout = layouts[size_t(channel)];
         if (layout.type < KelCache::eNCDoubleArray) continue;
-        WithForm(layout.type == KelCache::eNCInt32Array ? 2 : 0, [&](auto value) {
-          using Value = decltype(value);
-          std::vector<Value> values;
-          for (int i = 0; i <= int(layout.elements) * 3; ++i) values.push_back(Value(first + i));
-          ASSERT_TRUE(cache->Write(channel, time, values.data(), layout.elements, nullptr));
-        });
+        std::vector<double> doubles(layout.elements * 3 + 1);
+        std::iota(doubles.begin(), doubles.end(), first);
+        std::vector<int> integers(doubles.begin(), doubles.end());
+        ASSERT_TRUE(layout.type == KelCache::eNCInt32Array
+                        ? cache->Write(channel, time, integers.data(), layout.elements, nullptr)
+                        : cache->Write(channel, time, doubles.data(), layout.elements, nullptr));
       }
       ASSERT_TRUE(cache->EndWriteAt(nullptr));
     }

@@ -45,33 +45,5 @@ TEST_F(CacheMaking, PropertiesKeepOrResetTheirValues) {
   EXPECT_TRUE(type.GetFlag(KelPropertyFlags::eStatic));
 }
 
-TEST_F(CacheMaking, GivesNullWithoutMemory) {
-  const auto failed = FailEachAllocation([&] {
-    const long before = OutstandingBlocks();
-    KelCache* made = KelCache::Allocate(object_->manager, "made", nullptr);
-    if (made != nullptr) made->Destroy();
-    EXPECT_EQ(OutstandingBlocks(), before);
-  });
-  EXPECT_GE(failed, 5u);
-}
-
-// The targets of writes that were not closed stay as they are.
-TEST_F(CacheMaking, EndsWithoutClosing) {
-  WritePC2("a.pc2", 2);
-  const Bytes older = ReadBytes(folder_.File("a.pc2"));
-  double values[9] = {};
-  KelTime time;
-  ASSERT_TRUE(object_->BeginNC(folder_.File("new.xml"), {KelCache::eNCDoubleArray}));
-  EXPECT_TRUE(cache_->Write(0, time, values, 1, nullptr));
-  object_->Name(KelCache::ePC2Format, folder_.File("a.pc2"));
-  ASSERT_TRUE(cache_->OpenFileForWrite(0, 24, 1, 3, nullptr));
-  EXPECT_TRUE(cache_->Write(0, values, nullptr));
-  object_->Name(KelCache::eAlembicFormat, TestData("abc/tiny.abc"));
-  ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
-  object_.reset();
-  EXPECT_FALSE(Exists(folder_.File("new.xml")));
-  EXPECT_EQ(ReadBytes(folder_.File("a.pc2")), older);
-}
-
 }  // namespace
 }  // namespace kelsdk::test

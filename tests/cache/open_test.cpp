@@ -1,207 +1,166 @@
+// Opening and converting: which names are looked for, and what the back-ends are then asked.
 #include <filesystem>
 #include <limits>
 
-#include "tests/cache/cache_test.h"
+#include "tests/cache/standins.h"
 
 namespace kelsdk::test {
 namespace {
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-class CacheOpening : public CacheTest {
+class CacheOpening : public StandInTest {
  protected:
-  bool Open(KelCache::EOpenFlag flag, double rate = 24, unsigned int points = 4,
-            KelCache::ENCDataType type = KelCache::eNCFloatVectorArray,
-            const char* channel = nullptr) {
-    return cache_->OpenFile(flag, KelCache::eNCSingleFile, rate, channel, nullptr, 3, points, 10,
-                            &status_, type, KelCache::eNCBinaryX);
+  // The calls with the scratch folder written "here/".
+  std::string CallsHere() {
+    std::string all = TakeCalls();
+    const std::string here = folder_.path() + "/";
+    for (size_t at; (at = all.find(here)) != std::string::npos;) {
+      all.replace(at, here.size(), "here/");
+    }
+    return all;
   }
 };
 
-TEST_F(CacheOpening, FailuresLeaveNothingBehind) {
-  WritePC2("version.pc2", 1);
-  Bytes bytes = ReadBytes(folder_.File("version.pc2"));
-  bytes[12] = 2;
-  WriteBytes(folder_.File("version.pc2"), bytes);
-  for (const char* name : {"bad.pc2", "bad.xml", "bad.abc"}) WriteBytes(folder_.File(name), {0});
-  std::filesystem::create_directory(folder_.File("taken.pc2"));
-  const auto read = KelCache::eOpenForRead;
-  const auto write = KelCache::eOpenForWrite;
-  const auto pc2 = KelCache::ePC2Format;
-  const auto nc = KelCache::eNCFormat;
-  const auto abc = KelCache::eAlembicFormat;
-  const std::string here = folder_.path() + "/";
-  const std::string invalid = "1 Invalid sampling rate";
-  const std::string created = "1 Cache file could not be created: " + here;
+TEST_F(CacheOpening, SucceedsWholeOrEndsTheBackEnd) {
+  constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
+  const auto unknown = KelCache::eUnknownFormat;
+  const std::string created = "1 Cache file could not be created: " + folder_.path() + "/shot";
+  const std::string pc2 = "zuPointCache2IO(); initialize(here/shot.any, ";
+  const std::string nc = "zuCacheFileInterface(); initFile";
+  const std::string abc = "AlembicInterface(1); Open(here/shot.any, 1)";
+  const std::string ncWrite = nc + "Write(here/, shot, 0, ncx, 250)";
   const struct {
     KelCache::EFileFormat format;
-    const char* name;
     KelCache::EOpenFlag flag;
-    std::string status;
-    double rate = 24;
-    unsigned int points = 4;
-    KelCache::ENCDataType type = KelCache::eNCFloatVectorArray;
-    const char* channel = nullptr;
+    double rate;
+    const char* refused;
+    std::string outcome, calls;
   } rows[] = {
-      {KelCache::eUnknownFormat, "bad.abc", read, "1 Invalid/unspecified cache format"},
-      {pc2, "bad.pc2", read, invalid, 0},
-      {nc, "bad.xml", write, invalid, -24},
-      {nc, "bad.xml", write, invalid, 1e-7},
-      {abc, "bad.abc", write, invalid, 2e-16},
-      {abc, "bad.abc", read, invalid, kNaN},
-      {kOtherFormat, "bad.abc", write, invalid, -1},
-      {pc2, "bad.pc2", read, ""},
-      {nc, "bad.xml", read, ""},
-      {abc, "bad.abc", read, ""},
-      {kOtherFormat, "bad.abc", read, ""},
-      {kOtherFormat, "bad.abc", write, ""},
-      {pc2, "version.pc2", read, "1 Unsupported file version"},
-      {pc2, "bad.pc2", read, "3 ", 24, kWrapping},
-      {pc2, "new.pc2", write, created + "new", 24, kWrapping},
-      {pc2, "taken.pc2", write, created + "taken"},
-      {pc2, "none/new.pc2", write, created + "none/new"},
-      {nc, "none/new.xml", write, created + "none/new"},
-      {nc, "new.xml", write, created + "new", 24, 4, KelCache::ENCDataType(9)},
-      {nc, "new.xml", write, created + "new", 24, 4, KelCache::eNCFloatArray, ""},
-      {abc, "bad.abc", write, "1 Alembic Cache file write is not supported"},
+      {unknown, kRead, 24, "", "1 Invalid/unspecified cache format", ""},
+      {kNC, kWrite, 1e-7, "", "1 Invalid sampling rate", ""},
+      {kAbc, kWrite, 2e-16, "", "1 Invalid sampling rate", ""},
+      {kAbc, kRead, kNaN, "", "1 Invalid sampling rate", ""},
+      {kOtherFormat, kWrite, 24, "", "", ""},
+      {kAbc, kWrite, 24, "", "1 Alembic Cache file write is not supported", ""},
+      {kPC2, kRead, 24, "", "done", pc2 + "0)"},
+      {kPC2, kRead, 24, "initialize", "", pc2 + "0); ~zuPointCache2IO()"},
+      {kPC2, kWrite, 1e-7, "", "done", pc2 + "1); beginWriteData(2, 3, 10.25, 1)"},
+      {kPC2, kWrite, 24, "initialize", created, pc2 + "1); ~zuPointCache2IO()"},
+      {kPC2, kWrite, 24, "beginWriteData", created,
+       pc2 + "1); beginWriteData(2, 3, 10.25, 1); ~zuPointCache2IO()"},
+      {kNC, kRead, 1e-7, "", "done", nc + "Read(shot, here/); setOptimizeMultiChannelRead(1)"},
+      {kNC, kRead, 24, "initFileRead", "", nc + "Read(shot, here/); ~zuCacheFileInterface()"},
+      {kNC, kWrite, 24, "", "done", ncWrite + "; addChannel(shot, Points, 6)"},
+      {kNC, kWrite, 24, "initFileWrite", created, ncWrite + "; ~zuCacheFileInterface()"},
+      {kNC, kWrite, 24, "addChannel", created,
+       ncWrite + "; addChannel(shot, Points, 6); ~zuCacheFileInterface()"},
+      {kAbc, kRead, 24, "", "done", abc},
+      {kAbc, kRead, 24, "Open", "", abc + "; ~AlembicInterface()"},
   };
-  const auto names = NamesIn(folder_.path());
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.name + row.status);
-    object_->Name(row.format, here + row.name);
-    const long blocks = OutstandingBlocks();
-    EXPECT_EQ(Outcome(Open(row.flag, row.rate, row.points, row.type, row.channel)), row.status);
-    EXPECT_EQ(OutstandingBlocks(), blocks);
-    EXPECT_FALSE(cache_->IsOpen(nullptr));
-    EXPECT_EQ(NamesIn(folder_.path()), names);
+    SCOPED_TRACE(row.refused + row.outcome + row.calls);
+    Renew();
+    TakeCalls();
+    answers.refused = {row.refused};
+    Status();
+    EXPECT_EQ(Outcome(Open(row.format, row.flag, row.rate)), row.outcome);
+    EXPECT_EQ(CallsHere(), row.calls);
+    EXPECT_EQ(cache_->IsOpen(nullptr), row.outcome == "done");
+    if (row.outcome != "done") continue;
+    FailEachAllocation(
+        [&] {
+          cache_->CloseFile(nullptr);
+          status_.Clear();
+          const bool opened = Open(row.format, row.flag, row.rate);
+          EXPECT_EQ(cache_->IsOpen(nullptr), opened);
+        },
+        EAllocations::eKelMalloc);
   }
-  object_->Name(pc2, here + "new.pc2");
-  EXPECT_TRUE(Open(write, 1e-7)) << "a PC2 file needs no ticks";
-}
-
-TEST_F(CacheOpening, WithoutMemoryOrFilesNothingOpens) {
-  WritePC2("a.pc2", 2);
-  WriteNC("a.xml", {KelCache::eNCFloatArray}, {0});
-  const std::string paths[] = {folder_.File("a.pc2"), folder_.File("a.xml"),
-                               TestData("abc/tiny.abc"), folder_.File("new.pc2"),
-                               folder_.File("new.xml")};
-  for (size_t i = 0; i < std::size(paths); ++i) {
-    object_->Name(static_cast<KelCache::EFileFormat>(i % 3 + 1), paths[i]);
-    const auto attempt = [&] {
-      status_.Clear();
-      const long blocks = OutstandingBlocks();
-      const bool opened = Open(i < 3 ? KelCache::eOpenForRead : KelCache::eOpenForWrite, 24, 0);
-      status_.Clear();
-      EXPECT_EQ(cache_->IsOpen(nullptr), opened) << paths[i];
-      EXPECT_TRUE(cache_->CloseFile(nullptr));
-      EXPECT_EQ(OutstandingBlocks(), blocks) << paths[i];
-    };
-    // A back-end's own failures while it writes leave partial files, which are its tests' affair.
-    const auto which = i < 3 ? EAllocations::eAll : EAllocations::eKelMalloc;
-    EXPECT_GE(FailEachAllocation(attempt, which), 5u);
-    if (i < 3) {
-      EXPECT_GE(FailEachSystemCall(attempt), 2u);
-    }
-  }
+  cache_->CloseFile(nullptr);
+  answers = {.version = 2};
+  TakeCalls();
+  EXPECT_EQ(Outcome(Open(kPC2, kRead)), "1 Unsupported file version");
+  EXPECT_EQ(CallsHere(), pc2 + "0); ~zuPointCache2IO()");
+  EXPECT_FALSE(cache_->OpenFileForWrite(0, 24, 1, kWrapping, &status_));
+  EXPECT_EQ(Status(), created);
+  EXPECT_EQ(TakeCalls(), "");
 }
 
 TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
-  WritePC2("shot.pc2", 2);
-  WritePC2("shot.any", 5);
-  WritePC2("y.pc2", 3);
-  std::filesystem::create_directory(folder_.File("sub"));
   const std::string here = folder_.path() + "/";
-  std::string back = here + "shot.any";
+  std::string back = Path("any");
   std::replace(back.begin(), back.end(), '/', '\\');
+  std::filesystem::create_directory(here + "sub");
   const auto before = std::filesystem::current_path();
-  std::filesystem::current_path(folder_.path());
+  std::filesystem::current_path(here);
   const struct {
-    std::string absolute, relative;
-    unsigned int points;
+    std::string absolute, relative, opened;
   } rows[] = {
       // shot.pc2 must exist, and the name as it stands is opened.
-      {back, "none", 5}, {"/nowhere/x.pc2", here + "shot.pc2", 2}, {"", "sub\\..\\shot.any", 5},
-      {"y.pc2", "", 3},  {"/nowhere/x.pc2", "y.pc2", 3},
+      {back, "none", "here/shot.any"},
+      {"/nowhere/x.pc2", Path("pc2"), "here/shot.pc2"},
+      {"", "sub\\..\\shot.any", "here/shot.any"},
+      {"shot.pc2", "", "shot.pc2"},
   };
   for (const auto& row : rows) {
-    object_->Name(KelCache::ePC2Format, row.absolute, row.relative);
-    EXPECT_TRUE(cache_->OpenFileForRead(&status_)) << Status();
-    EXPECT_EQ(cache_->GetPointCount(nullptr), row.points * 3) << row.absolute;
+    object_->Name(kPC2, row.absolute, row.relative);
+    EXPECT_TRUE(cache_->OpenFileForRead(nullptr)) << row.absolute;
+    EXPECT_EQ(CallsHere(), "zuPointCache2IO(); initialize(" + row.opened + ", 0)");
     cache_->CloseFile(nullptr);
+    TakeCalls();
   }
   // Writing has no fallback and needs no file.
-  ASSERT_TRUE(object_->BeginNC("new.xml", {KelCache::eNCFloatArray}));
-  cache_->CloseFile(nullptr);
-  EXPECT_TRUE(Exists(here + "new.xml"));
+  object_->Name(kNC, "new.any", "shot.any");
+  EXPECT_TRUE(cache_->OpenFileForWrite(KelCache::eNCFilePerFrame, 29.97, "c", KelCache::eNCBinaryC,
+                                       KelCache::eNCInt32Array, "w", nullptr));
+  EXPECT_EQ(TakeCalls(),
+            "zuCacheFileInterface(); initFileWrite(./, new, 1, ncc, 200); addChannel(c, w, 4)");
   std::filesystem::current_path(before);
-
-  object_->Name(KelCache::eNCFormat, "C:\\cache\\b.pc2", "/rel\\a.x.pc2");
+  cache_->CloseFile(nullptr);
+  object_->Name(kNC, "C:\\cache\\b.pc2", "/rel\\a.x.pc2");
   EXPECT_EQ(Outcome(cache_->OpenFileForRead(&status_)),
             "1 Cache file not found: C:/cache/b.xml, /rel/a.x.xml");
-  object_->Name(kOtherFormat, "C:\\cache\\b.pc2", "/rel\\a.x.pc2");
-  EXPECT_EQ(Outcome(cache_->OpenFileForRead(&status_)),
-            "1 Cache file not found: C:/cache/b.abc, /rel/a.x.abc");
 }
 
-TEST_F(CacheOpening, WhatIsWrittenForTheArguments) {
+TEST_F(CacheOpening, ConversionsNameSourceAndTarget) {
+  const std::string here = folder_.path() + "/";
   const struct {
-    int files, data;
-    double rate, stored;
-    long long perFrame;  // KelTime units
-    const char* dataFile;
-  } rows[] = {{1, 0, 24, 24, 1924423250, ".ncc"},
-              {0, 1, 30, 30, 1539538600, ".ncx"},
-              {2, 7, 29.97, 30, 1539538600, ".ncx"},
-              {0, 0, 23.976, 24, 1924423250, ".ncc"},
-              {1, 1, 10000, 0, 0, ".ncx"},
-              {0, 1, 0.5, 0.5, 0, ".ncx"},
-              {0, 1, 1.0 / 300000, 1.0 / 300000, 0, ".ncx"}};
-  object_->Name(KelCache::eNCFormat, folder_.File("shot.xml"));
+    KelCache::EFileFormat format;
+    std::string absolute, relative;
+    double rate;
+    std::string outcome, calls;
+  } rows[] = {
+      {kPC2, Path("pc2"), "", 29.97, "done",
+       "convertFromPc2(here/shot.pc2, here/, shot, 1, ncc, 200)"},
+      // shot.pc2 is looked for, shot.any is read.
+      {kPC2, "C:\\no\\x.pc2", here + "a\\..\\shot.any", 24, "done",
+       "convertFromPc2(here/shot.any, here/, shot, 1, ncc, 250)"},
+      {kNC, Path("xml"), "", 24, "done", "convertToPc2(here/shot.pc2, here/, shot, 5, 250)"},
+      // The target is the source with its last three characters replaced.
+      {kNC, here + "long.cache", "", 24, "done",
+       "convertToPc2(here/long.capc2, here/, long, 5, 250)"},
+      {kPC2, Path("pc2"), "", 1e-6, "1 Invalid sampling rate", ""},
+      {kNC, Path("xml"), "", 0, "1 Invalid sampling rate", ""},
+      {kNC, "/no/x.xml", "/rel/y.any", 24, "1 Cache file not found: /no/x.xml, /rel/y.xml", ""},
+      {kAbc, Path("pc2"), "", 24, "untouched", ""},
+  };
+  WriteBytes(here + "long.cache", {0});
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.rate);
-    KelTime time;
-    int value = 7;
-    ASSERT_TRUE(cache_->OpenFileForWrite(KelCache::ENCFileCount(row.files), row.rate, nullptr,
-                                         KelCache::ENCBinaryFormat(row.data),
-                                         KelCache::eNCInt32Array, nullptr, nullptr));
-    EXPECT_TRUE(cache_->Write(0, time, &value, 1, nullptr));
-    cache_->CloseFile(nullptr);
-    ASSERT_TRUE(cache_->OpenFileForRead(nullptr));
-    KelString text;
-    KelString path;
-    auto files = KelCache::eNCSingleFile;
-    auto type = KelCache::eNCUnknownData;
-    EXPECT_TRUE(cache_->GetChannelDataType(0, type, nullptr) && type == KelCache::eNCInt32Array);
-    EXPECT_TRUE(cache_->GetChannelInterpretation(0, text, nullptr));
-    EXPECT_STREQ(text, "Points");
-    EXPECT_TRUE(cache_->GetChannelName(0, text, nullptr));
-    EXPECT_STREQ(text, "shot");
-    EXPECT_TRUE(cache_->GetCacheType(files, nullptr));
-    EXPECT_EQ(files == KelCache::eNCFilePerFrame, row.files == 1);
-    EXPECT_EQ(cache_->GetSamplingFrameRate(nullptr), row.stored);
-    EXPECT_EQ(cache_->GetCacheTimePerFrame(nullptr).Get(), row.perFrame);
-    EXPECT_TRUE(cache_->GetCacheDataFileName(0, text, path, nullptr));
-    EXPECT_TRUE(std::string(path.Buffer()).ends_with(row.dataFile)) << path.Buffer();
-    cache_->CloseFile(nullptr);
+    SCOPED_TRACE(row.absolute + row.calls);
+    object_->Name(row.format, row.absolute, row.relative);
+    const auto convert = [&] {
+      return row.format == kNC ? cache_->ConvertFromNCToPC2(row.rate, 5, &status_)
+                               : cache_->ConvertFromPC2ToNC(KelCache::eNCFilePerFrame, row.rate,
+                                                            KelCache::eNCBinaryC, &status_);
+    };
+    Status();
+    EXPECT_EQ(Outcome(convert()), row.outcome);
+    EXPECT_EQ(CallsHere(), row.calls);
+    answers.refused = {"convertFromPc2", "convertToPc2"};
+    EXPECT_FALSE(convert());
+    EXPECT_EQ(Status().ends_with("failed"), row.outcome == "done");
+    answers.refused = {};
+    TakeCalls();
   }
-}
-
-TEST_F(CacheOpening, FilesOfEveryFormatAreOpenBesideEachOther) {
-  KelTime time;
-  float value = 1;
-  const std::vector<int> types(2, KelCache::eNCFloatArray);
-  ASSERT_TRUE(object_->BeginNC(folder_.File("a.xml"), types));
-  EXPECT_TRUE(cache_->BeginWriteAt(time, nullptr));
-  object_->Name(KelCache::ePC2Format, folder_.File("new.pc2"));
-  EXPECT_TRUE(Open(KelCache::eOpenForWrite));
-  EXPECT_TRUE(Open(KelCache::eOpenForWrite, kNaN)) << "of an open file the flag alone counts";
-  EXPECT_EQ(Outcome(cache_->OpenFileForRead(&status_)), "");
-  EXPECT_TRUE(cache_->CloseFile(nullptr));
-  object_->Name(KelCache::eNCFormat, folder_.File("a.xml"));
-  EXPECT_TRUE(cache_->Write(0, time, &value, 1, nullptr)) << "the time block is open yet";
-  EXPECT_TRUE(cache_->CloseFile(nullptr));
-  ASSERT_TRUE(object_->BeginNC(folder_.File("b.xml"), types));
-  EXPECT_EQ(Outcome(cache_->Write(0, time, &value, 1, &status_)), "1 BeginWriteAt not called");
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include <climits>
 #include <cmath>
-#include <cstring>
 
 #include "host/KelFileUtils.h"
 #include "host/KelManager.h"
@@ -52,22 +51,12 @@ TEST_F(Host, TimeAtTheEndsOfItsRange) {
 }
 
 TEST_F(Host, FrameRatesThatAPersonTypes) {
-  const struct {
-    double typed;
-    unsigned int numerator, denominator;
-  } cases[] = {{24, 24, 1},
-               {29.97, 30000, 1001},
-               {23.976, 24000, 1001},
-               {59.94, 60000, 1001},
-               {12.5, 12500000, 1000000},
-               {0, 0, 0},
-               {-24, 0, 0},
-               {NAN, 0, 0},
-               {1e9, 0, 0}};
-  for (const auto& c : cases) {
-    const KelFrameRate rate = KelFrameRate::FromDouble(c.typed);
-    EXPECT_EQ(rate.numerator, c.numerator) << c.typed;
-    EXPECT_EQ(rate.denominator, c.denominator) << c.typed;
+  const double cases[][3] = {{24, 24, 1}, {29.97, 30000, 1001},      {59.94, 60000, 1001},
+                             {-24, 0, 0}, {12.5, 12500000, 1000000}, {1e9, 0, 0},
+                             {NAN, 0, 0}};
+  for (const auto& [typed, numerator, denominator] : cases) {
+    const KelFrameRate rate = KelFrameRate::FromDouble(typed);
+    EXPECT_TRUE(rate.numerator == numerator && rate.denominator == denominator) << typed;
   }
 }
 
@@ -76,7 +65,6 @@ TEST_F(Host, PathsComeApart) {
     const char *path, *folder, *stem, *name, *resolved;
   } cases[] = {
       {"/a/./b/../c.pc2", "/a/./b/..", "c", "c.pc2", "/a/c.pc2"},
-      {"shot.pc2", ".", "shot", "shot.pc2", nullptr},
       {"/name.xml", "", "name", "name.xml", "/name.xml"},
       {"a\\b\\c.tar.gz", "a\\b", "c.tar", "c.tar.gz", nullptr},
       {"/../../a/.hidden", "/../../a", ".hidden", ".hidden", "/a/.hidden"},
@@ -91,26 +79,18 @@ TEST_F(Host, PathsComeApart) {
     if (c.resolved == nullptr) continue;
     EXPECT_STREQ(KelPathUtils::Resolve(c.path), c.resolved);
   }
-  const KelString relative = KelPathUtils::Resolve("x/../caches/shot 1.pc2");
-  EXPECT_EQ(relative.Buffer()[0], '/');
-  EXPECT_NE(std::strstr(relative, "/caches/shot 1.pc2"), nullptr);
-}
-
-TEST_F(Host, ExistIsTrueForAnythingButAFolder) {
+  const std::string relative = KelPathUtils::Resolve("x/../caches/shot 1.pc2").Buffer();
+  EXPECT_TRUE(relative.starts_with("/") && relative.ends_with("/caches/shot 1.pc2"));
   WriteBytes(folder_.File("файл 1.pc2"), {1});
   EXPECT_TRUE(KelFileUtils::Exist(folder_.File("файл 1.pc2").c_str()));
-  EXPECT_FALSE(KelFileUtils::Exist(folder_.path().c_str()));
-  EXPECT_FALSE(KelFileUtils::Exist(folder_.File("none").c_str()));
-  EXPECT_FALSE(KelFileUtils::Exist(""));
+  EXPECT_FALSE(KelFileUtils::Exist(folder_.path().c_str())) << "a folder";
   EXPECT_FALSE(KelFileUtils::Exist(nullptr));
 }
 
-TEST_F(Host, StringsReplaceAndJoin) {
+TEST_F(Host, StringsReplaceJoinAndRunOutOfMemory) {
   KelString text("a\\b\\c");
   EXPECT_TRUE(text.FindAndReplace("\\", "/", 0));
-  EXPECT_STREQ(text, "a/b\\c");
   EXPECT_TRUE(text.FindAndReplace("b", "long", 1));
-  EXPECT_STREQ(text, "a/long\\c");
   EXPECT_FALSE(text.FindAndReplace("a", "x", 1));
   EXPECT_FALSE(text.FindAndReplace("", "x", 0));
   text += text;
@@ -118,17 +98,10 @@ TEST_F(Host, StringsReplaceAndJoin) {
   EXPECT_STREQ(text.Left(3), "a/l");
   EXPECT_STREQ(text.Left(100), text);
   EXPECT_STREQ(KelString() + nullptr + "", "");
-}
-
-TEST_F(Host, StringsWithoutMemoryAreInvalidAndSayso) {
   const unsigned long failures = FailEachAllocation([] {
     const KelString folder("/some/folder");
     const KelString path = folder + "/" + KelString("name") + ".pc2";
-    if (path.IsValid()) {
-      EXPECT_STREQ(path, "/some/folder/name.pc2");
-    } else {
-      EXPECT_STREQ(path, "");
-    }
+    EXPECT_STREQ(path, path.IsValid() ? "/some/folder/name.pc2" : "");
   });
   EXPECT_GE(failures, 5U);
 }
@@ -136,35 +109,31 @@ TEST_F(Host, StringsWithoutMemoryAreInvalidAndSayso) {
 TEST_F(Host, StatusCarriesCodeAndMessage) {
   KelStatus status;
   status.SetCode(KelStatus::eFailure, "Cache file not found: %s, %s", "a", "b");
-  EXPECT_EQ(status.GetCode(), KelStatus::eFailure);
-  EXPECT_STREQ(status.GetErrorString(), "Cache file not found: a, b");
   status.SetCode(KelStatus::eFailure, "again: %s", status.GetErrorString());
   EXPECT_STREQ(status.GetErrorString(), "again: Cache file not found: a, b");
   status.SetCode(KelStatus::eIndexOutOfRange);
   EXPECT_STREQ(status.GetErrorString(), "");
-  status.Clear();
-  EXPECT_EQ(status.GetCode(), KelStatus::eSuccess);
+  EXPECT_TRUE(status.Error());
 }
 
 class Listener : public KelObject {
  public:
   using KelObject::KelObject;
-  bool PropertyNotify(EPropertyNotifyType type, KelProperty& property) override {
-    heard.push_back(type);
+  bool PropertyNotify(EPropertyNotifyType, KelProperty& property) override {
+    ++heard;
     EXPECT_STREQ(property.GetName(), "Format");
     return accept;
   }
-  std::vector<EPropertyNotifyType> heard;
+  int heard = 0;
   bool accept = true;
 };
 
 TEST_F(Host, PropertiesAreTypedHandlesOfTheirObject) {
   KelManager* manager = KelManager::Create();
   auto* object = KelNew<Listener>(*manager, "object");
-  bool existed = true;
-  EXPECT_FALSE((existed = false,
-                KelProperty::Create(object, KelEnumDT, "Format", "Label", true, &existed),
-                existed));
+  bool existed = false;
+  KelProperty::Create(object, KelEnumDT, "Format", "Label", true, &existed);
+  EXPECT_FALSE(existed);
   KelProperty format = KelProperty::Create(object, KelEnumDT, "Format", "", true, &existed);
   EXPECT_TRUE(existed);
   EXPECT_STREQ(format.GetLabel(), "Label");
@@ -172,7 +141,7 @@ TEST_F(Host, PropertiesAreTypedHandlesOfTheirObject) {
 
   int value = 7;
   EXPECT_TRUE(format.Set(&value, eKelEnum, false));
-  EXPECT_TRUE(object->heard.empty());
+  EXPECT_EQ(object->heard, 0);
   object->accept = false;
   value = 8;
   EXPECT_FALSE(format.Set(&value, eKelEnum, true));
@@ -182,7 +151,7 @@ TEST_F(Host, PropertiesAreTypedHandlesOfTheirObject) {
   EXPECT_FALSE(format.Get(&text, eKelString));
   EXPECT_TRUE(format.Get(&value, eKelEnum));
   EXPECT_EQ(value, 7);
-  EXPECT_EQ(object->heard.size(), 1U);
+  EXPECT_EQ(object->heard, 1) << "a refused type is not announced";
 
   manager->Destroy();
   EXPECT_TRUE(format.Get(&value, eKelEnum)) << "a handle keeps its property";
@@ -212,15 +181,10 @@ TEST_F(Host, ContentGoesThroughAStreamAndSurvivesACutOne) {
   EXPECT_FALSE(objects[1]->ContentReadFrom(lying));
   EXPECT_TRUE(objects[0]->Compare(objects[1])) << "nothing changed";
 
-  KelObject* clone = objects[0]->Clone(KelObject::eDeepClone, nullptr, nullptr);
-  ASSERT_NE(clone, nullptr);
-  EXPECT_EQ(manager->GetObjectCount(), 3U);
-  manager->Release(clone);
-  EXPECT_EQ(clone->GetKelManager(), nullptr);
-  EXPECT_EQ(clone->Clone(KelObject::eDeepClone, nullptr, nullptr), nullptr);
-  clone->Destroy();
-  objects[0]->Destroy();
+  manager->Release(objects[0]);
   EXPECT_EQ(manager->GetObjectCount(), 1U);
+  EXPECT_EQ(objects[0]->Clone(KelObject::eDeepClone, nullptr, nullptr), nullptr);
+  objects[0]->Destroy();
   manager->Destroy();
 }
 

@@ -1,0 +1,157 @@
+// What the object asks of its back-ends, call by call.
+#include "tests/cache/standins.h"
+
+namespace kelsdk::test {
+namespace {
+
+class CacheCalls : public StandInTest {
+ protected:
+  // What a call with the status has answered and asked for.
+  std::string After(bool done) { return Outcome(done) + ": " + TakeCalls(); }
+
+  float* fetched_ = nullptr;
+  unsigned int length_ = 0;
+  double* const none_ = nullptr;
+  float floats_[6] = {};
+  double doubles_[9] = {1, 2, 3, 4, 5, 6};
+  KelTime time_ = KelTime(-kTick - 1);  // cut toward zero to tick -1
+  KelTime beyond_ = KelTime(kBeyond);
+};
+
+TEST_F(CacheCalls, OfReadingNC) {
+  ASSERT_TRUE(Open(kNC, kRead));
+  TakeCalls();
+  EXPECT_EQ(After(cache_->Read(1, time_, floats_, 2, &status_)),
+            "done: channelDataType(1); getArrayDataAtTime(1, -1, 2)");
+  EXPECT_EQ(After(cache_->Read(1, time_, doubles_, 3, &status_)),
+            "done: channelDataType(1); getArrayDataAtTime(1, -1, 3)");
+  EXPECT_EQ(After(cache_->Read(1, beyond_, doubles_, 3, &status_)), "3 : channelDataType(1)");
+  EXPECT_EQ(After(cache_->Read(1, time_, none_, 3, &status_)), "3 : channelDataType(1)");
+  EXPECT_EQ(After(cache_->Read(1, time_, doubles_, kWrapping, &status_)), "3 : channelDataType(1)");
+  EXPECT_EQ(After(cache_->Read(nullptr, length_, time_, 1)),
+            "done untouched: channelDataType(1); getArrayLengthAtTime(1, -1)");
+  EXPECT_EQ(After(cache_->Read(&fetched_, length_, time_, 1)),
+            "done untouched: channelDataType(1); getArrayLengthAtTime(1, -1); "
+            "getArrayDataAtTime(1, -1, 2)");
+  EXPECT_EQ(After(cache_->Read(&fetched_, length_, beyond_, 1)), "untouched: channelDataType(1)");
+  KelString name;
+  EXPECT_FALSE(cache_->GetChannelName(0, name, nullptr)) << "and nothing leaks";
+  EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: ~zuCacheFileInterface()");
+}
+
+TEST_F(CacheCalls, OfWritingNC) {
+  ASSERT_TRUE(Open(kNC, kWrite));
+  TakeCalls();
+  for (const char* refused : {"addArrayData", ""}) {
+    answers.refused = {refused};
+    EXPECT_EQ(After(cache_->Write(0, time_, floats_, 2, &status_)),
+              std::string(*refused == 0 ? "done" : "") +
+                  ": channelDataType(0); beginWriteAtTime(-1); addArrayData(0, -1, 2); "
+                  "endWriteAtTime()");
+  }
+  EXPECT_EQ(After(cache_->Write(0, beyond_, floats_, 2, &status_)), "3 : channelDataType(0)");
+  EXPECT_EQ(After(cache_->Write(0, time_, doubles_, kWrapping, &status_)),
+            "3 : channelDataType(0)");
+  EXPECT_EQ(After(cache_->BeginWriteAt(beyond_, &status_)), "3 : ");
+  EXPECT_EQ(After(cache_->BeginWriteAt(time_, &status_)), "done: beginWriteAtTime(-1)");
+  EXPECT_EQ(After(cache_->Write(4, time_, doubles_, 2, &status_)),
+            "done: channelDataType(4); addArrayData(4, -1, 2)");
+  EXPECT_EQ(After(cache_->EndWriteAt(&status_)), "done: endWriteAtTime()");
+  answers.channels = 2;
+  EXPECT_EQ(After(cache_->Write(0, time_, floats_, 2, &status_)),
+            "1 BeginWriteAt not called: channelDataType(0)");
+  EXPECT_TRUE(cache_->BeginWriteAt(time_, nullptr));
+  TakeCalls();
+  answers.refused = {"endFileWrite"};
+  EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: endFileWrite(); ~zuCacheFileInterface()");
+  ASSERT_TRUE(Open(kNC, kWrite));
+  EXPECT_FALSE(cache_->Write(0, time_, floats_, 2, nullptr)) << "its block has ended";
+}
+
+TEST_F(CacheCalls, OfPC2AndAlembic) {
+  ASSERT_TRUE(Open(kPC2, kRead));
+  TakeCalls();
+  EXPECT_EQ(After(cache_->Read(7, doubles_, 3, &status_)), "done: readSample(7, 3)");
+  EXPECT_TRUE(doubles_[5] == 7 && doubles_[6] == 0) << "a point that the file does not have";
+  EXPECT_EQ(After(cache_->Read(7, none_, 3, &status_)), "3 : ");
+  EXPECT_EQ(After(cache_->Read(7, doubles_, kWrapping, &status_)), "3 : ");
+  EXPECT_EQ(After(cache_->Read(&fetched_, length_, KelTime::FromFrame(3), 9)),
+            "done untouched: readSample(3, 2)");
+  EXPECT_EQ(After(cache_->Read(&fetched_, length_, KelTime(-1), 0)),
+            "done untouched: readSample(4294967295, 2)");
+  EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: ~zuPointCache2IO()");
+  ASSERT_TRUE(Open(kPC2, kWrite));
+  TakeCalls();
+  EXPECT_EQ(After(cache_->Write(4294967295U, doubles_, &status_)), "done: writeSample(-1, 7, 7)");
+  answers.refused = {"endWriteData"};
+  EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: endWriteData(); ~zuPointCache2IO()");
+  ASSERT_TRUE(Open(kAbc, kRead));
+  TakeCalls();
+  EXPECT_EQ(After(cache_->Read(1, time_, floats_, 2, &status_)),
+            "done: GetChannelBuffer(1, 2, -7697694)");
+  EXPECT_EQ(After(cache_->Read(&fetched_, length_, time_, 1)),
+            "done untouched: GetChannelBuffer(1, 2, -7697694)");
+  EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: ~AlembicInterface()");
+}
+
+// Room is made for what a back-end announces, or no data is asked of it.
+TEST_F(CacheCalls, OfAFetchForSizesThatCannotBe) {
+  const struct {
+    KelCache::EFileFormat format;
+    Answers answers;
+    bool serves = false;
+  } rows[] = {{kPC2, {}, true},
+              {kPC2, {.elements = 0}},
+              {kPC2, {.elements = kWrapping}},
+              {kNC, {.type = 3}, true},
+              {kNC, {.elements = 0}},
+              {kNC, {.elements = kWrapping}},
+              {kNC, {.type = 1}},
+              {kNC, {.type = 9}},
+              {kAbc, {.typeSize = 13}, true},
+              {kAbc, {.typeSize = 6}, true},
+              {kAbc, {.typeSize = 2}},
+              {kAbc, {.typeSize = 0}},
+              {kAbc, {.dataLength = 0}},
+              {kAbc, {.elements = 0}},
+              {kAbc, {.elements = kWrapping}}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(&row - rows);
+    Renew();
+    answers = row.answers;
+    ASSERT_TRUE(Open(row.format, kRead));
+    TakeCalls();
+    EXPECT_EQ(cache_->Read(&fetched_, length_, KelTime(), 0), row.serves);
+    EXPECT_EQ(length_, row.serves ? 6U : 0U);
+    EXPECT_EQ(fetched_ != nullptr, row.serves);
+    const std::string asked = TakeCalls();
+    for (const char* data : {"readSample", "getArrayData", "GetChannelBuffer"}) {
+      EXPECT_TRUE(row.serves || asked.find(data) == std::string::npos) << asked;
+    }
+  }
+}
+
+// Files of every format are open beside each other, and a time block with them.
+TEST_F(CacheCalls, OfFormatsAndObjectsThatGo) {
+  ASSERT_TRUE(Open(kNC, kWrite));
+  EXPECT_TRUE(cache_->BeginWriteAt(time_, nullptr));
+  ASSERT_TRUE(Open(kPC2, kWrite));
+  cache_->CloseFile(nullptr);
+  TakeCalls();
+  object_->Name(kNC, "elsewhere");
+  EXPECT_EQ(After(cache_->Write(0, time_, floats_, 2, &status_)),
+            "done: channelDataType(0); addArrayData(0, -1, 2)")
+      << "the block is open yet";
+  ASSERT_TRUE(Open(kAbc, kRead));
+  ASSERT_TRUE(Open(kPC2, kWrite));
+  TakeCalls();
+  EXPECT_EQ(After(Open(kPC2, kWrite, -1)), "done: ") << "of an open file the flag alone counts";
+  EXPECT_EQ(After(Open(kPC2, kRead)), ": ");
+  object_->Name(KelCache::eUnknownFormat, "");
+  EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: ");
+  object_.reset();
+  EXPECT_EQ(TakeCalls(), "~zuCacheFileInterface(); ~zuPointCache2IO(); ~AlembicInterface()");
+}
+
+}  // namespace
+}  // namespace kelsdk::test
