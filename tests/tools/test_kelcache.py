@@ -46,9 +46,9 @@ class CommandTest(unittest.TestCase):
         self.assertEqual(failed.stderr.count("\n"), 1, failed.stderr)
         self.assertIn(line, failed.stderr)
 
-    def pc2(self, name, points, samples, data, version=1, start=0.0, rate=1.0):
+    def pc2(self, name, points, samples, data, start=0.0, rate=1.0):
         path = self.folder / name
-        header = struct.pack("<12siiffi", b"POINTCACHE2\0", version, points, start, rate, samples)
+        header = struct.pack("<12siiffi", b"POINTCACHE2\0", 1, points, start, rate, samples)
         path.write_bytes(header + struct.pack(f"<{len(data)}f", *data))
         return path
 
@@ -128,32 +128,37 @@ class Frames(CommandTest):
 
 class Failures(CommandTest):
     def test_files_that_cannot_be_opened(self):
+        header = self.pc2("header.pc2", 3, 2, [0] * 8).read_bytes()
         cases = {
-            "signature.pc2": (b"X" * 100, "not a PC2 file: bad signature"),
-            "cut.pc2": (b"POINTCACHE2\0", "not a PC2 file: 12 bytes"),
-            "none.pc2": (None, "Cache file not found: "),
+            "none": (None, "Cache file not found: "),
+            "short": (header[:31], "not a PC2 file: 31 bytes, the header alone takes 32"),
+            "signature": (header.replace(b"2\0", b"2 "), "not a PC2 file: bad signature"),
+            "version": (header.replace(b"\1", b"\2", 1), "Unsupported file version"),
+            "cut": (header[:-1], "2 samples of 36 bytes claimed, 31 bytes left"),
         }
         for name, (content, words) in cases.items():
-            path = self.folder / name
+            path = self.folder / f"{name}.pc2"
             if content is not None:
                 path.write_bytes(content)
             for verb in (["info"], ["play"], ["dump", "--sample", 0]):
                 self.expect_error(FAILED, f"{path}: {words}", *verb, path)
-        self.expect_error(FAILED, "Unsupported file version", "info",
-                          self.pc2("v2.pc2", 1, 1, [0] * 3, version=2))
+        # Products that wrap in 32 bits are small enough for the file.
+        for points, samples, words in [(0x15555556, 1, "357913942 points does not fit 32 bits"),
+                                       (1, -0x80000000, "2147483647 is the most"),
+                                       (0x10000000, 1, "1 samples of 3221225472 bytes claimed")]:
+            self.expect_error(FAILED, words, "info", self.pc2("x.pc2", points, samples, [0] * 16))
         (self.folder / "folder.pc2").mkdir()
         self.expect_error(FAILED, "is a directory", "info", self.folder / "folder.pc2")
 
     def test_usage(self):
-        self.expect_error(USAGE, "--help tells more")
-        self.expect_error(USAGE, "--help tells more", "info")
-        self.expect_error(USAGE, "the extension tells no format", "info", "shot.cache")
-        self.expect_error(USAGE, "Exactly 1 option", "dump", "shot.pc2")
-        self.expect_error(USAGE, "name its description", "info", "shot.ncx")
         path = self.pc2("one.pc2", 1, 1, [0] * 3)
-        self.expect_error(USAGE, "no channel 1, it has 1", "play", path, "--channel", 1)
-        for verb in ("info", "play", "dump", "make", "verify", "recover", "convert", "diff", "retime"):
-            self.assertIn("--help", self.run_done(verb, "--help"))
+        for line, *words in [("--help tells more",),
+                             ("the extension tells no format", "info", "shot.cache"),
+                             ("name its description", "info", "shot.ncx"),
+                             ("no channel 1, it has 1", "play", path, "--channel", 1),
+                             ("only Alembic", "info", path, "--tree")]:
+            self.expect_error(USAGE, line, *words)
+        self.assertIn("--help", self.run_done("play", "--help"))
 
     def test_a_file_cut_short(self):
         path = self.pc2("cut.pc2", 1, 5, [0] * 7)
@@ -183,18 +188,11 @@ class Making(CommandTest):
         make = ["make", path, "--points", 1000, "--frames", 5, "--start", 7]
         self.run_done(*make)
         made = path.read_bytes()
-        self.assertEqual(len(made), 32 + 12 * 1000 * 5)
         self.expect_error(FAILED, "exists already", *make)
         self.run_done(*make, "--force")
         self.assertEqual(path.read_bytes(), made)
-        self.assertEqual(os.listdir(self.folder), ["a.pc2"])
         self.assertIn("5 frames (7 to 11), 1000 points", self.run_done("play", path))
         self.assertIn("10 frames", self.run_done("play", path, "--loop", 2, "--quiet"))
-
-    def test_a_place_that_takes_no_file(self):
-        for path, points in [(self.folder / "none" / "x.pc2", 1), (self.folder / "x.pc2", 400000000)]:
-            self.expect_error(FAILED, "Cache file could not be created: ", "make", path, "--points",
-                              points, "--frames", 1)
 
 
 class NC(CommandTest):
@@ -269,8 +267,6 @@ class Alembic(CommandTest):
         self.assertIn("24 frames (0 to 23), 42 points", self.run_done("play", path))
         self.assertIn("wave", self.run_done("info", path, "--tree"))
         self.assertEqual(self.run_done("verify", path), "")
-        one = self.pc2("one.pc2", 1, 1, [0] * 3)
-        self.expect_error(USAGE, "only Alembic", "info", one, "--tree")
 
 
 class Converting(CommandTest):
@@ -304,11 +300,9 @@ class Converting(CommandTest):
         path = DATA / "pc2" / "arm_tube.pc2"
         part = self.folder / "part.pc2"
         self.run_done("convert", path, part, "--from=-2", "--to", 1)
-        info = json.loads(self.run_done("info", part, "--json"))
-        self.assertEqual((info["firstFrame"], info["lastFrame"]), (-2, 1))
-        whole = json.loads(self.run_done("dump", path, "--frame", 0))
-        self.assertEqual(json.loads(self.run_done("dump", part, "--frame", 0))["values"],
-                         whole["values"])
+        self.assertIn("frames (-2 to 1)", self.run_done("play", part))
+        csv = ["--frame", 0, "--format", "csv"]
+        self.assertEqual(self.run_done("dump", part, *csv), self.run_done("dump", path, *csv))
 
     def test_refusals_leave_nothing(self):
         source = self.folder / "in.pc2"
