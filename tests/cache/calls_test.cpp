@@ -21,8 +21,6 @@ class CacheCalls : public StandInTest {
 TEST_F(CacheCalls, OfReadingNC) {
   ASSERT_TRUE(Open(kNC, kRead));
   TakeCalls();
-  EXPECT_EQ(After(cache_->Read(1, time_, floats_, 2, &status_)),
-            "done: channelDataType(1); getArrayDataAtTime(1, -1, 2)");
   EXPECT_EQ(After(cache_->Read(1, time_, doubles_, 3, &status_)),
             "done: channelDataType(1); getArrayDataAtTime(1, -1, 3)");
   EXPECT_EQ(After(cache_->Read(1, beyond_, doubles_, 3, &status_)), "3 : channelDataType(1)");
@@ -50,8 +48,6 @@ TEST_F(CacheCalls, OfWritingNC) {
                   "endWriteAtTime()");
   }
   EXPECT_EQ(After(cache_->Write(0, beyond_, floats_, 2, &status_)), "3 : channelDataType(0)");
-  EXPECT_EQ(After(cache_->Write(0, time_, doubles_, kWrapping, &status_)),
-            "3 : channelDataType(0)");
   EXPECT_EQ(After(cache_->BeginWriteAt(beyond_, &status_)), "3 : ");
   EXPECT_EQ(After(cache_->BeginWriteAt(time_, &status_)), "done: beginWriteAtTime(-1)");
   EXPECT_EQ(After(cache_->Write(4, time_, doubles_, 2, &status_)),
@@ -73,7 +69,6 @@ TEST_F(CacheCalls, OfPC2AndAlembic) {
   TakeCalls();
   EXPECT_EQ(After(cache_->Read(7, doubles_, 3, &status_)), "done: readSample(7, 3)");
   EXPECT_TRUE(doubles_[5] == 7 && doubles_[6] == 0) << "a point that the file does not have";
-  EXPECT_EQ(After(cache_->Read(7, none_, 3, &status_)), "3 : ");
   EXPECT_EQ(After(cache_->Read(7, doubles_, kWrapping, &status_)), "3 : ");
   EXPECT_EQ(After(cache_->Read(&fetched_, length_, KelTime::FromFrame(3), 9)),
             "done untouched: readSample(3, 2)");
@@ -106,11 +101,9 @@ TEST_F(CacheCalls, OfAFetchForSizesThatCannotBe) {
               {kNC, {.type = 3}, true},
               {kNC, {.elements = 0}},
               {kNC, {.elements = kWrapping}},
-              {kNC, {.type = 1}},
               {kNC, {.type = 9}},
               {kAbc, {.typeSize = 13}, true},
               {kAbc, {.typeSize = 6}, true},
-              {kAbc, {.typeSize = 2}},
               {kAbc, {.typeSize = 0}},
               {kAbc, {.dataLength = 0}},
               {kAbc, {.elements = 0}},
@@ -125,9 +118,10 @@ TEST_F(CacheCalls, OfAFetchForSizesThatCannotBe) {
     EXPECT_EQ(length_, row.serves ? 6U : 0U);
     EXPECT_EQ(fetched_ != nullptr, row.serves);
     const std::string asked = TakeCalls();
-    for (const char* data : {"readSample", "getArrayData", "GetChannelBuffer"}) {
-      EXPECT_TRUE(row.serves || asked.find(data) == std::string::npos) << asked;
-    }
+    const bool askedData = asked.find("readSample") != std::string::npos ||
+                           asked.find("getArrayData") != std::string::npos ||
+                           asked.find("GetChannelBuffer") != std::string::npos;
+    EXPECT_EQ(askedData, row.serves) << asked;
   }
 }
 

@@ -1,3 +1,4 @@
+#include "host/KelStream.h"
 #include "tests/cache/cache_test.h"
 
 namespace kelsdk::test {
@@ -11,18 +12,16 @@ TEST_F(CacheMaking, InAContainerNeedsItsManager) {
   KelCache* inside = KelCache::Create(&container, "inside");
   ASSERT_NE(inside, nullptr);
   EXPECT_EQ(inside->GetKelManager(), object_->manager);
-  EXPECT_EQ(inside->GetClassId(), KelCache::ClassId);
-  EXPECT_TRUE(KelCache::ClassId.Is(KelObject::ClassId));
   EXPECT_STREQ(inside->GetTypeName(), "KelCache");
   EXPECT_TRUE(inside->GetObjectFlags(KelObject::eSavable));
   object_->manager->Release(&container);
   EXPECT_EQ(KelCache::Create(&container, "inside"), nullptr);
+  EXPECT_EQ(container.Clone(KelObject::eDeepClone, nullptr, nullptr), nullptr);
   container.Destroy();
 }
 
-TEST_F(CacheMaking, PropertiesKeepOrResetTheirValues) {
+TEST_F(CacheMaking, PropertiesStayUntilTheyAreReset) {
   KelProperty type = cache_->FindProperty("CacheFileType");
-  EXPECT_EQ(type.GetDataType(), &KelEnumDT);
   for (const auto flag : {KelPropertyFlags::eStatic, KelPropertyFlags::eSavable}) {
     EXPECT_TRUE(type.GetFlag(flag));
     type.ModifyFlag(flag, false);
@@ -32,17 +31,24 @@ TEST_F(CacheMaking, PropertiesKeepOrResetTheirValues) {
   EXPECT_FALSE(type.GetFlag(KelPropertyFlags::eStatic));
   EXPECT_TRUE(type.GetFlag(KelPropertyFlags::eSavable));
   auto* copy = static_cast<KelCache*>(cache_->Clone(KelObject::eDeepClone, nullptr, nullptr));
-  for (const bool reset : {false, true}) {
-    KelString relative("x");
-    KelString absolute("x");
-    cache_->GetCacheFileName(relative, absolute);
-    EXPECT_STREQ(relative, reset ? "" : "caches\\a b.pc2");
-    EXPECT_STREQ(absolute, reset ? "" : "C:\\caches\\a b.pc2");
-    EXPECT_EQ(cache_->GetCacheFileFormat(), reset ? KelCache::eUnknownFormat : kOtherFormat);
-    EXPECT_EQ(copy->Compare(cache_), !reset);
-    cache_->ConstructProperties(true);
-  }
+  KelString relative;
+  KelString absolute;
+  copy->GetCacheFileName(relative, absolute);
+  EXPECT_STREQ(relative, "caches\\a b.pc2");
+  EXPECT_STREQ(absolute, "C:\\caches\\a b.pc2");
+  KelStream stream;
+  EXPECT_TRUE(copy->ContentWriteTo(stream));
+  cache_->ConstructProperties(true);
   EXPECT_TRUE(type.GetFlag(KelPropertyFlags::eStatic));
+  EXPECT_TRUE(cache_->Compare(KelCache::Create(object_->manager, "new")));
+  KelStream lying;
+  lying.WriteText("CacheFileName", 13);
+  lying.WriteInteger(1000000);
+  EXPECT_FALSE(cache_->ContentReadFrom(lying));
+  EXPECT_FALSE(cache_->Compare(copy));
+  EXPECT_TRUE(cache_->ContentReadFrom(stream));
+  EXPECT_TRUE(cache_->Compare(copy));
+  EXPECT_FALSE(cache_->ContentReadFrom(stream)) << "read to its end";
 }
 
 }  // namespace
