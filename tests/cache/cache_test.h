@@ -33,12 +33,10 @@ class CacheObject {
     cache_->SetCacheFileName(relative.c_str(), absolute.c_str(), nullptr);
   }
   /// Begins an NC cache of channels "0", "1" ... of these types.
-  bool BeginNC(const std::string& path, const std::vector<int>& types, double rate = 24,
-               KelCache::ENCFileCount files = KelCache::eNCSingleFile,
-               KelCache::ENCBinaryFormat data = KelCache::eNCBinaryX) {
+  bool BeginNC(const std::string& path, const std::vector<int>& types, double rate = 24) {
     Name(KelCache::eNCFormat, path);
-    bool done = cache_->OpenFileForWrite(files, rate, "0", data, KelCache::ENCDataType(types[0]),
-                                         "words", nullptr);
+    bool done = cache_->OpenFileForWrite(KelCache::eNCSingleFile, rate, "0", KelCache::eNCBinaryX,
+                                         KelCache::ENCDataType(types[0]), "words", nullptr);
     for (unsigned int i = 1; i < types.size(); ++i) {
       unsigned int index = 0;
       done = done && cache_->AddChannel(std::to_string(i).c_str(), KelCache::ENCDataType(types[i]),
@@ -97,18 +95,6 @@ class CacheTest : public FileTest {
   std::string Outcome(bool done) {
     const std::string status = Status();
     return !done ? status : status.empty() ? "done" : "done " + status;
-  }
-
-  /// Three samples from frame 1.5 on; the values of each count up from 100 x its number.
-  void WritePC2(const std::string& name, unsigned int points) {
-    CacheObject cache(KelCache::ePC2Format, folder_.File(name));
-    ASSERT_TRUE(cache->OpenFileForWrite(1.5, 24, 3, points, nullptr));
-    for (unsigned int sample = 0; sample < 3; ++sample) {
-      std::vector<double> values(points * 3);
-      std::iota(values.begin(), values.end(), sample * 100);
-      ASSERT_TRUE(cache->Write(sample, values.data(), nullptr));
-    }
-    cache->CloseFile(nullptr);
   }
 
   /// Channels of these layouts at each of the ticks; the values of each array count up from

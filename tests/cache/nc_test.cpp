@@ -141,29 +141,27 @@ TEST_F(CacheNC, BuffersHoldEveryLayoutInTurn) {
 // Objects on threads of their own share nothing: the thread sanitizer has the last word.
 TEST_F(CacheNC, SeparateObjectsOnSeparateThreads) {
   WriteNC("shared.xml", {KelCache::eNCDoubleArray});
-  const std::pair<KelCache::EFileFormat, std::string> shared[] = {
-      {KelCache::eNCFormat, folder_.File("shared.xml")},
-      {KelCache::ePC2Format, TestData("pc2/arm_tube.pc2")},
-      {KelCache::eAlembicFormat, TestData("abc/mesh_24fps.abc")}};
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 8; ++thread) {
-    threads.emplace_back([&, thread] {
-      for (int round = 0; round < 5; ++round) {
-        const std::string name = std::to_string(thread) + ".xml";
-        WriteNC(name, {KelCache::eNCInt32Array}, {0}, 24, thread);
-        CacheObject own(KelCache::eNCFormat, folder_.File(name));
-        float* values = nullptr;
-        unsigned int length = 0;
-        EXPECT_TRUE(own->OpenFileForRead(nullptr) && own->Read(&values, length, KelTime(), 0));
-        EXPECT_EQ(*values, float(thread));
-        for (const auto& [format, path] : shared) {
-          CacheObject cache(format, path);
-          EXPECT_TRUE(cache->OpenFileForRead(nullptr) &&
-                      cache->Read(&values, length, KelTime(), 0));
-        }
+  const auto body = [this](int thread) {
+    const std::string own = std::to_string(thread) + ".xml";
+    const std::pair<KelCache::EFileFormat, std::string> files[] = {
+        {KelCache::eNCFormat, folder_.File("shared.xml")},
+        {KelCache::ePC2Format, TestData("pc2/arm_tube.pc2")},
+        {KelCache::eAlembicFormat, TestData("abc/mesh_24fps.abc")}};
+    for (int round = 0; round < 5; ++round) {
+      WriteNC(own, {KelCache::eNCInt32Array}, {0}, 24, thread);
+      float* values = nullptr;
+      unsigned int length = 0;
+      for (const auto& [format, path] : files) {
+        CacheObject cache(format, path);
+        EXPECT_TRUE(cache->OpenFileForRead(nullptr) && cache->Read(&values, length, KelTime(), 0));
       }
-    });
-  }
+      CacheObject cache(KelCache::eNCFormat, folder_.File(own));
+      EXPECT_TRUE(cache->OpenFileForRead(nullptr) && cache->Read(&values, length, KelTime(), 0));
+      EXPECT_EQ(*values, float(thread));
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 8; ++thread) threads.emplace_back(body, thread);
   for (std::thread& thread : threads) thread.join();
 }
 

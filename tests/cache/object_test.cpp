@@ -49,6 +49,11 @@ TEST_F(CacheMaking, PropertiesStayUntilTheyAreReset) {
   EXPECT_TRUE(cache_->ContentReadFrom(stream));
   EXPECT_TRUE(cache_->Compare(copy));
   EXPECT_FALSE(cache_->ContentReadFrom(stream)) << "read to its end";
+  KelString text;
+  EXPECT_FALSE(type.Get(&text, eKelString) || type.Set(&text, eKelString, true));
+  object_.reset();
+  int format = 0;
+  EXPECT_TRUE(type.Get(&format, eKelEnum) && format == kOtherFormat) << "kept by its handle";
 }
 
 }  // namespace

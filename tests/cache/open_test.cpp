@@ -133,7 +133,6 @@ TEST_F(CacheOpening, ConversionsNameSourceAndTarget) {
       // shot.pc2 is looked for, shot.any is read.
       {kPC2, "C:\\no\\x.pc2", here + "a\\..\\shot.any", 24, "done",
        "convertFromPc2(here/shot.any, here/, shot, 1, ncc, 250)"},
-      {kNC, Path("xml"), "", 24, "done", "convertToPc2(here/shot.pc2, here/, shot, 5, 250)"},
       // The target is the source with its last three characters replaced.
       {kNC, here + "long.cache", "", 24, "done",
        "convertToPc2(here/long.capc2, here/, long, 5, 250)"},

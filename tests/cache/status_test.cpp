@@ -86,7 +86,7 @@ class CacheStatus : public CacheTest {
 };
 
 TEST_F(CacheStatus, OfEveryOperationInEveryState) {
-  WritePC2("a.pc2", 2);
+  WriteBytes(folder_.File("a.pc2"), ReadBytes(TestData("pc2/arm_tube.pc2")));
   WriteNC("a.xml", {KelCache::eNCFloatVectorArray, KelCache::eNCDouble}, {0, 250});
   WriteBytes(folder_.File("a.abc"), ReadBytes(TestData("abc/tiny.abc")));
   double d[6] = {};
@@ -111,23 +111,19 @@ TEST_F(CacheStatus, OfEveryOperationInEveryState) {
       {"GetChannelIndex", "u-o..o..o-", [&] { return c->GetChannelIndex("0", s) == 0; }},
       {"GetChannelName", "--C..C..C..p-p-", [&] { return c->GetChannelName(n, text, s); }},
       {"GetChannelDataType", "--FFFC..FF.p-pF", [&] { return c->GetChannelDataType(n, type, s); }},
-      {"Interpretation", "FFFFFC..FF.iiFF",
-       [&] { return c->GetChannelInterpretation(n, text, s); }},
+      {"Meaning", "FFFFFC..FF.iiFF", [&] { return c->GetChannelInterpretation(n, text, s); }},
       {"GetCacheType", "FFFFFC..FF", [&] { return c->GetCacheType(files, s); }},
-      {"MultiChannelFetching", "FFFFFC..FF",
-       [&] { return c->EnableMultiChannelFetching(true, s); }},
-      {"GetAnimationRange", "FFFFFC..C..p.p.",
-       [&] { return c->GetAnimationRange(n, time, end, s); }},
+      {"MultiFetching", "FFFFFC..FF", [&] { return c->EnableMultiChannelFetching(true, s); }},
+      {"Range", "FFFFFC..C..p.p.", [&] { return c->GetAnimationRange(n, time, end, s); }},
       {"GetSamplingFrameRate", "FFC.WC..C-", [&] { return c->GetSamplingFrameRate(s) > 0; }},
       {"TimePerFrame", "---.--..--", [&] { return c->GetCacheTimePerFrame(s).Get() > 0; }},
       {"GetDataTime", "FFFFFC..FFeeeFF", [&] { return c->GetDataTime(n, 0, time, s); }},
       {"GetDataCount", "FFFFFC..FFeeeFF", [&] { return c->GetDataCount(n, s) > 0; }},
-      {"NextTimeWithData", "FFFFFC..FFe.eFF",
+      {"NextTime", "FFFFFC..FFe.eFF",
        [&] { return c->GetNextTimeWithData(KelTime(-kTick), time, n, s); }},
       {"PointCount", "FFFFFC..FFniiFF", [&] { return c->GetChannelPointCount(n, now, count, s); }},
       {"SampleCount", "FFFFFC..C..iiii", [&] { return c->GetChannelSampleCount(n, count, s); }},
-      {"SamplingType", "FFFFFC..FF.iiFF",
-       [&] { return c->GetChannelSamplingType(n, sampling, s); }},
+      {"Regularity", "FFFFFC..FF.iiFF", [&] { return c->GetChannelSamplingType(n, sampling, s); }},
       {"SamplingRate", "FFFFFC..FF.iiFF", [&] { return c->GetChannelSamplingRate(n, time, s); }},
       {"Read floats", "FFFFFC..C.e----", [&] { return c->Read(n, now, f, 2, s); }},
       {"Read doubles", "FFFFFC..FFe--FF", [&] { return c->Read(n, now, d, 2, s); }},
@@ -142,7 +138,7 @@ TEST_F(CacheStatus, OfEveryOperationInEveryState) {
       {"Write a sample", "FFCW.FFFFF", [&] { return c->Write(1, d, s); }},
       {"GetPointCount", "FFC.WFFFFF", [&] { return c->GetPointCount(s) > 0; }},
       {"GetSampleCount", "FFC.WFFFFF", [&] { return c->GetSampleCount(s) > 0; }},
-      {"FrameStartOffset", "FFC.WFFFFF", [&] { return c->GetFrameStartOffset(s) > 0; }},
+      {"FrameStartOffset", "FFC.WFFFFF", [&] { return c->GetFrameStartOffset(s) != 0; }},
       {"Fetch", "uuu!uu!!u!uuuuu", [&] { return c->Read(&fetched, count, now, unsigned(n)); }},
       {"DataFileCount", "------..--", [&] { return c->GetCacheDataFileCount(s) > 0; }},
       {"DataFileName", "FFFFFd..FFxxxFF",

@@ -1,9 +1,7 @@
 #include <climits>
 #include <cmath>
 
-#include "host/KelManager.h"
 #include "host/KelMemory.h"
-#include "host/KelObject.h"
 #include "host/KelPathUtils.h"
 #include "host/KelStatus.h"
 #include "host/KelTime.h"
@@ -100,34 +98,6 @@ TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {
   status.SetCode(KelStatus::eFailure, "not found: %s", "a");
   status.SetCode(KelStatus::eFailure, "again: %s", status.GetErrorString());
   EXPECT_STREQ(status.GetErrorString(), "again: not found: a");
-}
-
-class Listener : public KelObject {
- public:
-  using KelObject::KelObject;
-  bool PropertyNotify(EPropertyNotifyType, KelProperty&) override {
-    ++heard;
-    return false;
-  }
-  int heard = 0;
-};
-
-TEST_F(Host, PropertiesAreTypedHandlesThatAnObjectMayRefuseToSet) {
-  KelManager* manager = KelManager::Create();
-  auto* object = KelNew<Listener>(*manager, "object");
-  KelProperty format = KelProperty::Create(object, KelEnumDT, "Format", "", true, nullptr);
-  EXPECT_FALSE(KelProperty::Create(object, KelStringDT, "Format", "", true, nullptr).IsValid());
-  int value = 7;
-  EXPECT_TRUE(format.Set(&value, eKelEnum, false));
-  value = 8;
-  EXPECT_FALSE(format.Set(&value, eKelEnum, true));
-  KelString text("9");
-  EXPECT_FALSE(format.Set(&text, eKelString, true));
-  EXPECT_EQ(object->heard, 1) << "not of a type that it never has";
-  manager->Destroy();
-  EXPECT_FALSE(format.Get(&text, eKelString));
-  EXPECT_TRUE(format.Get(&value, eKelEnum)) << "a handle keeps its property";
-  EXPECT_EQ(value, 7);
 }
 
 }  // namespace
