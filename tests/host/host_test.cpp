@@ -28,8 +28,7 @@ TEST_F(Host, TimeOfFrameGivesThatFrameAtEveryRate) {
   }
   const KelTime time = KelTime::FromFrame(100, KelTime::eFrames25);
   EXPECT_EQ(time.GetFrameCount(KelTime::eDefaultMode), 96);
-  EXPECT_FALSE(KelTime::SetDefaultFrameRate({0, 1}));
-  EXPECT_TRUE(KelTime::SetDefaultFrameRate({25, 1}));
+  EXPECT_TRUE(KelTime::SetDefaultFrameRate({25, 1}) && !KelTime::SetDefaultFrameRate({0, 1}));
   EXPECT_EQ(time.GetFrameCount(KelTime::eDefaultMode), 100);
   EXPECT_TRUE(KelTime::SetDefaultFrameRate({24, 1}));
 }
@@ -81,12 +80,10 @@ TEST_F(Host, PathsComeApart) {
 
 TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {
   KelString text("a\\b\\c");
-  EXPECT_TRUE(text.FindAndReplace("\\", "/", 0));
-  EXPECT_TRUE(text.FindAndReplace("b", "long", 1));
+  EXPECT_TRUE(text.FindAndReplace("\\", "/", 2));
   EXPECT_FALSE(text.FindAndReplace("", "x", 0));
   text += text;
-  EXPECT_STREQ(text, "a/long\\ca/long\\c");
-  EXPECT_STREQ(text.Left(100), text);
+  EXPECT_STREQ(text.Left(100), "a\\b/ca\\b/c");
   EXPECT_STREQ(KelString() + nullptr + "", "");
   const unsigned long failures = FailEachAllocation([] {
     const KelString folder("/some/folder");

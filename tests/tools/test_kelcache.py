@@ -68,13 +68,12 @@ class RealFiles(CommandTest):
             self.assertEqual((info["format"], info["frameRate"], info["frameRateSource"]),
                              ("pc2", 24, "assumed"))
             self.assertTrue(info["complete"])
-            for ours, theirs in [("points", "points"), ("samples", "samples"),
-                                 ("startFrame", "start"), ("sampleRate", "rate")]:
-                self.assertEqual(info["pc2"][ours], expected[theirs])
+            self.assertEqual([info["pc2"][name] for name in
+                              ("points", "samples", "startFrame", "sampleRate")],
+                             [expected[name] for name in ("points", "samples", "start", "rate")])
             (channel,) = info["channels"]
             self.assertEqual((channel["index"], channel["name"]), (0, None))
             self.assertAlmostEqual(channel["start"] * 24, expected["start"])
-            self.assertIn(str(expected["points"]), self.run_done("info", path))
 
     def test_play(self):
         for expected, path in self.files():
@@ -216,8 +215,7 @@ class NC(CommandTest):
             self.assertEqual([channel["name"] for channel in info["channels"]], list("pvifd"))
             self.assertEqual(len(info["dataFiles"]), 6 if "--per-frame" in more else 1)
             for channel in info["channels"]:
-                self.assertEqual((channel["samples"], channel["points"], channel["sampling"]),
-                                 (6, 300, "regular"))
+                self.assertEqual(channel["sampling"], "regular")
                 played = self.run_done("play", path, "--channel", channel["index"])
                 self.assertIn("6 frames (-2 to 3), 300 points", played)
             self.assertEqual(self.run_done("verify", path), "")
@@ -302,8 +300,7 @@ class Converting(CommandTest):
         self.assertEqual(self.run_done("dump", part, *csv), self.run_done("dump", path, *csv))
 
     def test_refusals_leave_nothing(self):
-        source = self.folder / "in.pc2"
-        source.write_bytes((DATA / "pc2" / "arm_tube.pc2").read_bytes())
+        source = self.pc2("in.pc2", 1, 2, [0] * 6)
         kept = self.pc2("kept.pc2", 1, 1, [0] * 3)
         cut = self.pc2("cut.pc2", 1, 5, [0] * 7)
         scalar = self.folder / "scalar.xml"
@@ -365,11 +362,10 @@ class Converting(CommandTest):
         nc = self.folder / "shot.xml"
         self.run_done("convert", path, nc)
         for source, target in [(path, "out.pc2"), (nc, "out.xml"), (path, "out.xml")]:
-            for how, first, last in [(("--offset", -10), 0, 10), (("--scale", 2), 20, 40)]:
+            for how, frames in [(("--offset", -10), "(0 to 10)"), (("--scale", 2), "(20 to 40)")]:
                 out = self.folder / target
                 self.run_done("retime", source, out, *how, "--force")
-                info = self.info(out)
-                self.assertEqual((info["firstFrame"], info["lastFrame"]), (first, last))
+                self.assertIn(frames, self.run_done("play", out))
         self.run_done("retime", nc, self.folder / "slow.xml", "--rate", 12)
         info = self.info(self.folder / "slow.xml")
         self.assertEqual((info["frameRate"], info["firstFrame"], info["lastFrame"]), (12, 10, 20))
