@@ -1,6 +1,7 @@
 // What every operation answers in every state of the object.
 #include <cstring>
 #include <functional>
+#include <map>
 
 #include "tests/cache/cache_test.h"
 
@@ -9,27 +10,23 @@ namespace {
 
 // One letter for each outcome.
 char LetterOf(const std::string& outcome) {
-  const struct {
-    char letter;
-    const char* outcome;
-  } rows[] = {{'.', "done"},
-              {'F', "1 Invalid/unspecified cache format"},
-              {'C', "1 Cache file not opened"},
-              {'W', "1 Invalid open flag"},
-              {'o', "1 Cache file not open!"},
-              {'d', "1 The cache file can not be opened"},
-              {'x', "1 The file index is invalid"},
-              {'n', "1 Error retrieving channel point count"},
-              {'e', "1 "},
-              {'p', "3 "},
-              {'i', "4 "},
-              {'-', ""},
-              {'u', "untouched"},
-              {'!', "done untouched"}};
-  for (const auto& row : rows) {
-    if (outcome == row.outcome) return row.letter;
-  }
-  return '?';
+  static const std::map<std::string, char> letters = {
+      {"done", '.'},
+      {"1 Invalid/unspecified cache format", 'F'},
+      {"1 Cache file not opened", 'C'},
+      {"1 Invalid open flag", 'W'},
+      {"1 Cache file not open!", 'o'},
+      {"1 The cache file can not be opened", 'd'},
+      {"1 The file index is invalid", 'x'},
+      {"1 Error retrieving channel point count", 'n'},
+      {"1 ", 'e'},
+      {"3 ", 'p'},
+      {"4 ", 'i'},
+      {"", '-'},
+      {"untouched", 'u'},
+      {"done untouched", '!'}};
+  const auto found = letters.find(outcome);
+  return found == letters.end() ? '?' : found->second;
 }
 
 enum EOpen { eClosed, eRead, eWrite };
@@ -98,6 +95,7 @@ TEST_F(CacheStatus, OfEveryOperationInEveryState) {
   KelTime now;
   KelTime time;
   KelTime end;
+  const KelTime early(-kTick);
   auto type = KelCache::eNCDouble;
   auto files = KelCache::eNCSingleFile;
   auto sampling = KelCache::eNCSamplingRegular;
@@ -119,8 +117,7 @@ TEST_F(CacheStatus, OfEveryOperationInEveryState) {
       {"TimePerFrame", "---.--..--", [&] { return c->GetCacheTimePerFrame(s).Get() > 0; }},
       {"GetDataTime", "FFFFFC..FFeeeFF", [&] { return c->GetDataTime(n, 0, time, s); }},
       {"GetDataCount", "FFFFFC..FFeeeFF", [&] { return c->GetDataCount(n, s) > 0; }},
-      {"NextTime", "FFFFFC..FFe.eFF",
-       [&] { return c->GetNextTimeWithData(KelTime(-kTick), time, n, s); }},
+      {"NextTime", "FFFFFC..FFe.eFF", [&] { return c->GetNextTimeWithData(early, time, n, s); }},
       {"PointCount", "FFFFFC..FFniiFF", [&] { return c->GetChannelPointCount(n, now, count, s); }},
       {"SampleCount", "FFFFFC..C..iiii", [&] { return c->GetChannelSampleCount(n, count, s); }},
       {"Regularity", "FFFFFC..FF.iiFF", [&] { return c->GetChannelSamplingType(n, sampling, s); }},

@@ -321,9 +321,7 @@ class Converting(CommandTest):
         self.assertEqual(sorted(os.listdir(self.folder)), before)
 
     def test_a_folder_of_inputs(self):
-        for name in ("arm_tube", "twist_box"):
-            (self.folder / f"{name}.pc2").write_bytes((DATA / "pc2" / f"{name}.pc2").read_bytes())
-        inputs = sorted(self.folder.glob("*.pc2"))
+        inputs = [self.pc2(f"{name}.pc2", 2, 2, range(12)) for name in ("shot", "other shot")]
         done = run("convert", *inputs, "--to", "xml", "--jobs", 2)
         self.assertEqual(done.returncode, DONE, done.stderr)
         self.assertIn("2 files, 2 converted, 0 failed", done.stderr)
