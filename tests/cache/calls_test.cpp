@@ -48,6 +48,8 @@ TEST_F(CacheCalls, OfWritingNC) {
                   "endWriteAtTime()");
   }
   EXPECT_EQ(After(cache_->Write(0, beyond_, floats_, 2, &status_)), "3 : channelDataType(0)");
+  EXPECT_EQ(After(cache_->Write(0, time_, doubles_, kWrapping, &status_)),
+            "3 : channelDataType(0)");
   EXPECT_EQ(After(cache_->BeginWriteAt(beyond_, &status_)), "3 : ");
   EXPECT_EQ(After(cache_->BeginWriteAt(time_, &status_)), "done: beginWriteAtTime(-1)");
   EXPECT_EQ(After(cache_->Write(4, time_, doubles_, 2, &status_)),

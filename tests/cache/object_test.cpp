@@ -40,11 +40,11 @@ TEST_F(CacheMaking, PropertiesStayUntilTheyAreReset) {
   EXPECT_TRUE(copy->ContentWriteTo(stream));
   cache_->ConstructProperties(true);
   EXPECT_TRUE(type.GetFlag(KelPropertyFlags::eStatic));
-  EXPECT_TRUE(cache_->Compare(KelCache::Create(object_->manager, "new")));
   KelStream lying;
   lying.WriteText("CacheFileName", 13);
   lying.WriteInteger(1000000);
   EXPECT_FALSE(cache_->ContentReadFrom(lying));
+  EXPECT_TRUE(cache_->Compare(KelCache::Create(object_->manager, "new"))) << "nothing changed";
   EXPECT_FALSE(cache_->Compare(copy));
   EXPECT_TRUE(cache_->ContentReadFrom(stream));
   EXPECT_TRUE(cache_->Compare(copy));
