@@ -68,8 +68,8 @@ class Player {
       case 9: Fetch(); break;
       case 10: BeginOrEnd(); break;
       case 11:
-      case 12: ReadOrWrite(true); break;
-      case 13: ReadOrWrite(false); break;
+      case 12: Write(); break;
+      case 13: Read(); break;
       case 14: Catalogue(); break;
       case 15: Timing(); break;
       case 16: cache_->Write(script_.Below(6), doubles_, &status_); break;
@@ -82,10 +82,7 @@ class Player {
         break;
       case 21: cache_->ConvertFromNCToPC2(24, script_.Below(3), &status_); break;
       case 22: DataFiles(); break;
-      default:
-        cache_->Destroy();
-        cache_ = KelCache::Create(manager_, "c");
-        break;
+      default: Renew(); break;
     }
   }
 
@@ -126,16 +123,8 @@ class Player {
     script_.Below(2) != 0 ? cache_->BeginWriteAt(time, &status_) : cache_->EndWriteAt(&status_);
   }
 
-  void ReadOrWrite(bool write) {
-    KelTime time = script_.Time();
-    const int channel = script_.Channel();
-    // Alembic elements have up to 16 values: room for one of them.
-    const bool oneElement = !write && cache_->GetCacheFileFormat() == KelCache::eAlembicFormat;
-    const unsigned int count = oneElement ? 1 : script_.Below(kRoom);
-    const auto call = [&](auto* values) {
-      write ? cache_->Write(channel, time, values, count, &status_)
-            : cache_->Read(channel, time, values, count, &status_);
-    };
+  template <typename Call>
+  void WithAnArray(Call&& call) {
     switch (script_.Below(3)) {
       case 0: call(doubles_); break;
       case 1: call(floats_); break;
@@ -143,13 +132,31 @@ class Player {
     }
   }
 
+  void Write() {
+    KelTime time = script_.Time();
+    const int channel = script_.Channel();
+    const unsigned int count = script_.Below(kRoom);
+    WithAnArray([&](auto* values) { cache_->Write(channel, time, values, count, &status_); });
+  }
+
+  void Read() {
+    KelTime time = script_.Time();
+    const int channel = script_.Channel();
+    // Alembic elements have up to 16 values: room for one of them.
+    const bool alembic = cache_->GetCacheFileFormat() == KelCache::eAlembicFormat;
+    const unsigned int count = alembic ? 1 : script_.Below(kRoom);
+    WithAnArray([&](auto* values) { cache_->Read(channel, time, values, count, &status_); });
+  }
+
   void Catalogue() {
     const int channel = script_.Channel();
     KelString text;
     auto type = KelCache::eNCUnknownData;
+    auto files = KelCache::eNCSingleFile;
     cache_->GetChannelName(channel, text, &status_);
     cache_->GetChannelInterpretation(channel, text, &status_);
     cache_->GetChannelDataType(channel, type, &status_);
+    cache_->GetCacheType(files, &status_);
     const int count = cache_->GetChannelCount(&status_);
     Require((count >= 0) == cache_->IsOpen(nullptr));
     Require(cache_->GetChannelIndex("first", &status_) < std::max(count, 1));
@@ -160,12 +167,17 @@ class Player {
     KelTime a;
     KelTime b;
     unsigned int count = 0;
+    auto sampling = KelCache::eNCSamplingRegular;
     cache_->GetAnimationRange(channel, a, b, &status_);
+    cache_->GetSamplingFrameRate(&status_);
+    cache_->GetCacheTimePerFrame(&status_);
     cache_->GetDataTime(channel, script_.Below(5), a, &status_);
+    cache_->GetDataCount(channel, &status_);
     const KelTime from = script_.Time();
     if (cache_->GetNextTimeWithData(from, b, channel, &status_)) Require(b > from);
     cache_->GetChannelPointCount(channel, from, count, &status_);
     cache_->GetChannelSampleCount(channel, count, &status_);
+    cache_->GetChannelSamplingType(channel, sampling, &status_);
     cache_->GetChannelSamplingRate(channel, a, &status_);
   }
 
@@ -183,6 +195,11 @@ class Player {
     const int index = script_.Channel();
     const bool named = cache_->GetCacheDataFileName(index, relative, absolute, &status_);
     Require(!named || (index >= 0 && index < count));
+  }
+
+  void Renew() {
+    cache_->Destroy();
+    cache_ = KelCache::Create(manager_, "c");
   }
 
   Script& script_;
