@@ -6,8 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
+
+#include "tests/support/files.h"
 
 namespace kelsdk::fuzz {
 
@@ -39,22 +40,9 @@ class MemoryFile {
   const bool usable_;
 };
 
-/// A folder in memory for one process, taken away at its end.
-class ScratchFolder {
- public:
-  ScratchFolder() { Require(::mkdtemp(path_.data()) != nullptr); }
-  ~ScratchFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-
-  /// The path of a file of that name in the folder.
-  std::string File(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_ = "/dev/shm/kelcache-fuzz-" + std::to_string(::getpid()) + "-XXXXXX";
+/// A folder in memory.
+struct ScratchFolder : test::ScratchFolder {
+  ScratchFolder() : test::ScratchFolder("/dev/shm") {}
 };
 
 }  // namespace kelsdk::fuzz
