@@ -44,10 +44,7 @@ Outcome UseAll(const std::string& path) {
     archive.GetChannelBuffer(i, values.data(), count, start);
     archive.GetChannelBuffer(i, values.data(), count, end);
   }
-  const auto collect = [](void* context, const char* line) {
-    static_cast<std::string*>(context)->append(line).append("\n");
-  };
-  outcome.sound = archive.Verify(collect, &outcome.words);
+  outcome.sound = archive.Verify(AddLine, &outcome.words);
   archive.ListTree(nullptr, nullptr);
   return outcome;
 }
@@ -148,10 +145,8 @@ void UseWithFailures(const std::string& path) {
     return;
   }
   unsigned int channel = 1;
-  AlembicChannelInfo info;
   EXPECT_EQ(archive.GetNumChannels(), 2);
   EXPECT_TRUE(!archive.GetChannelIdFromName("/dot/P", channel) || channel == 0);
-  EXPECT_TRUE(!archive.GetChannelInfo(0, info) || info.type == "float32[3]");
   // What failed works when asked again.
   EXPECT_TRUE(archive.GetChannelBufferLength(0) == 2 || archive.GetChannelBufferLength(0) == 2);
   float values[6] = {};

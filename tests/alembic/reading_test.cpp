@@ -127,10 +127,7 @@ TEST_F(AlembicReading, TellsOfAllAndKeepsToTheRoomGiven) {
   EXPECT_TRUE(archive.GetChannelBuffer(0, values.data(), 1, KelTime::FromSeconds(99)));
   EXPECT_EQ(values, (std::vector<float>{3, 2, -0.5, 0, 0, 0})) << "the caller's room";
   std::string lines;
-  const auto collect = [](void* context, const char* line) {
-    static_cast<std::string*>(context)->append(line).append("\n");
-  };
-  EXPECT_TRUE(archive.ListTree(collect, &lines));
+  EXPECT_TRUE(archive.ListTree(AddLine, &lines));
   EXPECT_EQ(lines,
             "/\n"
             "  dot\n"

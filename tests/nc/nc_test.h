@@ -169,13 +169,8 @@ class NcTest : public test::FileTest {
 
   testing::AssertionResult Verifies(const char* base) const {
     std::string said;
-    const bool sound = Cache::verify(Folder().c_str(), base, AddLine, &said);
+    const bool sound = Cache::verify(Folder().c_str(), base, test::AddLine, &said);
     return (sound ? testing::AssertionSuccess() : testing::AssertionFailure()) << said;
-  }
-
-  /// Collects the lines that verify or recover say.
-  static void AddLine(void* context, const char* line) {
-    static_cast<std::string*>(context)->append(line).append("\n");
   }
 };
 
