@@ -50,10 +50,9 @@ void ReadAll(Archive& archive) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  const kelsdk::fuzz::MemoryFile memory(bytes, size);
-  if (!memory.Usable()) return 0;
+  const std::string path = kelsdk::fuzz::FileOf(bytes, size);
   kelsdk::io::Error error;
-  const auto archive = OpenArchive(memory.path(), error);
+  const auto archive = OpenArchive(path.c_str(), error);
   Require(archive != nullptr || error);
   if (archive == nullptr) return 0;
   CheckHierarchy(archive->hierarchy(), size);

@@ -51,10 +51,9 @@ void UseChannel(AlembicInterface& archive, unsigned int channel) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  const kelsdk::fuzz::MemoryFile memory(bytes, size);
-  if (!memory.Usable()) return 0;
+  const std::string path = kelsdk::fuzz::FileOf(bytes, size);
   AlembicInterface archive(true);
-  if (!archive.Open(memory.path(), 1)) {
+  if (!archive.Open(path.c_str(), 1)) {
     Require(archive.GetErrorString()[0] != 0 && archive.GetNumChannels() == 0);
     return 0;
   }

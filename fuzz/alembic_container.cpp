@@ -54,11 +54,10 @@ void Walk(OgawaFile& file) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  const kelsdk::fuzz::MemoryFile memory(bytes, size);
-  if (!memory.Usable()) return 0;
+  const std::string path = kelsdk::fuzz::FileOf(bytes, size);
   Error error;
   OgawaFile file;
-  if (file.Open(memory.path(), error)) {
+  if (file.Open(path.c_str(), error)) {
     Walk(file);
   } else {
     Require(static_cast<bool>(error));

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -25,14 +24,8 @@ using kelsdk::zuCacheData;
 using kelsdk::zuCacheFileInterface;
 using kelsdk::fuzz::Require;
 using kelsdk::io::RangeFits;
-using Bytes = std::vector<std::uint8_t>;
-
-template <typename Content>
-void WriteFile(const std::string& path, const Content& content) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(content.data()),
-            static_cast<std::streamsize>(content.size()));
-}
+using kelsdk::test::Bytes;
+using kelsdk::test::WriteBytes;
 
 void SetChecksum(std::uint8_t* bytes, std::size_t size) {
   kelsdk::io::StoreLittle(bytes + size - 8, Checksum(bytes, size - 8));
@@ -122,10 +115,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RepairIndices(&file);
     RepairRecords(&file);
   }
-  WriteFile(scratch.File("shot.xml"), DescriptionOf(file, form));
+  const std::string description = DescriptionOf(file, form);
+  WriteBytes(scratch.File("shot.xml"), Bytes(description.begin(), description.end()));
   const std::string path =
       scratch.File((form & 2) != 0 ? "shotFrame0." : "shot.") + ((form & 1) != 0 ? "ncc" : "ncx");
-  WriteFile(path, file);
+  WriteBytes(path, file);
 
   const std::string folder = scratch.File("");
   const bool sound = zuCacheFileInterface::verify(folder.c_str(), "shot", nullptr, nullptr);

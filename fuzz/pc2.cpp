@@ -11,10 +11,9 @@ using kelsdk::zuPointCache2IO;
 using kelsdk::fuzz::Require;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
-  const kelsdk::fuzz::MemoryFile file(bytes, size);
-  if (!file.Usable()) return 0;
+  const std::string path = kelsdk::fuzz::FileOf(bytes, size);
   zuPointCache2IO cache;
-  if (!cache.initialize(file.path(), zuPointCache2IO::readMode)) {
+  if (!cache.initialize(path.c_str(), zuPointCache2IO::readMode)) {
     Require(*cache.errorString() != 0);
     return 0;
   }

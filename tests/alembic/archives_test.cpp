@@ -165,7 +165,9 @@ TEST(AlembicArchives, AreReadAsTheFormatsOwnLibraryReadsThem) {
     const json expected = json::parse(file);
     Comparison comparison;
     const bool opened = comparison.archive.Open(entry.path().c_str(), 1);
-    EXPECT_EQ(opened, expected["container"] == "ogawa") << comparison.archive.GetErrorString();
+    const std::string error = comparison.archive.GetErrorString();
+    EXPECT_EQ(opened, expected["container"] == "ogawa") << error;
+    EXPECT_TRUE(opened || error.find("HDF5") != error.npos) << error;
     if (opened) comparison.Compare(expected);
   }
   EXPECT_EQ(archives, 14u);

@@ -44,10 +44,7 @@ Outcome UseAll(const std::string& path) {
     archive.GetChannelBuffer(i, values.data(), count, start);
     archive.GetChannelBuffer(i, values.data(), count, end);
   }
-  const auto collect = [](void* context, const char* line) {
-    static_cast<std::string*>(context)->append(line).append("\n");
-  };
-  outcome.sound = archive.Verify(collect, &outcome.words);
+  outcome.sound = archive.Verify(AddLine, &outcome.words);
   archive.ListTree(nullptr, nullptr);
   return outcome;
 }
@@ -75,27 +72,14 @@ const struct {
     {"another signature", 0, 1, 'o', {}, "not an Alembic archive"},
     {"never finished", 5, 1, 0, {}, "not finished"},
     {"version of the future", 7, 1, 2, {}, "version 2"},
-    {"no root", 8, 8, 0, {}, "root group has 0 slots"},
-    {"root at the last byte", 8, 8, 0x2f8, {}, "cut short: the root group lies at 760 of 761"},
-    {"layout version 1", 0x18, 4, 1, {}, "layout version 1"},
     {"library too old", 0x24, 4, 9998, {}, "9998"},
     {"root count wraps", 0x2c1, 8, 0x2000000000000001, {}, "slots, the file holds"},
-    {"times claim 2^32 - 1", 0x280, 4, 0xffffffff, {}, "4294967295 times"},
     {"child lists its parent", 0x216, 8, 0x206, 0, "listed twice"},
-    {"child name too long", 0x1de, 4, 0xfffffff0, 0, "1 slots for children"},
-    {"child name with a slash", 0x1e2, 1, '/', 0, "holds '/'"},
-    {"child metadata unknown", 0x1e5, 1, 9, 2, "metadata that the archive does not have"},
-    {"width code 3", 0x17a, 4, 0x001033ae, 0, "more than 0 whole headers"},
     {"plain type 14", 0x17a, 4, 0x001033e2, 1, "plain type 14"},
-    {"first above last", 0x17f, 1, 4, 1, "from sample 4 to 3"},
-    {"more samples than slots", 0x17f, 1, 1, 2, "8 slots for samples are needed, 6"},
-    {"sample is a group", 0x11a, 8, 0x28, 2, "sample 0 of 3: a sample is a group"},
-    {"sample beyond the file", 0x28, 8, 0x2ca, 2, "claims 714 bytes"},
     {"sample size wraps", 0x28, 8, 0xfffffffffffffff8, 2, "are left"},
     {"sample of a piece of an element", 0x28, 8, 0x1b, 2, "elements are of 12"},
     {"dimensions of all memory", 0xe2, 8, 0x4000000000000000, 2, "more strings claimed"},
     {"period is zero", 0x290, 8, 0, 0, "time sampling 1"},
-    {"acyclic with one time", 0x290, 8, 0x7f9fffffffffffff, 2, "4 samples, times for 1"},
 };
 
 TEST_F(AlembicDamage, OneFieldIsRefusedOrReported) {
@@ -123,18 +107,9 @@ TEST_F(AlembicDamage, PrefixesAreRefusedAndChangedBytesSurvived) {
   }
 }
 
-TEST_F(AlembicDamage, AnHdf5ArchiveIsRefusedInWords) {
-  Bytes bytes = ReadBytes(TestData("abc/hdf5_backed.abc"));
-  for (const std::size_t userBlock : {0u, 1024u}) {
-    bytes.insert(bytes.begin(), userBlock, 0);
-    const Outcome outcome = UseBytes(bytes);
-    EXPECT_TRUE(!outcome.channels && outcome.words.find("HDF5") != std::string::npos);
-  }
-}
-
 // No fault: groups may nest deeply, and a constant may claim any number of samples.
 TEST_F(AlembicDamage, DepthAndLengthAreNoDanger) {
-  constexpr int kDepth = 10'000;
+  constexpr int kDepth = 20'000;
   OgawaWriter out(Path());
   const float value = 4;
   const std::uint64_t list = out.ArraySamples({out.Sample(&value, sizeof value)});
@@ -155,7 +130,9 @@ TEST_F(AlembicDamage, DepthAndLengthAreNoDanger) {
   AlembicInterface archive(true);
   unsigned int channel = 9;
   float read = 0;
+  const unsigned long calls = SystemCallCount();
   ASSERT_TRUE(archive.Open(Path().c_str(), 1));
+  EXPECT_LE(SystemCallCount() - calls, 50u) << "one for each 64 KiB and a few";
   EXPECT_TRUE(archive.GetChannelIdFromName(name.c_str(), channel) && channel == 0);
   EXPECT_TRUE(archive.GetChannelBuffer(0, &read, 1, KelTime()) && read == 4);
 }
@@ -168,10 +145,8 @@ void UseWithFailures(const std::string& path) {
     return;
   }
   unsigned int channel = 1;
-  AlembicChannelInfo info;
   EXPECT_EQ(archive.GetNumChannels(), 2);
   EXPECT_TRUE(!archive.GetChannelIdFromName("/dot/P", channel) || channel == 0);
-  EXPECT_TRUE(!archive.GetChannelInfo(0, info) || info.type == "float32[3]");
   // What failed works when asked again.
   EXPECT_TRUE(archive.GetChannelBufferLength(0) == 2 || archive.GetChannelBufferLength(0) == 2);
   float values[6] = {};

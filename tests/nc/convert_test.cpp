@@ -23,81 +23,52 @@ class Convert : public NcTest {
     ASSERT_TRUE(file.endWriteData());
   }
 
-  bool FromPc2(const char* base, const Form& form, int ticksPerFrame) const {
-    return Cache::convertFromPc2(pc2_.c_str(), Folder().c_str(), base, form.format, form.tag,
-                                 ticksPerFrame);
-  }
-  bool ToPc2(const char* base, unsigned int channel, int ticksPerFrame) const {
-    return Cache::convertToPc2(pc2_.c_str(), Folder().c_str(), base, channel, ticksPerFrame);
+  bool ToPc2(unsigned int channel) const {
+    return Cache::convertToPc2(pc2_.c_str(), Folder().c_str(), "shot", channel, 250);
   }
 
   const std::string pc2_ = folder_.File("shot.pc2");
 };
 
-TEST_F(Convert, Pc2ThereAndBackIsTheSameFile) {
-  const struct {
-    std::vector<int> seeds;
-    float start;
-    float rate;
-    int ticksPerFrame;
-  } rows[] = {{{0, 1, 2, 3, 4}, -2.5f, 0.5f, 200},
-              {{0, 1, 2, 3, 4, 5, 6}, 1, 0.1f, 250},
-              {{8}, 0.5f, 0.25f, 100},
-              {{7, 8, 9, 10}, 0.2f, 5, 200},
-              {{1, 2, 3}, 1000, 12, 100},
-              {{1, 2}, 1.0f / 3, 1, 240}};
-  for (const auto& row : rows) {
-    for (const Form& form : kForms) {
-      WritePc2(row.seeds, row.start, row.rate);
-      const Bytes before = test::ReadBytes(pc2_);
-      ASSERT_TRUE(FromPc2("shot", form, row.ticksPerFrame));
-      ASSERT_EQ(std::remove(pc2_.c_str()), 0);
-      EXPECT_TRUE(Verifies("shot"));
-      ASSERT_TRUE(ToPc2("shot", 0, row.ticksPerFrame));
-      EXPECT_EQ(test::ReadBytes(pc2_), before) << row.start << " by " << row.rate;
-    }
-  }
-}
-
-TEST_F(Convert, DoublesAndIrregularChannels) {
+TEST_F(Convert, ChannelsOfAnyPrecisionAndRhythmButOfVectors) {
   CacheSpec spec;
   spec.channels = {{"d", zuCacheData::eNCDoubleVectorArray},
-                   {"odd", zuCacheData::eNCFloatVectorArray}};
+                   {"odd", zuCacheData::eNCFloatVectorArray},
+                   {"counts", zuCacheData::eNCFloatVectorArray},
+                   {"scalars", zuCacheData::eNCFloatArray},
+                   {"none", zuCacheData::eNCFloatVectorArray}};
   for (const int tick : {0, 250, 500, 1250, 1300}) {
-    if (tick <= 500) spec.samples.push_back({0, tick, MakeArray(spec.channels[0].type, 10, tick)});
-    if (tick != 500) spec.samples.push_back({1, tick, MakeArray(spec.channels[1].type, 10, tick)});
+    const auto add = [&](unsigned int channel, std::size_t count) {
+      spec.samples.push_back({channel, tick, MakeArray(spec.channels[channel].type, count, tick)});
+    };
+    if (tick <= 500) add(0, 10);
+    if (tick != 500) add(1, 10);
+    add(2, tick == 500 ? 9 : 10);
+    add(3, 10);
   }
   ASSERT_TRUE(Write(Folder(), "shot", spec));
+  for (const unsigned int channel : {2u, 3u, 4u}) EXPECT_FALSE(ToPc2(channel)) << channel;
+  EXPECT_FALSE(test::Exists(pc2_));
   // Of the irregular channel a sample for each frame.
   const std::vector<int> held[] = {{0, 250, 500}, {0, 250, 250, 250, 250, 1250}};
   for (unsigned int channel = 0; channel < 2; ++channel) {
     WritePc2(held[channel], 0, 1);
     const Bytes expected = test::ReadBytes(pc2_);
-    ASSERT_TRUE(ToPc2("shot", channel, 250));
+    ASSERT_TRUE(ToPc2(channel));
     EXPECT_EQ(test::ReadBytes(pc2_), expected) << channel;
   }
 }
 
-TEST_F(Convert, WhatCannotBeConvertedWritesNothing) {
-  CacheSpec spec = Frames(2, 4);
-  spec.channels.push_back({"scalars", zuCacheData::eNCFloatArray});
-  spec.channels.push_back({"counts", zuCacheData::eNCFloatVectorArray});
-  spec.channels.push_back({"none", zuCacheData::eNCFloatVectorArray});
-  spec.samples.push_back({1, 500, MakeArray(zuCacheData::eNCFloatArray, 4, 1)});
-  spec.samples.push_back({2, 500, MakeArray(zuCacheData::eNCFloatVectorArray, 4, 1)});
-  spec.samples.push_back({2, 750, MakeArray(zuCacheData::eNCFloatVectorArray, 5, 1)});
-  ASSERT_TRUE(Write(Folder(), "shot", spec));
-  // No vectors, counts that change, no samples.
-  for (const unsigned int channel : {1u, 2u, 3u}) EXPECT_FALSE(ToPc2("shot", channel, 250));
-  EXPECT_EQ(test::NamesIn(folder_.path()).size(), 2u);
-
+TEST_F(Convert, TimesThatNoTickCanHoldWriteNothing) {
   // Less than a tick apart, past the last tick, no number, at no time; and cut short.
   const float times[][2] = {{0, 0.003f}, {1e7f, 1}, {0, std::nanf("")}, {INFINITY, 1}, {0, 1}};
   for (const auto& [start, rate] : times) {
     WritePc2({0, 1, 2}, start, rate);
     if (start == 0 && rate == 1) std::filesystem::resize_file(pc2_, 32 + 3 * 120 - 1);
-    EXPECT_FALSE(FromPc2("fresh", kForms[0], 250)) << start << " by " << rate;
-    EXPECT_EQ(test::NamesIn(folder_.path()).size(), 3u);
+    EXPECT_FALSE(Cache::convertFromPc2(pc2_.c_str(), Folder().c_str(), "fresh", Cache::eSingleFile,
+                                       "ncx", 250))
+        << start << " by " << rate;
+    EXPECT_EQ(test::NamesIn(folder_.path()).size(), 1u);
   }
 }
 

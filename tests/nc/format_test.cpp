@@ -60,7 +60,6 @@ TEST_F(Format, TheWorkedFileReads) {
 
 TEST(Checksum, IsTheSameWithEveryInstructionSet) {
   EXPECT_EQ(Checksum(nullptr, 0), 0x2D06800538D394C2ull);
-  EXPECT_EQ(Checksum("", 0), 0x2D06800538D394C2ull);
   Bytes bytes(5000);
   for (std::size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<std::uint8_t>(i * 37);
   for (std::size_t size = 0; size < bytes.size(); size += 1 + size / 16) {

@@ -59,28 +59,17 @@ inline constexpr Form kForms[] = {{Cache::eSingleFile, "ncx"},
                                   {Cache::eFilePerFrame, "ncc"}};
 
 /// An array of something smooth, so that it compresses, and different for every seed.
-template <typename Value>
-Bytes Smooth(std::size_t values, int seed) {
-  Bytes bytes(values * sizeof(Value));
-  for (std::size_t i = 0; i < values; ++i) {
-    const auto value = static_cast<Value>(std::sin(0.01 * double(i) + seed) * 100 + seed);
-    std::memcpy(&bytes[i * sizeof value], &value, sizeof value);
+inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
+  const bool isWide =
+      type == zuCacheData::eNCDoubleArray || type == zuCacheData::eNCDoubleVectorArray;
+  const std::size_t width = isWide ? sizeof(double) : sizeof(float);
+  Bytes bytes(elements * ElementSize(type));
+  for (std::size_t at = 0; at < bytes.size(); at += width) {
+    const double value = std::sin(0.01 * double(at / width) + seed) * 100 + seed;
+    const auto narrow = static_cast<float>(value);
+    std::memcpy(&bytes[at], isWide ? static_cast<const void*>(&value) : &narrow, width);
   }
   return bytes;
-}
-
-inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
-  const std::size_t bytes = elements * ElementSize(type);
-  switch (type) {
-    case zuCacheData::eNCDoubleArray:
-    case zuCacheData::eNCDoubleVectorArray: return Smooth<double>(bytes / 8, seed);
-    case zuCacheData::eNCInt32Array: return Smooth<std::int32_t>(bytes / 4, seed);
-    default: return Smooth<float>(bytes / 4, seed);
-  }
-}
-
-inline unsigned int CountOf(EType type, const Bytes& array) {
-  return static_cast<unsigned int>(array.size() / ElementSize(type));
 }
 
 /// Declares and writes all of it but the end.
@@ -98,8 +87,9 @@ inline bool WriteOpen(Cache& cache, const std::string& folder, const char* base,
     const bool begins = last == nullptr || last->tick != sample.tick;
     if (begins && !cache.beginWriteAtTime(sample.tick)) return false;
     Bytes array = sample.array;
+    const std::size_t count = array.size() / ElementSize(spec.channels[sample.channel].type);
     if (!cache.addArrayData(sample.channel, sample.tick, array.data(),
-                            CountOf(spec.channels[sample.channel].type, array))) {
+                            static_cast<unsigned int>(count))) {
       return false;
     }
     last = &sample;
@@ -179,13 +169,8 @@ class NcTest : public test::FileTest {
 
   testing::AssertionResult Verifies(const char* base) const {
     std::string said;
-    const bool sound = Cache::verify(Folder().c_str(), base, AddLine, &said);
+    const bool sound = Cache::verify(Folder().c_str(), base, test::AddLine, &said);
     return (sound ? testing::AssertionSuccess() : testing::AssertionFailure()) << said;
-  }
-
-  /// Collects the lines that verify or recover say.
-  static void AddLine(void* context, const char* line) {
-    static_cast<std::string*>(context)->append(line).append("\n");
   }
 };
 

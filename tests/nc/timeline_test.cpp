@@ -26,8 +26,6 @@ const struct {
     {"no interval: the tick before, cut toward zero", {7}, 0, 6, 0},
     {"no interval: nothing is held", {7}, 0, 8, kNone},
     {"the ends of the range", {INT_MIN, INT_MAX}, 4294967295u, INT_MAX - 1, 1},
-    {"held across the whole range", {INT_MIN, INT_MAX}, 4294967295u, 0, 0},
-    {"the last tick there is", {INT_MIN, INT_MAX}, 1, INT_MAX, 1},
     {"among runs", {-30, -20, -10, 5, 6, 100, 200, 300, 301, 900}, 100, 250, 6},
     {"a channel without samples", {}, 250, 0, kNone},
 };

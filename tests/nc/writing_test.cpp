@@ -8,7 +8,7 @@ class Writing : public NcTest {
   /// The blocks that recover saved.
   unsigned int Recover() {
     unsigned int blocks = 0;
-    const bool recovered = Cache::recover(Folder().c_str(), "shot", blocks, AddLine, &said_);
+    const bool recovered = Cache::recover(Folder().c_str(), "shot", blocks, test::AddLine, &said_);
     EXPECT_EQ(recovered, blocks > 0);
     return blocks;
   }

@@ -3,7 +3,6 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
@@ -11,8 +10,8 @@ namespace kelsdk::test {
 
 namespace fs = std::filesystem;
 
-ScratchFolder::ScratchFolder() {
-  std::string name = (fs::temp_directory_path() / "kelcache-test-XXXXXX").string();
+ScratchFolder::ScratchFolder(const fs::path& parent) {
+  std::string name = (parent / "kelcache-test-XXXXXX").string();
   if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no scratch folder");
   path_ = name;
 }

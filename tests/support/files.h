@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,8 @@ namespace kelsdk::test {
 /// A folder of its own, removed with all that is in it.
 class ScratchFolder {
  public:
-  ScratchFolder();
+  explicit ScratchFolder(
+      const std::filesystem::path& parent = std::filesystem::temp_directory_path());
   ~ScratchFolder();
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;

@@ -7,6 +7,11 @@
 
 namespace kelsdk::test {
 
+/// Collects lines of text in the std::string that is its context.
+inline void AddLine(void* context, const char* line) {
+  static_cast<std::string*>(context)->append(line).append("\n");
+}
+
 /// A scratch folder for each test, and a failure for one that leaves KelMalloc blocks or open files
 /// behind. What a test holds must have ended by its own end.
 class FileTest : public testing::Test {

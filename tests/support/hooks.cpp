@@ -1,6 +1,5 @@
 #include "tests/support/hooks.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -11,6 +10,8 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdlib>
+#include <filesystem>
+#include <iterator>
 #include <new>
 
 #include "host/KelMemory.h"
@@ -99,11 +100,8 @@ unsigned long SystemCallCount() {
 }
 
 int OpenDescriptors() {
-  DIR* folder = ::opendir("/proc/self/fd");
-  int count = 0;
-  while (::readdir(folder) != nullptr) ++count;
-  ::closedir(folder);
-  return count;
+  const std::filesystem::directory_iterator first("/proc/self/fd");
+  return static_cast<int>(std::distance(begin(first), end(first)));
 }
 
 FailAllocation::FailAllocation(unsigned long n, EAllocations which) {
@@ -139,36 +137,22 @@ void DieAtSystemCall(unsigned long n) {
 using kelsdk::test::NewFails;
 using kelsdk::test::SystemCallFails;
 
+// The forms for arrays come down to these, except under the address sanitizer, which has its own.
 void* operator new(std::size_t size) {
   void* block = NewFails() ? nullptr : std::malloc(size != 0 ? size : 1);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
-void* operator new[](std::size_t size) {
-  return operator new(size);
-}
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   return NewFails() ? nullptr : std::malloc(size != 0 ? size : 1);
 }
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-  return operator new(size, tag);
-}
 void operator delete(void* block) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block) noexcept {
   std::free(block);
 }
 void operator delete(void* block, std::size_t) noexcept {
   std::free(block);
 }
-void operator delete[](void* block, std::size_t) noexcept {
-  std::free(block);
-}
 void operator delete(void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
   std::free(block);
 }
 
