@@ -24,8 +24,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
           32 + std::uint64_t{12} * cache.pointCount * whole <= std::uint64_t{size});
   if (whole == 0 || cache.pointCount > size) return 0;
   std::vector<float> points(std::size_t{3} * cache.pointCount);
+  std::vector<float> two(2 * points.size());
   const unsigned int samples[] = {0, 1, whole - 1, whole, cache.sampleCount, 0xFFFFFFFF};
   for (const unsigned int sample : samples) {
+    Require(cache.readSamples(sample, 2, two.data()) == (std::uint64_t{sample} + 2 <= whole));
     unsigned int count = cache.pointCount;
     const bool read = cache.readSample(sample, points.data(), count);
     Require(read == (sample < whole));
@@ -33,6 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     const std::size_t offset = 32 + std::size_t{12} * cache.pointCount * sample;
     Require(points.empty() ||
             std::memcmp(points.data(), bytes + offset, points.size() * sizeof(float)) == 0);
+    Require(sample + 1 >= whole ||
+            std::memcmp(two.data(), bytes + offset, two.size() * sizeof(float)) == 0);
   }
   return 0;
 }
