@@ -24,8 +24,9 @@ Bytes MakeBytes(int kind, std::size_t stride, std::size_t size, std::mt19937& ra
 
 TEST(Compact, IsWhatTheLibraryThatDecodesItEncodes) {
   std::mt19937 random(3);
-  for (const std::size_t stride : {4, 8, 12, 24}) {
-    for (const std::size_t count : {1, 2, 15, 16, 17, 255, 256, 257, 336, 337, 1000}) {
+  for (const std::size_t stride : {4UL, 8UL, 12UL, 24UL}) {
+    for (const std::size_t count :
+         {1UL, 2UL, 15UL, 16UL, 17UL, 255UL, 257UL, 336UL, 337UL, 1000UL}) {
       for (int kind = 0; kind < 5; ++kind) {
         const Bytes bytes = MakeBytes(kind, stride, stride * count, random);
         Bytes expected(meshopt_encodeVertexBufferBound(count, stride));
