@@ -32,9 +32,13 @@ double Median(std::vector<double> values) {
 
 std::vector<Timing> Measure(const std::vector<Contender>& contenders) {
   const std::size_t count = contenders.size();
-  std::vector<double> warmUp;  // of files and memory; all that is measured of one much slower
+  std::vector<double> warmUp;  // of files and memory
   warmUp.reserve(count);
   for (const Contender& contender : contenders) warmUp.push_back(TimeOnce(contender));
+  const auto isMuchSlower = [&](std::size_t at) { return warmUp[at] >= kMuchSlower * warmUp[0]; };
+  for (std::size_t i = 0; i < count; ++i) {
+    if (isMuchSlower(i)) warmUp[i] = std::min(warmUp[i], TimeOnce(contenders[i]));
+  }
   std::vector<Timing> timings(count, Timing{1e300, 1});
   std::vector<std::vector<double>> ratios(count);
   double spent = 0;
@@ -43,7 +47,7 @@ std::vector<Timing> Measure(const std::vector<Contender>& contenders) {
     std::vector<double> seconds = warmUp;
     for (std::size_t i = 0; i < count; ++i) {
       const std::size_t at = (i + round) % count;
-      if (warmUp[at] < kMuchSlower * warmUp[0]) seconds[at] = TimeOnce(contenders[at]);
+      if (!isMuchSlower(at)) seconds[at] = TimeOnce(contenders[at]);
     }
     spent += seconds[0];
     for (std::size_t i = 0; i < count; ++i) {

@@ -21,7 +21,8 @@ struct Timing {
 };
 
 /// Runs all in turn, again and again, so that a machine whose speed drifts drifts for all of them.
-/// Who begins changes from round to round; a way much slower than the first runs once.
+/// Who begins changes from round to round; a way much slower than the first runs
+/// twice.
 std::vector<Timing> Measure(const std::vector<Contender>& contenders);
 
 /// Ends the program: a benchmark of something that does not work measures nothing.

@@ -148,7 +148,7 @@ TEST_F(CacheNC, SeparateObjectsOnSeparateThreads) {
         {KelCache::ePC2Format, TestData("pc2/arm_tube.pc2")},
         {KelCache::eAlembicFormat, TestData("abc/mesh_24fps.abc")}};
     for (int round = 0; round < 5; ++round) {
-      WriteNC(own, {KelCache::eNCInt32Array}, {0}, 24, thread);
+      WriteNC(own, {KelCache::eNCFloatVectorArray}, {0, 250}, 24, thread);
       float* values = nullptr;
       unsigned int length = 0;
       for (const auto& [format, path] : files) {
@@ -158,6 +158,7 @@ TEST_F(CacheNC, SeparateObjectsOnSeparateThreads) {
       CacheObject cache(KelCache::eNCFormat, folder_.File(own));
       EXPECT_TRUE(cache->OpenFileForRead(nullptr) && cache->Read(&values, length, KelTime(), 0));
       EXPECT_EQ(*values, float(thread));
+      EXPECT_TRUE(cache->ConvertFromNCToPC2(24, 0, nullptr));
     }
   };
   std::vector<std::thread> threads;
