@@ -200,7 +200,7 @@ TEST_P(Faults, EveryPointInTurn) {
     for (; reached && !HasFailure(); ++visited) {
       SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(visited + 1));
       Restore();
-      steps_ = 0;
+      steps_.done = 0;
       converted_ = false;
       const long blocks = OutstandingBlocks();
       const int descriptors = OpenDescriptors();
@@ -229,11 +229,6 @@ INSTANTIATE_TEST_SUITE_P(OfConversions, Faults,
                                                             std::end(kOperations))),
                          NameOf);
 
-// As short as can be, but lets the other process run.
-void Pause() {
-  ::usleep(10);
-}
-
 class Killed : public StoreTest, public testing::WithParamInterface<Store> {};
 
 // The moments cover all of a writer's life; a quarter of them fall into its end, when the cache is
@@ -252,11 +247,11 @@ TEST_P(Killed, AtRandomMoments) {
 
   // How long an undisturbed writer takes to each step.
   Clock::duration spans[kLastStep] = {};
-  steps_ = 0;
+  steps_.done = 0;
   auto last = Clock::now();
   const pid_t undisturbed = Start(write);
   for (unsigned int step = 0; step < kLastStep; last += spans[step++]) {
-    while (steps_ <= step) Pause();
+    while (steps_.done <= step) Pause();
     spans[step] = Clock::now() - last;
   }
   ::waitpid(undisturbed, nullptr, 0);
@@ -266,16 +261,18 @@ TEST_P(Killed, AtRandomMoments) {
   for (unsigned int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     Restore();
-    steps_ = 0;
-    const auto step = random() % 4 == 0 ? kLastStep - 1 : random() % kLastStep;
+    const auto step =
+        static_cast<unsigned int>(random() % 4 == 0 ? kLastStep - 1 : random() % kLastStep);
+    steps_.done = 0;
+    steps_.may = step;
     const pid_t process = Start(write);
-    while (steps_ < step) Pause();
+    while (steps_.done < step) Pause();
     const auto until = Clock::now() + spans[step] * static_cast<int>(random() % 100) / 100;
     while (Clock::now() < until) Pause();
     ::kill(process, SIGKILL);
     ::waitpid(process, nullptr, 0);
 
-    (steps_ < kLastStep - 1 ? within : closing)++;
+    (steps_.done < kLastStep - 1 ? within : closing)++;
     const unsigned int sure = Confirmed(kNew.samples);
     const unsigned int stands = ExpectNothingLost(store, kOld, kNew, sure);
     if (stands > 0) ExpectOnlyFilesOf(store);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -117,27 +118,41 @@ inline bool WriteSample(const Store& store, KelCache* cache, const Animation& an
   return cache->EndWriteAt(nullptr);
 }
 
+// As short as can be, but lets the other process run.
+inline void Pause() {
+  ::usleep(10);
+}
+
 /// How far a writer has come: 1 when open, then 1 more for each sample, before closing and after
-/// it.
-using Steps = std::atomic<unsigned int>;
+/// it. A writer waits where it has come further than it may.
+struct Steps {
+  std::atomic<unsigned int> done{0};
+  std::atomic<unsigned int> may{~0U};
+
+  void Next() {
+    ++done;
+    while (done > may) Pause();
+  }
+};
 
 /// Writes until something fails, and closes. Allocates nothing itself. Without `close` the object
 /// is destroyed in its open state.
 inline void WriteCache(const Store& store, const std::string& path, const Animation& animation,
                        Steps& steps, bool close = true) {
-  steps = 0;
+  steps.done = 0;
   const StoreObject object(store, path);
   if (object.cache == nullptr || !OpenForWrite(store, object.cache, animation)) return;
-  ++steps;
+  steps.Next();
   unsigned int sample = 0;
   while (sample < animation.samples && WriteSample(store, object.cache, animation, sample)) {
-    steps = ++sample + 1;
+    steps.Next();
+    ++sample;
   }
   if (!close) return;
-  const unsigned int closed = sample == animation.samples ? 1 : 0;
-  steps += closed;
+  const bool isWhole = sample == animation.samples;
+  if (isWhole) steps.Next();
   object->CloseFile(nullptr);
-  steps += closed;
+  if (isWhole) steps.Next();
 }
 
 /// All that the cache hands out; nothing when it is refused.
@@ -195,7 +210,7 @@ class StoreTest : public FileTest {
  protected:
   StoreTest()
       : steps_(*new (::mmap(nullptr, sizeof(Steps), PROT_READ | PROT_WRITE,
-                            MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Steps(0)) {
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Steps()) {
     fs::create_directory(work_);
   }
   ~StoreTest() override { ::munmap(&steps_, sizeof steps_); }
@@ -221,7 +236,7 @@ class StoreTest : public FileTest {
 
   // The samples whose writing has returned, of those that were to be written.
   unsigned int Confirmed(unsigned int samples) const {
-    return std::min(samples, std::max(steps_.load(), 1U) - 1);
+    return std::min(samples, std::max(steps_.done.load(), 1U) - 1);
   }
 
   // After a writer of `newer` has ended in any way, `confirmed` of its samples being sure: what
