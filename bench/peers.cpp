@@ -114,9 +114,9 @@ void StreamFile::Flush() {
 PeerFiles::PeerFiles(const Workload& workload, const Scratch& scratch, EValue stored)
     : workload_(workload),
       stored_(stored),
-      plain_(scratch.File("plain")),
-      contiguous_(scratch.File("contiguous.h5")),
-      deflated_(scratch.File("deflated.h5")),
+      plain_(scratch.File("plain" + std::to_string(SizeOf(stored)))),
+      contiguous_(plain_ + ".contiguous.h5"),
+      deflated_(plain_ + ".deflated.h5"),
       floats_(workload.valueCount()),
       doubles_(workload.valueCount()) {
   StreamFile plain(plain_, "wb", workload.valueCount() * SizeOf(stored));
