@@ -112,7 +112,7 @@ class Comparison {
     const char* const kSamplings[] = {"uniform", "cyclic", "acyclic"};
     EXPECT_EQ(kSamplings[info.sampling], sampling["type"]);
     EXPECT_TRUE(info.sampling == AlembicChannelInfo::eAcyclic || info.period == sampling["period"]);
-    EXPECT_EQ(property["samples"].size(), info.sampleCount);
+    EXPECT_EQ(property["samples"].size(), info.sampleCount <= 50 ? info.sampleCount : 3);
     for (const json& sample : property["samples"]) {
       ExpectSample(channel, sample, TimeOf(sampling, sample["i"]), info);
     }
@@ -170,7 +170,7 @@ TEST(AlembicArchives, AreReadAsTheFormatsOwnLibraryReadsThem) {
     EXPECT_TRUE(opened || error.find("HDF5") != error.npos) << error;
     if (opened) comparison.Compare(expected);
   }
-  EXPECT_EQ(archives, 14u);
+  EXPECT_GE(archives, 14u);
 }
 
 }  // namespace
