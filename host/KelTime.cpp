@@ -4,6 +4,8 @@
 #include <climits>
 #include <cmath>
 
+#include "host/KelFraction.h"
+
 namespace kelsdk {
 namespace {
 
@@ -49,6 +51,17 @@ KelFrameRate KelFrameRate::FromDouble(double framesPerSecond) noexcept {
   const double millionths = std::nearbyint(framesPerSecond * kMillion);
   if (millionths < 1) return {0, 0};
   return {static_cast<std::uint32_t>(millionths), static_cast<std::uint32_t>(kMillion)};
+}
+
+KelFrameRate KelFrameRate::FromComputed(double framesPerSecond) noexcept {
+  constexpr double kTolerance = 1e-9;
+  const KelFraction rate = KelFraction::Simplest(framesPerSecond * (1 - kTolerance),
+                                                 framesPerSecond * (1 + kTolerance));
+  if (!rate.IsValid() || rate.numerator <= 0 || rate.numerator > UINT32_MAX ||
+      rate.denominator > UINT32_MAX) {
+    return {0, 0};
+  }
+  return {static_cast<std::uint32_t>(rate.numerator), static_cast<std::uint32_t>(rate.denominator)};
 }
 
 KelTime KelTime::FromSeconds(double seconds) noexcept {

@@ -16,6 +16,15 @@ struct KelFrameRate {
   /// n x 1000 / 1001 family within 0.005 (29.97, 23.976, 59.94), else the rate in millionths.
   /// Not valid for rates that are not above zero, not finite or above 4000.
   static KelFrameRate FromDouble(double framesPerSecond) noexcept;
+
+  /// The exact rate behind one that was computed, such as 1 / a stored period: the simplest ratio
+  /// within a billionth of it. Not valid where there is none of 32-bit numbers.
+  static KelFrameRate FromComputed(double framesPerSecond) noexcept;
+
+  constexpr bool operator==(const KelFrameRate& other) const noexcept {
+    return std::uint64_t{numerator} * other.denominator ==
+           std::uint64_t{other.numerator} * denominator;
+  }
 };
 
 /// A moment or a length of time: one signed 64-bit count, 46,186,158,000 units to the second, in
