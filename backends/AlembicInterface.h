@@ -8,6 +8,21 @@ struct AlembicChannelInfo {
   /// How the sample times are stored.
   enum ESampling { eUniform = 0, eCyclic = 1, eAcyclic = 2 };
 
+  /// What ReadSample delivers: the stored values, but halves as floats, which hold them exactly.
+  enum EValue {
+    eBool = 0,  ///< one byte, 0 or not
+    eUint8,
+    eInt8,
+    eUint16,
+    eInt16,
+    eUint32,
+    eInt32,
+    eUint64,
+    eInt64,
+    eFloat32,
+    eFloat64,
+  };
+
   kelsdk::KelString name;            ///< full property path, such as "/body/bodyShape/.geom/P"
   kelsdk::KelString type;            ///< plain type and values per element, such as "float32[3]"
   kelsdk::KelString interpretation;  ///< the property's own word, such as "point"; "" when absent
@@ -18,6 +33,7 @@ struct AlembicChannelInfo {
   ESampling sampling = eUniform;
   double period = 0;      ///< seconds per sample (uniform) or per cycle (cyclic); 0 for acyclic
   bool constant = false;  ///< all samples are equal
+  EValue value = eFloat32;
 };
 
 /// Reads one Alembic archive as a list of channels: the numeric array and scalar properties that
@@ -66,6 +82,33 @@ class AlembicInterface {
 
   /// The time of one sample in seconds; false for an unknown channel or sample.
   bool GetSampleTime(unsigned int channelIndex, unsigned int sampleIndex, double& seconds);
+
+  /// The sample that GetChannelBuffer delivers at `time`; false for an unknown channel.
+  bool GetSampleAtTime(unsigned int channelIndex, const kelsdk::KelTime& time,
+                       unsigned int& sampleIndex);
+
+  /// The elements of one sample, which may be fewer than GetChannelBufferLength, and 0. False for an
+  /// unknown channel or sample and for a damaged one.
+  bool GetSampleLength(unsigned int channelIndex, unsigned int sampleIndex,
+                       unsigned int& elementCount);
+
+  /// Delivers one sample as it is stored (AlembicChannelInfo::EValue), GetChannelDataLength values an
+  /// element, and nothing behind its end.
+  /// @param values        the caller's; room for `elementCount` elements
+  /// @param elementCount  in: the room; out: the elements delivered
+  /// False for an unknown channel or sample, for a damaged one and when the room is smaller than the
+  /// sample; `values` is then unspecified.
+  bool ReadSample(unsigned int channelIndex, unsigned int sampleIndex, void* values,
+                  unsigned int& elementCount);
+
+  /// The samples around one that the archive keeps only once, `first` to `last`, and a number that
+  /// all samples of the archive share which are kept as the same bytes, whatever their type; 0 for
+  /// samples of no bytes.
+  bool GetSampleRun(unsigned int channelIndex, unsigned int sampleIndex, unsigned int& first,
+                    unsigned int& last, unsigned long long& identity);
+
+  /// How many objects, properties or times are damaged and left out; Verify tells which.
+  unsigned long long GetProblemCount() const;
 
   /// Told one line, without a final line break.
   using ReportFunction = void (*)(void* context, const char* line);

@@ -13,6 +13,7 @@
 using kelsdk::KelString;
 using kelsdk::KelTime;
 using kelsdk::alembic::ChannelList;
+using kelsdk::alembic::EPlainType;
 using kelsdk::alembic::Property;
 using kelsdk::alembic::TimeSampling;
 using kelsdk::io::Error;
@@ -26,6 +27,12 @@ struct AlembicInterface::Impl {
     if (channels == nullptr) return error.Set(Error::eRefused, "no archive is open");
     if (channel < channels->Count()) return true;
     return error.Set(Error::eRefused, "channel %u, the archive has %u", channel, channels->Count());
+  }
+
+  bool Has(unsigned int channel, unsigned int sample) {
+    if (!Has(channel)) return false;
+    const unsigned int samples = channels->SampleCount(channel);
+    return sample < samples || error.Set(Error::eRefused, "sample %u of %u", sample, samples);
   }
 };
 
@@ -47,6 +54,13 @@ AlembicChannelInfo::ESampling SamplingOf(TimeSampling::EKind kind) {
   return AlembicChannelInfo::eUniform;
 }
 
+// Never asked of strings, which are no channels.
+AlembicChannelInfo::EValue ValueOf(EPlainType type) {
+  if (type < EPlainType::eFloat16) return static_cast<AlembicChannelInfo::EValue>(type);
+  return type == EPlainType::eFloat64 ? AlembicChannelInfo::eFloat64 : AlembicChannelInfo::eFloat32;
+}
+static_assert(AlembicChannelInfo::eInt64 == static_cast<int>(EPlainType::eInt64));
+
 bool FillInfo(ChannelList& channels, unsigned int channel, AlembicChannelInfo& info, Error& error) {
   const Property& property = channels.PropertyOf(channel);
   const TimeSampling& sampling = channels.SamplingOf(channel);
@@ -64,6 +78,7 @@ bool FillInfo(ChannelList& channels, unsigned int channel, AlembicChannelInfo& i
   info.sampling = SamplingOf(sampling.kind);
   info.period = sampling.period;
   info.constant = property.IsConstant();
+  info.value = ValueOf(property.type);
   return true;
 }
 
@@ -168,14 +183,62 @@ bool AlembicInterface::GetChannelInfo(unsigned int channelIndex, AlembicChannelI
 
 bool AlembicInterface::GetSampleTime(unsigned int channelIndex, unsigned int sampleIndex,
                                      double& seconds) {
+  if (impl == nullptr || !impl->Has(channelIndex, sampleIndex)) return false;
+  seconds = impl->channels->SamplingOf(channelIndex).TimeOf(sampleIndex);
+  return true;
+}
+
+bool AlembicInterface::GetSampleAtTime(unsigned int channelIndex, const KelTime& time,
+                                       unsigned int& sampleIndex) {
   if (impl == nullptr || !impl->Has(channelIndex)) return false;
   const ChannelList& channels = *impl->channels;
-  if (sampleIndex >= channels.SampleCount(channelIndex)) {
-    return impl->error.Set(Error::eRefused, "sample %u of %u", sampleIndex,
-                           channels.SampleCount(channelIndex));
-  }
-  seconds = channels.SamplingOf(channelIndex).TimeOf(sampleIndex);
+  sampleIndex = channels.SamplingOf(channelIndex)
+                    .FloorSample(time.GetSeconds(), channels.SampleCount(channelIndex));
   return true;
+}
+
+bool AlembicInterface::GetSampleLength(unsigned int channelIndex, unsigned int sampleIndex,
+                                       unsigned int& elementCount) {
+  if (impl == nullptr || !impl->Has(channelIndex, sampleIndex)) return false;
+  return Guarded(impl->error, false, [&] {
+    return impl->channels->SampleLength(channelIndex, sampleIndex, elementCount, impl->error);
+  });
+}
+
+bool AlembicInterface::ReadSample(unsigned int channelIndex, unsigned int sampleIndex, void* values,
+                                  unsigned int& elementCount) {
+  if (impl == nullptr || !impl->Has(channelIndex, sampleIndex)) return false;
+  if (values == nullptr && elementCount != 0) {
+    return impl->error.Set(Error::eRefused, "no room for %u elements", elementCount);
+  }
+  return Guarded(impl->error, false, [&] {
+    return impl->channels->ReadSample(channelIndex, sampleIndex, values, elementCount, impl->error);
+  });
+}
+
+bool AlembicInterface::GetSampleRun(unsigned int channelIndex, unsigned int sampleIndex,
+                                    unsigned int& first, unsigned int& last,
+                                    unsigned long long& identity) {
+  if (impl == nullptr || !impl->Has(channelIndex, sampleIndex)) return false;
+  return Guarded(impl->error, false, [&] {
+    std::uint64_t place = 0;
+    ChannelList& channels = *impl->channels;
+    if (!channels.SampleIdentity(channelIndex, sampleIndex, place, impl->error)) return false;
+    channels.PropertyOf(channelIndex).StoredRun(sampleIndex, first, last);
+    // Of more samples than there are times for, the last ones are none of the channel's.
+    last = std::min(last, channels.SampleCount(channelIndex) - 1);
+    identity = place;
+    return true;
+  });
+}
+
+unsigned long long AlembicInterface::GetProblemCount() const {
+  if (impl == nullptr || impl->channels == nullptr) return 0;
+  const kelsdk::alembic::Hierarchy& hierarchy = impl->channels->archive().hierarchy();
+  const auto damagedTimes =
+      std::count_if(hierarchy.timeSamplings.begin(), hierarchy.timeSamplings.end(),
+                    [](const TimeSampling& one) { return one.kind == TimeSampling::eInvalid; });
+  return hierarchy.problemCount + static_cast<unsigned long long>(damagedTimes);
 }
 
 bool AlembicInterface::ListTree(ReportFunction report, void* context) {

@@ -29,6 +29,18 @@ bool IsInstance(const Hierarchy& hierarchy, ObjectId object) {
   return MetadataValue(metadata, "isInstance") == "1";
 }
 
+// The elements in so many bytes of values.
+bool CountOf(std::uint64_t bytes, const Property& property, std::uint32_t& elements,
+             io::Error& error) {
+  const std::uint64_t count = bytes / property.ElementSize();
+  if (!io::Fits<std::uint32_t>(count)) {
+    return error.Set(io::Error::eUnsupported, "a sample of %llu elements, more than 32 bits count",
+                     static_cast<unsigned long long>(count));
+  }
+  elements = static_cast<std::uint32_t>(count);
+  return true;
+}
+
 }  // namespace
 
 ChannelList::ChannelList(std::unique_ptr<Archive> archive) : archive_(std::move(archive)) {
@@ -160,17 +172,52 @@ bool ChannelList::BufferLength(std::uint32_t channel, std::uint32_t& elements, i
         !archive_->LargestSample(entry.property, bytes, error)) {
       return false;
     }
-    const std::uint64_t most = bytes / property.ElementSize();
-    if (!io::Fits<std::uint32_t>(most)) {
-      return error.Set(io::Error::eUnsupported,
-                       "a sample of %llu elements, more than 32 bits count",
-                       static_cast<unsigned long long>(most));
-    }
-    entry.bufferLength = static_cast<std::uint32_t>(most);
+    if (!CountOf(bytes, property, entry.bufferLength, error)) return false;
     entry.lengthKnown = true;
   }
   elements = entry.bufferLength;
   return true;
+}
+
+bool ChannelList::SampleLength(std::uint32_t channel, std::uint32_t sample, std::uint32_t& elements,
+                               io::Error& error) {
+  const Property& property = PropertyOf(channel);
+  std::uint64_t bytes = 0;
+  if (!archive_->ValueBytes(channels_[channel].property, property.StoredIndex(sample), bytes,
+                            error)) {
+    return false;
+  }
+  return CountOf(bytes, property, elements, error);
+}
+
+bool ChannelList::ReadSample(std::uint32_t channel, std::uint32_t sample, void* values,
+                             std::uint32_t& elements, io::Error& error) {
+  const Property& property = PropertyOf(channel);
+  const bool halves = property.type == EPlainType::eFloat16;
+  const std::uint64_t room = std::uint64_t{elements} * property.ElementSize();
+  // Halves go to the end of the room of the floats that they become.
+  auto* stored = static_cast<std::uint8_t*>(values) + (halves ? room : 0);
+  std::uint64_t bytes = 0;
+  if (!archive_->ReadValues(channels_[channel].property, property.StoredIndex(sample), stored, room,
+                            bytes, error)) {
+    return false;
+  }
+  if (bytes > room) {
+    return error.Set(io::Error::eRefused, "a sample of %llu bytes, room for %llu",
+                     static_cast<unsigned long long>(bytes),
+                     static_cast<unsigned long long>(room));
+  }
+  if (halves) {
+    ConvertToFloats(property.type, stored, static_cast<std::size_t>(bytes / sizeof(std::uint16_t)),
+                    static_cast<float*>(values));
+  }
+  return CountOf(bytes, property, elements, error);
+}
+
+bool ChannelList::SampleIdentity(std::uint32_t channel, std::uint32_t sample,
+                                 std::uint64_t& identity, io::Error& error) {
+  return archive_->SampleIdentity(channels_[channel].property,
+                                  PropertyOf(channel).StoredIndex(sample), identity, error);
 }
 
 bool ChannelList::Read(std::uint32_t channel, double seconds, float* buffer, std::uint32_t count,

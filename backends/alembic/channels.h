@@ -42,6 +42,19 @@ class ChannelList {
   /// Elements of the largest sound sample, found when first asked for. Throws std::bad_alloc.
   bool BufferLength(std::uint32_t channel, std::uint32_t& elements, io::Error& error);
 
+  /// Elements of one sample. Throws std::bad_alloc.
+  bool SampleLength(std::uint32_t channel, std::uint32_t sample, std::uint32_t& elements,
+                    io::Error& error);
+
+  /// Delivers one sample in the values it is stored in, halves as floats, into room for `elements`;
+  /// `elements` becomes their number. Throws std::bad_alloc.
+  bool ReadSample(std::uint32_t channel, std::uint32_t sample, void* values,
+                  std::uint32_t& elements, io::Error& error);
+
+  /// Where the archive keeps a sample (Archive::SampleIdentity). Throws std::bad_alloc.
+  bool SampleIdentity(std::uint32_t channel, std::uint32_t sample, std::uint64_t& identity,
+                      io::Error& error);
+
   /// Delivers `count` elements of the sample at `seconds` as floats: count x extent of them. What
   /// the sample does not fill is quiet NaN. When false, `buffer` is unspecified. Throws
   /// std::bad_alloc; allocates nothing once the channel has been read with as large a `count`.

@@ -52,6 +52,13 @@ std::uint64_t Property::StoredIndex(std::uint32_t sample) const {
   return std::uint64_t{std::min(sample, lastChanged)} - firstChanged + 1;
 }
 
+void Property::StoredRun(std::uint32_t sample, std::uint32_t& first, std::uint32_t& last) const {
+  const bool constant = IsConstant();
+  first = !constant && sample >= firstChanged ? std::min(sample, lastChanged) : 0;
+  last = constant || sample >= lastChanged ? sampleCount - 1 : sample;
+  if (!constant && sample < firstChanged) last = firstChanged - 1;
+}
+
 void Hierarchy::AppendObjectPath(ObjectId object, std::string& path) const {
   if (objects[object].parent == kNone) {
     path += '/';

@@ -53,6 +53,8 @@ struct Property {
   /// How many different samples the archive keeps, and which of them sample `sample` is.
   std::uint64_t StoredCount() const;
   std::uint64_t StoredIndex(std::uint32_t sample) const;
+  /// The samples around one that share its stored one: the first and the last of them.
+  void StoredRun(std::uint32_t sample, std::uint32_t& first, std::uint32_t& last) const;
 };
 
 /// All that an archive says without its samples. Names are kept once, in one run; paths are made

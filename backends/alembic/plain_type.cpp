@@ -1,10 +1,9 @@
 #include "backends/alembic/plain_type.h"
 
 #include <bit>
-#include <cmath>
-#include <limits>
 
 #include "backends/io/endian.h"
+#include "host/KelNearestFloat.h"
 
 namespace kelsdk::alembic {
 namespace {
@@ -25,13 +24,9 @@ float NearestFloat(T value) {
   return static_cast<float>(value);
 }
 
-// Beyond the largest float the nearest one is infinity, as IEEE 754 rounds; the cast alone would be
-// undefined there.
 template <>
 float NearestFloat(double value) {
-  constexpr double kRoundsToInfinity = 0x1.ffffffp127;
-  const double infinity = std::copysign(std::numeric_limits<double>::infinity(), value);
-  return static_cast<float>(std::fabs(value) >= kRoundsToInfinity ? infinity : value);
+  return KelNearestFloat(value);
 }
 
 // What is larger than a float never shares memory with the floats, which lets several be converted
