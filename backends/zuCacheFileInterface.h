@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/KelTime.h"
+
 namespace kelsdk {
 
 struct zuCacheData {
@@ -116,6 +118,42 @@ class zuCacheFileInterface {
   /// publish.
   void discardWrite();
 
+  /// As above, noting the exact frame rate where 6000 / rate is no whole number of ticks, such as
+  /// 24000/1001, whose ticks per frame are 250. Refused when the two do not agree.
+  bool initFileWrite(const char* folder, const char* baseName, cacheFileFormat format,
+                     const char* dataFileTag, int ticksPerFrame, const KelFrameRate& exactRate);
+  /// The exact frame rate, where one is noted.
+  bool exactFrameRate(KelFrameRate& rate) const;
+
+  /// As above, declaring the channel's sampling interval in ticks, 0 for the ticks per frame: what
+  /// counts while a channel has fewer than two samples.
+  bool addChannel(const char* channelName, const char* interpretation,
+                  zuCacheData::zuCacheDataType dataType, unsigned int intervalTicks,
+                  unsigned int& channelIndex);
+  /// The declared interval, 0 for none; false for an unknown channel.
+  bool declaredInterval(unsigned int channelIndex, unsigned int& intervalTicks) const;
+
+  /// Where the samples of a channel lie when they are evenly spaced to within a tick, which is how a
+  /// PC2 file has them, at a frame rate (not valid: at the ticks per frame that are given).
+  /// @param startFrame      frame of the first sample
+  /// @param framesPerSample frames from one sample to the next
+  /// @return false when they are not, or when there are none
+  bool evenSpacing(unsigned int channelIndex, int ticksPerFrame, const KelFrameRate& exactRate,
+                   double& startFrame, double& framesPerSample);
+
+  /// Writes to a channel, in the open time block, the very array that another channel of the same
+  /// type (or the same channel) holds at exactly `ofTicks`, without storing it again.
+  /// @return false, with nothing changed, where that can not be: an unknown sample, another type, or
+  ///         an array in another data file
+  bool repeatArrayData(unsigned int channelIndex, int ticks, unsigned int ofChannel, int ofTicks);
+
+  /// What a conversion takes and how it counts frames.
+  struct conversionOptions {
+    KelFrameRate exactRate = {0, 0};  ///< noted with an NC cache; frames are frames of it
+    unsigned int firstSample = 0;     ///< of the PC2 file
+    unsigned int sampleCount = ~0u;   ///< or as many as there are
+  };
+
   /// Follows a conversion, which may run for minutes.
   struct conversionWatch {
     /// Told after each sample; false ends the conversion. May be null.
@@ -125,13 +163,13 @@ class zuCacheFileInterface {
     void* context = nullptr;
   };
 
-  /// The conversions above, watched. A target that was not completed leaves nothing behind.
+  /// The conversions above, of a part and watched. A target that was not completed leaves nothing behind.
   static bool convertFromPc2(const char* pc2FileName, const char* folder, const char* baseName,
                              cacheFileFormat format, const char* dataFileTag, int ticksPerFrame,
-                             const conversionWatch& watch);
+                             const conversionOptions& options, const conversionWatch& watch);
   static bool convertToPc2(const char* pc2FileName, const char* folder, const char* baseName,
                            unsigned int channelIndex, int ticksPerFrame,
-                           const conversionWatch& watch);
+                           const conversionOptions& options, const conversionWatch& watch);
 
   /// Why the last call that failed did so, in words, without the file's name; "" when none failed.
   /// Valid until the next call.

@@ -11,6 +11,11 @@ using io::Error;
 
 namespace {
 
+nc::ConvertOptions OptionsOf(int ticksPerFrame,
+                             const zuCacheFileInterface::conversionOptions& options) {
+  return {ticksPerFrame, options.exactRate, options.firstSample, options.sampleCount};
+}
+
 // What the two conversions share around their work.
 template <typename Work>
 bool Convert(const char* folder, const char* baseName,
@@ -29,30 +34,33 @@ bool Convert(const char* folder, const char* baseName,
 bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* folder,
                                           const char* baseName, cacheFileFormat format,
                                           const char* dataFileTag, int ticksPerFrame) {
-  return convertFromPc2(pc2FileName, folder, baseName, format, dataFileTag, ticksPerFrame, {});
+  return convertFromPc2(pc2FileName, folder, baseName, format, dataFileTag, ticksPerFrame, {}, {});
 }
 
 bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
                                         const char* baseName, unsigned int channelIndex,
                                         int ticksPerFrame) {
-  return convertToPc2(pc2FileName, folder, baseName, channelIndex, ticksPerFrame, {});
+  return convertToPc2(pc2FileName, folder, baseName, channelIndex, ticksPerFrame, {}, {});
 }
 
 bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* folder,
                                           const char* baseName, cacheFileFormat format,
                                           const char* dataFileTag, int ticksPerFrame,
+                                          const conversionOptions& options,
                                           const conversionWatch& watch) {
   return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
     return nc::ConvertFromPc2(pc2FileName, name, format == eFilePerFrame, dataFileTag,
-                              ticksPerFrame, {watch.proceed, watch.context}, error);
+                              OptionsOf(ticksPerFrame, options), {watch.proceed, watch.context},
+                              error);
   });
 }
 
 bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
                                         const char* baseName, unsigned int channelIndex,
-                                        int ticksPerFrame, const conversionWatch& watch) {
+                                        int ticksPerFrame, const conversionOptions& options,
+                                        const conversionWatch& watch) {
   return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
-    return nc::ConvertToPc2(pc2FileName, name, channelIndex, ticksPerFrame,
+    return nc::ConvertToPc2(pc2FileName, name, channelIndex, OptionsOf(ticksPerFrame, options),
                             {watch.proceed, watch.context}, error);
   });
 }

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "backends/io/guard.h"
+#include "backends/nc/even_spacing.h"
 #include "backends/nc/reader.h"
 #include "backends/nc/writer.h"
 #include "backends/zuCacheFileInterface.h"
@@ -91,13 +92,19 @@ bool zuCacheFileInterface::initFileRead(const char* baseName, const char* folder
 bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseName,
                                          cacheFileFormat format, const char* dataFileTag,
                                          int ticksPerFrame) {
+  return initFileWrite(folder, baseName, format, dataFileTag, ticksPerFrame, {0, 0});
+}
+
+bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseName,
+                                         cacheFileFormat format, const char* dataFileTag,
+                                         int ticksPerFrame, const KelFrameRate& exactRate) {
   return Run(impl, false, [&] {
     if (impl->Open() != nullptr) return impl->error.Set(Error::eRefused, "a cache is open already");
     if (!nc::MakeCacheName(folder, baseName, &impl->name, impl->error)) return false;
     nc::CacheWriter& writer = impl->writer.emplace();
     const bool open = io::Guarded(impl->error, false, [&] {
       return writer.Begin(impl->name, format == eFilePerFrame, dataFileTag, ticksPerFrame,
-                          impl->error);
+                          exactRate, impl->error);
     });
     if (!open) impl->writer.reset();
     return open;
@@ -107,11 +114,18 @@ bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseNam
 bool zuCacheFileInterface::addChannel(const char* channelName, const char* interpretation,
                                       zuCacheData::zuCacheDataType dataType,
                                       unsigned int& channelIndex) {
+  return addChannel(channelName, interpretation, dataType, 0, channelIndex);
+}
+
+bool zuCacheFileInterface::addChannel(const char* channelName, const char* interpretation,
+                                      zuCacheData::zuCacheDataType dataType,
+                                      unsigned int intervalTicks, unsigned int& channelIndex) {
   return Run(impl, false, [&] {
     nc::CacheWriter* const writer = impl->Writing();
     std::uint32_t index = 0;
     if (writer == nullptr ||
-        !writer->AddChannel(channelName, interpretation, dataType, 0, &index, impl->error)) {
+        !writer->AddChannel(channelName, interpretation, dataType, intervalTicks, &index,
+                            impl->error)) {
       return false;
     }
     channelIndex = index;
@@ -186,6 +200,13 @@ zuCacheFileInterface::cacheFileFormat zuCacheFileInterface::format() const {
 int zuCacheFileInterface::getTicksPerFrame() const {
   nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
   return session != nullptr ? session->Info().ticksPerFrame : 0;
+}
+
+bool zuCacheFileInterface::exactFrameRate(KelFrameRate& rate) const {
+  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
+  if (session == nullptr || !session->Info().exactRate.IsValid()) return false;
+  rate = session->Info().exactRate;
+  return true;
 }
 
 bool zuCacheFileInterface::getChannelStartTime(unsigned int channelIndex, int& ticks) const {
@@ -280,6 +301,35 @@ bool zuCacheFileInterface::channelSamplingRate(unsigned int channelIndex, int& t
   });
 }
 
+bool zuCacheFileInterface::declaredInterval(unsigned int channelIndex,
+                                            unsigned int& intervalTicks) const {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    if (session == nullptr) return false;
+    intervalTicks = session->Info().channels[channelIndex].interval;
+    return true;
+  });
+}
+
+bool zuCacheFileInterface::evenSpacing(unsigned int channelIndex, int ticksPerFrame,
+                                       const KelFrameRate& exactRate, double& startFrame,
+                                       double& framesPerSample) {
+  return Run(impl, false, [&] {
+    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::Times times{std::span<const nc::SampleEntry>()};
+    if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
+    const double frame = nc::ExactTicks(ticksPerFrame, exactRate);
+    const std::uint32_t interval = nc::SamplingInterval(*session, channelIndex);
+    const auto even = frame > 0 ? nc::FindEvenSpacing(times, frame, interval) : std::nullopt;
+    if (!even) {
+      return impl->error.Set(Error::eRefused, "channel %u is not evenly spaced", channelIndex);
+    }
+    startFrame = even->start;
+    framesPerSample = even->interval;
+    return true;
+  });
+}
+
 bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int ticks,
                                                 unsigned int& elementCount) {
   return Run(impl, false, [&] {
@@ -329,6 +379,15 @@ bool zuCacheFileInterface::addArrayData(unsigned int channelIndex, int ticks, vo
     nc::CacheWriter* const writer = impl->Writing();
     return writer != nullptr &&
            writer->AddArray(channelIndex, ticks, data, elementCount, impl->error);
+  });
+}
+
+bool zuCacheFileInterface::repeatArrayData(unsigned int channelIndex, int ticks,
+                                           unsigned int ofChannel, int ofTicks) {
+  return Run(impl, false, [&] {
+    nc::CacheWriter* const writer = impl->Writing();
+    return writer != nullptr &&
+           writer->AddRepeat(channelIndex, ticks, ofChannel, ofTicks, impl->error);
   });
 }
 

@@ -6,9 +6,11 @@
 #include <vector>
 
 #include "backends/io/guard.h"
+#include "backends/nc/even_spacing.h"
 #include "backends/nc/reader.h"
 #include "backends/nc/writer.h"
 #include "backends/zuPointCache2IO.h"
+#include "host/KelNearestFloat.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -17,6 +19,10 @@ using io::Error;
 
 constexpr std::size_t kCoordinates = 3;
 constexpr std::uint32_t kPc2PointSize = 12;
+
+// A file of 32 bytes may claim any number of samples without points; they must not unfold into
+// gigabytes.
+constexpr std::uint32_t kMostEmptySamples = 100000;
 
 // Small samples are read and written many at a time.
 constexpr std::size_t kBatchBytes = std::size_t{256} * 1024;
@@ -38,25 +44,53 @@ bool ToTick(double ticks, std::int32_t* tick) {
   return true;
 }
 
+// The samples [first, first + count) of those that there are.
+struct SampleRange {
+  std::uint32_t first = 0;
+  std::uint32_t count = 0;
+};
+
+bool TakeRange(const ConvertOptions& options, std::uint32_t samples, SampleRange* range,
+               Error& error) {
+  if (options.firstSample > samples) {
+    return error.Set(Error::eRefused, "samples from %u on of %u", options.firstSample, samples);
+  }
+  *range = {options.firstSample, std::min(options.sampleCount, samples - options.firstSample)};
+  return true;
+}
+
+bool CheckRate(const ConvertOptions& options, Error& error) {
+  if (options.ticksPerFrame <= 0) {
+    return error.Set(Error::eRefused, "%d ticks per frame", options.ticksPerFrame);
+  }
+  if (!options.exactRate.IsValid() || IsRateOfTicks(options.exactRate, options.ticksPerFrame)) {
+    return true;
+  }
+  return error.Set(Error::eRefused, "%u/%u frames per second are not %d ticks per frame",
+                   options.exactRate.numerator, options.exactRate.denominator,
+                   options.ticksPerFrame);
+}
+
 // When the samples of a PC2 file are, in ticks.
 class Pc2Times {
  public:
-  Pc2Times(const zuPointCache2IO& file, int ticksPerFrame)
+  Pc2Times(const zuPointCache2IO& file, double ticksPerFrame)
       : start_(file.startFrame), rate_(file.sampleRate), ticksPerFrame_(ticksPerFrame) {}
 
   bool At(std::uint32_t sample, std::int32_t* tick) const {
     return ToTick((start_ + sample * rate_) * ticksPerFrame_, tick);
   }
 
-  bool Check(std::uint32_t sampleCount, Error& error) const {
+  bool Check(const SampleRange& range, Error& error) const {
     std::int32_t tick = 0;
-    if (sampleCount != 0 && (!At(0, &tick) || !At(sampleCount - 1, &tick))) {
+    if (range.count != 0 &&
+        (!At(range.first, &tick) || !At(range.first + range.count - 1, &tick))) {
       return error.Set(Error::eRefused,
                        "%u samples from frame %g on, %g frames apart, leave the "
                        "range of ticks",
-                       sampleCount, start_, rate_);
+                       range.first + range.count, start_, rate_);
     }
-    if (sampleCount > 1 && !(std::fabs(rate_ * ticksPerFrame_) >= 1)) {
+    if (range.count > 1 && !(std::fabs(rate_ * ticksPerFrame_) >= 1)) {
       return error.Set(Error::eRefused, "samples %g frames apart are less than a tick apart",
                        rate_);
     }
@@ -74,25 +108,26 @@ class Pc2Times {
  private:
   double start_;
   double rate_;
-  int ticksPerFrame_;
+  double ticksPerFrame_;
 };
 
-bool CopySamples(zuPointCache2IO& from, const Pc2Times& times, CacheWriter& to,
-                 std::uint32_t channel, const Proceed& proceed, Error& error) {
-  const std::uint32_t sampleCount = from.sampleCount;
-  const std::uint32_t batch = BatchOf(from.pointCount, sampleCount);
+bool CopySamples(zuPointCache2IO& from, const SampleRange& range, const Pc2Times& times,
+                 CacheWriter& to, std::uint32_t channel, const Proceed& proceed, Error& error) {
+  const std::uint32_t batch = BatchOf(from.pointCount, range.count);
   const std::size_t valueCount = kCoordinates * from.pointCount;
   std::vector<float> points(valueCount * batch);
-  for (std::uint32_t i = 0; i < sampleCount; ++i) {
+  for (std::uint32_t i = 0; i < range.count; ++i) {
     const std::uint32_t inBatch = i % batch;
-    if (inBatch == 0 && !from.readSamples(i, std::min(batch, sampleCount - i), points.data())) {
-      return error.Set(Error::eDamaged, "sample %u of %u: %.128s", i, sampleCount,
+    const std::uint32_t sample = range.first + i;
+    if (inBatch == 0 &&
+        !from.readSamples(sample, std::min(batch, range.count - i), points.data())) {
+      return error.Set(Error::eDamaged, "sample %u of %u: %.128s", sample, from.sampleCount,
                        from.errorString());
     }
     std::int32_t tick = 0;
-    if (!times.At(i, &tick) || !to.BeginBlock(tick, error) ||
+    if (!times.At(sample, &tick) || !to.BeginBlock(tick, error) ||
         !to.AddArray(channel, tick, points.data() + inBatch * valueCount, from.pointCount, error) ||
-        !to.EndBlock(error) || !proceed(i + 1, sampleCount, error)) {
+        !to.EndBlock(error) || !proceed(i + 1, range.count, error)) {
       return false;
     }
   }
@@ -101,10 +136,18 @@ bool CopySamples(zuPointCache2IO& from, const Pc2Times& times, CacheWriter& to,
 
 // The samples that a PC2 file of a channel has.
 struct Pc2Plan {
-  std::uint32_t sampleCount = 0;
+  SampleRange range;            // of an evenly spaced channel its samples, else frames
+  bool isEven = false;
   std::uint32_t pointCount = 0;
-  std::int32_t first = 0;      // tick of sample 0
-  std::uint32_t interval = 0;  // ticks from one sample to the next
+  std::int32_t first = 0;       // tick of the channel's first sample
+  double ticksPerFrame = 0;
+  double start = 0;             // frame of the first sample of the range
+  double interval = 1;          // frames
+
+  // The tick that frame `i` of a channel that is not even asks for.
+  std::int32_t TickOf(std::uint32_t i) const {
+    return static_cast<std::int32_t>(std::floor(first + i * ticksPerFrame + 0.5));
+  }
 };
 
 bool EqualCounts(Session& session, std::uint32_t channel, std::uint32_t sampleCount,
@@ -121,33 +164,36 @@ bool EqualCounts(Session& session, std::uint32_t channel, std::uint32_t sampleCo
   return true;
 }
 
-bool MakePlan(Session& session, std::uint32_t channel, int ticksPerFrame, Pc2Plan* plan,
-              Error& error) {
-  if (ticksPerFrame <= 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
-  const std::vector<Channel>& channels = session.Info().channels;
-  if (channel >= channels.size()) {
-    return error.Set(Error::eRefused, "channel %u of %zu", channel, channels.size());
+bool CheckChannel(const Description& description, std::uint32_t channel, Error& error) {
+  if (channel >= description.channels.size()) {
+    return error.Set(Error::eRefused, "channel %u of %zu", channel, description.channels.size());
   }
-  if (kElementTypes[channels[channel].type].elementWidth != kCoordinates) {
-    return error.Set(Error::eUnsupported, "a channel of %s holds no points",
-                     kElementTypes[channels[channel].type].name);
-  }
+  const ElementTypeTraits& type = kElementTypes[description.channels[channel].type];
+  if (type.elementWidth == kCoordinates) return true;
+  return error.Set(Error::eUnsupported, "a channel of %s holds no points", type.name);
+}
+
+bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& options,
+              Pc2Plan* plan, Error& error) {
+  if (!CheckRate(options, error) || !CheckChannel(session.Info(), channel, error)) return false;
   Times times{std::span<const SampleEntry>()};
   if (!session.TimesOf(channel, &times, error)) return false;
-  const Extent extent = session.ExtentOf(channel);
-  if (extent.count == 0) return error.Set(Error::eUnsupported, "the channel has no samples");
-  const bool isRegular = IsRegular(extent);
-  const std::int64_t length = std::int64_t{extent.last} - extent.first;
-  const std::int64_t samples = isRegular ? extent.count : length / ticksPerFrame + 1;
+  const std::uint32_t count = times.Count();
+  if (count == 0) return error.Set(Error::eUnsupported, "the channel has no samples");
+  plan->ticksPerFrame = ExactTicks(options.ticksPerFrame, options.exactRate);
+  plan->first = times.At(0);
+  const auto even = FindEvenSpacing(times, plan->ticksPerFrame, SamplingInterval(session, channel));
+  plan->isEven = even.has_value();
+  const double length = double(times.At(count - 1)) - plan->first;
+  const double samples = even ? count : std::floor(length / plan->ticksPerFrame) + 1;
   if (samples > std::numeric_limits<std::int32_t>::max()) {
-    return error.Set(Error::eUnsupported, "%lld samples are beyond a PC2 file",
-                     static_cast<long long>(samples));
+    return error.Set(Error::eUnsupported, "%.0f samples are beyond a PC2 file", samples);
   }
-  plan->first = extent.first;
-  plan->sampleCount = static_cast<std::uint32_t>(samples);
-  plan->interval =
-      isRegular ? SamplingInterval(session, channel) : static_cast<std::uint32_t>(ticksPerFrame);
-  if (!EqualCounts(session, channel, extent.count, &plan->pointCount, error)) return false;
+  if (!TakeRange(options, static_cast<std::uint32_t>(samples), &plan->range, error)) return false;
+  if (even) plan->interval = even->interval;
+  plan->start = (even ? even->start : plan->first / plan->ticksPerFrame) +
+                plan->range.first * plan->interval;
+  if (!EqualCounts(session, channel, count, &plan->pointCount, error)) return false;
   if (plan->pointCount <= std::numeric_limits<std::int32_t>::max() / kPc2PointSize) return true;
   return error.Set(Error::eUnsupported, "%u points are beyond a PC2 file", plan->pointCount);
 }
@@ -163,16 +209,20 @@ class PointReader {
                   ? kCoordinates * pointCount
                   : 0) {}
 
-  bool Read(std::int32_t tick, float* points, Error& error) {
+  /// A sample by its place in the plan.
+  bool Read(const Pc2Plan& plan, std::uint32_t place, float* points, Error& error) {
     SampleEntry entry;
+    const std::int32_t tick = plan.TickOf(place);
+    const bool found = plan.isEven ? session_.Locate(channel_, place, &entry, error)
+                                   : FindSampleAt(session_, channel_, tick, &entry, error);
+    if (!found) return false;
     void* const array = wide_.empty() ? static_cast<void*>(points) : wide_.data();
-    if (!FindSampleAt(session_, channel_, tick, &entry, error)) return false;
     if (entry.count != pointCount_) {
-      return error.Set(Error::eDamaged, "%u points at tick %d, not %u", entry.count, tick,
+      return error.Set(Error::eDamaged, "%u points at tick %d, not %u", entry.count, entry.tick,
                        pointCount_);
     }
-    if (!session_.Fetch(channel_, entry, tick, array, error)) return false;
-    for (std::size_t i = 0; i < wide_.size(); ++i) points[i] = static_cast<float>(wide_[i]);
+    if (!session_.Fetch(channel_, entry, entry.tick, array, error)) return false;
+    for (std::size_t i = 0; i < wide_.size(); ++i) points[i] = KelNearestFloat(wide_[i]);
     return true;
   }
 
@@ -186,18 +236,19 @@ class PointReader {
 bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPointCache2IO& to,
               const Proceed& proceed, Error& error) {
   PointReader reader(session, channel, plan.pointCount);
-  const std::uint32_t batch = BatchOf(plan.pointCount, plan.sampleCount);
+  const std::uint32_t sampleCount = plan.range.count;
+  const std::uint32_t batch = BatchOf(plan.pointCount, sampleCount);
   const std::size_t valueCount = kCoordinates * plan.pointCount;
   std::vector<float> points(valueCount * batch);
-  for (std::uint32_t i = 0; i < plan.sampleCount; ++i) {
+  for (std::uint32_t i = 0; i < sampleCount; ++i) {
     const std::uint32_t inBatch = i % batch;
-    const auto tick = static_cast<std::int32_t>(plan.first + std::int64_t{plan.interval} * i);
-    if (!reader.Read(tick, points.data() + inBatch * valueCount, error)) return false;
-    const bool batchEnds = inBatch + 1 == batch || i + 1 == plan.sampleCount;
+    float* const place = points.data() + inBatch * valueCount;
+    if (!reader.Read(plan, plan.range.first + i, place, error)) return false;
+    const bool batchEnds = inBatch + 1 == batch || i + 1 == sampleCount;
     if (batchEnds && !to.writeSamples(i - inBatch, inBatch + 1, points.data())) {
       return error.Set(Error::eDevice, "sample %u: %.128s", i, to.errorString());
     }
-    if (!proceed(i + 1, plan.sampleCount, error)) return false;
+    if (!proceed(i + 1, sampleCount, error)) return false;
   }
   if (to.endWriteData()) return true;
   return error.Set(Error::eDevice, "%.200s", to.errorString());
@@ -206,7 +257,8 @@ bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPo
 }  // namespace
 
 bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFrame,
-                    const char* tag, int ticksPerFrame, const Proceed& proceed, Error& error) {
+                    const char* tag, const ConvertOptions& options, const Proceed& proceed,
+                    Error& error) {
   zuPointCache2IO file;
   if (pc2FileName == nullptr || !file.initialize(pc2FileName, zuPointCache2IO::readMode)) {
     return error.Set(Error::eRefused, "%.200s", file.errorString());
@@ -214,39 +266,43 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
   if (file.version != 1) {
     return error.Set(Error::eUnsupported, "PC2 version %d, only 1 is served", file.version);
   }
-  if (ticksPerFrame <= 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
-  const Pc2Times times(file, ticksPerFrame);
-  if (!times.Check(file.sampleCount, error)) return false;
-  if (file.wholeSampleCount() != file.sampleCount) {
+  SampleRange range;
+  const Pc2Times times(file, ExactTicks(options.ticksPerFrame, options.exactRate));
+  if (!CheckRate(options, error) || !TakeRange(options, file.sampleCount, &range, error) ||
+      !times.Check(range, error)) {
+    return false;
+  }
+  if (file.wholeSampleCount() < range.first + range.count) {
     return error.Set(Error::eCutShort, "%u samples claimed, %u in the file", file.sampleCount,
                      file.wholeSampleCount());
+  }
+  if (file.pointCount == 0 && range.count > kMostEmptySamples) {
+    return error.Set(Error::eUnsupported, "%u samples of no points", range.count);
   }
   CacheWriter writer;
   writer.LetBlocksWait();
   std::uint32_t channel = 0;
   const bool converted = io::Guarded(error, false, [&] {
-    return writer.Begin(name, isPerFrame, tag, ticksPerFrame, error) &&
+    return writer.Begin(name, isPerFrame, tag, options.ticksPerFrame, options.exactRate, error) &&
            writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
                              times.Interval(), &channel, error) &&
-           CopySamples(file, times, writer, channel, proceed, error) && writer.Finish(error);
+           CopySamples(file, range, times, writer, channel, proceed, error) && writer.Finish(error);
   });
   if (!converted) writer.Discard();  // the source has it all
   return converted;
 }
 
 bool ConvertToPc2(const char* pc2FileName, const CacheName& name, std::uint32_t channel,
-                  int ticksPerFrame, const Proceed& proceed, Error& error) {
+                  const ConvertOptions& options, const Proceed& proceed, Error& error) {
   CacheReader reader;
   Pc2Plan plan;
-  if (!reader.Open(name, error) || !MakePlan(reader, channel, ticksPerFrame, &plan, error)) {
+  if (!reader.Open(name, error) || !MakePlan(reader, channel, options, &plan, error)) {
     return false;
   }
   zuPointCache2IO file;
-  const double frames = ticksPerFrame;
   if (pc2FileName == nullptr || !file.initialize(pc2FileName, zuPointCache2IO::writeMode) ||
-      !file.beginWriteData(static_cast<int>(plan.pointCount), static_cast<int>(plan.sampleCount),
-                           static_cast<float>(plan.first / frames),
-                           static_cast<float>(plan.interval / frames))) {
+      !file.beginWriteData(static_cast<int>(plan.pointCount), static_cast<int>(plan.range.count),
+                           KelNearestFloat(plan.start), KelNearestFloat(plan.interval))) {
     return error.Set(Error::eRefused, "%.200s", file.errorString());
   }
   const bool converted = io::Guarded(

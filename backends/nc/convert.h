@@ -2,6 +2,7 @@
 
 #include "backends/io/error.h"
 #include "backends/nc/names.h"
+#include "host/KelTime.h"
 
 namespace kelsdk::nc {
 
@@ -16,14 +17,24 @@ struct Proceed {
   }
 };
 
-/// Writes the samples of a PC2 file as one channel of float vectors named after the base name.
-/// May throw std::bad_alloc.
-bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFrame,
-                    const char* tag, int ticksPerFrame, const Proceed& proceed, io::Error& error);
+/// What a conversion takes and how it counts frames.
+struct ConvertOptions {
+  int ticksPerFrame = 0;
+  KelFrameRate exactRate = {0, 0};  ///< where the ticks per frame are cut; else not valid
+  std::uint32_t firstSample = 0;
+  std::uint32_t sampleCount = ~0u;  ///< or as many as there are
+};
 
-/// Writes a vector channel as a PC2 file. Whatever cannot be converted is refused before anything
-/// is written. May throw std::bad_alloc.
+/// Writes the samples of a PC2 file as one channel of float vectors named after the base name, each
+/// at the tick nearest to its frame. May throw std::bad_alloc.
+bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFrame,
+                    const char* tag, const ConvertOptions& options, const Proceed& proceed,
+                    io::Error& error);
+
+/// Writes a vector channel as a PC2 file: all samples of one that is evenly spaced to within a tick,
+/// else one for each frame. A range counts the samples of that PC2 file. Whatever cannot be converted
+/// is refused before anything is written. May throw std::bad_alloc.
 bool ConvertToPc2(const char* pc2FileName, const CacheName& name, std::uint32_t channel,
-                  int ticksPerFrame, const Proceed& proceed, io::Error& error);
+                  const ConvertOptions& options, const Proceed& proceed, io::Error& error);
 
 }  // namespace kelsdk::nc

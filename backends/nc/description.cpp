@@ -97,6 +97,14 @@ bool ReadChannel(const pugi::xml_node& node, Description* description, io::Error
   return true;
 }
 
+bool ReadExactRate(const char* text, Description* description) {
+  const char* const end = text + std::strlen(text);
+  KelFrameRate& rate = description->exactRate;
+  return TakeNumber(&text, end, &rate.numerator) && text != end && *text++ == '/' &&
+         TakeNumber(&text, end, &rate.denominator) && text == end &&
+         IsRateOfTicks(rate, description->ticksPerFrame);
+}
+
 bool ReadRootAttributes(const pugi::xml_node& root, Description* description, io::Error& error) {
   Attributes attributes(root, error);
   const auto version = attributes.Number<std::uint32_t>("version");
@@ -110,10 +118,15 @@ bool ReadRootAttributes(const pugi::xml_node& root, Description* description, io
   description->isPerFrame = attributes.Choice("layout", "single", "perFrame");
   description->isCompact = attributes.Choice("data", "ncx", "ncc");
   const auto ticksPerFrame = attributes.Number<std::int32_t>("ticksPerFrame");
+  const char* const exactRate = attributes.OptionalText("frameRate");
   if (!attributes.Done()) return false;
   description->ticksPerFrame = *ticksPerFrame;
   if (description->ticksPerFrame < 0) {
     return error.Set(io::Error::eDamaged, "%d ticks per frame", description->ticksPerFrame);
+  }
+  if (exactRate != nullptr && !ReadExactRate(exactRate, description)) {
+    return error.Set(io::Error::eDamaged, "the frame rate \"%.32s\" is none of %d ticks per frame",
+                     exactRate, description->ticksPerFrame);
   }
   const auto own = ParseIdentity(identity);
   const auto earlier = replaced != nullptr ? ParseIdentity(replaced) : Identity{};
@@ -230,6 +243,11 @@ std::string FormatDescription(const Description& description) {
   root.append_attribute("layout") = description.isPerFrame ? "perFrame" : "single";
   root.append_attribute("data") = description.Tag();
   root.append_attribute("ticksPerFrame") = description.ticksPerFrame;
+  if (description.exactRate.IsValid()) {
+    const std::string rate = std::to_string(description.exactRate.numerator) + "/" +
+                             std::to_string(description.exactRate.denominator);
+    root.append_attribute("frameRate") = rate.c_str();
+  }
   for (const Channel& channel : description.channels) {
     pugi::xml_node node = root.append_child("channel");
     node.append_attribute("name") = channel.name.c_str();

@@ -8,8 +8,22 @@
 #include "backends/nc/format.h"
 #include "backends/nc/names.h"
 #include "backends/nc/timeline.h"
+#include "host/KelTime.h"
 
 namespace kelsdk::nc {
+
+constexpr std::uint64_t kTicksPerSecond = 6000;
+
+/// Ticks of a frame, not cut to whole ones; `exactRate` may be not valid.
+inline double ExactTicks(std::int32_t ticksPerFrame, const KelFrameRate& exactRate) {
+  return exactRate.IsValid() ? double(kTicksPerSecond) / exactRate.PerSecond() : ticksPerFrame;
+}
+
+/// Whether a rate, noted beside the ticks per frame, gives just these when it is cut.
+inline bool IsRateOfTicks(const KelFrameRate& rate, std::int32_t ticksPerFrame) {
+  return rate.IsValid() &&
+         std::int64_t(kTicksPerSecond * rate.denominator / rate.numerator) == ticksPerFrame;
+}
 
 struct Channel {
   std::string name;
@@ -28,10 +42,12 @@ struct Description {
   bool isCompact = false;     ///< tag "ncc"
   bool isPerFrame = false;
   std::int32_t ticksPerFrame = 0;
+  KelFrameRate exactRate = {0, 0};  ///< where the ticks per frame are cut; not valid: they are exact
   std::vector<Channel> channels;
   TimeRuns times;  ///< per-frame layout: one file each
 
   const char* Tag() const { return isCompact ? "ncc" : "ncx"; }
+  double ExactTicksPerFrame() const { return ExactTicks(ticksPerFrame, exactRate); }
   const TimeRuns& TimesOf(const Channel& channel) const {
     return channel.hasOwnTimes ? channel.times : times;
   }

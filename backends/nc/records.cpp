@@ -66,6 +66,8 @@ void StoreFileHeader(const FileHeader& header, std::uint8_t* bytes) {
   out.Put(header.identity.data(), header.identity.size());
   out.Put(header.created);
   out.Put(header.ticksPerFrame);
+  out.Put(header.exactRate.numerator);
+  out.Put(header.exactRate.denominator);
   out.PutChecksum();
 }
 
@@ -88,6 +90,8 @@ bool LoadFileHeader(const std::uint8_t* bytes, FileHeader* header, io::Error& er
   header->identity = TakeIdentity(in);
   header->created = in.U64();
   header->ticksPerFrame = in.I32();
+  header->exactRate.numerator = in.U32();
+  header->exactRate.denominator = in.U32();
   return true;
 }
 

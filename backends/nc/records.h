@@ -8,6 +8,7 @@
 #include "backends/nc/element_type.h"
 #include "backends/nc/format.h"
 #include "backends/nc/timeline.h"
+#include "host/KelTime.h"
 
 namespace kelsdk::nc {
 
@@ -19,6 +20,7 @@ struct FileHeader {
   Identity identity = {};
   std::uint64_t created = 0;  ///< nanoseconds since 1970
   std::int32_t ticksPerFrame = 0;
+  KelFrameRate exactRate = {0, 0};  ///< where the ticks per frame are cut; not valid: they are exact
   bool isCompact = false;   ///< tag "ncc"
   bool isPerFrame = false;  ///< the file holds one time of many
 };

@@ -127,6 +127,7 @@ bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salv
   description.isCompact = scan.header.isCompact;
   description.isPerFrame = scan.header.isPerFrame;
   description.ticksPerFrame = scan.header.ticksPerFrame;
+  description.exactRate = scan.header.exactRate;
   if (!MergeChannels(scan, salvage)) {
     return error.Set(Error::eDamaged, "%.100s has other channels than the files before it",
                      fileName.c_str());

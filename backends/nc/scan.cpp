@@ -54,7 +54,6 @@ class Assembler {
     channel.interval = header.interval;
     scan_.channels.push_back(std::move(channel));
     scan_.indices.emplace_back();
-    latest_.emplace_back();
     return true;
   }
 
@@ -67,16 +66,25 @@ class Assembler {
       return error.Set(Error::eDamaged, "array record of channel %u makes no sense",
                        header.channel);
     }
-    SampleEntry& latest = latest_[header.channel];
-    if (header.kind == eRepeatRecord &&
-        (latest.offset != entry.offset || latest.storedSize != entry.storedSize ||
-         latest.count != entry.count || latest.checksum != entry.checksum)) {
-      return error.Set(Error::eDamaged, "a repeat in channel %u of another array than its latest",
+    if (header.kind == eArrayRecord) {
+      arrays_.push_back({header.type, entry});
+    } else if (!IsRepeatOfArray(header.type, entry)) {
+      return error.Set(Error::eDamaged, "a repeat in channel %u of no earlier array",
                        header.channel);
     }
-    latest = entry;
     block_.push_back({header.channel, entry});
     return true;
+  }
+
+  // Arrays come in the order of their offsets.
+  bool IsRepeatOfArray(std::uint32_t type, const SampleEntry& entry) const {
+    const auto array = std::lower_bound(arrays_.begin(), arrays_.end(), entry.offset,
+                                        [](const StoredArray& one, std::uint64_t offset) {
+                                          return one.entry.offset < offset;
+                                        });
+    return array != arrays_.end() && array->type == type && array->entry.offset == entry.offset &&
+           array->entry.storedSize == entry.storedSize && array->entry.count == entry.count &&
+           array->entry.checksum == entry.checksum;
   }
 
   bool EndBlock(const RecordHeader& header, std::uint64_t recordEnd, Error& error) {
@@ -113,12 +121,16 @@ class Assembler {
     std::uint32_t channel;
     SampleEntry entry;
   };
+  struct StoredArray {
+    std::uint32_t type;
+    SampleEntry entry;
+  };
 
   const io::InputFile& file_;
   Scan& scan_;
   std::size_t wholeChannels_ = 0;
   std::vector<Taken> block_;
-  std::vector<SampleEntry> latest_;  // by channel, the array written last
+  std::vector<StoredArray> arrays_;
 };
 
 }  // namespace

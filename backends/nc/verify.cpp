@@ -156,8 +156,10 @@ class FileVerifier {
     }
     if (header.isCompact != description_.isCompact ||
         header.isPerFrame != description_.isPerFrame ||
-        header.ticksPerFrame != description_.ticksPerFrame) {
-      problems->Add("layout, form or ticks per frame differ from the description's");
+        header.ticksPerFrame != description_.ticksPerFrame ||
+        header.exactRate.numerator != description_.exactRate.numerator ||
+        header.exactRate.denominator != description_.exactRate.denominator) {
+      problems->Add("layout, form or frame rate differ from the description's");
     }
   }
 

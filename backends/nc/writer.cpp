@@ -46,6 +46,7 @@ FileHeader HeaderOf(const Description& description) {
   header.identity = description.identity;
   header.created = description.created;
   header.ticksPerFrame = description.ticksPerFrame;
+  header.exactRate = description.exactRate;
   header.isCompact = description.isCompact;
   header.isPerFrame = description.isPerFrame;
   return header;
@@ -68,15 +69,20 @@ void CacheWriter::Discard() {
 }
 
 bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
-                        Error& error) {
+                        const KelFrameRate& exactRate, Error& error) {
   const bool isCompact = tag != nullptr && std::strcmp(tag, "ncc") == 0;
   if (!isCompact && (tag == nullptr || std::strcmp(tag, "ncx") != 0)) {
     return error.Set(Error::eRefused, "the data-file tag is neither \"ncx\" nor \"ncc\"");
   }
   if (ticksPerFrame < 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
+  if (exactRate.IsValid() && !IsRateOfTicks(exactRate, ticksPerFrame)) {
+    return error.Set(Error::eRefused, "%u/%u frames per second are not %d ticks per frame",
+                     exactRate.numerator, exactRate.denominator, ticksPerFrame);
+  }
   description_.isPerFrame = isPerFrame;
   description_.isCompact = isCompact;
   description_.ticksPerFrame = ticksPerFrame;
+  description_.exactRate = exactRate;
   description_.created = Now();
   if (!MakeIdentity(&description_.identity, error)) return false;
   Partial partial;
@@ -147,8 +153,7 @@ bool CacheWriter::BeginBlock(std::int32_t tick, Error& error) {
   return true;
 }
 
-bool CacheWriter::CheckArray(std::uint32_t channel, std::int32_t tick, const void* array,
-                             std::uint32_t count, Error& error) const {
+bool CacheWriter::CheckSample(std::uint32_t channel, std::int32_t tick, Error& error) const {
   if (!CanWrite(error)) return false;
   if (!inBlock_) return error.Set(Error::eRefused, "no time block is open");
   if (channel >= description_.channels.size()) {
@@ -158,27 +163,37 @@ bool CacheWriter::CheckArray(std::uint32_t channel, std::int32_t tick, const voi
     return error.Set(Error::eRefused, "an array of tick %d in the time block of tick %d", tick,
                      blockTick_);
   }
-  if (ElementSize(description_.channels[channel].type) == 0) {
-    return error.Set(Error::eRefused, "channel %u is of a type that holds no arrays", channel);
-  }
-  if (array == nullptr && count != 0) return error.Set(Error::eRefused, "no array is given");
+  if (ElementSize(description_.channels[channel].type) != 0) return true;
+  return error.Set(Error::eRefused, "channel %u is of a type that holds no arrays", channel);
+}
+
+// What can run out of memory comes before the file changes.
+bool CacheWriter::PrepareSample(std::uint32_t channel, Error& error) {
+  std::vector<SampleEntry>& index = indices_[channel];
+  if (index.size() == index.capacity()) index.reserve(2 * index.capacity());
+  if (!OpenForBlock(error)) return Fail(error);
+  DeclareChannels();
   return true;
+}
+
+void CacheWriter::NoteSample(std::uint32_t channel, const SampleEntry& entry) {
+  latest_[channel] = entry;
+  holdsData_ = true;
+  ++blockArrays_;
+  InsertSample(&indices_[channel], entry);
 }
 
 bool CacheWriter::AddArray(std::uint32_t channel, std::int32_t tick, const void* array,
                            std::uint32_t count, Error& error) {
-  if (!CheckArray(channel, tick, array, count, error)) return false;
+  if (!CheckSample(channel, tick, error)) return false;
+  if (array == nullptr && count != 0) return error.Set(Error::eRefused, "no array is given");
   const EType type = description_.channels[channel].type;
   SampleEntry entry;
   entry.tick = tick;
   entry.count = count;
   entry.checksum = Checksum(array, static_cast<std::size_t>(ArraySize(type, count)));
-  // What can run out of memory comes before the file changes.
-  std::vector<SampleEntry>& index = indices_[channel];
-  if (index.size() == index.capacity()) index.reserve(2 * index.capacity());
-  if (!OpenForBlock(error)) return Fail(error);
-  DeclareChannels();
-  SampleEntry& latest = latest_[channel];
+  if (!PrepareSample(channel, error)) return false;
+  const SampleEntry& latest = latest_[channel];
   if (!description_.isPerFrame && IsRepeat(latest, entry)) {
     entry.offset = latest.offset;
     entry.storedSize = latest.storedSize;
@@ -186,10 +201,29 @@ bool CacheWriter::AddArray(std::uint32_t channel, std::int32_t tick, const void*
   } else if (!StoreArray(channel, array, &entry, error)) {
     return Fail(error);
   }
-  latest = entry;
-  holdsData_ = true;
-  ++blockArrays_;
-  InsertSample(&index, entry);
+  NoteSample(channel, entry);
+  return true;
+}
+
+bool CacheWriter::AddRepeat(std::uint32_t channel, std::int32_t tick, std::uint32_t ofChannel,
+                            std::int32_t ofTick, Error& error) {
+  if (!CheckSample(channel, tick, error)) return false;
+  const std::vector<Channel>& channels = description_.channels;
+  if (ofChannel >= channels.size() || channels[ofChannel].type != channels[channel].type ||
+      (description_.isPerFrame && ofTick != tick)) {
+    return error.Set(Error::eRefused, "channel %u can not repeat channel %u there", channel,
+                     ofChannel);
+  }
+  const std::vector<SampleEntry>& samples = indices_[ofChannel];
+  const std::uint32_t upTo = Times(samples).CountUpTo(ofTick);
+  if (upTo == 0 || samples[upTo - 1].tick != ofTick) {
+    return error.Set(Error::eRefused, "channel %u has nothing at tick %d", ofChannel, ofTick);
+  }
+  SampleEntry entry = samples[upTo - 1];
+  entry.tick = tick;
+  if (!PrepareSample(channel, error)) return false;
+  data_.AddRepeat(channel, channels[channel].type, entry);
+  NoteSample(channel, entry);
   return true;
 }
 

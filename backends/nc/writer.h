@@ -20,13 +20,14 @@ class CacheWriter : public Session {
   CacheWriter() = default;
   ~CacheWriter() override;
 
+  /// @param exactRate  where the ticks per frame are cut from a rate; else not valid
   bool Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
-             io::Error& error);
+             const KelFrameRate& exactRate, io::Error& error);
 
-  /// @param interval  the declared sampling interval in ticks, 0 for the ticks per frame
   /// Small time blocks go to disk many at a time and do not survive the writer: for copies.
   void LetBlocksWait() { data_.LetBlocksWait(); }
 
+  /// @param interval  the declared sampling interval in ticks, 0 for the ticks per frame
   bool AddChannel(const char* name, const char* interpretation, EType type, std::uint32_t interval,
                   std::uint32_t* index, io::Error& error);
 
@@ -34,6 +35,10 @@ class CacheWriter : public Session {
   bool BeginBlock(std::int32_t tick, io::Error& error);
   bool AddArray(std::uint32_t channel, std::int32_t tick, const void* array, std::uint32_t count,
                 io::Error& error);
+  /// Gives a channel the array that another one, or the same, has at a time, without its values.
+  /// Refused, with nothing changed, where the open data file does not hold that array.
+  bool AddRepeat(std::uint32_t channel, std::int32_t tick, std::uint32_t ofChannel,
+                 std::int32_t ofTick, io::Error& error);
   /// Does nothing outside a block.
   bool EndBlock(io::Error& error);
   bool Finish(io::Error& error);
@@ -52,8 +57,9 @@ class CacheWriter : public Session {
   std::uint32_t DataFileCount() const override;
 
  private:
-  bool CheckArray(std::uint32_t channel, std::int32_t tick, const void* array, std::uint32_t count,
-                  io::Error& error) const;
+  bool CheckSample(std::uint32_t channel, std::int32_t tick, io::Error& error) const;
+  bool PrepareSample(std::uint32_t channel, io::Error& error);
+  void NoteSample(std::uint32_t channel, const SampleEntry& entry);
   bool CanWrite(io::Error& error) const;
   bool Fail(const io::Error& error);
   void ArmFailure();
