@@ -130,6 +130,11 @@ class KelCache : public KelObject {
   /// Completes a write and closes. Always true: whether a written file could be completed is to be
   /// seen in the file.
   bool CloseFile(KelStatus* status);
+  /// Why the open file's back-end refused what it refused last, or why the last one could not be
+  /// opened or completed, in words and without the file's name: "sample 12 is not in the file: it
+  /// holds 12 whole samples of 40 claimed". "" when there is nothing to say. Valid until the next
+  /// call of the object.
+  const char* GetErrorString() const;
 
   // Data files of an open NC cache. Names use "/" only.
 

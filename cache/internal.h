@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <utility>
 
 #include "backends/AlembicInterface.h"
@@ -23,7 +24,24 @@ struct KelCache_internal {
   zuCacheFileInterface* ncCache = nullptr;                // the three back-end objects, owned
   zuPointCache2IO* pc2Cache = nullptr;
   AlembicInterface* alembicCache = nullptr;
+  char refusal[256] = "";  ///< words of the back-end object that refused last and has ended
 };
+
+inline const char* WordsOf(const zuCacheFileInterface& cache) {
+  return cache.errorString();
+}
+inline const char* WordsOf(const zuPointCache2IO& cache) {
+  return cache.errorString();
+}
+inline const char* WordsOf(const AlembicInterface& cache) {
+  return cache.GetErrorString();
+}
+
+/// Keeps a back-end's words beyond its end.
+template <typename BackEnd>
+void KeepWords(KelCache_internal* state, const BackEnd* cache) {
+  if (cache != nullptr) std::snprintf(state->refusal, sizeof state->refusal, "%s", WordsOf(*cache));
+}
 
 /// Makes a back-end object in memory from KelMalloc; null when there is none.
 template <typename BackEnd, typename... Arguments>

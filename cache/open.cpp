@@ -68,6 +68,7 @@ bool KelCache::OpenFile(EOpenFlag flag, ENCFileCount fileCount, double samplingF
   if (format == eUnknownFormat) return Fail(status, kInvalidFormat);
   if (internalState == nullptr) return Fail(status, KelStatus::eFailure);
   if (IsOpenFor(internalState, format)) return internalState->openFlag == flag;
+  internalState->refusal[0] = 0;
   const bool write = flag != eOpenForRead;
   int ticks = 0;
   if (!RateServes(samplingFrameRate, format, write, &ticks)) {
@@ -100,6 +101,7 @@ bool KelCache::OpenFile(EOpenFlag flag, ENCFileCount fileCount, double samplingF
                        channelName, dataType, interpretation);
       if (!opened) {
         FailToCreate(status, folder, baseName);
+        KeepWords(internalState, internalState->ncCache);
         DestroyBackEnd(internalState->ncCache);
       }
       break;
@@ -117,6 +119,7 @@ bool KelCache::OpenNCForRead(const char* baseName, const char* folder, KelStatus
   cache = NewBackEnd<zuCacheFileInterface>();
   if (cache == nullptr) return Fail(status, KelStatus::eFailure);
   if (!cache->initFileRead(baseName, folder)) {
+    KeepWords(internalState, cache);
     DestroyBackEnd(cache);
     return false;
   }
@@ -128,7 +131,10 @@ bool KelCache::OpenAlembic(const char* absoluteName, KelStatus* status) {
   AlembicInterface*& cache = internalState->alembicCache;
   cache = NewBackEnd<AlembicInterface>(true);
   if (cache == nullptr) return Fail(status, KelStatus::eFailure);
-  if (!cache->Open(absoluteName, 1)) DestroyBackEnd(cache);
+  if (!cache->Open(absoluteName, 1)) {
+    KeepWords(internalState, cache);
+    DestroyBackEnd(cache);
+  }
   return cache != nullptr;
 }
 
@@ -162,6 +168,7 @@ bool KelCache::OpenPC2(EOpenFlag flag, const char* absoluteName, const char* fol
     opened = cache->version == 1 || Fail(status, "Unsupported file version");
   }
   if (!opened) {
+    KeepWords(internalState, cache);
     DestroyBackEnd(cache);
     KelFree(scratch);
     return false;
@@ -203,18 +210,21 @@ bool KelCache::CloseFile(KelStatus* status) {
   ClearStatus(status);
   if (internalState == nullptr) return true;
   KelCache_internal& state = *internalState;
+  state.refusal[0] = 0;
   switch (GetCacheFileFormat()) {
     case eUnknownFormat: break;
     case ePC2Format:
-      if (state.openFlag == eOpenForWrite && state.pc2Cache != nullptr) {
-        state.pc2Cache->endWriteData();
+      if (state.openFlag == eOpenForWrite && state.pc2Cache != nullptr &&
+          !state.pc2Cache->endWriteData()) {
+        KeepWords(&state, state.pc2Cache);
       }
       DestroyBackEnd(state.pc2Cache);
       break;
     case eNCFormat:
       state.beginWriteAtCalled = false;
-      if (state.openFlag == eOpenForWrite && state.ncCache != nullptr) {
-        state.ncCache->endFileWrite();
+      if (state.openFlag == eOpenForWrite && state.ncCache != nullptr &&
+          !state.ncCache->endFileWrite()) {
+        KeepWords(&state, state.ncCache);
       }
       DestroyBackEnd(state.ncCache);
       break;
@@ -225,6 +235,23 @@ bool KelCache::CloseFile(KelStatus* status) {
   }
   ClearStatus(status);
   return true;
+}
+
+const char* KelCache::GetErrorString() const {
+  if (internalState == nullptr) return "";
+  switch (GetCacheFileFormat()) {
+    case eUnknownFormat: break;
+    case ePC2Format:
+      if (internalState->pc2Cache != nullptr) return WordsOf(*internalState->pc2Cache);
+      break;
+    case eNCFormat:
+      if (internalState->ncCache != nullptr) return WordsOf(*internalState->ncCache);
+      break;
+    case eAlembicFormat:
+      if (internalState->alembicCache != nullptr) return WordsOf(*internalState->alembicCache);
+      break;
+  }
+  return internalState->refusal;
 }
 
 }  // namespace kelsdk

@@ -37,6 +37,9 @@ bool zuPointCache2IO::readSample(unsigned int sample, float* buffer, unsigned in
 bool zuPointCache2IO::writeSample(int sample, float* buffer) {
   return Note(__func__, sample, buffer[0], buffer[pointCount * 3 - 1]);
 }
+const char* zuPointCache2IO::errorString() const {
+  return "PC2 words";
+}
 bool zuPointCache2IO::endWriteData() {
   return Note(__func__);
 }
@@ -46,6 +49,9 @@ zuCacheFileInterface::zuCacheFileInterface() : impl(nullptr) {
 }
 zuCacheFileInterface::~zuCacheFileInterface() {
   Note(__func__);
+}
+const char* zuCacheFileInterface::errorString() const {
+  return "NC words";
 }
 bool zuCacheFileInterface::initFileRead(const char* baseName, const char* folder) {
   return Note(__func__, baseName, folder);
@@ -126,6 +132,9 @@ AlembicInterface::AlembicInterface(bool readOnly) : impl(nullptr) {
 }
 AlembicInterface::~AlembicInterface() {
   Note(__func__);
+}
+const char* AlembicInterface::GetErrorString() const {
+  return "Alembic words";
 }
 bool AlembicInterface::Open(const char* fileName, int flags) {
   return Note(__func__, fileName, flags);
