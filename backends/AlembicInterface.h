@@ -87,17 +87,17 @@ class AlembicInterface {
   bool GetSampleAtTime(unsigned int channelIndex, const kelsdk::KelTime& time,
                        unsigned int& sampleIndex);
 
-  /// The elements of one sample, which may be fewer than GetChannelBufferLength, and 0. False for an
-  /// unknown channel or sample and for a damaged one.
+  /// The elements of one sample, which may be fewer than GetChannelBufferLength, and 0. False for
+  /// an unknown channel or sample and for a damaged one.
   bool GetSampleLength(unsigned int channelIndex, unsigned int sampleIndex,
                        unsigned int& elementCount);
 
-  /// Delivers one sample as it is stored (AlembicChannelInfo::EValue), GetChannelDataLength values an
-  /// element, and nothing behind its end.
+  /// Delivers one sample as it is stored (AlembicChannelInfo::EValue), GetChannelDataLength values
+  /// an element, and nothing behind its end.
   /// @param values        the caller's; room for `elementCount` elements
   /// @param elementCount  in: the room; out: the elements delivered
-  /// False for an unknown channel or sample, for a damaged one and when the room is smaller than the
-  /// sample; `values` is then unspecified.
+  /// False for an unknown channel or sample, for a damaged one and when the room is smaller than
+  /// the sample; `values` is then unspecified.
   bool ReadSample(unsigned int channelIndex, unsigned int sampleIndex, void* values,
                   unsigned int& elementCount);
 

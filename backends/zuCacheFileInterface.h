@@ -133,8 +133,8 @@ class zuCacheFileInterface {
   /// The declared interval, 0 for none; false for an unknown channel.
   bool declaredInterval(unsigned int channelIndex, unsigned int& intervalTicks) const;
 
-  /// Where the samples of a channel lie when they are evenly spaced to within a tick, which is how a
-  /// PC2 file has them, at a frame rate (not valid: at the ticks per frame that are given).
+  /// Where the samples of a channel lie when they are evenly spaced to within a tick, which is how
+  /// a PC2 file has them, at a frame rate (not valid: at the ticks per frame that are given).
   /// @param startFrame      frame of the first sample
   /// @param framesPerSample frames from one sample to the next
   /// @return false when they are not, or when there are none
@@ -143,7 +143,8 @@ class zuCacheFileInterface {
 
   /// Writes to a channel, in the open time block, the very array that another channel of the same
   /// type (or the same channel) holds at exactly `ofTicks`, without storing it again.
-  /// @return false, with nothing changed, where that can not be: an unknown sample, another type, or
+  /// @return false, with nothing changed, where that can not be: an unknown sample, another type,
+  /// or
   ///         an array in another data file
   bool repeatArrayData(unsigned int channelIndex, int ticks, unsigned int ofChannel, int ofTicks);
 
@@ -163,7 +164,8 @@ class zuCacheFileInterface {
     void* context = nullptr;
   };
 
-  /// The conversions above, of a part and watched. A target that was not completed leaves nothing behind.
+  /// The conversions above, of a part and watched. A target that was not completed leaves nothing
+  /// behind.
   static bool convertFromPc2(const char* pc2FileName, const char* folder, const char* baseName,
                              cacheFileFormat format, const char* dataFileTag, int ticksPerFrame,
                              const conversionOptions& options, const conversionWatch& watch);

@@ -10,9 +10,9 @@ struct KelFraction {
   bool IsValid() const noexcept { return denominator > 0; }
   double Value() const noexcept { return double(numerator) / double(denominator); }
 
-  /// The fraction of the least denominator in [low, high], and of those the one nearest to zero: what
-  /// a person most likely meant by a number that is known no better. Not valid when the range is
-  /// empty, not finite, or too narrow for numbers below 2^40.
+  /// The fraction of the least denominator in [low, high], and of those the one nearest to zero:
+  /// what a person most likely meant by a number that is known no better. Not valid when the range
+  /// is empty, not finite, or too narrow for numbers below 2^40.
   static KelFraction Simplest(double low, double high) noexcept;
 };
 

@@ -55,8 +55,8 @@ KelFrameRate KelFrameRate::FromDouble(double framesPerSecond) noexcept {
 
 KelFrameRate KelFrameRate::FromComputed(double framesPerSecond) noexcept {
   constexpr double kTolerance = 1e-9;
-  const KelFraction rate = KelFraction::Simplest(framesPerSecond * (1 - kTolerance),
-                                                 framesPerSecond * (1 + kTolerance));
+  const KelFraction rate =
+      KelFraction::Simplest(framesPerSecond * (1 - kTolerance), framesPerSecond * (1 + kTolerance));
   if (!rate.IsValid() || rate.numerator <= 0 || rate.numerator > UINT32_MAX ||
       rate.denominator > UINT32_MAX) {
     return {0, 0};

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "backends/zuPointCache2IO.h"
 #include "host/KelPathUtils.h"
 #include "tools/tool_error.h"
 
@@ -28,34 +27,6 @@ const char* ExtensionOf(Format format) {
 
 std::string Absolute(const std::string& file) {
   return kelsdk::KelPathUtils::Resolve(file.c_str()).Buffer();
-}
-
-// Why a back-end refuses a file: the object reports only that it does.
-std::string RefusalOf(const std::string& path, Format format) {
-  switch (format) {
-    case KelCache::ePC2Format: {
-      kelsdk::zuPointCache2IO reader;
-      if (!reader.initialize(path.c_str(), kelsdk::zuPointCache2IO::readMode)) {
-        return reader.errorString();
-      }
-      break;
-    }
-    case KelCache::eNCFormat: {
-      const NCName name(path);
-      kelsdk::zuCacheFileInterface reader;
-      if (!reader.initFileRead(name.baseName.c_str(), name.folder.c_str())) {
-        return reader.errorString();
-      }
-      break;
-    }
-    case KelCache::eAlembicFormat: {
-      AlembicInterface reader(true);
-      if (!reader.Open(path.c_str(), 1)) return reader.GetErrorString();
-      break;
-    }
-    case KelCache::eUnknownFormat: break;
-  }
-  return "could not be opened";
 }
 
 // A name with the format's own extension for a file that has another: the object looks for files
@@ -150,7 +121,10 @@ void CacheFile::OpenForRead() {
     cache_->SetCacheFileName("", link->path().c_str(), nullptr);
   }
   KelStatus status;
-  if (!cache_->OpenFileForRead(&status)) Fail(status, RefusalOf(absolute, format_));
+  if (!cache_->OpenFileForRead(&status)) {
+    const std::string words = cache_->GetErrorString();
+    Fail(status, words.empty() ? "could not be opened" : words);
+  }
 }
 
 AlembicInterface& CacheFile::Alembic() {
@@ -161,17 +135,20 @@ AlembicInterface& CacheFile::Alembic() {
   return *alembic_;
 }
 
-std::string CacheFile::FetchProblem(std::optional<unsigned int> sample) const {
-  if (format_ == KelCache::ePC2Format && sample) {
-    kelsdk::zuPointCache2IO reader;
-    float value = 0;
-    unsigned int none = 0;
-    if (reader.initialize(file_.c_str(), kelsdk::zuPointCache2IO::readMode)) {
-      if (reader.pointCount == 0) return "the cache has no points";
-      if (!reader.readSample(*sample, &value, none)) return reader.errorString();
+kelsdk::zuCacheFileInterface& CacheFile::NC() {
+  if (nc_ == nullptr) {
+    const NCName name(file_);
+    nc_ = std::make_unique<kelsdk::zuCacheFileInterface>();
+    if (!nc_->initFileRead(name.baseName.c_str(), name.folder.c_str())) {
+      throw Failed(file_, nc_->errorString());
     }
   }
-  return "could not be read";
+  return *nc_;
+}
+
+std::string CacheFile::ReadProblem() const {
+  const std::string words = cache_->GetErrorString();
+  return words.empty() ? "could not be read" : words;
 }
 
 void CacheFile::Fail(const KelStatus& status, const std::string& otherwise) const {

@@ -36,9 +36,11 @@ class CacheFile {
   /// The archive itself, for what the object does not tell; opened when first asked for. Throws
   /// eFailed.
   AlembicInterface& Alembic();
+  /// Likewise the NC cache.
+  kelsdk::zuCacheFileInterface& NC();
 
-  /// Why a fetch failed, in words as far as they can be had; `sample` of a PC2 cache.
-  std::string FetchProblem(std::optional<unsigned int> sample) const;
+  /// Why the object's last read failed, in words.
+  std::string ReadProblem() const;
 
   /// Throws eFailed with the status's message, or `otherwise` when it has none.
   [[noreturn]] void Fail(const kelsdk::KelStatus& status, const std::string& otherwise) const;
@@ -49,6 +51,7 @@ class CacheFile {
   kelsdk::KelManager* manager_;
   kelsdk::KelCache* cache_;
   std::unique_ptr<AlembicInterface> alembic_;
+  std::unique_ptr<kelsdk::zuCacheFileInterface> nc_;
 };
 
 /// The folder (with its final "/") and base name by which the channel-cache library knows FILE.xml.

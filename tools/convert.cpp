@@ -1,9 +1,9 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <memory>
 
-#include "backends/zuPointCache2IO.h"
 #include "tools/copy.h"
 #include "tools/interrupt.h"
 #include "tools/jobs.h"
@@ -23,7 +23,10 @@ struct ConvertOptions {
   std::string extension;           // the format that --to names
   std::string channel;
   FrameRange range;
-  double rate = 0;
+  kelsdk::KelFrameRate rate = {0, 0};
+  EResample resample = EResample::eNone;
+  EPad pad = EPad::eNone;
+  bool snapFrames = false;
   bool perFrame = false;
   bool compact = false;
   bool force = false;
@@ -57,107 +60,155 @@ zuCacheFileInterface::conversionWatch Watched(Watch* watch) {
   return watched;
 }
 
-// Standard error, so that what changes on the way is not silent.
-void Say(const std::string& file, const char* what) {
-  std::fprintf(stderr, "kelcache: %s: %s\n", file.c_str(), what);
-}
-
 bool IsWhole(double ticks) {
   return std::fabs(ticks - std::round(ticks)) < 1e-3;
 }
 
 // Sample times that are no whole ticks are rounded to them.
-void SayWhenTimesMove(const std::string& in, int ticksPerFrame) {
-  kelsdk::zuPointCache2IO reader;
-  if (!reader.initialize(in.c_str(), kelsdk::zuPointCache2IO::readMode)) return;
-  const double start = double(reader.startFrame) * ticksPerFrame;
-  const double step = double(reader.sampleRate) * ticksPerFrame;
-  const bool exact = IsWhole(start) && (reader.sampleCount < 2 || IsWhole(step));
+void SayWhenTimesMove(const Source& source, double ticksPerFrame) {
+  const PC2Summary& pc2 = *source.summary().pc2;
+  const bool exact = IsWhole(pc2.startFrame * ticksPerFrame) &&
+                     (pc2.samples < 2 || IsWhole(pc2.sampleRate * ticksPerFrame));
   if (!exact) {
-    Say(in,
-        "sample times were rounded to ticks, 6000 to the second; at another --rate they may "
-        "fall on ticks");
+    Note(source.summary().file,
+         "sample times were rounded to ticks, 6000 to the second; at another --rate they may "
+         "fall on ticks");
   }
 }
 
-unsigned int PC2ToNC(const std::string& in, const std::string& out, const ConvertOptions& options,
-                     bool progress) {
+// The part of a channel that a conversion takes.
+zuCacheFileInterface::conversionOptions PartOf(Source& source, const ChannelSummary& channel,
+                                               const FrameRange& frames) {
+  Moments moments = source.MomentsOf(channel);
+  const MomentRange range = moments.In(frames);
+  if (range.Count() == 0) {
+    throw Failed(source.summary().file, "no sample lies in the frames asked for");
+  }
+  zuCacheFileInterface::conversionOptions part;
+  part.firstSample = static_cast<unsigned int>(range.first);
+  part.sampleCount = static_cast<unsigned int>(range.Count());
+  return part;
+}
+
+std::uint64_t PC2ToNC(Source& source, const std::string& out, const ConvertOptions& options,
+                      bool progress) {
   const NCName target(out);
-  const int ticks = TicksPerFrameOf(options.rate > 0 ? options.rate : kAssumedFrameRate);
+  const TickRate rate(source.summary().rate);
+  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  auto part = PartOf(source, channel, options.range);
+  if (!options.snapFrames) part.exactRate = rate.exactRate;
   const auto layout =
       options.perFrame ? zuCacheFileInterface::eFilePerFrame : zuCacheFileInterface::eSingleFile;
   Watch watch(progress);
   if (!zuCacheFileInterface::convertFromPc2(
-          in.c_str(), target.folder.c_str(), target.baseName.c_str(), layout,
-          options.compact ? "ncc" : "ncx", ticks, Watched(&watch))) {
-    throw Failed(in, "Conversion from PC2 to NC failed: " + watch.why);
+          source.summary().file.c_str(), target.folder.c_str(), target.baseName.c_str(), layout,
+          options.compact ? "ncc" : "ncx", rate.ticksPerFrame, part, Watched(&watch))) {
+    ThrowIfInterrupted();
+    throw Failed(out, "Conversion from PC2 to NC failed: " + watch.why);
   }
   watch.bar.reset();
-  SayWhenTimesMove(in, ticks);
+  SayWhenTimesMove(source, options.snapFrames ? rate.ticksPerFrame : rate.exactTicks);
   return watch.samples;
 }
 
-unsigned int NCToPC2(const std::string& in, const std::string& out, const ConvertOptions& options,
-                     bool progress) {
-  const NCName source(in);
-  double rate = options.rate;
-  unsigned int channel = 0;
-  bool regular = true;
-  {
-    const Source opened(in, KelCache::eNCFormat, 0);
-    const ChannelSummary& chosen =
-        opened.FindChannel(options.channel.empty() ? "0" : options.channel);
-    channel = static_cast<unsigned int>(chosen.index);
-    regular = chosen.sampling == "regular";
-    if (rate <= 0) rate = opened.summary().frameRate.value_or(kAssumedFrameRate);
-  }
+std::uint64_t NCToPC2(Source& source, const std::string& out, const ConvertOptions& options,
+                      bool progress) {
+  const NCName name(source.summary().file);
+  const TickRate rate(source.summary().rate);
+  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  auto part = PartOf(source, channel, options.range);
+  part.exactRate = rate.exactRate;
   Watch watch(progress);
-  if (!zuCacheFileInterface::convertToPc2(out.c_str(), source.folder.c_str(),
-                                          source.baseName.c_str(), channel, TicksPerFrameOf(rate),
-                                          Watched(&watch))) {
-    throw Failed(in, "Conversion from NC to PC2 failed: " + watch.why);
+  if (!zuCacheFileInterface::convertToPc2(out.c_str(), name.folder.c_str(), name.baseName.c_str(),
+                                          static_cast<unsigned int>(channel.index),
+                                          rate.ticksPerFrame, part, Watched(&watch))) {
+    ThrowIfInterrupted();
+    throw Failed(out, "Conversion from NC to PC2 failed: " + watch.why);
   }
   watch.bar.reset();
-  if (!regular) Say(in, "the samples are not evenly spaced: one per frame was taken");
+  SayWhatPC2Rounds(channel, out);
   return watch.samples;
 }
 
-unsigned int CopyAny(const std::string& in, Format from, const std::string& out, Format to,
-                     const ConvertOptions& options, bool progress) {
-  Source source(in, from, options.rate);
+std::uint64_t CopyAny(Source& source, const std::string& out, Format to,
+                      const ConvertOptions& options, bool progress) {
   CopyOptions copy;
   copy.target = out;
   copy.targetFormat = to;
   copy.channel = options.channel;
   copy.range = options.range;
+  copy.resample = options.resample;
+  copy.pad = options.pad;
+  copy.snapFrames = options.snapFrames;
   copy.perFrame = options.perFrame;
   copy.compact = options.compact;
   copy.progress = progress;
   return Copy(source, copy);
 }
 
-// The library converts whole caches between PC2 and NC itself, with times and intervals carried
-// over exactly; every other pair, and a part of a cache, is copied moment by moment.
-unsigned int ConvertOne(const std::string& in, const std::string& out,
-                        const ConvertOptions& options, bool progress) {
-  const Format from = FormatOf(in, "");
-  const Format to = FormatOf(out, "");
+// The library's conversion takes the samples of an evenly spaced channel of points.
+bool LibraryTakesIt(Source& source, const ConvertOptions& options) {
+  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  const TickRate rate(source.summary().rate);
+  double start = 0;
+  double interval = 0;
+  return channel.components == 3 &&
+         source.cache().NC().evenSpacing(static_cast<unsigned int>(channel.index),
+                                         rate.ticksPerFrame, rate.exactRate, start, interval);
+}
+
+// PC2 and NC are converted into each other by the library, with times and intervals carried over
+// exactly; every other pair, and what --resample and --pad change, is copied moment by moment.
+std::uint64_t Transfer(Source& source, const std::string& out, Format to,
+                       const ConvertOptions& asked, bool progress) {
+  ConvertOptions options = asked;
+  const Format from = source.summary().format;
+  const bool oneChannel = to == KelCache::ePC2Format || from == KelCache::ePC2Format;
+  if (oneChannel && options.channel.empty()) options.channel = "0";
+  const bool asStored = options.resample == EResample::eNone && options.pad == EPad::eNone;
+  if (asStored && from == KelCache::ePC2Format && to == KelCache::eNCFormat) {
+    return PC2ToNC(source, out, options, progress);
+  }
+  if (asStored && from == KelCache::eNCFormat && to == KelCache::ePC2Format &&
+      LibraryTakesIt(source, options)) {
+    return NCToPC2(source, out, options, progress);
+  }
+  return CopyAny(source, out, to, options, progress);
+}
+
+void ExpectOptionsFor(Format to, const std::string& out, const ConvertOptions& options) {
   if (to == KelCache::eAlembicFormat) {
     throw ToolError(eUsage, out + ": Alembic archives are only read");
   }
+  if (to == KelCache::ePC2Format && (options.perFrame || options.compact || options.snapFrames)) {
+    throw ToolError(eUsage,
+                    out + ": --per-frame, --compact and --snap-frames are for NC caches (.xml)");
+  }
+  if (to == KelCache::eNCFormat && options.pad != EPad::eNone) {
+    throw ToolError(eUsage, out + ": --pad is for PC2 files; NC caches hold arrays of any length");
+  }
+}
+
+struct Converted {
+  std::uint64_t samples = 0;
+  bool missing = false;  // of those that the source promises
+};
+
+Converted ConvertOne(const std::string& in, const std::string& out, const ConvertOptions& options,
+                     bool progress) {
+  const Format from = FormatOf(in, "");
+  const Format to = FormatOf(out, "");
+  ExpectOptionsFor(to, out, options);
   std::error_code missing;
   if (!std::filesystem::exists(in, missing)) throw Failed(in, "there is no such file");
   const Target target(out, options.force);
   target.ExpectOtherThan(in);
   CatchInterrupts();
-  const bool whole = options.range.IsOpen();
-  if (whole && from == KelCache::ePC2Format && to == KelCache::eNCFormat) {
-    return PC2ToNC(in, out, options, progress);
-  }
-  if (whole && from == KelCache::eNCFormat && to == KelCache::ePC2Format) {
-    return NCToPC2(in, out, options, progress);
-  }
-  return CopyAny(in, from, out, to, options, progress);
+  Source source(in, from, options.rate);
+  Converted converted;
+  converted.missing = SayWhatIsMissing(source, options.range);
+  converted.samples = Transfer(source, out, to, options, progress);
+  return converted;
 }
 
 // --to is a frame or a format.
@@ -175,20 +226,39 @@ void TakeTo(ConvertOptions* options) {
   options->range.to = frame;
 }
 
+std::string TargetOf(const std::string& in, const std::string& extension) {
+  std::filesystem::path out(in);
+  out.replace_extension(extension);
+  return out.string();
+}
+
+// Before anything starts: of two inputs with one target the first would be lost.
+void ExpectTargetsDiffer(const ConvertOptions& options) {
+  std::map<std::string, std::string> sources;  // by target
+  for (const std::string& in : options.files) {
+    const std::string out = TargetOf(in, options.extension);
+    const std::string place = std::filesystem::weakly_canonical(out).string();
+    const auto [other, isNew] = sources.emplace(place, in);
+    if (isNew) continue;
+    throw ToolError(eUsage, out + ": is the target of both " + other->second + " and " + in);
+  }
+}
+
 EExit Convert(const ConvertOptions& options) {
   if (options.extension.empty()) {
     if (options.files.size() != 2) throw ToolError(eUsage, "convert takes IN and OUT, or --to EXT");
-    PrintCopied(options.files[1], ConvertOne(options.files[0], options.files[1], options, true));
-    return eDone;
+    const Converted converted = ConvertOne(options.files[0], options.files[1], options, true);
+    PrintCopied(options.files[1], converted.samples);
+    return converted.missing ? eFound : eDone;
   }
+  ExpectTargetsDiffer(options);
   return RunJobs(
       options.files, options.jobs,
       [&](const std::string& in) {
-        std::filesystem::path out(in);
-        out.replace_extension(options.extension);
-        const unsigned int samples = ConvertOne(in, out.string(), options, false);
-        return JobResult{eDone,
-                         {out.string() + ": " + std::to_string(samples) + " samples written"}};
+        const std::string out = TargetOf(in, options.extension);
+        const Converted converted = ConvertOne(in, out, options, false);
+        return JobResult{converted.missing ? eFound : eDone,
+                         {out + ": " + std::to_string(converted.samples) + " samples written"}};
       },
       "converted");
 }
@@ -209,11 +279,21 @@ void AddConvert(CLI::App& app, Work* work) {
   verb->add_option("--jobs", options->jobs, "With --to: conversions at the same time")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
-  verb->add_option(
-          "--rate", options->rate,
-          "Frames per second. PC2, which stores none, is read at it (else 24); Alembic and "
-          "parts of NC caches are then sampled at every frame of it")
-      ->check(CLI::PositiveNumber);
+  verb->add_option("--rate", options->rate,
+                   "Frames per second, such as 25 or 24000/1001, that frames are counted at: PC2 "
+                   "stores none (else 24), NC and Alembic samples keep their times");
+  verb->add_option("--resample", options->resample,
+                   "One value for each frame in place of the samples: hold takes the last sample "
+                   "before it, linear the points between two")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, EResample>{
+          {"hold", EResample::eHold}, {"linear", EResample::eLinear}}));
+  verb->add_option("--pad", options->pad,
+                   "PC2: what samples of fewer points than others get for the rest: nan, zero or "
+                   "last, their own last point")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, EPad>{
+          {"nan", EPad::eNan}, {"zero", EPad::eZero}, {"last", EPad::eLast}}));
+  verb->add_flag("--snap-frames", options->snapFrames,
+                 "NC: move frames to whole ticks: 23.976 frames per second become 24");
   verb->add_option("--channel", options->channel,
                    "Channel number or name (default: all for NC, the first for PC2)");
   verb->add_option("--from", options->range.from, "First scene frame");

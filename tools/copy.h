@@ -1,10 +1,10 @@
 #pragma once
 
-#include <functional>
 #include <optional>
 #include <string>
 
 #include "tools/sink.h"
+#include "tools/track.h"
 
 namespace kelcache {
 
@@ -12,31 +12,57 @@ namespace kelcache {
 struct FrameMap {
   double scale = 1;
   double offset = 0;
+
   double At(double frame) const { return frame * scale + offset; }
+  bool IsIdentity() const { return scale == 1 && offset == 0; }
+};
+
+/// What a sample with fewer points than others gets for the rest.
+enum class EPad {
+  eNone,  ///< nothing: caches of one point count are refused
+  eNan,
+  eZero,
+  eLast,  ///< its own last point; zero where it has none
 };
 
 struct CopyOptions {
   std::string target;
   Format targetFormat = kelsdk::KelCache::eUnknownFormat;
-  std::string channel;    ///< number or name; "": all for NC, the first for PC2
-  FrameRange range;       ///< scene frames of the source
-  double targetRate = 0;  ///< frames per second of the copy; 0: the source's
+  std::string channel;                       ///< number or name; "": all for NC, the first for PC2
+  FrameRange range;                          ///< scene frames of the source
+  kelsdk::KelFrameRate targetRate = {0, 0};  ///< frames per second of the copy; else the source's
+  EResample resample = EResample::eNone;
+  EPad pad = EPad::eNone;
+  bool snapFrames = false;  ///< frames go to whole ticks per frame, whatever the exact rate
   bool perFrame = false;
   bool compact = false;
   bool progress = true;
   FrameMap map;
 };
 
-/// Copies channels of an open cache into a new one, moment by moment, in memory that does not grow
-/// with the cache. On failure or interruption nothing is left under the target's name.
+/// Copies channels of an open cache into a new one, moment by moment, each at its own time and in
+/// the type that holds its values exactly, in memory that does not grow with the cache. On failure
+/// or interruption nothing is left under the target's name.
 /// @return samples copied
-unsigned int Copy(Source& source, const CopyOptions& options);
+std::uint64_t Copy(Source& source, const CopyOptions& options);
 
 /// What a verb says at its end of what it wrote.
-void PrintCopied(const std::string& file, unsigned int samples);
+void PrintCopied(const std::string& file, std::uint64_t samples);
 
-/// Ticks per frame of a rate, as the NC library counts them. Throws eUsage for a rate whose ticks
-/// are below 1 or do not fit.
-int TicksPerFrameOf(double framesPerSecond);
+/// Says that a PC2 file holds doubles as floats, of a channel of doubles.
+void SayWhatPC2Rounds(const ChannelSummary& channel, const std::string& target);
+
+/// How an NC cache keeps a frame rate: its ticks per frame, and the rate itself where they are cut.
+/// Throws eUsage for a rate whose ticks are below 1 or do not fit.
+struct TickRate {
+  explicit TickRate(const kelsdk::KelFrameRate& rate);
+  int ticksPerFrame = 0;
+  kelsdk::KelFrameRate exactRate = {0, 0};
+  double exactTicks = 0;
+};
+
+// The two kinds of copy; Copy chooses.
+std::uint64_t CopyToNC(Source& source, const CopyOptions& options);
+std::uint64_t CopyToPC2(Source& source, const CopyOptions& options);
 
 }  // namespace kelcache

@@ -2,7 +2,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
+#include <type_traits>
 
 #include "tools/output.h"
 #include "tools/source.h"
@@ -11,6 +13,8 @@
 namespace kelcache {
 namespace {
 
+using kelsdk::KelCache;
+
 struct DiffOptions {
   std::string a;
   std::string b;
@@ -18,13 +22,20 @@ struct DiffOptions {
   double tolerance = 0;
 };
 
-// Times of NC caches are rounded to ticks: what differs by half a tick is the same time.
-constexpr double kTimeTolerance = 0.5 / 6000 + 1e-9;  // seconds
+constexpr double kHalfTick = 0.5 / kTicksPerSecond;  // seconds
+constexpr double kSameClock = 1e-5;                  // seconds: an archive's sample is as wide
 
 struct Largest {
   double difference = 0;
   std::string where;
 };
+
+// A type that has every value of both: 64-bit integers are more than a double tells apart.
+template <typename A, typename B>
+using Wide = std::conditional_t<(std::is_integral_v<A> && sizeof(A) == 8) ||
+                                    (std::is_integral_v<B> && sizeof(B) == 8),
+                                long double, double>;
+static_assert(std::numeric_limits<long double>::digits >= 64);
 
 class Comparison {
  public:
@@ -35,22 +46,20 @@ class Comparison {
     ++differences_;
   }
 
-  void Compare(const std::string& moment, const float* a, const float* b, unsigned int length,
-               unsigned int components) {
-    unsigned int differing = 0;
-    for (unsigned int i = 0; i < length; ++i) {
-      if (Same(a[i], b[i])) continue;
-      const double difference = std::fabs(double(a[i]) - double(b[i]));
-      if (difference <= tolerance_) continue;
-      ++differing;
-      // What is not finite on one side only is as far away as can be.
-      const double size = std::isfinite(difference) ? difference : HUGE_VAL;
-      if (size > largest_.difference) {
-        largest_ = {size, moment + ", element " + std::to_string(i / components) + ", value " +
-                              std::to_string(i % components) + ": " + ShortestText(a[i]) + " and " +
-                              ShortestText(b[i])};
-      }
-    }
+  // Of both arrays the values that they have in common.
+  void Compare(const std::string& moment, const Array& a, const Array& b, unsigned int components) {
+    const std::size_t length = std::min(a.Count(), b.Count());
+    if (length == 0) return;
+    if (a.type == b.type && std::memcmp(a.values, b.values, length * SizeOf(a.type)) == 0) return;
+    const std::size_t differing = a.Visited([&](const auto* valuesA) {
+      return b.Visited([&](const auto* valuesB) {
+        return CountDiffering(valuesA, valuesB, length, [&](std::size_t i, double difference) {
+          largest_ = {difference, moment + ", element " + std::to_string(i / components) +
+                                      ", value " + std::to_string(i % components) + ": " +
+                                      ValueText(a, i) + " and " + ValueText(b, i)};
+        });
+      });
+    });
     if (differing != 0) {
       Differs(moment + ": " + std::to_string(differing) + " of " + std::to_string(length) +
               " values differ");
@@ -67,72 +76,140 @@ class Comparison {
   }
 
  private:
-  static bool Same(float a, float b) { return a == b || (std::isnan(a) && std::isnan(b)); }
+  template <typename A, typename B, typename Note>
+  std::size_t CountDiffering(const A* a, const B* b, std::size_t length, Note&& note) {
+    using W = Wide<A, B>;
+    std::size_t differing = 0;
+    for (std::size_t i = 0; i < length; ++i) {
+      const W one = static_cast<W>(a[i]);
+      const W other = static_cast<W>(b[i]);
+      if (one == other || (std::isnan(one) && std::isnan(other))) continue;
+      const W difference = std::fabs(one - other);
+      if (difference <= static_cast<W>(tolerance_)) continue;
+      ++differing;
+      // What is not finite on one side only is as far away as can be.
+      const double size = std::isfinite(difference) ? static_cast<double>(difference) : HUGE_VAL;
+      if (size > largest_.difference) note(i, size);
+    }
+    return differing;
+  }
 
   double tolerance_;
   unsigned int differences_ = 0;
   Largest largest_;
 };
 
-// An NC cache can only count whole ticks per frame: 29.97 and 30 are one rate to it.
-bool SameRate(const CacheSummary& a, const CacheSummary& b) {
-  return a.frameRate && b.frameRate &&
-         static_cast<int>(6000 / *a.frameRate) == static_cast<int>(6000 / *b.frameRate);
-}
-
-// At one rate frames are compared, which 29.97 and 30 have in common, otherwise seconds.
-bool SameTime(const Moment& a, const Moment& b, const CacheSummary& ofA, const CacheSummary& ofB) {
-  if (SameRate(ofA, ofB)) {
-    return std::fabs(*a.frame - *b.frame) <= kTimeTolerance * *ofA.frameRate;
-  }
-  return std::fabs(a.seconds - b.seconds) <= kTimeTolerance;
-}
-
-std::string MomentText(const Moment& moment) {
-  return moment.frame ? "frame " + RoundedText(*moment.frame) : RoundedText(moment.seconds) + " s";
-}
-
-void CompareChannels(Source& a, const ChannelSummary& inA, Source& b, const ChannelSummary& inB,
-                     Comparison* comparison) {
-  const std::string label = "channel " + inA.name.value_or(std::to_string(inA.index)) + ": ";
-  // A copy holds elements of other lengths than 1 and 3 as single values.
-  const unsigned int components = std::max(inA.components, inB.components);
-  if (inA.components != inB.components && std::min(inA.components, inB.components) != 1) {
-    return comparison->Differs(label + std::to_string(inA.components) + " and " +
-                               std::to_string(inB.components) + " values an element");
-  }
-  Moments momentsA = a.MomentsOf(inA);
-  Moments momentsB = b.MomentsOf(inB);
-  if (momentsA.count() != momentsB.count()) {
-    comparison->Differs(label + std::to_string(momentsA.count()) + " and " +
-                        std::to_string(momentsB.count()) + " samples");
-  }
-  for (unsigned int i = 0; i < std::min(momentsA.count(), momentsB.count()); ++i) {
-    const Moment atA = momentsA.At(i);
-    const Moment atB = momentsB.At(i);
-    const std::string moment = label + MomentText(atA);
-    if (!SameTime(atA, atB, a.summary(), b.summary())) {
-      comparison->Differs(label + "sample " + std::to_string(i) + " at " +
-                          RoundedText(atA.seconds) + " and " + RoundedText(atB.seconds) + " s");
+// How far apart two times may be that mean the same: ticks are whole, and the frames of a PC2 file
+// are floats.
+double TimeTolerance(const Source& a, const Source& b, const Moment& at) {
+  double tolerance = kSameClock;
+  for (const Source* source : {&a, &b}) {
+    const CacheSummary& summary = source->summary();
+    if (summary.format == KelCache::eNCFormat) tolerance = kHalfTick + kSameClock;
+    if (summary.pc2) {
+      tolerance += std::fabs(at.seconds) * double(std::numeric_limits<float>::epsilon());
     }
-    unsigned int lengthA = 0;
-    unsigned int lengthB = 0;
-    const float* valuesA = a.FetchFloats(inA, atA, &lengthA);
-    const float* valuesB = b.FetchFloats(inB, atB, &lengthB);
-    if (lengthA != lengthB) {
-      comparison->Differs(moment + ": " + std::to_string(lengthA / components) + " and " +
-                          std::to_string(lengthB / components) + " elements");
-    }
-    comparison->Compare(moment, valuesA, valuesB, std::min(lengthA, lengthB), components);
   }
+  return tolerance;
 }
+
+// Both with as many digits as tell them apart.
+std::string TwoTimes(double a, double b) {
+  char one[40];
+  char other[40];
+  for (int digits = 7; digits <= 17; ++digits) {
+    std::snprintf(one, sizeof one, "%.*g", digits, a);
+    std::snprintf(other, sizeof other, "%.*g", digits, b);
+    if (std::strcmp(one, other) != 0) break;
+  }
+  return std::string(one) + " and " + other;
+}
+
+class ChannelComparer {
+ public:
+  ChannelComparer(Source& a, Source& b, Comparison* comparison)
+      : a_(a), b_(b), comparison_(*comparison) {}
+
+  void Compare(const ChannelSummary& inA, const ChannelSummary& inB) {
+    const std::string label = "channel " + inA.name.value_or(std::to_string(inA.index)) + ": ";
+    // A copy holds elements of other lengths than 1 and 3 as single values.
+    const unsigned int components = std::max(inA.components, inB.components);
+    if (inA.components != inB.components && std::min(inA.components, inB.components) != 1) {
+      return comparison_.Differs(label + std::to_string(inA.components) + " and " +
+                                 std::to_string(inB.components) + " values an element");
+    }
+    Moments momentsA = a_.MomentsOf(inA);
+    Moments momentsB = b_.MomentsOf(inB);
+    if (momentsA.count() != momentsB.count()) {
+      comparison_.Differs(label + std::to_string(momentsA.count()) + " and " +
+                          std::to_string(momentsB.count()) + " samples");
+    }
+    const std::uint64_t common = std::min(momentsA.count(), momentsB.count());
+    Progress progress(common, true);
+    for (std::uint64_t i = 0; i < common; ++i) {
+      const Moment atA = momentsA.At(i);
+      const Moment atB = momentsB.At(i);
+      CompareTimes(label, i, atA, atB);
+      CompareSample(label + MomentText(atA), {inA, atA}, {inB, atB}, components);
+      progress.Show(i + 1);
+    }
+  }
+
+ private:
+  struct Sample {
+    const ChannelSummary& channel;
+    const Moment& moment;
+  };
+
+  void CompareTimes(const std::string& label, std::uint64_t index, const Moment& a,
+                    const Moment& b) {
+    if (std::fabs(a.seconds - b.seconds) <= TimeTolerance(a_, b_, a)) return;
+    comparison_.Differs(label + "sample " + std::to_string(index) + " at " +
+                        TwoTimes(a.seconds, b.seconds) + " s");
+  }
+
+  void CompareSample(const std::string& moment, const Sample& a, const Sample& b,
+                     unsigned int components) {
+    const Array valuesA = a_.Fetch(a.channel, a.moment);
+    const Array valuesB = b_.Fetch(b.channel, b.moment);
+    if (valuesA.Count() != valuesB.Count()) {
+      comparison_.Differs(moment + ": " + std::to_string(valuesA.Count() / components) + " and " +
+                          std::to_string(valuesB.Count() / components) + " elements");
+    }
+    comparison_.Compare(moment, valuesA, valuesB, components);
+  }
+
+  Source& a_;
+  Source& b_;
+  Comparison& comparison_;
+};
 
 // A PC2 cache has no frame rate: it is compared at the other's.
-double RateFor(Format format, const std::string& other, Format otherFormat) {
-  if (format != kelsdk::KelCache::ePC2Format || otherFormat == kelsdk::KelCache::ePC2Format) {
-    return 0;
+kelsdk::KelFrameRate RateFor(Format format, const std::string& other, Format otherFormat) {
+  if (format != KelCache::ePC2Format || otherFormat == KelCache::ePC2Format) return {0, 0};
+  return Source(other, otherFormat).summary().rate;
+}
+
+// A PC2 cache has one channel, whatever the other cache calls its own.
+const ChannelSummary& ChannelOf(const Source& source, const Source& other,
+                                const std::string& channel) {
+  const bool onlyThisIsPC2 = source.summary().pc2 && !other.summary().pc2;
+  return source.summary().FindChannel(channel.empty() || onlyThisIsPC2 ? "0" : channel);
+}
+
+void CompareAll(Source& a, Source& b, const DiffOptions& options, Comparison* comparison) {
+  ChannelComparer comparer(a, b, comparison);
+  if (!options.channel.empty() || a.summary().pc2 || b.summary().pc2) {
+    return comparer.Compare(ChannelOf(a, b, options.channel), ChannelOf(b, a, options.channel));
   }
-  return Source(other, otherFormat, 0).summary().frameRate.value_or(0);
+  const size_t countA = a.summary().channels.size();
+  const size_t countB = b.summary().channels.size();
+  if (countA != countB) {
+    comparison->Differs(std::to_string(countA) + " and " + std::to_string(countB) + " channels");
+  }
+  for (size_t i = 0; i < std::min(countA, countB); ++i) {
+    comparer.Compare(a.summary().channels[i], b.summary().channels[i]);
+  }
 }
 
 EExit Diff(const DiffOptions& options) {
@@ -140,29 +217,17 @@ EExit Diff(const DiffOptions& options) {
   const Format formatB = FormatOf(options.b, "");
   Source a(options.a, formatA, RateFor(formatA, options.b, formatB));
   Source b(options.b, formatB, RateFor(formatB, options.a, formatA));
+  const bool missingA = SayWhatIsMissing(a, {});
+  const bool missingB = SayWhatIsMissing(b, {});
   Comparison comparison(options.tolerance);
-  if (a.summary().frameRate && b.summary().frameRate && !SameRate(a.summary(), b.summary())) {
-    comparison.Differs("frame rate " + RoundedText(*a.summary().frameRate) + " and " +
-                       RoundedText(*b.summary().frameRate));
+  const kelsdk::KelFrameRate& rateA = a.summary().rate;
+  const kelsdk::KelFrameRate& rateB = b.summary().rate;
+  if (rateA.IsValid() && rateB.IsValid() && !(rateA == rateB)) {
+    comparison.Differs("frame rate " + TwoTimes(rateA.PerSecond(), rateB.PerSecond()));
   }
-  const bool pc2 = a.summary().pc2 || b.summary().pc2;
-  if (!options.channel.empty() || pc2) {
-    const auto& ofA = a.summary().pc2 || options.channel.empty() ? a.summary().ChannelAt(0)
-                                                                 : a.FindChannel(options.channel);
-    const auto& ofB = b.summary().pc2 || options.channel.empty() ? b.summary().ChannelAt(0)
-                                                                 : b.FindChannel(options.channel);
-    CompareChannels(a, ofA, b, ofB, &comparison);
-    return comparison.Finish();
-  }
-  const size_t countA = a.summary().channels.size();
-  const size_t countB = b.summary().channels.size();
-  if (countA != countB) {
-    comparison.Differs(std::to_string(countA) + " and " + std::to_string(countB) + " channels");
-  }
-  for (size_t i = 0; i < std::min(countA, countB); ++i) {
-    CompareChannels(a, a.summary().channels[i], b, b.summary().channels[i], &comparison);
-  }
-  return comparison.Finish();
+  CompareAll(a, b, options, &comparison);
+  const EExit found = comparison.Finish();
+  return missingA || missingB ? eFound : found;
 }
 
 }  // namespace
@@ -171,7 +236,7 @@ void AddDiff(CLI::App& app, Work* work) {
   const auto options = std::make_shared<DiffOptions>();
   CLI::App* verb = app.add_subcommand(
       "diff",
-      "Compares two caches of any formats sample by sample: counts, times, values as floats. "
+      "Compares two caches of any formats sample by sample: counts, times, values as stored. "
       "Prints a line per difference and the largest one; exit status 0 equal, 1 different");
   verb->add_option("A", options->a, "One cache")->required();
   verb->add_option("B", options->b, "The other")->required();

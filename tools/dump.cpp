@@ -1,10 +1,9 @@
-#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
 
-#include "tools/moments.h"
 #include "tools/output.h"
+#include "tools/source.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -15,21 +14,14 @@ using Json = nlohmann::ordered_json;
 struct DumpOptions {
   std::string file;
   std::string asName;
-  int channel = 0;
+  std::string channel = "0";
   std::optional<double> frame;
   std::optional<unsigned int> sample;
   std::string format = "json";
 };
 
-struct Values {
-  const float* values = nullptr;
-  unsigned int elements = 0;
-  unsigned int components = 0;
-};
-
-Moment FindMoment(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
-                  const DumpOptions& options) {
-  Moments moments(cache, summary, channel, false);
+Moment FindMoment(Source& source, const ChannelSummary& channel, const DumpOptions& options) {
+  Moments moments = source.MomentsOf(channel);
   if (options.sample) {
     if (*options.sample >= moments.count()) {
       throw Failed(options.file, "no sample " + std::to_string(*options.sample) + ", it has " +
@@ -39,8 +31,9 @@ Moment FindMoment(CacheFile& cache, const CacheSummary& summary, const ChannelSu
   }
   const std::optional<Moment> moment = moments.AtFrame(*options.frame);
   if (!moment) {
+    const bool hasFrames = source.summary().rate.IsValid();
     throw Failed(options.file, "nothing at frame " + RoundedText(*options.frame) +
-                                   (summary.frameRate ? "" : ": the cache has no frame rate") +
+                                   (hasFrames ? "" : ": the cache has no frame rate") +
                                    "; info shows its frames");
   }
   return *moment;
@@ -51,63 +44,65 @@ Json OrNull(const std::optional<Value>& value) {
   return value ? Json(*value) : Json(nullptr);
 }
 
+// In quotes where JSON has no such number.
+bool IsJsonNumber(const std::string& text) {
+  return text.find_first_not_of("0123456789.e+-") == std::string::npos;
+}
+
 // The head by the JSON library, the values one by one: a frame may hold millions.
 void PrintJson(const DumpOptions& options, const ChannelSummary& channel, const Moment& moment,
-               const Values& data) {
+               const Array& array) {
   const Json head = {{"file", options.file},
                      {"channel", channel.index},
                      {"name", OrNull(channel.name)},
                      {"frame", OrNull(moment.frame)},
                      {"sample", OrNull(moment.sample)},
                      {"time", moment.seconds},
-                     {"elements", data.elements},
-                     {"components", data.components}};
+                     {"elements", array.elements},
+                     {"components", array.components}};
   std::string text = head.dump(-1, ' ', false, Json::error_handler_t::replace);
   text.pop_back();
   std::printf("%s,\"values\":[", text.c_str());
-  const size_t count = size_t{data.elements} * data.components;
-  for (size_t i = 0; i < count; ++i) {
-    std::printf("%s%s", i == 0 ? "" : ",", JsonNumber(data.values[i]).c_str());
+  for (std::size_t i = 0; i < array.Count(); ++i) {
+    const std::string value = ValueText(array, i);
+    const char* const quote = IsJsonNumber(value) ? "" : "\"";
+    std::printf("%s%s%s%s", i == 0 ? "" : ",", quote, value.c_str(), quote);
   }
   std::printf("]}\n");
 }
 
-void PrintCsv(const Values& data) {
+void PrintCsv(const Array& array) {
   const char* const axes[] = {"x", "y", "z"};
   std::printf("index");
-  for (unsigned int k = 0; k < data.components; ++k) {
-    const std::string name = data.components == 1   ? "value"
-                             : data.components <= 3 ? axes[k]
-                                                    : "v" + std::to_string(k);
+  for (unsigned int k = 0; k < array.components; ++k) {
+    const std::string name = array.components == 1   ? "value"
+                             : array.components <= 3 ? axes[k]
+                                                     : "v" + std::to_string(k);
     std::printf(",%s", name.c_str());
   }
   std::printf("\n");
-  const float* value = data.values;
-  for (unsigned int i = 0; i < data.elements; ++i) {
+  std::size_t value = 0;
+  for (unsigned int i = 0; i < array.elements; ++i) {
     std::printf("%u", i);
-    for (unsigned int k = 0; k < data.components; ++k) {
-      std::printf(",%s", ShortestText(*value++).c_str());
+    for (unsigned int k = 0; k < array.components; ++k) {
+      std::printf(",%s", ValueText(array, value++).c_str());
     }
     std::printf("\n");
   }
 }
 
 EExit Dump(const DumpOptions& options) {
-  CacheFile cache(options.file, FormatOf(options.file, options.asName));
-  cache.OpenForRead();
-  const CacheSummary summary = Summarise(cache);
-  const ChannelSummary& channel = summary.ChannelAt(options.channel);
-  const Moment moment = FindMoment(cache, summary, channel, options);
-  float* values = nullptr;
-  unsigned int length = 0;
-  if (!cache->Read(&values, length, moment.time, static_cast<unsigned int>(channel.index))) {
-    throw Failed(options.file, cache.FetchProblem(moment.sample));
-  }
-  const Values data{values, length / channel.components, channel.components};
+  Source source(options.file, FormatOf(options.file, options.asName));
+  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  SayWhatIsMissing(source, {});
+  const Moment moment = FindMoment(source, channel, options);
+  const bool noPoints = source.summary().pc2 && source.summary().pc2->points == 0;
+  const Array array = noPoints ? Array{nullptr, channel.value, 0, channel.components}
+                               : source.Fetch(channel, moment);
   if (options.format == "csv") {
-    PrintCsv(data);
+    PrintCsv(array);
   } else {
-    PrintJson(options, channel, moment, data);
+    PrintJson(options, channel, moment, array);
   }
   return eDone;
 }
@@ -118,15 +113,15 @@ void AddDump(CLI::App& app, Work* work) {
   const auto options = std::make_shared<DumpOptions>();
   CLI::App* verb = app.add_subcommand(
       "dump",
-      "Prints the values of one moment, each in the shortest form that reads back to the "
-      "same 32-bit float");
+      "Prints the values of one moment as they are stored, each in the shortest form that reads "
+      "back to the same value");
   verb->add_option("FILE", options->file, "The cache")->required();
   auto* moment = verb->add_option_group("moment", "Which moment");
   moment->add_option("--frame", options->frame,
                      "Scene frame: the sample there, else the last one before it");
   moment->add_option("--sample", options->sample, "Sample number, from 0");
   moment->require_option(1);
-  verb->add_option("--channel", options->channel, "Channel number")->capture_default_str();
+  verb->add_option("--channel", options->channel, "Channel number or name")->capture_default_str();
   verb->add_option("--format", options->format, "json: one object; csv: a line per element")
       ->check(CLI::IsMember({"json", "csv"}))
       ->capture_default_str();

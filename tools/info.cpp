@@ -18,18 +18,25 @@ Json OrNull(const std::optional<Value>& value) {
 }
 
 std::optional<double> FrameOf(const CacheSummary& summary, const std::optional<double>& seconds) {
-  if (!seconds || !summary.frameRate) return {};
-  return *seconds * *summary.frameRate;
+  if (!seconds || !summary.rate.IsValid()) return {};
+  return *seconds * summary.rate.PerSecond();
+}
+
+// "24000/1001", of a rate that is no whole number.
+std::optional<std::string> ExactRate(const CacheSummary& summary) {
+  const kelsdk::KelFrameRate& rate = summary.rate;
+  if (!rate.IsValid() || rate.numerator % rate.denominator == 0) return {};
+  return std::to_string(rate.numerator) + "/" + std::to_string(rate.denominator);
 }
 
 std::optional<double> FirstFrame(const CacheSummary& summary) {
-  if (summary.pc2 && summary.pc2->samples != 0) return summary.pc2->startFrame;
+  if (summary.pc2 && summary.pc2->wholeSamples != 0) return summary.pc2->startFrame;
   return FrameOf(summary, summary.start());
 }
 
 std::optional<double> LastFrame(const CacheSummary& summary) {
-  if (summary.pc2 && summary.pc2->samples != 0) {
-    return summary.pc2->startFrame + (summary.pc2->samples - 1) * summary.pc2->sampleRate;
+  if (summary.pc2 && summary.pc2->wholeSamples != 0) {
+    return summary.pc2->startFrame + (summary.pc2->wholeSamples - 1.0) * summary.pc2->sampleRate;
   }
   return FrameOf(summary, summary.end());
 }
@@ -53,20 +60,24 @@ Json ChannelJson(const ChannelSummary& channel) {
 }
 
 void PrintJson(const CacheSummary& summary) {
-  Json json = {{"file", summary.file},
-               {"format", NameOf(summary.format)},
-               {"frameRate", OrNull(summary.frameRate)},
-               {"frameRateSource", summary.frameRateSource},
-               {"complete", summary.complete},
-               {"firstFrame", OrNull(FirstFrame(summary))},
-               {"lastFrame", OrNull(LastFrame(summary))},
-               {"start", OrNull(summary.start())},
-               {"end", OrNull(summary.end())},
-               {"span", OrNull(Span(summary))},
-               {"duration", OrNull(summary.duration())},
-               {"fileSize", summary.fileSize},
-               {"promisedSize", OrNull(summary.promisedSize)},
-               {"channels", Json::array()}};
+  Json json = {
+      {"file", summary.file},
+      {"format", NameOf(summary.format)},
+      {"frameRate", OrNull(summary.frameRate())},
+      {"frameRateSource", summary.frameRateSource},
+      {"exactFrameRate", OrNull(ExactRate(summary))},
+      {"ticksPerFrame", OrNull(summary.ticksPerFrame)},
+      {"complete", summary.complete},
+      {"missing", OrNull(summary.complete ? std::nullopt : std::optional(summary.WhatIsMissing()))},
+      {"firstFrame", OrNull(FirstFrame(summary))},
+      {"lastFrame", OrNull(LastFrame(summary))},
+      {"start", OrNull(summary.start())},
+      {"end", OrNull(summary.end())},
+      {"span", OrNull(Span(summary))},
+      {"duration", OrNull(summary.duration())},
+      {"fileSize", summary.fileSize},
+      {"promisedSize", OrNull(summary.promisedSize)},
+      {"channels", Json::array()}};
   for (const ChannelSummary& channel : summary.channels) {
     json["channels"].push_back(ChannelJson(channel));
   }
@@ -114,12 +125,20 @@ void PrintChannel(const ChannelSummary& channel) {
   std::printf("%s\n", line.c_str());
 }
 
+std::string RateText(const CacheSummary& summary) {
+  if (!summary.rate.IsValid()) return "unknown (" + summary.frameRateSource + ")";
+  std::string text = RoundedText(summary.rate.PerSecond()) + " frames/s (";
+  if (ExactRate(summary)) text += *ExactRate(summary) + ", ";
+  if (summary.ticksPerFrame) {
+    text += std::to_string(*summary.ticksPerFrame) + " ticks per frame, ";
+  }
+  return text + summary.frameRateSource + ")";
+}
+
 void PrintText(const CacheSummary& summary) {
   PrintRow("file", summary.file);
   PrintRow("format", NameOf(summary.format));
-  PrintRow("frame rate", (summary.frameRate ? RoundedText(*summary.frameRate) + " frames/s ("
-                                            : std::string("unknown (")) +
-                             summary.frameRateSource + ")");
+  PrintRow("frame rate", RateText(summary));
   PrintRange("frames", FirstFrame(summary), LastFrame(summary), "");
   PrintRange("times", summary.start(), summary.end(), " s");
   if (Span(summary)) PrintRow("span", Seconds(*Span(summary)) + " from first to last sample");
@@ -133,10 +152,7 @@ void PrintText(const CacheSummary& summary) {
   }
   PrintRow("size", size);
   if (!summary.complete) {
-    PrintRow("complete", summary.pc2
-                             ? "no: holds " + std::to_string(summary.pc2->wholeSamples) +
-                                   " whole samples of " + std::to_string(summary.pc2->samples)
-                             : std::string("no: data files are missing"));
+    PrintRow("complete", "no: " + summary.WhatIsMissing());
   }
   if (summary.pc2) {
     PrintRow("points", std::to_string(summary.pc2->points));

@@ -86,7 +86,7 @@ void MakeNC(CacheFile& cache, const MakeOptions& options) {
     }
   }
   // Whole ticks, so that no frame is cut to the tick before it.
-  const int ticksPerFrame = TicksPerFrameOf(options.fps);
+  const int ticksPerFrame = TickRate(kelsdk::KelFrameRate::FromDouble(options.fps)).ticksPerFrame;
   Sheet sheet(options.points);
   std::vector<int> integers(options.points);
   Progress progress(options.frames, true);

@@ -6,13 +6,17 @@
 
 namespace kelcache {
 
-/// A moment that a person names by its scene frame, and the time that fetches it.
+/// A moment of a channel, as a person and as the cache name it.
 struct Moment {
   std::optional<double> frame;         ///< scene frame; empty when the cache has no frame rate
   std::optional<unsigned int> sample;  ///< sample number, where moments are samples
   double seconds = 0;
-  kelsdk::KelTime time;
+  double ticks = 0;      ///< 6000 to the second, not rounded
+  kelsdk::KelTime time;  ///< what fetches it
 };
+
+/// "frame 12.5", or "0.5 s" where there are no frames.
+std::string MomentText(const Moment& moment);
 
 /// Frames that a person types may miss a sample by rounding.
 inline constexpr double kFrameTolerance = 1e-4;
@@ -23,36 +27,57 @@ struct FrameRange {
   std::optional<double> to;
 
   bool IsOpen() const { return !from && !to; }
-  /// Throws eUsage for a moment that has no frame, unless the range is open.
-  bool Holds(const Moment& moment) const;
 };
 
-/// The moments of one channel: its samples, or the frames of a rate that the user gave.
+/// The moments [first, end) of a channel.
+struct MomentRange {
+  std::uint64_t first = 0;
+  std::uint64_t end = 0;
+
+  std::uint64_t Count() const { return end - first; }
+};
+
+/// The moments of one channel, looked up when asked for: the samples that the cache really holds,
+/// or the frames of its frame rate.
 ///
 /// Scene frames and the fetch differ in PC2 caches: scene frame = start + sample x rate, but the
 /// fetch takes the time of frame I for sample I. This is the one place that knows.
 class Moments {
  public:
-  /// @param everyFrame  visit whole scene frames at the summary's rate instead of samples
+  /// @param everyFrame  the whole scene frames at the summary's rate instead of samples; PC2 caches
+  ///                    are visited by samples all the same
   Moments(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
           bool everyFrame);
 
-  unsigned int count() const { return count_; }
-  Moment At(unsigned int index);
+  std::uint64_t count() const { return count_; }
+  Moment At(std::uint64_t index);
 
-  /// The moment at a scene frame: that of the sample there, else of the last one before it. Empty
-  /// outside the channel's range.
+  /// Those whose frames lie in a range. Throws eUsage for a range of a cache without frames.
+  MomentRange In(const FrameRange& range);
+
+  /// The last sample at or before a scene frame. Empty outside the channel's range.
   std::optional<Moment> AtFrame(double frame);
 
+  /// How far, in frames, a sample may lie beside the frame that means it.
+  double tolerance() const { return frameTolerance_; }
+
+  /// True when later moments lie at earlier frames, as in a PC2 file with a negative rate.
+  bool Descends() const { return summary_->pc2 && summary_->pc2->sampleRate < 0; }
+
  private:
-  Moment FromSeconds(double seconds, std::optional<unsigned int> sample) const;
+  Moment AtTicks(double ticks, std::optional<unsigned int> sample) const;
+  Moment AtPC2Sample(std::uint64_t sample) const;
+  double FrameOf(double ticks) const;
+  std::uint64_t CountBefore(double frame, bool included);
 
   CacheFile* cache_;
   const CacheSummary* summary_;
   const ChannelSummary* channel_;
   bool everyFrame_;
-  long long firstFrame_ = 0;
-  unsigned int count_ = 0;
+  double ticksPerFrame_ = 0;  // exact; 0 without a frame rate
+  double frameTolerance_ = kFrameTolerance;
+  double firstFrame_ = 0;
+  std::uint64_t count_ = 0;
 };
 
 }  // namespace kelcache

@@ -33,10 +33,6 @@ std::string RoundedText(double value) {
   return text;
 }
 
-std::string JsonNumber(float value) {
-  return std::isfinite(value) ? Shortest(value) : '"' + Shortest(value) + '"';
-}
-
 std::string SizeText(std::uint64_t bytes) {
   constexpr double kStep = 1000;
   const char* const units[] = {"B", "kB", "MB", "GB", "TB", "PB"};
@@ -46,6 +42,10 @@ std::string SizeText(std::uint64_t bytes) {
   char text[32];
   std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", size, units[unit]);
   return text;
+}
+
+void Note(const std::string& file, const std::string& what) {
+  std::fprintf(stderr, "kelcache: %s: %s\n", file.c_str(), what.c_str());
 }
 
 Progress::Progress(std::uint64_t total, bool wanted)

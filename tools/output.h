@@ -12,11 +12,11 @@ std::string ShortestText(double value);
 /// Seven significant digits, for people.
 std::string RoundedText(double value);
 
-/// The shortest text, in quotes where JSON has no such number.
-std::string JsonNumber(float value);
-
 /// "1.1 MB": decimal units.
 std::string SizeText(std::uint64_t bytes);
+
+/// Says on standard error what a person should know of a file, though nothing failed.
+void Note(const std::string& file, const std::string& what);
 
 /// A progress bar on standard error, when that is a terminal and `wanted`; otherwise nothing. It is
 /// drawn at most 20 times a second.

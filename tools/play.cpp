@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "tools/bounds.h"
-#include "tools/moments.h"
 #include "tools/output.h"
+#include "tools/source.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -16,9 +16,9 @@ using Clock = std::chrono::steady_clock;
 struct PlayOptions {
   std::string file;
   std::string asName;
-  int channel = 0;
+  std::string channel = "0";
   FrameRange range;
-  double rate = 0;
+  kelsdk::KelFrameRate rate = {0, 0};
   unsigned int loop = 1;
   bool quiet = false;
   bool stats = false;
@@ -37,32 +37,21 @@ std::string FrameText(const Moment& moment) {
   return moment.frame ? RoundedText(*moment.frame) : RoundedText(moment.seconds) + "s";
 }
 
-// The moments to visit, in order, by index.
-std::vector<unsigned int> Select(Moments& moments, const PlayOptions& options) {
-  std::vector<unsigned int> selected;
-  for (unsigned int i = 0; i < moments.count(); ++i) {
-    if (options.range.Holds(moments.At(i))) selected.push_back(i);
-  }
-  return selected;
-}
-
 class Player {
  public:
-  Player(CacheFile& cache, const ChannelSummary& channel, const PlayOptions& options)
-      : cache_(cache), channel_(channel), options_(options) {}
+  Player(Source& source, const ChannelSummary& channel, const PlayOptions& options)
+      : source_(source), channel_(channel), options_(options) {}
 
   void Visit(const Moment& moment) {
-    float* values = nullptr;
+    // Of an archive the fetch gives as many as the largest sample has, of nothing it gives nothing.
+    const unsigned int elements = source_.ElementsAt(channel_, moment);
+    const float* values = nullptr;
     unsigned int length = 0;
-    const auto begin = Clock::now();
-    const bool fetched =
-        cache_->Read(&values, length, moment.time, static_cast<unsigned int>(channel_.index));
-    result_.seconds += std::chrono::duration<double>(Clock::now() - begin).count();
-    if (!fetched) {
-      throw Failed(cache_.file(),
-                   "frame " + FrameText(moment) + ": " + cache_.FetchProblem(moment.sample));
+    if (elements != 0 || source_.summary().pc2) {
+      const auto begin = Clock::now();
+      values = source_.FetchFloats(channel_, moment, &length);
+      result_.seconds += std::chrono::duration<double>(Clock::now() - begin).count();
     }
-    const unsigned int elements = length / channel_.components;
     const Bounds frame = BoundsOf(values, elements, channel_.components);
     result_.bounds.Add(frame);
     if (options_.stats) PrintStats(moment, values, elements, frame);
@@ -87,7 +76,7 @@ class Player {
                 frame.HighText().c_str(), move.c_str());
   }
 
-  CacheFile& cache_;
+  Source& source_;
   const ChannelSummary& channel_;
   const PlayOptions& options_;
   PlayResult result_;
@@ -116,29 +105,28 @@ void PrintResult(const PlayOptions& options, const PlayResult& result, const Mom
 }
 
 EExit Play(const PlayOptions& options) {
-  CacheFile cache(options.file, FormatOf(options.file, options.asName));
-  cache.OpenForRead();
-  const CacheSummary summary = Summarise(cache, options.rate);
-  const ChannelSummary& channel = summary.ChannelAt(options.channel);
-  Moments moments(cache, summary, channel, options.rate > 0);
-  const std::vector<unsigned int> selected = Select(moments, options);
-  if (selected.empty()) {
+  Source source(options.file, FormatOf(options.file, options.asName), options.rate,
+                options.rate.IsValid());
+  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  Moments moments = source.MomentsOf(channel);
+  const bool missing = SayWhatIsMissing(source, options.range);
+  const MomentRange range = moments.In(options.range);
+  if (range.Count() == 0) {
     throw Failed(options.file, channel.samples == 0 ? "the channel has no samples"
                                                     : "no sample lies in the frames asked for");
   }
   if (options.stats) std::printf("# frame points min max largest-move\n");
-  Player player(cache, channel, options);
-  Progress progress(std::uint64_t{options.loop} * selected.size(),
-                    !options.quiet && !options.stats);
+  Player player(source, channel, options);
+  Progress progress(std::uint64_t{options.loop} * range.Count(), !options.quiet && !options.stats);
   for (unsigned int round = 0; round < options.loop; ++round) {
-    for (const unsigned int index : selected) {
-      player.Visit(moments.At(index));
+    for (std::uint64_t i = range.first; i < range.end; ++i) {
+      player.Visit(moments.At(i));
       progress.Show(player.result().frames);
     }
   }
   progress.Clear();
-  PrintResult(options, player.result(), moments.At(selected.front()), moments.At(selected.back()));
-  return eDone;
+  PrintResult(options, player.result(), moments.At(range.first), moments.At(range.end - 1));
+  return missing ? eFound : eDone;
 }
 
 }  // namespace
@@ -150,14 +138,13 @@ void AddPlay(CLI::App& app, Work* work) {
       "Fetches every frame of a channel and prints what it found: frames, points, bounding "
       "box, bytes, speed of the fetches");
   verb->add_option("FILE", options->file, "The cache")->required();
-  verb->add_option("--channel", options->channel, "Channel number")->capture_default_str();
+  verb->add_option("--channel", options->channel, "Channel number or name")->capture_default_str();
   verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)");
   verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)");
   verb->add_option("--rate", options->rate,
                    "Frames per second: NC and Alembic caches are visited at every frame of this "
                    "rate instead of at every sample; PC2 caches, which store no rate, take it as "
-                   "theirs")
-      ->check(CLI::PositiveNumber);
+                   "theirs");
   verb->add_option("--loop", options->loop, "Play this many times")
       ->check(CLI::PositiveNumber)
       ->capture_default_str();

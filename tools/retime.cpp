@@ -10,7 +10,7 @@ namespace {
 struct RetimeOptions {
   std::string in;
   std::string out;
-  double rate = 0;
+  kelsdk::KelFrameRate rate = {0, 0};
   double scale = 0;
   std::optional<double> offset;
   bool perFrame = false;
@@ -26,7 +26,7 @@ EExit Retime(const RetimeOptions& options) {
   if (copy.targetFormat == kelsdk::KelCache::eAlembicFormat) {
     throw ToolError(eUsage, options.out + ": Alembic archives are only read");
   }
-  if (options.rate > 0 && copy.targetFormat == kelsdk::KelCache::ePC2Format) {
+  if (options.rate.IsValid() && copy.targetFormat == kelsdk::KelCache::ePC2Format) {
     throw ToolError(eUsage, options.out + ": a PC2 cache stores no frame rate");
   }
   copy.targetRate = options.rate;
@@ -35,10 +35,11 @@ EExit Retime(const RetimeOptions& options) {
   copy.perFrame = options.perFrame;
   copy.compact = options.compact;
   const Target target(options.out, options.force);
-  Source source(options.in, from, 0);
+  Source source(options.in, from);
+  const bool missing = SayWhatIsMissing(source, {});
   target.ExpectOtherThan(options.in);
   PrintCopied(options.out, Copy(source, copy));
-  return eDone;
+  return missing ? eFound : eDone;
 }
 
 }  // namespace
@@ -54,8 +55,7 @@ void AddRetime(CLI::App& app, Work* work) {
   auto* how = verb->add_option_group("timing", "How the samples move");
   how->add_option("--rate", options->rate,
                   "Every sample keeps its scene frame and lasts as long as at this many frames per "
-                  "second")
-      ->check(CLI::PositiveNumber);
+                  "second");
   how->add_option("--scale", options->scale, "Scene frames are multiplied by this")
       ->check(CLI::PositiveNumber);
   how->add_option("--offset", options->offset, "This many frames are added to the scene frames");

@@ -22,14 +22,18 @@ class PC2Sink : public Sink {
   }
   ~PC2Sink() override { writer_.discardWrite(); }
 
-  void Write(unsigned int /*channel*/, int /*ticks*/, const FetchedArray& array) override {
+  void Write(unsigned int /*channel*/, int /*ticks*/, const Array& array) override {
     if (array.elements != points_) {
       throw Failed(file_, "a PC2 cache has one point count: " + std::to_string(array.elements) +
                               " points after " + std::to_string(points_));
     }
     // The back-end only reads what it is given.
-    auto* points = const_cast<float*>(static_cast<const float*>(array.data));
+    auto* points = const_cast<float*>(AsFloats(array, &floats_));
     if (!writer_.writeSample(sample_++, points)) throw Failed(file_, writer_.errorString());
+  }
+  bool Repeat(unsigned int /*channel*/, int /*ticks*/, unsigned int /*ofChannel*/,
+              int /*ofTicks*/) override {
+    return false;
   }
 
   void Finish() override {
@@ -40,33 +44,44 @@ class PC2Sink : public Sink {
   std::string file_;
   unsigned int points_;
   int sample_ = 0;
+  std::vector<float> floats_;
   zuPointCache2IO writer_;
 };
 
 class NCSink : public Sink {
  public:
   NCSink(const std::string& file, const NCLayout& layout, const std::vector<SinkChannel>& channels)
-      : file_(file) {
+      : file_(file), channels_(channels) {
     const NCName name(file);
     const auto form =
         layout.perFrame ? zuCacheFileInterface::eFilePerFrame : zuCacheFileInterface::eSingleFile;
     Expect(writer_.initFileWrite(name.folder.c_str(), name.baseName.c_str(), form,
-                                 layout.compact ? "ncc" : "ncx", layout.ticksPerFrame));
+                                 layout.compact ? "ncc" : "ncx", layout.ticksPerFrame,
+                                 layout.exactRate));
     for (const SinkChannel& channel : channels) {
       unsigned int index = 0;
       Expect(writer_.addChannel(channel.name.c_str(), channel.interpretation.c_str(), channel.type,
-                                index));
+                                channel.interval, index));
     }
   }
   ~NCSink() override { writer_.discardWrite(); }
 
-  void Write(unsigned int channel, int ticks, const FetchedArray& array) override {
-    if (!inBlock_ || ticks != ticks_) {
-      Expect(writer_.beginWriteAtTime(ticks));
-      inBlock_ = true;
-      ticks_ = ticks;
+  void Write(unsigned int channel, int ticks, const Array& array) override {
+    const ElementType type = channels_[channel].type;
+    std::string problem;
+    const void* const values = converter_.Convert(array, type, &problem);
+    if (values == nullptr) {
+      throw Failed(file_, "channel " + channels_[channel].name + ": " + problem +
+                              " can not be kept exactly");
     }
-    Expect(writer_.addArrayData(channel, ticks, const_cast<void*>(array.data), array.elements));
+    EnterBlock(ticks);
+    const auto elements = static_cast<unsigned int>(array.Count() / kelsdk::GetTypeLength(type));
+    Expect(writer_.addArrayData(channel, ticks, const_cast<void*>(values), elements));
+  }
+
+  bool Repeat(unsigned int channel, int ticks, unsigned int ofChannel, int ofTicks) override {
+    EnterBlock(ticks);
+    return writer_.repeatArrayData(channel, ticks, ofChannel, ofTicks);
   }
 
   void Finish() override {
@@ -75,11 +90,20 @@ class NCSink : public Sink {
   }
 
  private:
+  void EnterBlock(int ticks) {
+    if (inBlock_ && ticks == ticks_) return;
+    Expect(writer_.beginWriteAtTime(ticks));
+    inBlock_ = true;
+    ticks_ = ticks;
+  }
+
   void Expect(bool done) const {
     if (!done) throw Failed(file_, writer_.errorString());
   }
 
   std::string file_;
+  std::vector<SinkChannel> channels_;
+  ElementConverter converter_;
   zuCacheFileInterface writer_;
   int ticks_ = 0;
   bool inBlock_ = false;

@@ -3,46 +3,62 @@
 #include <memory>
 #include <vector>
 
-#include "backends/zuCacheFileInterface.h"
 #include "tools/moments.h"
+#include "tools/values.h"
 
 namespace kelcache {
 
-using ElementType = kelsdk::zuCacheData::zuCacheDataType;
-
-/// A moment's data of one channel, valid until the next fetch.
-struct FetchedArray {
-  const void* data = nullptr;  ///< elements in the channel's element type
-  unsigned int elements = 0;
+/// The samples around one that their archive keeps only once, and what tells these bytes from all
+/// others of the archive; 0 for no bytes.
+struct SampleRun {
+  unsigned int last = 0;
+  unsigned long long identity = 0;
 };
 
-/// An open cache as the verbs that copy see it: channels, their moments, their data. Channels of NC
-/// caches keep their own element type; all others come as floats.
+/// An open cache as the verbs that show, compare and copy see it: channels, their moments, their
+/// values as they are stored.
 class Source {
  public:
-  /// @param frameRate  frames per second that the user gave, or 0: NC and Alembic caches are then
-  ///                   visited at every frame of it
-  Source(const std::string& file, Format format, double frameRate);
+  /// @param rate        frames per second that the user gave; else not valid
+  /// @param everyFrame  visit NC and Alembic caches at every frame of their rate, not at samples
+  Source(const std::string& file, Format format, const kelsdk::KelFrameRate& rate = {0, 0},
+         bool everyFrame = false);
 
   const CacheSummary& summary() const { return summary_; }
   CacheFile& cache() { return cache_; }
 
-  ElementType TypeOf(const ChannelSummary& channel);
   Moments MomentsOf(const ChannelSummary& channel);
-  /// Throws eFailed with the moment in words.
-  FetchedArray Fetch(const ChannelSummary& channel, const Moment& moment);
-  /// The same as floats, whatever the type; the length in floats.
+
+  /// The elements at a moment: of an archive those of its sample, not of the largest. Throws
+  /// eFailed with the moment in words, as do those below.
+  unsigned int ElementsAt(const ChannelSummary& channel, const Moment& moment);
+
+  /// Valid until the next fetch.
+  Array Fetch(const ChannelSummary& channel, const Moment& moment);
+
+  /// Through the object's own fetch: floats, of an archive as many as its largest sample has.
   const float* FetchFloats(const ChannelSummary& channel, const Moment& moment,
                            unsigned int* length);
 
-  /// The channel that a user names by number or name; throws eUsage for one that is not there.
-  const ChannelSummary& FindChannel(const std::string& numberOrName) const;
+  /// Of an archive's sample; empty for other caches and for moments between samples.
+  std::optional<SampleRun> RunAt(const ChannelSummary& channel, const Moment& moment);
 
  private:
+  Array FetchNC(const ChannelSummary& channel, const Moment& moment);
+  Array FetchAlembic(const ChannelSummary& channel, const Moment& moment);
+  unsigned int SampleAt(const ChannelSummary& channel, const Moment& moment);
+  void* RoomFor(const Array& array);
+  [[noreturn]] void Fail(const ChannelSummary& channel, const Moment& moment,
+                         const std::string& why) const;
+
   CacheFile cache_;
   CacheSummary summary_;
   bool everyFrame_;
-  std::vector<double> array_;  // room for any type, suitably aligned
+  std::vector<double> room_;  // suitably aligned for any type
 };
+
+/// Says on standard error that a PC2 file is cut short, which is then served for its whole samples.
+/// @return whether samples are missing that lie in the range
+bool SayWhatIsMissing(const Source& source, const FrameRange& range);
 
 }  // namespace kelcache

@@ -1,7 +1,9 @@
 #include "tools/summary.h"
 
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
+#include <numeric>
 
 #include "backends/zuPointCache2IO.h"
 #include "tools/tool_error.h"
@@ -46,18 +48,19 @@ void SummarisePC2(CacheFile& cache, CacheSummary* summary) {
   pc2.wholeSamples = reader.wholeSampleCount();
   summary->promisedSize = 32 + std::uint64_t{12} * pc2.points * pc2.samples;
   summary->complete = summary->fileSize >= *summary->promisedSize;
-  if (summary->frameRate == std::nullopt) {
-    summary->frameRate = kAssumedFrameRate;
+  if (!summary->rate.IsValid()) {
+    summary->rate = kAssumedFrameRate;
     summary->frameRateSource = "assumed";
   }
+  const double perSecond = summary->rate.PerSecond();
   ChannelSummary channel;
-  channel.samples = pc2.samples;
+  channel.samples = pc2.wholeSamples;
   channel.points = pc2.points;
   channel.sampling = "regular";
-  channel.interval = pc2.sampleRate / *summary->frameRate;
-  if (pc2.samples != 0) {
-    channel.start = pc2.startFrame / *summary->frameRate;
-    channel.end = (pc2.startFrame + (pc2.samples - 1) * pc2.sampleRate) / *summary->frameRate;
+  channel.interval = pc2.sampleRate / perSecond;
+  if (channel.samples != 0) {
+    channel.start = pc2.startFrame / perSecond;
+    channel.end = (pc2.startFrame + (channel.samples - 1) * pc2.sampleRate) / perSecond;
   }
   summary->channels.push_back(channel);
   summary->pc2 = pc2;
@@ -71,8 +74,9 @@ ChannelSummary SummariseNCChannel(CacheFile& cache, int index) {
   if (cache->GetChannelInterpretation(index, text, nullptr)) channel.interpretation = text.Buffer();
   auto type = KelCache::eNCUnknownData;
   if (cache->GetChannelDataType(index, type, nullptr)) channel.type = TypeName(type);
-  channel.components =
-      std::max(1U, kelsdk::GetTypeLength(static_cast<kelsdk::zuCacheData::zuCacheDataType>(type)));
+  const auto elementType = static_cast<ElementType>(type);
+  channel.components = std::max(1U, kelsdk::GetTypeLength(elementType));
+  channel.value = ValueTypeOf(elementType);
   cache->GetChannelSampleCount(index, channel.samples, nullptr);
   auto sampling = KelCache::eNCSamplingIrregular;
   cache->GetChannelSamplingType(index, sampling, nullptr);
@@ -95,9 +99,14 @@ ChannelSummary SummariseNCChannel(CacheFile& cache, int index) {
 void SummariseNC(CacheFile& cache, CacheSummary* summary) {
   const int count = cache->GetChannelCount(nullptr);
   for (int i = 0; i < count; ++i) summary->channels.push_back(SummariseNCChannel(cache, i));
-  const double stored = cache->GetSamplingFrameRate(nullptr);
-  if (summary->frameRate == std::nullopt && stored > 0) {
-    summary->frameRate = stored;
+  summary->ticksPerFrame = cache.NC().getTicksPerFrame();
+  if (!summary->rate.IsValid() && *summary->ticksPerFrame > 0) {
+    if (!cache.NC().exactFrameRate(summary->rate)) {
+      const int ticks = *summary->ticksPerFrame;
+      const int common = std::gcd(kTicksPerSecond, ticks);
+      summary->rate = {static_cast<std::uint32_t>(kTicksPerSecond / common),
+                       static_cast<std::uint32_t>(ticks / common)};
+    }
     summary->frameRateSource = "stored";
   }
   const int files = cache->GetCacheDataFileCount(nullptr);
@@ -123,6 +132,8 @@ const char* SamplingName(AlembicChannelInfo::ESampling sampling) {
 
 void SummariseAlembic(CacheFile& cache, CacheSummary* summary) {
   AlembicInterface& reader = cache.Alembic();
+  summary->problems = reader.GetProblemCount();
+  summary->complete = summary->problems == 0;
   for (int i = 0; i < reader.GetNumChannels(); ++i) {
     const auto index = static_cast<unsigned int>(i);
     AlembicChannelInfo info;
@@ -141,16 +152,18 @@ void SummariseAlembic(CacheFile& cache, CacheSummary* summary) {
     if (info.sampling == AlembicChannelInfo::eUniform && info.sampleCount > 1) {
       channel.interval = info.period;
     }
+    channel.value = info.value;
     summary->channels.push_back(channel);
   }
 }
 
 // A format without a stored rate: that of the first channel that moves at even steps.
 void DeriveFrameRate(CacheSummary* summary) {
-  if (summary->frameRate != std::nullopt) return;
+  if (summary->rate.IsValid()) return;
   for (const ChannelSummary& channel : summary->channels) {
     if (channel.samples < 2 || channel.interval.value_or(0) <= 0) continue;
-    summary->frameRate = 1 / *channel.interval;
+    summary->rate = kelsdk::KelFrameRate::FromComputed(1 / *channel.interval);
+    if (!summary->rate.IsValid()) continue;
     summary->frameRateSource = "derived";
     return;
   }
@@ -158,12 +171,30 @@ void DeriveFrameRate(CacheSummary* summary) {
 
 }  // namespace
 
-const ChannelSummary& CacheSummary::ChannelAt(int channel) const {
-  if (channel < 0 || static_cast<size_t>(channel) >= channels.size()) {
-    throw ToolError(eUsage, file + ": no channel " + std::to_string(channel) + ", it has " +
-                                std::to_string(channels.size()));
+const ChannelSummary& CacheSummary::FindChannel(const std::string& nameOrNumber) const {
+  for (const ChannelSummary& channel : channels) {
+    if (channel.name == nameOrNumber) return channel;
   }
-  return channels[static_cast<size_t>(channel)];
+  std::size_t number = 0;
+  const char* const end = nameOrNumber.data() + nameOrNumber.size();
+  const auto parsed = std::from_chars(nameOrNumber.data(), end, number);
+  if (parsed.ec != std::errc() || parsed.ptr != end) {
+    throw ToolError(eUsage, file + ": no channel \"" + nameOrNumber + '"');
+  }
+  if (number < channels.size()) return channels[number];
+  throw ToolError(eUsage, file + ": no channel " + nameOrNumber + ", it has " +
+                              std::to_string(channels.size()));
+}
+
+std::string CacheSummary::WhatIsMissing() const {
+  if (complete) return "";
+  if (pc2) {
+    return "holds " + std::to_string(pc2->wholeSamples) + " whole samples of " +
+           std::to_string(pc2->samples) + " claimed";
+  }
+  if (problems == 0) return "data files are missing";
+  return std::to_string(problems) + (problems == 1 ? " part is" : " parts are") +
+         " damaged and left out; verify tells which";
 }
 
 std::optional<double> CacheSummary::start() const {
@@ -192,14 +223,14 @@ std::optional<double> CacheSummary::duration() const {
   return longest;
 }
 
-CacheSummary Summarise(CacheFile& cache, double frameRate) {
+CacheSummary Summarise(CacheFile& cache, const kelsdk::KelFrameRate& rate) {
   CacheSummary summary;
   summary.file = cache.file();
   summary.format = cache.format();
   summary.fileSize = SizeOfFile(cache.file());
   summary.frameRateSource = "none";
-  if (frameRate > 0) {
-    summary.frameRate = frameRate;
+  if (rate.IsValid()) {
+    summary.rate = rate;
     summary.frameRateSource = "given";
   }
   switch (cache.format()) {

@@ -6,8 +6,11 @@
 #include <vector>
 
 #include "tools/cache_file.h"
+#include "tools/values.h"
 
 namespace kelcache {
+
+inline constexpr int kTicksPerSecond = 6000;
 
 /// What a cache says of one of its channels; what its format does not know is empty.
 struct ChannelSummary {
@@ -22,6 +25,7 @@ struct ChannelSummary {
   std::optional<double> end;           ///< seconds, last sample
   std::optional<std::string> sampling;
   std::optional<double> interval;  ///< seconds from one sample to the next
+  ValueType value = ValueType::eFloat32;
 };
 
 struct DataFileSummary {
@@ -42,17 +46,27 @@ struct PC2Summary {
 struct CacheSummary {
   std::string file;
   Format format = kelsdk::KelCache::eUnknownFormat;
-  std::optional<double> frameRate;  ///< frames per second
-  std::string frameRateSource;      ///< "stored", "derived", "assumed" or "none"
-  bool complete = true;             ///< the file holds all that its header promises
-  std::uint64_t fileSize = 0;       ///< bytes, data files included
+  kelsdk::KelFrameRate rate = {0, 0};  ///< exact; not valid: unknown
+  std::optional<int> ticksPerFrame;    ///< that an NC cache stores
+  std::string frameRateSource;         ///< "stored", "derived", "assumed" or "none"
+  bool complete = true;                ///< the file holds all that its header promises
+  unsigned long long problems = 0;     ///< damaged parts of an archive that are left out
+  std::uint64_t fileSize = 0;          ///< bytes, data files included
   std::optional<std::uint64_t> promisedSize;
   std::vector<ChannelSummary> channels;
   std::vector<DataFileSummary> dataFiles;
   std::optional<PC2Summary> pc2;
 
-  /// Throws eUsage for a channel that the cache does not have.
-  const ChannelSummary& ChannelAt(int channel) const;
+  /// Frames per second.
+  std::optional<double> frameRate() const {
+    return rate.IsValid() ? std::optional(rate.PerSecond()) : std::nullopt;
+  }
+
+  /// The channel that a user names by its name or number; throws eUsage for one that is not there.
+  const ChannelSummary& FindChannel(const std::string& nameOrNumber) const;
+
+  /// "holds 2 whole samples of 5", "data files are missing" ...; "" for a complete cache.
+  std::string WhatIsMissing() const;
 
   /// Seconds of the earliest first and the latest last sample.
   std::optional<double> start() const;
@@ -62,9 +76,9 @@ struct CacheSummary {
 };
 
 /// The frame rate that a PC2 cache, which has none, is shown at.
-inline constexpr double kAssumedFrameRate = 24.0;
+inline constexpr kelsdk::KelFrameRate kAssumedFrameRate = {24, 1};
 
-/// @param frameRate  frames per second that the user gave, or 0
-CacheSummary Summarise(CacheFile& cache, double frameRate = 0);
+/// @param rate  frames per second that the user gave; else not valid
+CacheSummary Summarise(CacheFile& cache, const kelsdk::KelFrameRate& rate = {0, 0});
 
 }  // namespace kelcache

@@ -2,8 +2,17 @@
 
 #include <CLI/CLI.hpp>
 #include <functional>
+#include <string>
 
+#include "host/KelTime.h"
 #include "tools/tool_error.h"
+
+namespace kelsdk {
+
+/// For the command line: "25", "23.976" (which stands for 24000/1001) or "24000/1001".
+bool lexical_cast(const std::string& text, KelFrameRate& rate);
+
+}  // namespace kelsdk
 
 namespace kelcache {
 

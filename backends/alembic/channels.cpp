@@ -204,8 +204,7 @@ bool ChannelList::ReadSample(std::uint32_t channel, std::uint32_t sample, void* 
   }
   if (bytes > room) {
     return error.Set(io::Error::eRefused, "a sample of %llu bytes, room for %llu",
-                     static_cast<unsigned long long>(bytes),
-                     static_cast<unsigned long long>(room));
+                     static_cast<unsigned long long>(bytes), static_cast<unsigned long long>(room));
   }
   if (halves) {
     ConvertToFloats(property.type, stored, static_cast<std::size_t>(bytes / sizeof(std::uint16_t)),

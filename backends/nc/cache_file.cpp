@@ -123,9 +123,8 @@ bool zuCacheFileInterface::addChannel(const char* channelName, const char* inter
   return Run(impl, false, [&] {
     nc::CacheWriter* const writer = impl->Writing();
     std::uint32_t index = 0;
-    if (writer == nullptr ||
-        !writer->AddChannel(channelName, interpretation, dataType, intervalTicks, &index,
-                            impl->error)) {
+    if (writer == nullptr || !writer->AddChannel(channelName, interpretation, dataType,
+                                                 intervalTicks, &index, impl->error)) {
       return false;
     }
     channelIndex = index;

@@ -136,13 +136,13 @@ bool CopySamples(zuPointCache2IO& from, const SampleRange& range, const Pc2Times
 
 // The samples that a PC2 file of a channel has.
 struct Pc2Plan {
-  SampleRange range;            // of an evenly spaced channel its samples, else frames
+  SampleRange range;  // of an evenly spaced channel its samples, else frames
   bool isEven = false;
   std::uint32_t pointCount = 0;
-  std::int32_t first = 0;       // tick of the channel's first sample
+  std::int32_t first = 0;  // tick of the channel's first sample
   double ticksPerFrame = 0;
-  double start = 0;             // frame of the first sample of the range
-  double interval = 1;          // frames
+  double start = 0;     // frame of the first sample of the range
+  double interval = 1;  // frames
 
   // The tick that frame `i` of a channel that is not even asks for.
   std::int32_t TickOf(std::uint32_t i) const {
@@ -173,8 +173,8 @@ bool CheckChannel(const Description& description, std::uint32_t channel, Error& 
   return error.Set(Error::eUnsupported, "a channel of %s holds no points", type.name);
 }
 
-bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& options,
-              Pc2Plan* plan, Error& error) {
+bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& options, Pc2Plan* plan,
+              Error& error) {
   if (!CheckRate(options, error) || !CheckChannel(session.Info(), channel, error)) return false;
   Times times{std::span<const SampleEntry>()};
   if (!session.TimesOf(channel, &times, error)) return false;
@@ -191,8 +191,8 @@ bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& opt
   }
   if (!TakeRange(options, static_cast<std::uint32_t>(samples), &plan->range, error)) return false;
   if (even) plan->interval = even->interval;
-  plan->start = (even ? even->start : plan->first / plan->ticksPerFrame) +
-                plan->range.first * plan->interval;
+  plan->start =
+      (even ? even->start : plan->first / plan->ticksPerFrame) + plan->range.first * plan->interval;
   if (!EqualCounts(session, channel, count, &plan->pointCount, error)) return false;
   if (plan->pointCount <= std::numeric_limits<std::int32_t>::max() / kPc2PointSize) return true;
   return error.Set(Error::eUnsupported, "%u points are beyond a PC2 file", plan->pointCount);

@@ -31,9 +31,9 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
                     const char* tag, const ConvertOptions& options, const Proceed& proceed,
                     io::Error& error);
 
-/// Writes a vector channel as a PC2 file: all samples of one that is evenly spaced to within a tick,
-/// else one for each frame. A range counts the samples of that PC2 file. Whatever cannot be converted
-/// is refused before anything is written. May throw std::bad_alloc.
+/// Writes a vector channel as a PC2 file: all samples of one that is evenly spaced to within a
+/// tick, else one for each frame. A range counts the samples of that PC2 file. Whatever cannot be
+/// converted is refused before anything is written. May throw std::bad_alloc.
 bool ConvertToPc2(const char* pc2FileName, const CacheName& name, std::uint32_t channel,
                   const ConvertOptions& options, const Proceed& proceed, io::Error& error);
 

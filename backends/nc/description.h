@@ -42,7 +42,8 @@ struct Description {
   bool isCompact = false;     ///< tag "ncc"
   bool isPerFrame = false;
   std::int32_t ticksPerFrame = 0;
-  KelFrameRate exactRate = {0, 0};  ///< where the ticks per frame are cut; not valid: they are exact
+  KelFrameRate exactRate = {0,
+                            0};  ///< where the ticks per frame are cut; not valid: they are exact
   std::vector<Channel> channels;
   TimeRuns times;  ///< per-frame layout: one file each
 

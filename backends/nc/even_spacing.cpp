@@ -40,14 +40,13 @@ std::optional<double> SimplestFrames(double low, double high, double ticksPerFra
 std::optional<EvenSpacing> FindRounded(const Times& times, double ticksPerFrame) {
   const double steps = times.Count() - 1;
   const double length = double(times.At(times.Count() - 1)) - times.At(0);
-  const auto interval =
-      SimplestFrames((length - 1) / steps, (length + 1) / steps, ticksPerFrame);
+  const auto interval = SimplestFrames((length - 1) / steps, (length + 1) / steps, ticksPerFrame);
   if (!interval) return {};
   const Lag lag = LagBehind(times, *interval * ticksPerFrame);
   if (lag.Spread() > 2 * (kHalfTick + kRoundingSlack)) return {};
-  const auto start = SimplestFrames(std::min(lag.most - kHalfTick, lag.least + kHalfTick),
-                                    std::max(lag.most - kHalfTick, lag.least + kHalfTick),
-                                    ticksPerFrame);
+  const auto start =
+      SimplestFrames(std::min(lag.most - kHalfTick, lag.least + kHalfTick),
+                     std::max(lag.most - kHalfTick, lag.least + kHalfTick), ticksPerFrame);
   if (!start) return {};
   return EvenSpacing{*start, *interval};
 }

@@ -13,8 +13,8 @@ struct EvenSpacing {
   double interval = 0;  ///< frames
 };
 
-/// The even spacing that a channel's samples lie within a tick of. Ticks are whole, so a step that is
-/// no whole number of them leaves each sample up to half a tick beside its place: of all the
+/// The even spacing that a channel's samples lie within a tick of. Ticks are whole, so a step that
+/// is no whole number of them leaves each sample up to half a tick beside its place: of all the
 /// spacings that can be meant, the one of the simplest numbers is given back.
 /// @param ticksPerFrame  exact, above 0
 /// @param soleInterval   ticks; what a single sample is followed after

@@ -20,9 +20,10 @@ struct FileHeader {
   Identity identity = {};
   std::uint64_t created = 0;  ///< nanoseconds since 1970
   std::int32_t ticksPerFrame = 0;
-  KelFrameRate exactRate = {0, 0};  ///< where the ticks per frame are cut; not valid: they are exact
-  bool isCompact = false;   ///< tag "ncc"
-  bool isPerFrame = false;  ///< the file holds one time of many
+  KelFrameRate exactRate = {0,
+                            0};  ///< where the ticks per frame are cut; not valid: they are exact
+  bool isCompact = false;        ///< tag "ncc"
+  bool isPerFrame = false;       ///< the file holds one time of many
 };
 
 struct RecordHeader {

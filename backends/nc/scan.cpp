@@ -78,10 +78,9 @@ class Assembler {
 
   // Arrays come in the order of their offsets.
   bool IsRepeatOfArray(std::uint32_t type, const SampleEntry& entry) const {
-    const auto array = std::lower_bound(arrays_.begin(), arrays_.end(), entry.offset,
-                                        [](const StoredArray& one, std::uint64_t offset) {
-                                          return one.entry.offset < offset;
-                                        });
+    const auto array = std::lower_bound(
+        arrays_.begin(), arrays_.end(), entry.offset,
+        [](const StoredArray& one, std::uint64_t offset) { return one.entry.offset < offset; });
     return array != arrays_.end() && array->type == type && array->entry.offset == entry.offset &&
            array->entry.storedSize == entry.storedSize && array->entry.count == entry.count &&
            array->entry.checksum == entry.checksum;

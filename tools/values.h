@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "backends/AlembicInterface.h"
+#include "backends/zuCacheFileInterface.h"
+
+namespace kelcache {
+
+/// The types that values are stored in, of all formats.
+using ValueType = AlembicChannelInfo::EValue;
+using ElementType = kelsdk::zuCacheData::zuCacheDataType;
+
+/// Calls `visit` with a null pointer to the C++ type of the values.
+template <typename Visit>
+decltype(auto) VisitType(ValueType type, Visit&& visit) {
+  switch (type) {
+    case ValueType::eBool:
+    case ValueType::eUint8: return visit(static_cast<const std::uint8_t*>(nullptr));
+    case ValueType::eInt8: return visit(static_cast<const std::int8_t*>(nullptr));
+    case ValueType::eUint16: return visit(static_cast<const std::uint16_t*>(nullptr));
+    case ValueType::eInt16: return visit(static_cast<const std::int16_t*>(nullptr));
+    case ValueType::eUint32: return visit(static_cast<const std::uint32_t*>(nullptr));
+    case ValueType::eInt32: return visit(static_cast<const std::int32_t*>(nullptr));
+    case ValueType::eUint64: return visit(static_cast<const std::uint64_t*>(nullptr));
+    case ValueType::eInt64: return visit(static_cast<const std::int64_t*>(nullptr));
+    case ValueType::eFloat64: return visit(static_cast<const double*>(nullptr));
+    case ValueType::eFloat32: break;
+  }
+  return visit(static_cast<const float*>(nullptr));
+}
+
+/// The values of one sample in the type that they are stored in; they belong to whoever fetched
+/// them.
+struct Array {
+  const void* values = nullptr;
+  ValueType type = ValueType::eFloat32;
+  unsigned int elements = 0;
+  unsigned int components = 1;  ///< values an element
+
+  std::size_t Count() const { return std::size_t{elements} * components; }
+
+  /// Calls `visit` with a pointer to the values.
+  template <typename Visit>
+  decltype(auto) Visited(Visit&& visit) const {
+    return VisitType(type, [&](auto* none) { return visit(static_cast<decltype(none)>(values)); });
+  }
+};
+
+std::size_t SizeOf(ValueType type);
+bool IsInteger(ValueType type);
+
+/// "0.1", "-7", "18446744073709551615": reads back to the same value; "nan", "inf", "-inf".
+std::string ValueText(const Array& array, std::size_t value);
+
+/// The values as the nearest floats, in `floats` where they are stored in another type.
+const float* AsFloats(const Array& array, std::vector<float>* floats);
+
+/// Values as a channel of an NC cache holds them.
+class ElementConverter {
+ public:
+  /// The array in an element type: itself where the values are of that type already. Null, with the
+  /// value in words, when one of them is not exactly a value of the element type.
+  const void* Convert(const Array& array, ElementType type, std::string* problem);
+
+ private:
+  std::vector<std::int32_t> integers_;
+  std::vector<double> doubles_;
+};
+
+/// The element type that holds values of a type exactly, where it does not depend on the values.
+ElementType ElementTypeOf(ValueType type, unsigned int components);
+
+/// Whether an element type holds values of a type only where they are small enough.
+inline bool IsWideInteger(ValueType type) {
+  return type == ValueType::eUint32 || type == ValueType::eInt64 || type == ValueType::eUint64;
+}
+
+/// The type of an element type's values.
+ValueType ValueTypeOf(ElementType type);
+
+}  // namespace kelcache
