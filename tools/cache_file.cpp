@@ -8,6 +8,7 @@
 
 #include "backends/zuPointCache2IO.h"
 #include "host/KelPathUtils.h"
+#include "tools/readable.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -136,6 +137,7 @@ CacheFile::~CacheFile() {
 }
 
 void CacheFile::OpenForRead() {
+  ExpectReadable(file_);
   const std::string absolute = Absolute(file_);
   const bool otherExtension =
       std::filesystem::path(absolute).extension().string() != ExtensionOf(format_);
@@ -143,7 +145,6 @@ void CacheFile::OpenForRead() {
     throw Failed(file_, "an NC cache is named by its description, BASE.xml");
   }
   std::error_code unknown;
-  if (std::filesystem::is_directory(absolute, unknown)) throw Failed(file_, "is a directory");
   std::optional<ExtensionLink> link;
   if (otherExtension && std::filesystem::exists(absolute, unknown)) {
     link.emplace(absolute, ExtensionOf(format_));

@@ -8,6 +8,7 @@
 #include "tools/interrupt.h"
 #include "tools/jobs.h"
 #include "tools/output.h"
+#include "tools/readable.h"
 #include "tools/target.h"
 #include "tools/verbs.h"
 
@@ -145,8 +146,7 @@ unsigned int ConvertOne(const std::string& in, const std::string& out,
   if (to == KelCache::eAlembicFormat) {
     throw ToolError(eUsage, out + ": Alembic archives are only read");
   }
-  std::error_code missing;
-  if (!std::filesystem::exists(in, missing)) throw Failed(in, "there is no such file");
+  ExpectReadable(in);
   const Target target(out, options.force);
   target.ExpectOtherThan(in);
   CatchInterrupts();

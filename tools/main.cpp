@@ -1,7 +1,10 @@
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
 
+#include "tools/interrupt.h"
+#include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -46,13 +49,15 @@ EExit Run(int argc, char** argv) {
 }  // namespace kelcache
 
 int main(int argc, char** argv) {
+  // A file that outgrows the limit set for it is then an error like any other, which is told and
+  // cleaned up after.
+  std::signal(SIGXFSZ, SIG_IGN);
+  kelcache::EndOnInterrupts();
   try {
     return kelcache::Run(argc, argv);
-  } catch (const kelcache::ToolError& error) {
-    std::fprintf(stderr, "kelcache: %s\n", error.what());
-    return error.status();
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "kelcache: %s\n", error.what());
-    return kelcache::eFailed;
+  } catch (const std::exception&) {
+    const kelcache::Failure failure = kelcache::CurrentFailure();
+    kelcache::PrintError(failure.line);
+    return failure.status;
   }
 }
