@@ -168,8 +168,8 @@ void TakeTo(ConvertOptions* options) {
     options->extension = word == "pc2" ? ".pc2" : ".xml";
     return;
   }
-  double frame = 0;
-  if (!CLI::detail::lexical_cast(word, frame)) {
+  const std::optional<double> frame = ParseNumber(word);
+  if (!frame) {
     throw CLI::ValidationError("--to", "\"" + word + "\" is neither a frame nor pc2, nc or xml");
   }
   options->range.to = frame;
@@ -199,24 +199,31 @@ void AddConvert(CLI::App& app, Work* work) {
   const auto options = std::make_shared<ConvertOptions>();
   CLI::App* verb = app.add_subcommand(
       "convert",
-      "Converts between PC2 and NC, and from Alembic to either. The target appears whole "
-      "or not at all, also after Ctrl-C");
+      "Converts between PC2 and NC, and from Alembic to either. The target appears whole or not at "
+      "all, also after Ctrl-C.");
+  verb->footer(
+      "Examples:\n  kelcache convert shot.pc2 shot.xml --rate 24 --compact\n"
+      "  kelcache convert body.abc body.pc2 --channel /body/.geom/P\n"
+      "  kelcache convert *.pc2 --to xml --jobs 4");
   verb->add_option("FILES", options->files, "IN OUT, or with --to any number of inputs")
       ->required();
   verb->add_option("--to", options->toWord,
                    "A number: the last scene frame. pc2, nc or xml: convert every input to that "
-                   "format, beside it");
+                   "format, beside it")
+      ->type_name("FRAME|pc2|nc|xml");
   verb->add_option("--jobs", options->jobs, "With --to: conversions at the same time")
-      ->check(CLI::PositiveNumber)
+      ->transform(WholeNumberFrom(1))
       ->capture_default_str();
   verb->add_option(
           "--rate", options->rate,
           "Frames per second. PC2, which stores none, is read at it (else 24); Alembic and "
           "parts of NC caches are then sampled at every frame of it")
-      ->check(CLI::PositiveNumber);
+      ->check(NumberAboveZero());
   verb->add_option("--channel", options->channel,
                    "Channel number or name (default: all for NC, the first for PC2)");
-  verb->add_option("--from", options->range.from, "First scene frame");
+  verb->add_option("--from", options->range.from, "First scene frame")
+      ->type_name("FRAME")
+      ->check(AnyNumber());
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
   verb->add_flag("--force", options->force, "Replace a cache that is there");

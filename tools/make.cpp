@@ -207,26 +207,35 @@ EExit Make(const MakeOptions& options) {
 
 void AddMake(CLI::App& app, Work* work) {
   const auto options = std::make_shared<MakeOptions>();
-  CLI::App* verb = app.add_subcommand(
-      "make",
-      "Writes a sheet of points that moves in waves, the same at every run: for trying "
-      "things out and for benchmarks");
+  CLI::App* verb = app.add_subcommand("make",
+                                      "Writes a sheet of points that moves in waves. It is the "
+                                      "same at every run: for trying things "
+                                      "out and for benchmarks.");
+  verb->footer(
+      "Examples:\n  kelcache make test.pc2 --points 100000 --frames 240\n"
+      "  kelcache make test.xml --points 500 --frames 24 --channels P,v,id \\\n"
+      "    --type floatVector,floatVector,int32");
   verb->add_option("FILE", options->file, "The cache to write, .pc2 or .xml")->required();
-  verb->add_option("--points", options->points, "Points per frame")->required();
-  verb->add_option("--frames", options->frames, "Frames")->required();
+  verb->add_option("--points", options->points, "Points per frame")
+      ->required()
+      ->transform(WholeNumberFrom(0));
+  verb->add_option("--frames", options->frames, "Frames")
+      ->required()
+      ->transform(WholeNumberFrom(0));
   verb->add_option("--fps", options->fps, "Frames per second")
-      ->check(CLI::PositiveNumber)
+      ->check(NumberAboveZero())
       ->capture_default_str();
   verb->add_option("--start", options->start, "Scene frame of the first sample")
+      ->check(AnyNumber())
       ->capture_default_str();
   verb->add_option("--channels", options->channels,
                    "NC: names of the channels (default: one, named after the file)")
       ->delimiter(',');
   verb->add_option("--type", options->types,
-                   "NC: element types of the channels, the last one for all further ones: double, "
-                   "doubleVector, int32, float, floatVector (default)")
+                   "NC: element types of the channels, the last one for all further ones (default: "
+                   "floatVector)")
       ->delimiter(',')
-      ->check(CLI::IsMember({"double", "doubleVector", "int32", "float", "floatVector"}));
+      ->check(OneOf({"double", "doubleVector", "int32", "float", "floatVector"}));
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
   verb->add_flag("--force", options->force, "Replace a cache that is there");

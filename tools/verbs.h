@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 
+#include "tools/options.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -21,11 +22,6 @@ void AddRecover(CLI::App& app, Work* work);
 void AddConvert(CLI::App& app, Work* work);
 void AddDiff(CLI::App& app, Work* work);
 void AddRetime(CLI::App& app, Work* work);
-
-/// The option --as, common to the verbs that open a file.
-inline void AddAsOption(CLI::App* verb, std::string* asName) {
-  verb->add_option("--as", *asName, "Read the file as this format, whatever its extension")
-      ->check(CLI::IsMember({"pc2", "nc", "alembic"}));
-}
+void AddHelp(CLI::App& app, Work* work);
 
 }  // namespace kelcache

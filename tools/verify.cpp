@@ -129,12 +129,13 @@ void AddVerify(CLI::App& app, Work* work) {
   const auto options = std::make_shared<VerifyOptions>();
   CLI::App* verb = app.add_subcommand(
       "verify",
-      "Reads everything of each cache and checks every size, index and checksum that its "
-      "format has. Prints one line per problem, nothing for a sound cache; exit status 1 "
-      "when there is any problem");
+      "Checks every size, index and checksum of caches. Each is read whole; a problem is a line of "
+      "output, a sound cache none. Exit status 1 for damage, 3 for a file that the system does not "
+      "deliver.");
+  verb->footer("Example:\n  kelcache verify *.xml *.pc2 *.abc --jobs 8");
   verb->add_option("FILE", options->files, "The caches")->required();
   verb->add_option("--jobs", options->jobs, "Caches read at the same time")
-      ->check(CLI::PositiveNumber)
+      ->transform(WholeNumberFrom(1))
       ->capture_default_str();
   AddAsOption(verb, &options->asName);
   verb->callback([=] { *work = [=] { return Verify(*options); }; });

@@ -178,5 +178,75 @@ class MakingTheImpossible(CommandTest):
         self.assertIn("29.97 frames per second became 30", made.stderr)
 
 
+class Options(CommandTest):
+    def test_values_are_refused_in_words(self):
+        path = self.pc2("one.pc2", 1, 1, [0] * 3)
+        play, dump, retime = ["play", path], ["dump", path], ["retime", path, self.folder / "x.pc2"]
+        make = ["make", self.folder / "x.xml", "--points", 1, "--frames"]
+        for option, words, *line in [
+                ("--loop", '"0" is not a whole number of at least 1', *play, "--loop", 0),
+                ("--loop", "at most 4294967295", *play, "--loop", 4294967296),
+                ("--jobs", "a whole number of at least 1", "verify", path, "--jobs", "2.5"),
+                ("--frames", "a whole number of at least 0", *make, "0x10"),
+                ("--frames", "a whole number of at least 0", *make, -1),
+                ("--fps", "a number above 0", *make, 1, "--fps", "nan"),
+                ("--start", "a finite number", *make, 1, "--start=-inf"),
+                ("--rate", "a number above 0", *play, "--rate", "inf"),
+                ("--from", "a finite number", *play, "--from", "nan"),
+                ("--to", "a finite number", *play, "--to", "1e999"),
+                ("--to", "neither a frame nor", "convert", path, "x.xml", "--to", "inf"),
+                ("--frame", "a finite number", *dump, "--frame", "1,5"),
+                ("--format", '"xml" is none of json, csv', *dump, "--frame", 1, "--format", "xml"),
+                ("--offset", "a finite number", *retime, "--offset", "nan"),
+                ("--scale", "a number above 0", *retime, "--scale", "0"),
+                ("--tolerance", "a number of at least 0", "diff", path, path, "--tolerance", "nan")]:
+            self.expect_error(USAGE, f"kelcache: {option}: ", *line)
+            self.expect_error(USAGE, words, *line)
+        self.assertEqual(self.contents(), ["one.pc2"])
+
+    def test_numbers_are_decimal(self):
+        self.run_done("make", self.folder / "x.pc2", "--points", "010", "--frames", "+2")
+        pc2 = self.info(self.folder / "x.pc2")["pc2"]
+        self.assertEqual((pc2["points"], pc2["samples"]), (10, 2))
+
+
+class Help(CommandTest):
+    VERBS = "info play dump verify diff convert retime make recover help".split()
+
+    def test_without_arguments(self):
+        bare = run()
+        self.assertEqual((bare.returncode, bare.stdout), (USAGE, ""))
+        self.assertEqual(bare.stderr, self.run_done("--help"))
+        self.assertEqual(bare.stderr, self.run_done("help"))
+        self.assertRegex(self.run_done("--version"), r"^kelcache \d+\.\d+\.\d+\n$")
+
+    def test_every_verb_is_explained_at_any_width(self):
+        summary = self.run_done("help")
+        self.assertTrue(summary.startswith("usage: kelcache VERB"))
+        for verb in self.VERBS:
+            self.assertRegex(summary, f"\n  {verb} +[A-Z]")
+            narrow, usual, wide = [run(verb, "-h", env={**os.environ, "COLUMNS": str(columns)})
+                                   .stdout for columns in (40, 80, 200)]
+            self.assertEqual(run("help", verb, env={**os.environ, "COLUMNS": "80"}).stdout, usual)
+            self.assertTrue(usual.startswith(f"usage: kelcache {verb}"))
+            self.assertIn("\nExample", usual)
+            self.assertEqual(narrow.split(), usual.split())
+            self.assertEqual(wide.split(), usual.split())
+            self.assertLessEqual(max(map(len, usual.splitlines())), 80)
+            # What cannot be broken, names and examples, stays as it is.
+            long = [line for line in narrow.splitlines() if len(line) > 40]
+            self.assertTrue(all(line.startswith("  ") and line in usual.splitlines()
+                                or len(line.split()) == 2 for line in long), long)
+
+    def test_mistakes_are_met_with_suggestions(self):
+        for words, *line in [('no verb "conver"; did you mean convert?', "conver", "a", "b"),
+                             ("did you mean recover?", "rec"), ("did you mean dump?", "dmup"),
+                             ("kelcache --help lists them", "frobnicate"),
+                             ("did you mean play?", "help", "paly"),
+                             ("--frobnicate: there is no such option", "--frobnicate"),
+                             ("FILE is required; kelcache play --help tells more", "play")]:
+            self.expect_error(USAGE, words, *line)
+
+
 if __name__ == "__main__":
     unittest.main()
