@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "host/KelPathUtils.h"
+#include "tools/readable.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -107,6 +108,7 @@ CacheFile::~CacheFile() {
 }
 
 void CacheFile::OpenForRead() {
+  ExpectReadable(file_);
   const std::string absolute = Absolute(file_);
   const bool otherExtension =
       std::filesystem::path(absolute).extension().string() != ExtensionOf(format_);
@@ -114,7 +116,6 @@ void CacheFile::OpenForRead() {
     throw Failed(file_, "an NC cache is named by its description, BASE.xml");
   }
   std::error_code unknown;
-  if (std::filesystem::is_directory(absolute, unknown)) throw Failed(file_, "is a directory");
   std::optional<ExtensionLink> link;
   if (otherExtension && std::filesystem::exists(absolute, unknown)) {
     link.emplace(absolute, ExtensionOf(format_));

@@ -8,7 +8,9 @@
 #include "tools/interrupt.h"
 #include "tools/jobs.h"
 #include "tools/output.h"
+#include "tools/readable.h"
 #include "tools/target.h"
+#include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -17,6 +19,18 @@ namespace {
 using kelsdk::KelCache;
 using kelsdk::zuCacheFileInterface;
 
+const std::map<std::string, EResample> kResample = {{"hold", EResample::eHold},
+                                                    {"linear", EResample::eLinear}};
+const std::map<std::string, EPad> kPad = {
+    {"last", EPad::eLast}, {"nan", EPad::eNan}, {"zero", EPad::eZero}};
+
+template <typename Choice>
+std::vector<std::string> WordsOf(const std::map<std::string, Choice>& choices) {
+  std::vector<std::string> words;
+  for (const auto& [word, choice] : choices) words.push_back(word);
+  return words;
+}
+
 struct ConvertOptions {
   std::vector<std::string> files;  // IN OUT, or with `extension` any number of IN
   std::string toWord;              // --to as typed: a frame or a format
@@ -24,7 +38,9 @@ struct ConvertOptions {
   std::string channel;
   FrameRange range;
   kelsdk::KelFrameRate rate = {0, 0};
+  std::string resampleWord;  // as typed
   EResample resample = EResample::eNone;
+  std::string padWord;  // as typed
   EPad pad = EPad::eNone;
   bool snapFrames = false;
   bool perFrame = false;
@@ -35,11 +51,12 @@ struct ConvertOptions {
 
 // Follows one of the library's own conversions.
 struct Watch {
-  explicit Watch(bool progress) : show(progress) {}
+  Watch(bool progress, const std::string& target) : show(progress), file(target) {}
 
   static bool Proceed(void* context, unsigned int done, unsigned int total) {
     auto* watch = static_cast<Watch*>(context);
-    if (watch->bar == nullptr) watch->bar = std::make_unique<Progress>(total, watch->show);
+    if (watch->bar == nullptr)
+      watch->bar = std::make_unique<Progress>(total, watch->show, watch->file);
     watch->bar->Show(done);
     watch->samples = done;
     return !WasInterrupted();
@@ -47,6 +64,7 @@ struct Watch {
   static void Report(void* context, const char* line) { static_cast<Watch*>(context)->why = line; }
 
   bool show;
+  std::string file;
   std::unique_ptr<Progress> bar;
   unsigned int samples = 0;
   std::string why;
@@ -70,9 +88,10 @@ void SayWhenTimesMove(const Source& source, double ticksPerFrame) {
   const bool exact = IsWhole(pc2.startFrame * ticksPerFrame) &&
                      (pc2.samples < 2 || IsWhole(pc2.sampleRate * ticksPerFrame));
   if (!exact) {
-    Note(source.summary().file,
-         "sample times were rounded to ticks, 6000 to the second; at another --rate they may "
-         "fall on ticks");
+    PrintError(
+        source.summary().file +
+        ": sample times were rounded to ticks, 6000 to the second; at another --rate they may "
+        "fall on ticks");
   }
 }
 
@@ -99,7 +118,7 @@ std::uint64_t PC2ToNC(Source& source, const std::string& out, const ConvertOptio
   if (!options.snapFrames) part.exactRate = rate.exactRate;
   const auto layout =
       options.perFrame ? zuCacheFileInterface::eFilePerFrame : zuCacheFileInterface::eSingleFile;
-  Watch watch(progress);
+  Watch watch(progress, out);
   if (!zuCacheFileInterface::convertFromPc2(
           source.summary().file.c_str(), target.folder.c_str(), target.baseName.c_str(), layout,
           options.compact ? "ncc" : "ncx", rate.ticksPerFrame, part, Watched(&watch))) {
@@ -118,7 +137,7 @@ std::uint64_t NCToPC2(Source& source, const std::string& out, const ConvertOptio
   const ChannelSummary& channel = source.summary().FindChannel(options.channel);
   auto part = PartOf(source, channel, options.range);
   part.exactRate = rate.exactRate;
-  Watch watch(progress);
+  Watch watch(progress, out);
   if (!zuCacheFileInterface::convertToPc2(out.c_str(), name.folder.c_str(), name.baseName.c_str(),
                                           static_cast<unsigned int>(channel.index),
                                           rate.ticksPerFrame, part, Watched(&watch))) {
@@ -199,8 +218,7 @@ Converted ConvertOne(const std::string& in, const std::string& out, const Conver
   const Format from = FormatOf(in, "");
   const Format to = FormatOf(out, "");
   ExpectOptionsFor(to, out, options);
-  std::error_code missing;
-  if (!std::filesystem::exists(in, missing)) throw Failed(in, "there is no such file");
+  ExpectReadable(in);
   const Target target(out, options.force);
   target.ExpectOtherThan(in);
   CatchInterrupts();
@@ -219,8 +237,8 @@ void TakeTo(ConvertOptions* options) {
     options->extension = word == "pc2" ? ".pc2" : ".xml";
     return;
   }
-  double frame = 0;
-  if (!CLI::detail::lexical_cast(word, frame)) {
+  const std::optional<double> frame = ParseNumber(word);
+  if (!frame) {
     throw CLI::ValidationError("--to", "\"" + word + "\" is neither a frame nor pc2, nc or xml");
   }
   options->range.to = frame;
@@ -269,39 +287,48 @@ void AddConvert(CLI::App& app, Work* work) {
   const auto options = std::make_shared<ConvertOptions>();
   CLI::App* verb = app.add_subcommand(
       "convert",
-      "Converts between PC2 and NC, and from Alembic to either. The target appears whole "
-      "or not at all, also after Ctrl-C");
+      "Converts between PC2 and NC, and from Alembic to either. The target appears whole or not at "
+      "all, also after Ctrl-C.");
+  verb->footer(
+      "Examples:\n  kelcache convert shot.pc2 shot.xml --rate 24 --compact\n"
+      "  kelcache convert body.abc body.pc2 --channel /body/.geom/P\n"
+      "  kelcache convert *.pc2 --to xml --jobs 4");
   verb->add_option("FILES", options->files, "IN OUT, or with --to any number of inputs")
       ->required();
   verb->add_option("--to", options->toWord,
                    "A number: the last scene frame. pc2, nc or xml: convert every input to that "
-                   "format, beside it");
+                   "format, beside it")
+      ->type_name("FRAME|pc2|nc|xml");
   verb->add_option("--jobs", options->jobs, "With --to: conversions at the same time")
-      ->check(CLI::PositiveNumber)
+      ->transform(WholeNumberFrom(1))
       ->capture_default_str();
   verb->add_option("--rate", options->rate,
-                   "Frames per second, such as 25 or 24000/1001, that frames are counted at: PC2 "
-                   "stores none (else 24), NC and Alembic samples keep their times");
-  verb->add_option("--resample", options->resample,
-                   "One value for each frame in place of the samples: hold takes the last sample "
+                   "Frames per second, such as 25 or 24000/1001, that frames are counted at. PC2 "
+                   "stores none (else 24); NC and Alembic samples keep their times")
+      ->type_name("FPS")
+      ->check(FrameRate());
+  verb->add_option("--resample", options->resampleWord,
+                   "One value for each frame in place of the samples. hold takes the last sample "
                    "before it, linear the points between two")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, EResample>{
-          {"hold", EResample::eHold}, {"linear", EResample::eLinear}}));
-  verb->add_option("--pad", options->pad,
-                   "PC2: what samples of fewer points than others get for the rest: nan, zero or "
-                   "last, their own last point")
-      ->transform(CLI::CheckedTransformer(std::map<std::string, EPad>{
-          {"nan", EPad::eNan}, {"zero", EPad::eZero}, {"last", EPad::eLast}}));
+      ->check(OneOf(WordsOf(kResample)));
+  verb->add_option("--pad", options->padWord,
+                   "PC2: what samples of fewer points than others get for the rest, last being "
+                   "their own last point")
+      ->check(OneOf(WordsOf(kPad)));
   verb->add_flag("--snap-frames", options->snapFrames,
                  "NC: move frames to whole ticks: 23.976 frames per second become 24");
   verb->add_option("--channel", options->channel,
                    "Channel number or name (default: all for NC, the first for PC2)");
-  verb->add_option("--from", options->range.from, "First scene frame");
+  verb->add_option("--from", options->range.from, "First scene frame")
+      ->type_name("FRAME")
+      ->check(AnyNumber());
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
   verb->add_flag("--force", options->force, "Replace a cache that is there");
   verb->callback([=] {
     TakeTo(options.get());
+    if (!options->resampleWord.empty()) options->resample = kResample.at(options->resampleWord);
+    if (!options->padWord.empty()) options->pad = kPad.at(options->padWord);
     *work = [=] { return Convert(*options); };
   });
 }

@@ -5,6 +5,7 @@
 
 #include "tools/interrupt.h"
 #include "tools/output.h"
+#include "tools/terminal.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -17,7 +18,7 @@ void PrintCopied(const std::string& file, std::uint64_t samples) {
 
 void SayWhatPC2Rounds(const ChannelSummary& channel, const std::string& target) {
   if (channel.value != ValueType::eFloat64) return;
-  Note(target, "doubles were rounded to 32-bit floats, which PC2 stores");
+  PrintError(target + ": doubles were rounded to 32-bit floats, which PC2 stores");
 }
 
 TickRate::TickRate(const kelsdk::KelFrameRate& rate) {

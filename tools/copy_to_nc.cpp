@@ -176,7 +176,7 @@ class Copier {
         ticks_(ticks),
         channels_(channels),
         target_(options.target),
-        progress_(total, options.progress) {}
+        progress_(total, options.progress, options.target) {}
 
   void Run(Sink& sink) {
     for (unsigned int c = 0; c < tracks_.size(); ++c) Queue(c, 0);

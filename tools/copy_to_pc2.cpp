@@ -132,7 +132,7 @@ std::uint64_t CopyToPC2(Source& source, const CopyOptions& options) {
                                 kelsdk::KelNearestFloat(options.map.At(spacing.start)),
                                 kelsdk::KelNearestFloat(spacing.interval * options.map.scale));
   Padder padder(options.pad, points);
-  Progress progress(track->Count(), options.progress);
+  Progress progress(track->Count(), options.progress, options.target);
   for (std::uint64_t i = 0; i < track->Count(); ++i) {
     ThrowIfInterrupted();
     const Moment moment = track->At(i);

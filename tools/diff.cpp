@@ -145,7 +145,7 @@ class ChannelComparer {
                           std::to_string(momentsB.count()) + " samples");
     }
     const std::uint64_t common = std::min(momentsA.count(), momentsB.count());
-    Progress progress(common, true);
+    Progress progress(common, true, b_.summary().file);
     for (std::uint64_t i = 0; i < common; ++i) {
       const Moment atA = momentsA.At(i);
       const Moment atB = momentsB.At(i);
@@ -236,14 +236,15 @@ void AddDiff(CLI::App& app, Work* work) {
   const auto options = std::make_shared<DiffOptions>();
   CLI::App* verb = app.add_subcommand(
       "diff",
-      "Compares two caches of any formats sample by sample: counts, times, values as stored. "
-      "Prints a line per difference and the largest one; exit status 0 equal, 1 different");
+      "Compares two caches of any formats sample by sample. Counts, times and values as stored; "
+      "prints a line per difference and the largest one. Exit status 0 equal, 1 different.");
+  verb->footer("Example:\n  kelcache diff a.pc2 b.xml --tolerance 1e-6");
   verb->add_option("A", options->a, "One cache")->required();
   verb->add_option("B", options->b, "The other")->required();
   verb->add_option("--channel", options->channel,
                    "Channel number or name (default: all; the first where one is PC2)");
   verb->add_option("--tolerance", options->tolerance, "Values that differ by no more are equal")
-      ->check(CLI::NonNegativeNumber)
+      ->check(NumberFromZero())
       ->capture_default_str();
   verb->callback([=] { *work = [=] { return Diff(*options); }; });
 }

@@ -113,17 +113,23 @@ void AddDump(CLI::App& app, Work* work) {
   const auto options = std::make_shared<DumpOptions>();
   CLI::App* verb = app.add_subcommand(
       "dump",
-      "Prints the values of one moment as they are stored, each in the shortest form that reads "
-      "back to the same value");
+      "Prints the values of one moment as they are stored. Each has the shortest form that reads "
+      "back to the same value.");
+  verb->footer(
+      "Examples:\n  kelcache dump shot.pc2 --frame 12\n  kelcache dump sim.xml --sample 0 "
+      "--format csv");
   verb->add_option("FILE", options->file, "The cache")->required();
   auto* moment = verb->add_option_group("moment", "Which moment");
-  moment->add_option("--frame", options->frame,
-                     "Scene frame: the sample there, else the last one before it");
-  moment->add_option("--sample", options->sample, "Sample number, from 0");
+  moment
+      ->add_option("--frame", options->frame,
+                   "Scene frame: the sample there, else the last one before it")
+      ->type_name("FRAME")
+      ->check(AnyNumber());
+  moment->add_option("--sample", options->sample, "Sample number")->transform(WholeNumberFrom(0));
   moment->require_option(1);
   verb->add_option("--channel", options->channel, "Channel number or name")->capture_default_str();
   verb->add_option("--format", options->format, "json: one object; csv: a line per element")
-      ->check(CLI::IsMember({"json", "csv"}))
+      ->check(OneOf({"json", "csv"}))
       ->capture_default_str();
   AddAsOption(verb, &options->asName);
   verb->callback([=] { *work = [=] { return Dump(*options); }; });

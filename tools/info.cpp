@@ -212,8 +212,11 @@ void AddInfo(CLI::App& app, Work* work) {
   const auto options = std::make_shared<InfoOptions>();
   CLI::App* verb = app.add_subcommand(
       "info",
-      "Shows what a cache holds: format, frame rate and where it comes from (stored, derived from "
-      "the spacing of the samples, assumed), first and last frame and time, channels, size");
+      "Shows what a cache holds. That is its format, the frame rate and where it comes from "
+      "(stored, "
+      "derived from the spacing of the samples, assumed), first and last frame and time, channels "
+      "and size.");
+  verb->footer("Examples:\n  kelcache info shot.pc2\n  kelcache info body.abc --tree");
   verb->add_option("FILE", options->file, "The cache")->required();
   auto* json = verb->add_flag("--json", options->json, "Print one JSON object");
   verb->add_flag("--tree", options->tree,

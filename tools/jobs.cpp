@@ -3,7 +3,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+#include <system_error>
 #include <thread>
+
+#include "tools/interrupt.h"
+#include "tools/terminal.h"
 
 namespace kelcache {
 namespace {
@@ -14,60 +18,101 @@ struct Outcome {
   bool finished = false;
 };
 
-Outcome Run(const std::string& input, const std::function<JobResult(const std::string&)>& work) {
-  Outcome outcome;
-  try {
-    outcome.result = work(input);
-  } catch (const ToolError& error) {
-    outcome.result.status = error.status();
-    outcome.error = error.what();
-  } catch (const std::exception& error) {
-    outcome.result.status = eFailed;
-    outcome.error = input + ": " + error.what();
-  }
-  outcome.finished = true;
-  return outcome;
-}
+class Jobs {
+ public:
+  using Function = std::function<JobResult(const std::string&)>;
 
-void Print(const Outcome& outcome) {
-  for (const std::string& line : outcome.result.lines) std::printf("%s\n", line.c_str());
-  if (!outcome.error.empty()) std::fprintf(stderr, "kelcache: %s\n", outcome.error.c_str());
-}
+  Jobs(const std::vector<std::string>& inputs, const Function& work)
+      : inputs_(inputs), work_(work), outcomes_(inputs.size()) {}
+
+  void Run(unsigned int jobs) {
+    std::vector<std::thread> threads;
+    const size_t wanted = std::min<size_t>(jobs, inputs_.size());
+    try {
+      while (threads.size() + 1 < wanted) threads.emplace_back([this] { Work(); });
+    } catch (const std::system_error&) {
+      // The system gives no more threads: those that there are do it all.
+    }
+    Work();
+    for (std::thread& thread : threads) thread.join();
+  }
+
+  EExit Summarise(const char* done) const {
+    EExit worst = next_ < inputs_.size() ? InterruptStatus() : eDone;
+    size_t succeeded = 0;
+    size_t failed = 0;
+    for (const Outcome& outcome : outcomes_) {
+      worst = std::max(worst, outcome.result.status);
+      if (outcome.finished && outcome.result.status == eDone) ++succeeded;
+      if (outcome.result.status != eDone && !WasEnded(outcome)) ++failed;
+    }
+    if (worst > eFailed) PrintError("interrupted");
+    if (inputs_.size() > 1) {
+      std::string line = std::to_string(inputs_.size()) + " files, " + std::to_string(succeeded) +
+                         ' ' + done + ", " + std::to_string(failed) + " failed";
+      const size_t open = inputs_.size() - succeeded - failed;
+      if (open != 0) line += ", " + std::to_string(open) + " not done";
+      PrintError(line);
+    }
+    return worst;
+  }
+
+ private:
+  static bool WasEnded(const Outcome& outcome) { return outcome.result.status > eFailed; }
+
+  void Work() {
+    std::unique_lock lock(mutex_);
+    while (next_ < inputs_.size() && !WasInterrupted()) {
+      const size_t mine = next_++;
+      lock.unlock();
+      Outcome outcome = RunOne(inputs_[mine]);
+      lock.lock();
+      outcomes_[mine] = std::move(outcome);
+      for (; printed_ < outcomes_.size() && outcomes_[printed_].finished; ++printed_) {
+        Print(outcomes_[printed_]);
+      }
+    }
+  }
+
+  Outcome RunOne(const std::string& input) const {
+    Outcome outcome;
+    try {
+      outcome.result = work_(input);
+    } catch (const ToolError&) {
+      const Failure failure = CurrentFailure();
+      outcome.result.status = failure.status;
+      outcome.error = failure.line;
+    } catch (const std::exception&) {
+      const Failure failure = CurrentFailure();
+      outcome.result.status = failure.status;
+      outcome.error = input + ": " + failure.line;
+    }
+    outcome.finished = true;
+    return outcome;
+  }
+
+  // The end by a signal is told once, for all.
+  static void Print(const Outcome& outcome) {
+    for (const std::string& line : outcome.result.lines) PrintLine(stdout, line);
+    std::fflush(stdout);
+    if (!outcome.error.empty() && !WasEnded(outcome)) PrintError(outcome.error);
+  }
+
+  const std::vector<std::string>& inputs_;
+  const Function& work_;
+  std::mutex mutex_;
+  std::vector<Outcome> outcomes_;
+  size_t next_ = 0;
+  size_t printed_ = 0;
+};
 
 }  // namespace
 
 EExit RunJobs(const std::vector<std::string>& inputs, unsigned int jobs,
               const std::function<JobResult(const std::string& input)>& work, const char* done) {
-  std::vector<Outcome> outcomes(inputs.size());
-  std::mutex mutex;
-  size_t next = 0;
-  size_t printed = 0;
-  const auto worker = [&] {
-    std::unique_lock lock(mutex);
-    while (next < inputs.size()) {
-      const size_t mine = next++;
-      lock.unlock();
-      Outcome outcome = Run(inputs[mine], work);
-      lock.lock();
-      outcomes[mine] = std::move(outcome);
-      for (; printed < outcomes.size() && outcomes[printed].finished; ++printed) {
-        Print(outcomes[printed]);
-      }
-    }
-  };
-  std::vector<std::thread> threads;
-  const size_t others = std::min<size_t>(jobs, inputs.size());
-  for (size_t i = 1; i < others; ++i) threads.emplace_back(worker);
-  worker();
-  for (std::thread& thread : threads) thread.join();
-
-  if (inputs.size() == 1) return outcomes[0].result.status;
-  const auto failed = static_cast<size_t>(
-      std::count_if(outcomes.begin(), outcomes.end(),
-                    [](const Outcome& outcome) { return outcome.result.status != eDone; }));
-  std::fprintf(stderr, "kelcache: %zu files, %zu %s, %zu failed\n", inputs.size(),
-               inputs.size() - failed, done, failed);
-  return failed == 0 ? eDone : eFound;
+  Jobs all(inputs, work);
+  all.Run(jobs);
+  return all.Summarise(done);
 }
 
 }  // namespace kelcache

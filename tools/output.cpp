@@ -1,11 +1,12 @@
 #include "tools/output.h"
 
-#include <unistd.h>
-
+#include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <filesystem>
+
+#include "tools/terminal.h"
 
 namespace kelcache {
 namespace {
@@ -16,6 +17,19 @@ std::string Shortest(Number value) {
   if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
   char text[64];
   return {text, std::to_chars(text, text + sizeof text, value).ptr};
+}
+
+// "1:02", with hours "1:02:03".
+std::string DurationText(double seconds) {
+  constexpr double kMost = 359999;  // 99:59:59
+  const auto whole = static_cast<unsigned int>(std::min(std::ceil(seconds), kMost));
+  char text[32];
+  if (whole < 3600) {
+    std::snprintf(text, sizeof text, "%u:%02u", whole / 60, whole % 60);
+  } else {
+    std::snprintf(text, sizeof text, "%u:%02u:%02u", whole / 3600, whole / 60 % 60, whole % 60);
+  }
+  return text;
 }
 
 }  // namespace
@@ -44,27 +58,62 @@ std::string SizeText(std::uint64_t bytes) {
   return text;
 }
 
-void Note(const std::string& file, const std::string& what) {
-  std::fprintf(stderr, "kelcache: %s: %s\n", file.c_str(), what.c_str());
+Progress::Progress(std::uint64_t total, bool wanted, const std::string& file)
+    : total_(total), active_(wanted && total > 0 && IsTerminal(stderr)) {
+  if (active_) name_ = Printable(std::filesystem::path(file).filename().string());
 }
 
-Progress::Progress(std::uint64_t total, bool wanted)
-    : total_(total), active_(wanted && total > 0 && ::isatty(STDERR_FILENO) == 1) {}
+// The share always; of the rest what there is room for, the more useful first.
+std::string Progress::Line(std::uint64_t done, double seconds, unsigned int columns) const {
+  constexpr double kSettled = 0.3;  // seconds after which a speed means something
+  constexpr unsigned int kLongestName = 24;
+  constexpr unsigned int kShortestBar = 8;
+  constexpr unsigned int kLongestBar = 40;
+  const double part = double(done) / double(total_);
+  char text[32];
+  std::snprintf(text, sizeof text, "%3u%%", static_cast<unsigned int>(part * 100));
+  const std::string share = text;
+  unsigned int room = columns - std::min(columns, static_cast<unsigned int>(share.size()));
+  const auto fits = [&room](const std::string& words) {
+    if (words.size() > room) return std::string();
+    room -= static_cast<unsigned int>(words.size());
+    return words;
+  };
+  std::string left;
+  std::string speed;
+  if (seconds >= kSettled && done != 0) {
+    const double perSecond = double(done) / seconds;
+    left = fits("  " + DurationText(double(total_ - done) / perSecond) + " left");
+    std::snprintf(text, sizeof text, perSecond < 100 ? "  %.1f samples/s" : "  %.0f samples/s",
+                  perSecond);
+    speed = fits(text);
+  }
+  std::string name;
+  const unsigned int wanted = std::min(WidthOf(name_), kLongestName);
+  if (wanted != 0 && room > wanted) {
+    name = std::string(TailOf(name_, kLongestName)) + " ";
+    room -= WidthOf(name);
+  }
+  std::string bar;
+  if (room >= kShortestBar + 4) {
+    const unsigned int length = std::min(room - 4, kLongestBar);
+    const auto filled = static_cast<unsigned int>(part * length);
+    bar = "  [" + std::string(filled, '#') + std::string(length - filled, '.') + ']';
+  }
+  return name + share + bar + speed + left;
+}
 
 void Progress::Show(std::uint64_t done) {
   if (!active_) return;
-  constexpr int kWidth = 40;
-  constexpr std::int64_t kInterval = 50;
-  const auto now = std::chrono::duration_cast<std::chrono::milliseconds>(
-                       std::chrono::steady_clock::now().time_since_epoch())
-                       .count();
+  constexpr auto kInterval = std::chrono::milliseconds(50);
+  const auto now = Clock::now();
   if (drawn_ && done < total_ && now - lastDrawn_ < kInterval) return;
   lastDrawn_ = now;
   drawn_ = true;
-  const double share = double(done) / double(total_);
-  const int filled = static_cast<int>(share * kWidth);
-  std::fprintf(stderr, "\r[%s%s] %3.0f%%", std::string(static_cast<size_t>(filled), '#').c_str(),
-               std::string(static_cast<size_t>(kWidth - filled), '.').c_str(), share * 100);
+  const double seconds = std::chrono::duration<double>(now - begun_).count();
+  // One column stays free: terminals differ in what they do after the last one.
+  const std::string line = Line(std::min(done, total_), seconds, ColumnsOf(stderr) - 1);
+  std::fprintf(stderr, "\r%s\033[K", line.c_str());
   std::fflush(stderr);
 }
 

@@ -135,18 +135,27 @@ void AddPlay(CLI::App& app, Work* work) {
   const auto options = std::make_shared<PlayOptions>();
   CLI::App* verb = app.add_subcommand(
       "play",
-      "Fetches every frame of a channel and prints what it found: frames, points, bounding "
-      "box, bytes, speed of the fetches");
+      "Fetches every frame of a channel. Prints what it found: frames, points, bounding box, bytes "
+      "and the speed of the fetches.");
+  verb->footer(
+      "Examples:\n  kelcache play shot.pc2 --stats\n  kelcache play sim.xml --from 10 --to 20 "
+      "--loop 5");
   verb->add_option("FILE", options->file, "The cache")->required();
   verb->add_option("--channel", options->channel, "Channel number or name")->capture_default_str();
-  verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)");
-  verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)");
+  verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)")
+      ->type_name("FRAME")
+      ->check(AnyNumber());
+  verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)")
+      ->type_name("FRAME")
+      ->check(AnyNumber());
   verb->add_option("--rate", options->rate,
                    "Frames per second: NC and Alembic caches are visited at every frame of this "
                    "rate instead of at every sample; PC2 caches, which store no rate, take it as "
-                   "theirs");
+                   "theirs")
+      ->type_name("FPS")
+      ->check(FrameRate());
   verb->add_option("--loop", options->loop, "Play this many times")
-      ->check(CLI::PositiveNumber)
+      ->transform(WholeNumberFrom(1))
       ->capture_default_str();
   verb->add_flag("--quiet", options->quiet, "No progress bar, one line of result");
   verb->add_flag("--stats", options->stats,

@@ -54,8 +54,9 @@ void AddRecover(CLI::App& app, Work* work) {
   const auto file = std::make_shared<std::string>();
   CLI::App* verb = app.add_subcommand(
       "recover",
-      "Completes what a dead writer of a PC2 or NC cache left behind, puts it in the "
-      "cache's place and says how many whole samples it saved");
+      "Completes what a dead writer left behind. The whole samples of the PC2 or NC cache that was "
+      "being written take the cache's place; it says how many they are.");
+  verb->footer("Example:\n  kelcache recover sim.xml");
   verb->add_option("FILE", *file, "The cache that was being written")->required();
   verb->callback([=] { *work = [=] { return Recover(*file); }; });
 }

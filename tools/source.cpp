@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/output.h"
+#include "tools/terminal.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -136,7 +137,7 @@ bool SayWhatIsMissing(const Source& source, const FrameRange& range) {
   const CacheSummary& summary = source.summary();
   if (!summary.pc2 || summary.complete || summary.pc2->points == 0) return false;
   const PC2Summary& pc2 = *summary.pc2;
-  Note(summary.file, "cut short: " + summary.WhatIsMissing());
+  PrintError(summary.file + ": cut short: " + summary.WhatIsMissing());
   const double firstMissing = pc2.startFrame + pc2.wholeSamples * pc2.sampleRate;
   const double lastMissing = pc2.startFrame + (pc2.samples - 1.0) * pc2.sampleRate;
   return !(range.to && std::min(firstMissing, lastMissing) > *range.to + kFrameTolerance) &&

@@ -5,8 +5,9 @@
 
 namespace kelcache {
 
-/// Exit status of the command.
-enum EExit {
+/// Exit status of the command. A command that a signal ended has 128 + the signal's number, as
+/// shells count. Of several, the largest is the worst.
+enum EExit : int {
   eDone = 0,
   eFound = 1,   ///< a check found damage or differences
   eUsage = 2,   ///< wrong usage
@@ -26,5 +27,15 @@ class ToolError : public std::runtime_error {
 inline ToolError Failed(const std::string& file, const std::string& reason) {
   return {eFailed, file + ": " + reason};
 }
+
+/// A caught exception as the user is told of it.
+struct Failure {
+  EExit status = eFailed;
+  std::string line;
+};
+
+/// The exception that is being handled; for use in catch blocks only. What fails after a signal
+/// was caught, failed because of it.
+Failure CurrentFailure();
 
 }  // namespace kelcache

@@ -4,15 +4,8 @@
 #include <functional>
 #include <string>
 
-#include "host/KelTime.h"
+#include "tools/options.h"
 #include "tools/tool_error.h"
-
-namespace kelsdk {
-
-/// For the command line: "25", "23.976" (which stands for 24000/1001) or "24000/1001".
-bool lexical_cast(const std::string& text, KelFrameRate& rate);
-
-}  // namespace kelsdk
 
 namespace kelcache {
 
@@ -30,11 +23,6 @@ void AddRecover(CLI::App& app, Work* work);
 void AddConvert(CLI::App& app, Work* work);
 void AddDiff(CLI::App& app, Work* work);
 void AddRetime(CLI::App& app, Work* work);
-
-/// The option --as, common to the verbs that open a file.
-inline void AddAsOption(CLI::App* verb, std::string* asName) {
-  verb->add_option("--as", *asName, "Read the file as this format, whatever its extension")
-      ->check(CLI::IsMember({"pc2", "nc", "alembic"}));
-}
+void AddHelp(CLI::App& app, Work* work);
 
 }  // namespace kelcache

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <memory>
@@ -6,6 +7,7 @@
 #include "backends/zuPointCache2IO.h"
 #include "tools/cache_file.h"
 #include "tools/jobs.h"
+#include "tools/readable.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -80,11 +82,29 @@ void VerifyNC(const std::string& file, Problems* problems) {
                                        problems);
 }
 
+// BASE.ncx, BASEFrame12.ncc and the like.
+bool IsDataFileName(const std::string& name, const std::string& base) {
+  if (!name.starts_with(base) || !(name.ends_with(".ncx") || name.ends_with(".ncc"))) return false;
+  return name.size() == base.size() + 4 || name.compare(base.size(), 5, "Frame") == 0;
+}
+
+// Whether the system fails to deliver a file of a cache that has problems: then it cannot be told
+// whether the cache is damaged. Data files that are missing are damage.
+bool SystemFailsOn(const std::string& file, Format format) {
+  if (SystemFails(file)) return true;
+  if (format != kelsdk::KelCache::eNCFormat) return false;
+  const NCName name(file);
+  std::error_code unlisted;
+  std::filesystem::directory_iterator entries(name.folder, unlisted);
+  return std::any_of(begin(entries), end(entries), [&](const auto& entry) {
+    return IsDataFileName(entry.path().filename().string(), name.baseName) &&
+           SystemFails(entry.path().string());
+  });
+}
+
 JobResult VerifyFile(const std::string& file, const std::string& asName) {
   const Format format = FormatOf(file, asName);
-  std::error_code failed;
-  if (!std::filesystem::exists(file, failed)) throw Failed(file, "there is no such file");
-  if (std::filesystem::is_directory(file, failed)) throw Failed(file, "is a directory");
+  ExpectReadable(file);
   Problems problems(file);
   switch (format) {
     case kelsdk::KelCache::ePC2Format: VerifyPC2(file, &problems); break;
@@ -92,7 +112,9 @@ JobResult VerifyFile(const std::string& file, const std::string& asName) {
     case kelsdk::KelCache::eAlembicFormat: VerifyAlembic(file, &problems); break;
     case kelsdk::KelCache::eUnknownFormat: break;
   }
-  return problems.Take();
+  JobResult result = problems.Take();
+  if (result.status == eFound && SystemFailsOn(file, format)) result.status = eFailed;
+  return result;
 }
 
 EExit Verify(const VerifyOptions& options) {
@@ -107,12 +129,13 @@ void AddVerify(CLI::App& app, Work* work) {
   const auto options = std::make_shared<VerifyOptions>();
   CLI::App* verb = app.add_subcommand(
       "verify",
-      "Reads everything of each cache and checks every size, index and checksum that its "
-      "format has. Prints one line per problem, nothing for a sound cache; exit status 1 "
-      "when there is any problem");
+      "Checks every size, index and checksum of caches. Each is read whole; a problem is a line of "
+      "output, a sound cache none. Exit status 1 for damage, 3 for a file that the system does not "
+      "deliver.");
+  verb->footer("Example:\n  kelcache verify *.xml *.pc2 *.abc --jobs 8");
   verb->add_option("FILE", options->files, "The caches")->required();
   verb->add_option("--jobs", options->jobs, "Caches read at the same time")
-      ->check(CLI::PositiveNumber)
+      ->transform(WholeNumberFrom(1))
       ->capture_default_str();
   AddAsOption(verb, &options->asName);
   verb->callback([=] { *work = [=] { return Verify(*options); }; });

@@ -1,59 +1,14 @@
-"""The kelcache command as a user meets it: output, error lines, exit status.
-
-The command's path comes from the environment variable KELCACHE.
-"""
+"""The kelcache command as a user meets it: output, error lines, exit status."""
 
 import json
 import os
-import pathlib
-import signal
 import struct
 import subprocess
 import sys
-import tempfile
 import time
 import unittest
 
-COMMAND = os.environ["KELCACHE"]
-DATA = pathlib.Path(__file__).resolve().parent.parent / "data"
-READER = DATA.parent.parent / "examples" / "read_nc.py"
-DONE, FOUND, USAGE, FAILED = 0, 1, 2, 3
-
-
-def run(*words, cwd=None):
-    return subprocess.run([COMMAND, *map(str, words)], capture_output=True, text=True, cwd=cwd)
-
-
-def float32(value):
-    return struct.unpack("<f", struct.pack("<f", value))[0]
-
-
-class CommandTest(unittest.TestCase):
-    def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = pathlib.Path(scratch.name)
-
-    def run_done(self, *words):
-        done = run(*words)
-        self.assertEqual((done.returncode, done.stderr), (DONE, ""), words)
-        return done.stdout
-
-    def info(self, path):
-        return json.loads(self.run_done("info", path, "--json"))
-
-    def expect_error(self, status, line, *words):
-        failed = run(*words)
-        self.assertEqual(failed.returncode, status, failed.stderr)
-        self.assertEqual(failed.stdout, "")
-        self.assertEqual(failed.stderr.count("\n"), 1, failed.stderr)
-        self.assertIn(line, failed.stderr)
-
-    def pc2(self, name, points, samples, data, start=0.0, rate=1.0):
-        path = self.folder / name
-        header = struct.pack("<12siiffi", b"POINTCACHE2\0", 1, points, start, rate, samples)
-        path.write_bytes(header + struct.pack(f"<{len(data)}f", *data))
-        return path
+from support import (COMMAND, DATA, DONE, FAILED, FOUND, READER, USAGE, CommandTest, float32, run)
 
 
 class RealFiles(CommandTest):
@@ -132,7 +87,7 @@ class Failures(CommandTest):
     def test_files_that_cannot_be_opened(self):
         header = self.pc2("header.pc2", 3, 2, [0] * 8).read_bytes()
         cases = {
-            "none": (None, "Cache file not found: "),
+            "none": (None, "there is no such file"),
             "short": (header[:31], "not a PC2 file: 31 bytes, the header alone takes 32"),
             "signature": (header.replace(b"2\0", b"2 "), "not a PC2 file: bad signature"),
             "version": (header.replace(b"\1", b"\2", 1), "Unsupported file version"),
@@ -154,8 +109,7 @@ class Failures(CommandTest):
 
     def test_usage(self):
         path = self.pc2("one.pc2", 1, 1, [0] * 3)
-        for line, *words in [("--help tells more",),
-                             ("the extension tells no format", "info", "shot.cache"),
+        for line, *words in [("the extension tells no format", "info", "shot.cache"),
                              ("name its description", "info", "shot.ncx"),
                              ("no channel 1, it has 1", "play", path, "--channel", 1),
                              ("only Alembic", "info", path, "--tree")]:
@@ -166,9 +120,13 @@ class Failures(CommandTest):
         path = self.pc2("cut.pc2", 1, 5, [0] * 7)
         self.assertFalse(self.info(path)["complete"])
         self.assertIn("no: holds 2 whole samples of 5", self.run_done("info", path))
-        self.expect_error(FAILED, "frame 2: sample 2 is not in the file: it holds 2 whole samples",
-                          "play", path)
-        self.assertIn("2 frames", self.run_done("play", path, "--to", 1))
+        for range, status in [([], FOUND), (["--to", 1], DONE), (["--from", 1], FOUND)]:
+            played = run("play", path, *range)
+            self.assertEqual(played.returncode, status, range)
+            self.assertEqual(played.stderr.count("holds 2 whole samples of 5 claimed"), 1)
+        for target in ("whole.xml", "whole.pc2"):
+            self.assertEqual(run("convert", path, self.folder / target).returncode, FOUND)
+            self.assertIn("2 frames (0 to 1)", self.run_done("play", self.folder / target))
 
     def test_another_extension(self):
         path = self.pc2("cache.bin", 1, 1, [1, 2, 3])
@@ -283,7 +241,8 @@ class Converting(CommandTest):
         nc, back = self.folder / "shot.xml", self.folder / "back.pc2"
         self.assertIn("rounded to ticks", run("convert", path, nc).stderr)
         self.run_done("diff", path, nc)
-        self.assertIn("one per frame was taken", run("convert", nc, back).stderr)
+        self.run_done("convert", nc, back)
+        self.assertEqual(back.read_bytes(), path.read_bytes())
 
     def test_alembic_to_both(self):
         for name in ("mesh_24fps.abc", "mesh_ntsc.abc", "xforms.abc"):
@@ -302,14 +261,12 @@ class Converting(CommandTest):
     def test_refusals_leave_nothing(self):
         source = self.pc2("in.pc2", 1, 2, [0] * 6)
         kept = self.pc2("kept.pc2", 1, 1, [0] * 3)
-        cut = self.pc2("cut.pc2", 1, 5, [0] * 7)
         scalar = self.folder / "scalar.xml"
         self.run_done("make", scalar, "--points", 2, "--frames", 2, "--type", "float")
         before = sorted(os.listdir(self.folder))
         cases = [
             (FAILED, "exists already", source, kept),
             (USAGE, "is the source itself", source, source, "--force"),
-            (FAILED, "5 samples claimed, 2 in the file", cut, self.folder / "out.xml"),
             (FAILED, "holds no points", scalar, self.folder / "out.pc2"),
             (USAGE, "Invalid sampling rate", source, self.folder / "out.xml", "--rate", 7000),
             (FAILED, "", source, self.folder / "none" / "out.xml"),
@@ -327,19 +284,6 @@ class Converting(CommandTest):
         self.assertIn("2 files, 2 converted, 0 failed", done.stderr)
         for path in inputs:
             self.run_done("diff", path, path.with_suffix(".xml"))
-
-    def test_interruption_leaves_nothing(self):
-        self.run_done("make", self.folder / "big.pc2", "--points", 200000, "--frames", 200)
-        before = sorted(os.listdir(self.folder))
-        running = subprocess.Popen([COMMAND, "convert", str(self.folder / "big.pc2"),
-                                    str(self.folder / "out.xml"), "--compact"],
-                                   stderr=subprocess.PIPE, text=True)
-        while sorted(os.listdir(self.folder)) == before and running.poll() is None:
-            time.sleep(0.01)
-        running.send_signal(signal.SIGINT)
-        self.assertIn("interrupted", running.communicate()[1])
-        self.assertEqual(running.returncode, FAILED)
-        self.assertEqual(sorted(os.listdir(self.folder)), before)
 
     def test_diff_finds_and_tolerates(self):
         a = self.pc2("a.pc2", 2, 2, [0] * 12)

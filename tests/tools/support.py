@@ -1,0 +1,72 @@
+"""What the tests of the kelcache command share.
+
+The command's path comes from the environment variable KELCACHE.
+"""
+
+import json
+import os
+import pathlib
+import signal
+import struct
+import subprocess
+import tempfile
+import unittest
+
+COMMAND = os.environ["KELCACHE"]
+DATA = pathlib.Path(__file__).resolve().parent.parent / "data"
+READER = DATA.parent.parent / "examples" / "read_nc.py"
+DONE, FOUND, USAGE, FAILED = 0, 1, 2, 3
+
+
+def run(*words, **more):
+    return subprocess.run([COMMAND, *map(str, words)], capture_output=True, text=True, **more)
+
+
+def begin(*words, ignored=()):
+    """Starts the command with the signals as a shell's foreground leaves them."""
+    def settle():
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            signal.signal(number, signal.SIG_IGN if number in ignored else signal.SIG_DFL)
+    return subprocess.Popen([COMMAND, *map(str, words)], stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True, preexec_fn=settle)
+
+
+def float32(value):
+    return struct.unpack("<f", struct.pack("<f", value))[0]
+
+
+class CommandTest(unittest.TestCase):
+    def setUp(self):
+        scratch = tempfile.TemporaryDirectory()
+        self.addCleanup(scratch.cleanup)
+        self.folder = pathlib.Path(scratch.name)
+
+    def run_done(self, *words):
+        done = run(*words)
+        self.assertEqual((done.returncode, done.stderr), (DONE, ""), words)
+        return done.stdout
+
+    def info(self, path):
+        return json.loads(self.run_done("info", path, "--json"))
+
+    def expect_error(self, status, line, *words):
+        failed = run(*words)
+        self.assertEqual(failed.returncode, status, failed.stderr)
+        self.assertEqual(failed.stdout, "")
+        self.assertEqual(failed.stderr.count("\n"), 1, failed.stderr)
+        self.assertIn(line, failed.stderr)
+
+    def pc2(self, name, points, samples, data, start=0.0, rate=1.0):
+        path = self.folder / name
+        header = struct.pack("<12siiffi", b"POINTCACHE2\0", 1, points, start, rate, samples)
+        path.write_bytes(header + struct.pack(f"<{len(data)}f", *data))
+        return path
+
+    def sparse_pc2(self, name, points=100000, samples=10000):
+        """All zeros, and on a disk nearly nothing: for what takes long."""
+        path = self.pc2(name, points, samples, [])
+        os.truncate(path, 32 + 12 * points * samples)
+        return path
+
+    def contents(self):
+        return sorted(os.listdir(self.folder))

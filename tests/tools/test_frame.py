@@ -1,0 +1,256 @@
+"""What all verbs of the kelcache command have in common: signals, exit statuses, disks that are
+full, options, help, what a terminal shows."""
+
+import os
+import resource
+import shutil
+import signal
+import subprocess
+import time
+import unittest
+
+from support import COMMAND, DATA, DONE, FAILED, FOUND, USAGE, CommandTest, begin, run
+
+SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+
+
+class Interruption(CommandTest):
+    def wait_until(self, running, ready):
+        while running.poll() is None and not ready():
+            time.sleep(0.005)
+        self.assertIsNone(running.poll())
+
+    def expect_ended(self, running, number, *more):
+        running.send_signal(number)
+        _, errors = running.communicate()
+        self.assertEqual(errors.splitlines(), ["kelcache: interrupted", *more])
+        self.assertEqual(running.returncode, 128 + number)
+
+    def test_writers_leave_nothing(self):
+        source = self.sparse_pc2("in.pc2")
+        other = self.sparse_pc2("other.pc2")
+        make = ["--points", 10000, "--frames", 1000000]
+        out = self.folder / "out.xml"
+        verbs = [
+            ["make", self.folder / "out.pc2", *make],
+            ["make", out, *make],
+            ["make", out, "--per-frame", "--compact", *make],
+            ["convert", source, out],
+            ["convert", source, out, "--from", 1],
+            ["retime", source, self.folder / "out.pc2", "--offset", 1],
+        ]
+        before = self.contents()
+        for i, words in enumerate(verbs):
+            running = begin(*words)
+            self.wait_until(running, lambda: self.contents() != before)
+            self.expect_ended(running, SIGNALS[i % 3])
+            self.assertEqual(self.contents(), before, words)
+        # Of several inputs none is begun any more.
+        running = begin("convert", source, other, "--to", "xml")
+        self.wait_until(running, lambda: self.contents() != before)
+        self.expect_ended(running, signal.SIGINT,
+                          "kelcache: 2 files, 0 converted, 0 failed, 2 not done")
+        self.assertEqual(self.contents(), before)
+
+    def test_readers_end_at_once(self):
+        path = self.sparse_pc2("in.pc2")
+        for words in (["play", path, "--loop", 1000000], ["verify", path, path]):
+            for number in SIGNALS:
+                running = begin(*words)
+                caught = f"/proc/{running.pid}/status"
+                bit = 1 << (number - 1)
+
+                def handles():
+                    with open(caught) as status:
+                        (mask,) = [line for line in status if line.startswith("SigCgt")]
+                    return int(mask.split()[1], 16) & bit
+                self.wait_until(running, handles)
+                self.expect_ended(running, number)
+
+    def test_what_was_ignored_stays_so(self):
+        path = self.folder / "out.pc2"
+        running = begin("make", path, "--points", 10000, "--frames", 1000, ignored=SIGNALS)
+        self.wait_until(running, self.contents)
+        for number in SIGNALS:
+            running.send_signal(number)
+        running.communicate()
+        self.assertEqual(running.returncode, DONE)
+        self.assertEqual(self.contents(), ["out.pc2"])
+
+
+class Statuses(CommandTest):
+    def test_of_files_that_the_system_does_not_give(self):
+        loop = self.folder / "loop.pc2"
+        loop.symlink_to("loop.pc2")
+        (self.folder / "folder.pc2").mkdir()
+        os.mkfifo(self.folder / "pipe.pc2")
+        cases = [("none.pc2", "there is no such file"), ("none.xml", "there is no such file"),
+                 ("none.abc", "there is no such file"),
+                 ("loop.pc2", "Too many levels of symbolic links"),
+                 ("folder.pc2", "is a directory"), ("pipe.pc2", "is not a regular file")]
+        out = self.folder / "out.xml"
+        for name, words in cases:
+            path = self.folder / name
+            for verb in (["info", path], ["play", path], ["dump", path, "--sample", 0],
+                         ["verify", path], ["diff", path, path], ["retime", path, out, "--rate", 9],
+                         ["convert", path, out]):
+                failed = run(*verb)
+                self.assertEqual(failed.returncode, FAILED, verb)
+                self.assertIn(words, failed.stderr, verb)
+                self.assertEqual(failed.stderr.count(str(path)), 1, failed.stderr)
+
+    def test_of_several_inputs_the_worst_wins(self):
+        sound = self.pc2("sound.pc2", 1, 1, [0] * 3)
+        damaged = self.pc2("damaged.pc2", 1, 5, [0] * 7)
+        none = self.folder / "none.pc2"
+        unknown = self.folder / "sound.txt"
+        for status, *inputs in [(DONE, sound, sound), (FOUND, damaged, sound),
+                                (USAGE, damaged, unknown), (FAILED, none, damaged, unknown, sound)]:
+            self.assertEqual(run("verify", *inputs).returncode, status, inputs)
+        # One whole, one cut short; then both targets are there.
+        convert = ["convert", sound, damaged, "--to", "xml"]
+        self.assertEqual(run(*convert).returncode, FOUND)
+        self.assertEqual(run(*convert).returncode, FAILED)
+        self.assertEqual(run("convert", sound, "--to", "xml").returncode, FAILED)
+
+    def test_verify_tells_a_disk_that_fails_from_damage(self):
+        # A file that opens, and whose reads fail.
+        self.assertEqual(run("verify", "/proc/self/mem", "--as", "pc2").returncode, FAILED)
+        path = self.folder / "cache.xml"
+        self.run_done("make", path, "--points", 9, "--frames", 3)
+        data = path.with_suffix(".ncx")
+        data.unlink()
+        self.assertEqual(run("verify", path).returncode, FOUND)
+        data.symlink_to(data.name)
+        self.assertEqual(run("verify", path).returncode, FAILED)
+
+
+class FullDisks(CommandTest):
+    WRITERS = [["make", "out.pc2", "--points", 10000, "--frames", 100],
+               ["make", "out.xml", "--points", 10000, "--frames", 100],
+               ["make", "out.xml", "--points", 100000, "--frames", 9, "--per-frame", "--compact"],
+               ["retime", DATA / "pc2" / "jelly_drop.pc2", "out.pc2", "--offset", 1],
+               ["convert", DATA / "pc2" / "jelly_drop.pc2", "out.xml"]]
+
+    def expect_told(self, reason, folder, **more):
+        for words in self.WRITERS:
+            target = next(str(word) for word in words if str(word).startswith("out."))
+            failed = run(*words, cwd=folder, **more)
+            self.assertEqual(failed.returncode, FAILED, failed.stderr)
+            self.assertRegex(failed.stderr, f"^kelcache: .*writing .*: {reason}\n$")
+            if words[0] == "make":
+                self.assertTrue(failed.stderr.startswith(f"kelcache: {target}: "), failed.stderr)
+            self.assertEqual(os.listdir(folder), [], words)
+
+    def test_a_limit_on_the_file_size(self):
+        most = 20000
+        self.expect_told("File too large", self.folder, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_FSIZE, (most, most)))
+
+    def test_a_disk_without_room(self):
+        if os.geteuid() != 0 or shutil.which("mount") is None:
+            self.skipTest("only root can make a small disk")
+        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16k", "none", self.folder],
+                                 capture_output=True)
+        if mounted.returncode != 0:
+            self.skipTest("this system lets no disk be mounted")
+        self.addCleanup(subprocess.run, ["umount", self.folder])
+        self.expect_told("No space left on device", self.folder)
+
+
+class MakingTheImpossible(CommandTest):
+    def test_is_refused_before_anything_is_written(self):
+        for words, target, points, frames, *more in [
+                ("takes 4294967304 bytes", "a.pc2", 357913942, 1),
+                ("2147483647 are the most", "a.pc2", 1, 2147483648),
+                ("does not fit the 32-bit float", "a.pc2", 1, 1, "--start", 1e39),
+                ("does not fit the 32-bit float", "a.pc2", 1, 1, "--start", 16777217),
+                ("takes 4294967304 bytes", "a.xml", 178956971, 1, "--channels", "a,b", "--type",
+                 "float,doubleVector"),
+                ("frame 8589935 lies beyond", "a.xml", 1, 8589936),
+                ("frame -8589935 lies beyond", "a.xml", 1, 1, "--start", -8589935),
+                ("not 1 to 2147483647 ticks", "a.xml", 1, 1, "--fps", 7000)]:
+            self.expect_error(USAGE, words, "make", self.folder / target, "--points", points,
+                              "--frames", frames, *more)
+        self.assertEqual(self.contents(), [])
+
+    def test_a_rate_of_no_whole_ticks_is_noted(self):
+        path = self.folder / "a.xml"
+        self.run_done("make", path, "--points", 1, "--frames", 100, "--fps", 29.97)
+        info = self.info(path)
+        self.assertEqual((info["exactFrameRate"], info["ticksPerFrame"]), ("30000/1001", 200))
+        self.assertIn("100 frames (0 to 99)", self.run_done("play", path))
+
+
+class Options(CommandTest):
+    def test_values_are_refused_in_words(self):
+        path = self.pc2("one.pc2", 1, 1, [0] * 3)
+        play, dump, retime = ["play", path], ["dump", path], ["retime", path, self.folder / "x.pc2"]
+        make = ["make", self.folder / "x.xml", "--points", 1, "--frames"]
+        for option, words, *line in [
+                ("--loop", '"0" is not a whole number of at least 1', *play, "--loop", 0),
+                ("--loop", "at most 4294967295", *play, "--loop", 4294967296),
+                ("--jobs", "a whole number of at least 1", "verify", path, "--jobs", "2.5"),
+                ("--frames", "a whole number of at least 0", *make, "0x10"),
+                ("--frames", "a whole number of at least 0", *make, -1),
+                ("--fps", "a number above 0", *make, 1, "--fps", "nan"),
+                ("--start", "a finite number", *make, 1, "--start=-inf"),
+                ("--rate", "a number above 0", *play, "--rate", "inf"),
+                ("--from", "a finite number", *play, "--from", "nan"),
+                ("--to", "a finite number", *play, "--to", "1e999"),
+                ("--to", "neither a frame nor", "convert", path, "x.xml", "--to", "inf"),
+                ("--frame", "a finite number", *dump, "--frame", "1,5"),
+                ("--format", '"xml" is none of json, csv', *dump, "--frame", 1, "--format", "xml"),
+                ("--offset", "a finite number", *retime, "--offset", "nan"),
+                ("--scale", "a number above 0", *retime, "--scale", "0"),
+                ("--tolerance", "a number of at least 0", "diff", path, path, "--tolerance", "nan")]:
+            self.expect_error(USAGE, f"kelcache: {option}: ", *line)
+            self.expect_error(USAGE, words, *line)
+        self.assertEqual(self.contents(), ["one.pc2"])
+
+    def test_numbers_are_decimal(self):
+        self.run_done("make", self.folder / "x.pc2", "--points", "010", "--frames", "+2")
+        pc2 = self.info(self.folder / "x.pc2")["pc2"]
+        self.assertEqual((pc2["points"], pc2["samples"]), (10, 2))
+
+
+class Help(CommandTest):
+    VERBS = "info play dump verify diff convert retime make recover help".split()
+
+    def test_without_arguments(self):
+        bare = run()
+        self.assertEqual((bare.returncode, bare.stdout), (USAGE, ""))
+        self.assertEqual(bare.stderr, self.run_done("--help"))
+        self.assertEqual(bare.stderr, self.run_done("help"))
+        self.assertRegex(self.run_done("--version"), r"^kelcache \d+\.\d+\.\d+\n$")
+
+    def test_every_verb_is_explained_at_any_width(self):
+        summary = self.run_done("help")
+        self.assertTrue(summary.startswith("usage: kelcache VERB"))
+        for verb in self.VERBS:
+            self.assertRegex(summary, f"\n  {verb} +[A-Z]")
+            narrow, usual, wide = [run(verb, "-h", env={**os.environ, "COLUMNS": str(columns)})
+                                   .stdout for columns in (40, 80, 200)]
+            self.assertEqual(run("help", verb, env={**os.environ, "COLUMNS": "80"}).stdout, usual)
+            self.assertTrue(usual.startswith(f"usage: kelcache {verb}"))
+            self.assertIn("\nExample", usual)
+            self.assertEqual(narrow.split(), usual.split())
+            self.assertEqual(wide.split(), usual.split())
+            self.assertLessEqual(max(map(len, usual.splitlines())), 80)
+            # What cannot be broken, names and examples, stays as it is.
+            long = [line for line in narrow.splitlines() if len(line) > 40]
+            self.assertTrue(all(line.startswith("  ") and line in usual.splitlines()
+                                or len(line.split()) == 2 for line in long), long)
+
+    def test_mistakes_are_met_with_suggestions(self):
+        for words, *line in [('no verb "conver"; did you mean convert?', "conver", "a", "b"),
+                             ("did you mean recover?", "rec"), ("did you mean dump?", "dmup"),
+                             ("kelcache --help lists them", "frobnicate"),
+                             ("did you mean play?", "help", "paly"),
+                             ("--frobnicate: there is no such option", "--frobnicate"),
+                             ("FILE is required; kelcache play --help tells more", "play")]:
+            self.expect_error(USAGE, words, *line)
+
+
+if __name__ == "__main__":
+    unittest.main()

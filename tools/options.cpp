@@ -1,0 +1,105 @@
+#include "tools/options.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+
+namespace kelcache {
+namespace {
+
+template <typename Number>
+std::optional<Number> Parse(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+  Number number{};
+  const char* end = text.data() + text.size();
+  const auto parsed = std::from_chars(text.data(), end, number);
+  if (parsed.ec != std::errc() || parsed.ptr != end) return {};
+  return number;
+}
+
+// `shown`: whether help says the words too.
+CLI::Validator Numbers(const char* words, bool shown, bool (*isOne)(double)) {
+  const auto check = [=](std::string& text) {
+    const std::optional<double> number = ParseNumber(text);
+    return number && isOne(*number) ? std::string() : '"' + text + "\" is not " + words;
+  };
+  return {check, shown ? words : ""};
+}
+
+}  // namespace
+
+std::optional<double> ParseNumber(const std::string& text) {
+  const std::optional<double> number = Parse<double>(text);
+  return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
+CLI::Validator AnyNumber() {
+  return Numbers("a finite number", false, [](double) { return true; });
+}
+
+CLI::Validator NumberAboveZero() {
+  return Numbers("a number above 0", true, [](double number) { return number > 0; });
+}
+
+CLI::Validator NumberFromZero() {
+  return Numbers("a number of at least 0", true, [](double number) { return number >= 0; });
+}
+
+CLI::Validator FrameRate() {
+  const auto check = [](std::string& text) {
+    kelsdk::KelFrameRate rate;
+    return lexical_cast(text, rate)
+               ? std::string()
+               : '"' + text + "\" is not a number above 0, or a ratio such as 24000/1001";
+  };
+  return {check, ""};
+}
+
+CLI::Validator WholeNumberFrom(unsigned int least) {
+  const std::string words = "a whole number of at least " + std::to_string(least);
+  const auto take = [=](std::string& text) {
+    const auto number = Parse<unsigned int>(text);
+    if (!number || *number < least) {
+      const bool isTooLarge =
+          !number && !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+      return '"' + text + "\" is not " + words + (isTooLarge ? " and at most 4294967295" : "");
+    }
+    text = std::to_string(*number);
+    return std::string();
+  };
+  return {take, least > 0 ? words : ""};
+}
+
+CLI::Validator OneOf(const std::vector<std::string>& words) {
+  const auto check = [=](std::string& text) {
+    const bool isOne = std::find(words.begin(), words.end(), text) != words.end();
+    return isOne ? std::string() : '"' + text + "\" is none of " + CLI::detail::join(words, ", ");
+  };
+  return {check, CLI::detail::join(words, "|")};
+}
+
+void AddAsOption(CLI::App* verb, std::string* asName) {
+  verb->add_option("--as", *asName, "Read the file as this format, whatever its extension")
+      ->check(OneOf({"pc2", "nc", "alembic"}));
+}
+
+}  // namespace kelcache
+
+namespace kelsdk {
+
+bool lexical_cast(const std::string& text, KelFrameRate& rate) {
+  const std::size_t slash = text.find('/');
+  if (slash == std::string::npos) {
+    const std::optional<double> perSecond = kelcache::ParseNumber(text);
+    if (!perSecond) return false;
+    rate = KelFrameRate::FromDouble(*perSecond);
+    if (!rate.IsValid()) rate = KelFrameRate::FromComputed(*perSecond);
+    return rate.IsValid();
+  }
+  const auto numerator = kelcache::Parse<std::uint32_t>(text.substr(0, slash));
+  const auto denominator = kelcache::Parse<std::uint32_t>(text.substr(slash + 1));
+  rate = {numerator.value_or(0), denominator.value_or(0)};
+  return rate.IsValid();
+}
+
+}  // namespace kelsdk
