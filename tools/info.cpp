@@ -2,6 +2,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "tools/moments.h"
 #include "tools/output.h"
 #include "tools/summary.h"
 #include "tools/tool_error.h"
@@ -19,7 +20,7 @@ Json OrNull(const std::optional<Value>& value) {
 
 std::optional<double> FrameOf(const CacheSummary& summary, const std::optional<double>& seconds) {
   if (!seconds || !summary.rate.IsValid()) return {};
-  return *seconds * summary.rate.PerSecond();
+  return FrameAt(summary, *seconds * kTicksPerSecond);
 }
 
 // "24000/1001", of a rate that is no whole number.

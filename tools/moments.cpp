@@ -14,7 +14,8 @@ using kelsdk::KelCache;
 using kelsdk::KelFraction;
 using kelsdk::KelTime;
 
-constexpr double kHalfTick = 0.5;
+// A little more, so that rounding does not lose a frame that lies right between two ticks.
+constexpr double kHalfTick = 0.5 + 1e-6;
 constexpr long long kUnitsPerTick = KelTime::kUnitsPerSecond / kTicksPerSecond;
 
 // Beyond it a double tells neighbouring frames apart no longer.
@@ -27,6 +28,16 @@ double Tidy(double frame) {
 }
 
 }  // namespace
+
+double FrameAt(const CacheSummary& summary, double ticks) {
+  const double ticksPerFrame = kTicksPerSecond / summary.rate.PerSecond();
+  const double frame = ticks / ticksPerFrame;
+  const bool wholeTicks = ticksPerFrame == std::floor(ticksPerFrame);
+  if (summary.format != KelCache::eNCFormat || wholeTicks) return Tidy(frame);
+  const KelFraction simplest = KelFraction::Simplest((ticks - kHalfTick) / ticksPerFrame,
+                                                     (ticks + kHalfTick) / ticksPerFrame);
+  return simplest.IsValid() ? simplest.Value() : frame;
+}
 
 std::string MomentText(const Moment& moment) {
   return moment.frame ? "frame " + RoundedText(*moment.frame) : RoundedText(moment.seconds) + " s";
@@ -42,7 +53,7 @@ Moments::Moments(CacheFile& cache, const CacheSummary& summary, const ChannelSum
   if (summary.rate.IsValid()) ticksPerFrame_ = kTicksPerSecond / summary.rate.PerSecond();
   // Times of NC caches are whole ticks: a frame may lie half of one beside its sample.
   if (summary.format == KelCache::eNCFormat && ticksPerFrame_ > 0) {
-    frameTolerance_ = std::max(kFrameTolerance, 1.001 * kHalfTick / ticksPerFrame_);
+    frameTolerance_ = std::max(kFrameTolerance, kHalfTick / ticksPerFrame_);
   }
   if (!everyFrame_ || !channel.start || !channel.end) return;
   const double perSecond = kTicksPerSecond / ticksPerFrame_;
@@ -54,23 +65,13 @@ Moments::Moments(CacheFile& cache, const CacheSummary& summary, const ChannelSum
   count_ = last >= firstFrame_ ? static_cast<std::uint64_t>(last - firstFrame_) + 1 : 0;
 }
 
-// A sample that was rounded to its tick has the simplest frame that it can stand for.
-double Moments::FrameOf(double ticks) const {
-  const double frame = ticks / ticksPerFrame_;
-  const bool wholeTicks = ticksPerFrame_ == std::floor(ticksPerFrame_);
-  if (summary_->format != KelCache::eNCFormat || wholeTicks) return Tidy(frame);
-  const KelFraction simplest = KelFraction::Simplest((ticks - kHalfTick) / ticksPerFrame_,
-                                                     (ticks + kHalfTick) / ticksPerFrame_);
-  return simplest.IsValid() ? simplest.Value() : frame;
-}
-
 Moment Moments::AtTicks(double ticks, std::optional<unsigned int> sample) const {
   Moment moment;
   moment.ticks = ticks;
   moment.seconds = ticks / kTicksPerSecond;
   moment.time = KelTime::FromSeconds(moment.seconds);
   moment.sample = sample;
-  if (ticksPerFrame_ > 0) moment.frame = FrameOf(ticks);
+  if (ticksPerFrame_ > 0) moment.frame = FrameAt(*summary_, ticks);
   return moment;
 }
 

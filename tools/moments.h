@@ -15,6 +15,10 @@ struct Moment {
   kelsdk::KelTime time;  ///< what fetches it
 };
 
+/// The scene frame of a time in ticks at the summary's rate, which is valid. A sample of an NC
+/// cache, rounded to its tick, has the simplest frame that it can stand for.
+double FrameAt(const CacheSummary& summary, double ticks);
+
 /// "frame 12.5", or "0.5 s" where there are no frames.
 std::string MomentText(const Moment& moment);
 
@@ -67,7 +71,6 @@ class Moments {
  private:
   Moment AtTicks(double ticks, std::optional<unsigned int> sample) const;
   Moment AtPC2Sample(std::uint64_t sample) const;
-  double FrameOf(double ticks) const;
   std::uint64_t CountBefore(double frame, bool included);
 
   CacheFile* cache_;

@@ -29,6 +29,9 @@ EExit Retime(const RetimeOptions& options) {
   if (options.rate.IsValid() && copy.targetFormat == kelsdk::KelCache::ePC2Format) {
     throw ToolError(eUsage, options.out + ": a PC2 cache stores no frame rate");
   }
+  if ((options.perFrame || options.compact) && copy.targetFormat == kelsdk::KelCache::ePC2Format) {
+    throw ToolError(eUsage, options.out + ": --per-frame and --compact are for NC caches (.xml)");
+  }
   copy.targetRate = options.rate;
   if (options.scale > 0) copy.map.scale = options.scale;
   if (options.offset) copy.map.offset = *options.offset;

@@ -62,7 +62,8 @@ void VerifyPC2(const std::string& file, Problems* problems) {
   if (size > promised)
     problems->Add(std::to_string(size - promised) + " bytes after the last sample");
   std::vector<float> points(size_t{reader.pointCount} * 3);
-  for (unsigned int sample = 0; sample < whole; ++sample) {
+  // Samples without points hold nothing to read, however many there are.
+  for (unsigned int sample = 0; reader.pointCount != 0 && sample < whole; ++sample) {
     unsigned int count = reader.pointCount;
     if (!reader.readSample(sample, points.data(), count)) {
       problems->Add("sample " + std::to_string(sample) + ": " + reader.errorString());
