@@ -10,6 +10,7 @@
 #include "tools/output.h"
 #include "tools/readable.h"
 #include "tools/target.h"
+#include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -33,17 +34,19 @@ struct ConvertOptions {
 
 // Follows one of the library's own conversions.
 struct Watch {
-  explicit Watch(bool progress) : show(progress) {}
+  Watch(const std::string& in, bool progress) : file(in), show(progress) {}
 
   static bool Proceed(void* context, unsigned int done, unsigned int total) {
     auto* watch = static_cast<Watch*>(context);
-    if (watch->bar == nullptr) watch->bar = std::make_unique<Progress>(total, watch->show);
+    if (watch->bar == nullptr)
+      watch->bar = std::make_unique<Progress>(total, watch->show, watch->file);
     watch->bar->Show(done);
     watch->samples = done;
     return !WasInterrupted();
   }
   static void Report(void* context, const char* line) { static_cast<Watch*>(context)->why = line; }
 
+  std::string file;
   bool show;
   std::unique_ptr<Progress> bar;
   unsigned int samples = 0;
@@ -60,7 +63,7 @@ zuCacheFileInterface::conversionWatch Watched(Watch* watch) {
 
 // Standard error, so that what changes on the way is not silent.
 void Say(const std::string& file, const char* what) {
-  std::fprintf(stderr, "kelcache: %s: %s\n", file.c_str(), what);
+  PrintError(file + ": " + what);
 }
 
 bool IsWhole(double ticks) {
@@ -87,7 +90,7 @@ unsigned int PC2ToNC(const std::string& in, const std::string& out, const Conver
   const int ticks = TicksPerFrameOf(options.rate > 0 ? options.rate : kAssumedFrameRate);
   const auto layout =
       options.perFrame ? zuCacheFileInterface::eFilePerFrame : zuCacheFileInterface::eSingleFile;
-  Watch watch(progress);
+  Watch watch(in, progress);
   if (!zuCacheFileInterface::convertFromPc2(
           in.c_str(), target.folder.c_str(), target.baseName.c_str(), layout,
           options.compact ? "ncc" : "ncx", ticks, Watched(&watch))) {
@@ -112,7 +115,7 @@ unsigned int NCToPC2(const std::string& in, const std::string& out, const Conver
     regular = chosen.sampling == "regular";
     if (rate <= 0) rate = opened.summary().frameRate.value_or(kAssumedFrameRate);
   }
-  Watch watch(progress);
+  Watch watch(in, progress);
   if (!zuCacheFileInterface::convertToPc2(out.c_str(), source.folder.c_str(),
                                           source.baseName.c_str(), channel, TicksPerFrameOf(rate),
                                           Watched(&watch))) {

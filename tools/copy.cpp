@@ -7,6 +7,7 @@
 
 #include "tools/interrupt.h"
 #include "tools/output.h"
+#include "tools/terminal.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -81,7 +82,7 @@ std::vector<SinkChannel> NameChannels(Source& source, const std::vector<CopiedCh
 class Copier {
  public:
   Copier(Source& source, std::vector<CopiedChannel>& channels, bool progress, size_t total)
-      : source_(source), channels_(channels), progress_(total, progress) {}
+      : source_(source), channels_(channels), progress_(total, progress, source.summary().file) {}
 
   void Take(const Step& step, Sink& sink) {
     ThrowIfInterrupted();
@@ -158,7 +159,7 @@ void CopyToPC2(Source& source, std::vector<CopiedChannel>& channels, const CopyO
   const auto sink =
       MakePC2Sink(options.target, length / 3, static_cast<unsigned int>(steps->size()),
                   static_cast<float>(start), static_cast<float>(interval));
-  Progress progress(steps->size(), options.progress);
+  Progress progress(steps->size(), options.progress, source.summary().file);
   for (size_t i = 0; i < steps->size(); ++i) {
     ThrowIfInterrupted();
     const float* values =
@@ -172,7 +173,7 @@ void CopyToPC2(Source& source, std::vector<CopiedChannel>& channels, const CopyO
 }  // namespace
 
 void PrintCopied(const std::string& file, unsigned int samples) {
-  std::printf("%s: %u samples written\n", file.c_str(), samples);
+  PrintLine(stdout, file + ": " + std::to_string(samples) + " samples written");
 }
 
 int TicksPerFrameOf(double framesPerSecond) {

@@ -6,6 +6,7 @@
 #include "tools/bounds.h"
 #include "tools/moments.h"
 #include "tools/output.h"
+#include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -101,7 +102,7 @@ void PrintResult(const PlayOptions& options, const PlayResult& result, const Mom
   const double seconds = std::max(result.seconds, 1e-9);
   const std::string head = std::to_string(result.frames) + " frames (" + FrameText(first) + " to " +
                            FrameText(last) + "), " + points + " points";
-  std::printf("%s: %s\n", options.file.c_str(), head.c_str());
+  PrintLine(stdout, options.file + ": " + head);
   if (!options.quiet) {
     std::printf("bounding box %s to %s\n", result.bounds.LowText().c_str(),
                 result.bounds.HighText().c_str());
@@ -128,8 +129,8 @@ EExit Play(const PlayOptions& options) {
   }
   if (options.stats) std::printf("# frame points min max largest-move\n");
   Player player(cache, channel, options);
-  Progress progress(std::uint64_t{options.loop} * selected.size(),
-                    !options.quiet && !options.stats);
+  Progress progress(std::uint64_t{options.loop} * selected.size(), !options.quiet && !options.stats,
+                    options.file);
   for (unsigned int round = 0; round < options.loop; ++round) {
     for (const unsigned int index : selected) {
       player.Visit(moments.At(index));
