@@ -13,7 +13,7 @@ namespace kelcache {
 using kelsdk::KelCache;
 
 void PrintCopied(const std::string& file, std::uint64_t samples) {
-  std::printf("%s: %llu samples written\n", file.c_str(), static_cast<unsigned long long>(samples));
+  PrintLine(stdout, file + ": " + std::to_string(samples) + " samples written");
 }
 
 void SayWhatPC2Rounds(const ChannelSummary& channel, const std::string& target) {

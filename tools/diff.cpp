@@ -8,6 +8,7 @@
 
 #include "tools/output.h"
 #include "tools/source.h"
+#include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -42,7 +43,7 @@ class Comparison {
   explicit Comparison(double tolerance) : tolerance_(tolerance) {}
 
   void Differs(const std::string& line) {
-    std::printf("%s\n", line.c_str());
+    PrintLine(stdout, line);
     ++differences_;
   }
 
@@ -69,8 +70,8 @@ class Comparison {
   EExit Finish() const {
     if (differences_ == 0) return eDone;
     if (largest_.difference > 0) {
-      std::printf("largest difference %s at %s\n", ShortestText(largest_.difference).c_str(),
-                  largest_.where.c_str());
+      PrintLine(stdout, "largest difference " + ShortestText(largest_.difference) + " at " +
+                            largest_.where);
     }
     return eFound;
   }

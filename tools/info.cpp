@@ -5,6 +5,7 @@
 #include "tools/moments.h"
 #include "tools/output.h"
 #include "tools/summary.h"
+#include "tools/terminal.h"
 #include "tools/tool_error.h"
 #include "tools/verbs.h"
 
@@ -99,7 +100,9 @@ void PrintJson(const CacheSummary& summary) {
 }
 
 void PrintRow(const char* label, const std::string& text) {
-  std::printf("%-12s %s\n", label, text.c_str());
+  std::string row = label;
+  row.resize(12, ' ');
+  PrintLine(stdout, row + ' ' + text);
 }
 
 void PrintRange(const char* label, const std::optional<double>& from,
@@ -123,7 +126,7 @@ void PrintChannel(const ChannelSummary& channel) {
   if (channel.start) line += ", " + Seconds(*channel.start) + " to " + Seconds(*channel.end);
   if (channel.sampling) line += ", " + *channel.sampling;
   if (channel.interval) line += " every " + Seconds(*channel.interval);
-  std::printf("%s\n", line.c_str());
+  PrintLine(stdout, line);
 }
 
 std::string RateText(const CacheSummary& summary) {
@@ -166,7 +169,7 @@ void PrintText(const CacheSummary& summary) {
   if (!summary.dataFiles.empty()) std::printf("data files   %zu\n", summary.dataFiles.size());
   for (size_t i = 0; i < summary.dataFiles.size() && i < kShown; ++i) {
     const DataFileSummary& file = summary.dataFiles[i];
-    std::printf("  %s: %s\n", file.name.c_str(), SizeText(file.size).c_str());
+    PrintLine(stdout, "  " + file.name + ": " + SizeText(file.size));
   }
   if (summary.dataFiles.size() > kShown) {
     std::printf("  and %zu more (--json lists all)\n", summary.dataFiles.size() - kShown);
@@ -181,7 +184,7 @@ struct InfoOptions {
 };
 
 void PrintTree(CacheFile& cache) {
-  const auto print = [](void* /*context*/, const char* line) { std::printf("%s\n", line); };
+  const auto print = [](void* /*context*/, const char* line) { PrintLine(stdout, line); };
   if (!cache.Alembic().ListTree(print, nullptr)) {
     throw Failed(cache.file(), cache.Alembic().GetErrorString());
   }

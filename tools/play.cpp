@@ -6,6 +6,7 @@
 #include "tools/bounds.h"
 #include "tools/output.h"
 #include "tools/source.h"
+#include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -90,7 +91,7 @@ void PrintResult(const PlayOptions& options, const PlayResult& result, const Mom
   const double seconds = std::max(result.seconds, 1e-9);
   const std::string head = std::to_string(result.frames) + " frames (" + FrameText(first) + " to " +
                            FrameText(last) + "), " + points + " points";
-  std::printf("%s: %s\n", options.file.c_str(), head.c_str());
+  PrintLine(stdout, options.file + ": " + head);
   if (!options.quiet) {
     std::printf("bounding box %s to %s\n", result.bounds.LowText().c_str(),
                 result.bounds.HighText().c_str());
@@ -117,7 +118,8 @@ EExit Play(const PlayOptions& options) {
   }
   if (options.stats) std::printf("# frame points min max largest-move\n");
   Player player(source, channel, options);
-  Progress progress(std::uint64_t{options.loop} * range.Count(), !options.quiet && !options.stats);
+  Progress progress(std::uint64_t{options.loop} * range.Count(), !options.quiet && !options.stats,
+                    options.file);
   for (unsigned int round = 0; round < options.loop; ++round) {
     for (std::uint64_t i = range.first; i < range.end; ++i) {
       player.Visit(moments.At(i));

@@ -3,6 +3,7 @@
 
 #include "backends/zuPointCache2IO.h"
 #include "tools/cache_file.h"
+#include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -19,7 +20,7 @@ struct Reports {
     reports->last = line;
   }
   void Flush() {
-    std::fprintf(stderr, "kelcache: %s: %s\n", file.c_str(), last.c_str());
+    PrintError(file + ": " + last);
     last.clear();
   }
 };
@@ -44,7 +45,7 @@ EExit Recover(const std::string& file) {
     throw Failed(file, reports.last.empty() ? "nothing could be recovered" : reports.last);
   }
   if (!reports.last.empty()) reports.Flush();
-  std::printf("%s: %u %s saved\n", file.c_str(), saved, unit);
+  PrintLine(stdout, file + ": " + std::to_string(saved) + ' ' + unit + " saved");
   return eDone;
 }
 

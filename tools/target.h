@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 
 namespace kelcache {
@@ -15,13 +13,8 @@ class Target {
   /// Throws eUsage when the file is the same as `source`.
   void ExpectOtherThan(const std::string& source) const;
 
-  /// Closing a cache does not report whether the file could be completed; that the name stands for
-  /// another file than before does. Throws eFailed otherwise.
-  void ExpectReplaced() const;
-
  private:
   std::string file_;
-  ino_t before_;  // 0: there was none
 };
 
 }  // namespace kelcache

@@ -1,11 +1,17 @@
 """What all verbs of the kelcache command have in common: signals, exit statuses, disks that are
 full, options, help, what a terminal shows."""
 
+import fcntl
 import os
+import pty
+import re
 import resource
 import shutil
 import signal
+import struct
 import subprocess
+import termios
+import threading
 import time
 import unittest
 
@@ -250,6 +256,64 @@ class Help(CommandTest):
                              ("--frobnicate: there is no such option", "--frobnicate"),
                              ("FILE is required; kelcache play --help tells more", "play")]:
             self.expect_error(USAGE, words, *line)
+
+
+class Terminal(CommandTest):
+    """The command on a terminal of its own, of any width."""
+
+    def on_terminal(self, columns, *words, seconds=60):
+        ours, its = pty.openpty()
+        fcntl.ioctl(its, termios.TIOCSWINSZ, struct.pack("HHHH", 24, columns, 0, 0))
+        running = subprocess.Popen([COMMAND, *map(str, words)], stdout=its, stderr=its,
+                                   cwd=self.folder)
+        os.close(its)
+        end = threading.Timer(seconds, running.terminate)
+        end.start()
+        shown = b""
+        try:
+            while some := os.read(ours, 65536):
+                shown += some
+        except OSError:
+            pass  # how the system reports that the other end is closed
+        os.close(ours)
+        running.wait()
+        end.cancel()
+        return shown.decode().replace("\r\n", "\n")
+
+    def test_progress_fits(self):
+        name = "a name with \x1b[31m and ümläut that is long.pc2"
+        self.pc2(name, 10000, 10, [0] * 300000)
+        for columns, parts in [(120, 5), (80, 5), (40, 3), (20, 2), (6, 1)]:
+            shown = self.on_terminal(columns, "play", name, "--loop", 100000, seconds=1.2)
+            *bars, end = [bar for bar in shown.replace("\x1b[K", "").split("\r") if bar]
+            self.assertEqual(end, "kelcache: interrupted\n")
+            self.assertTrue(all(len(bar) < columns for bar in bars), bars)
+            self.assertNotIn("\x1b", "".join(bars))
+            bar = bars[-1]
+            found = [re.search(part, bar) for part in (
+                r"\d+%", r"\d:\d\d left$", r"\d+ samples/s", r"long\.pc2 ", r"\[[#.]+\]")]
+            if columns == 40:
+                self.assertTrue(all(found[:3]), bar)
+            else:
+                self.assertEqual([part is not None for part in found],
+                                 [i < parts for i in range(5)], bar)
+
+    def test_names_do_not_steer_it(self):
+        name = "red\x1b[31m\u009b\udcff.pc2"
+        escaped = "red\\x1b[31m\\xc2\\x9b\\xff.pc2"
+        out = self.folder / os.fsdecode(b"out\x07.xml")
+        self.pc2(name, 1, 1, [0] * 3)
+        for words in (["info", name], ["play", name, "--quiet"], ["dump", name], ["verify", "no" + name],
+                      ["convert", name, f"none/{name[:-4]}.xml"], ["retime", name, name, "--offset", 1],
+                      ["diff", name, "no" + name], ["recover", name]):
+            shown = self.on_terminal(500, *words).replace("\x1b[K", "")
+            self.assertFalse(set(shown) - set(map(chr, range(32, 127))) - {"\n", "\r"}, shown)
+            if words[0] != "dump":
+                self.assertIn(escaped.removesuffix(".pc2"), shown)
+        self.assertIn("out\\x07.xml", self.on_terminal(80, "convert", name, out))
+        # Files and pipes get the very bytes.
+        piped = subprocess.run([COMMAND, "play", self.folder / name, "--quiet"], capture_output=True)
+        self.assertIn(os.fsencode(name), piped.stdout)
 
 
 if __name__ == "__main__":
