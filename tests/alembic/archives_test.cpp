@@ -132,6 +132,11 @@ class Comparison {
       EXPECT_TRUE(std::isnan(floats.back()));
       floats.pop_back();
     }
+    unsigned int length = 0;
+    EXPECT_TRUE(archive.GetSampleLength(channel, sample["i"], length) && length == count);
+    unsigned int at = 0;
+    EXPECT_TRUE(archive.GetSampleAtTime(channel, KelTime::FromSeconds(seconds), at) &&
+                at == sample["i"]);
     const json& first = sample["first"];
     const json& last = sample["last"];
     for (std::size_t i = 0; i < first.size(); ++i) {

@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <array>
 #include <bit>
+#include <cmath>
 #include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -117,6 +119,56 @@ TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
   EXPECT_EQ(converted(EPlainType::eFloat64, std::bit_cast<std::uint64_t>(0x1.ffffffp127)),
             std::numeric_limits<float>::infinity());
   EXPECT_EQ(converted(EPlainType::eFloat16, 0x0001), 0x1p-24f);
+}
+
+TEST_F(AlembicReading, SamplesComeAsStored) {
+  const std::uint64_t ids[] = {1ULL << 63, 7};
+  const std::uint16_t halves[] = {0x3c00, 0x0001, 0xfc00};
+  OgawaWriter out(Path());
+  const auto one = out.Sample(ids, sizeof ids);
+  const auto two = out.Sample(halves, sizeof halves);
+  const auto list = [&](std::uint64_t slot) { return out.ArraySamples({slot}); };
+  const auto lists = std::array{list(one), list(two), list(one), out.ArraySamples({one, two, one})};
+  const auto geom = out.Compound({
+      {.name = "ids",
+       .type = EPlainType::eUint64,
+       .sampleCount = 9,
+       .constant = true,
+       .slot = lists[0]},
+      {.name = "halves",
+       .type = EPlainType::eFloat16,
+       .extent = 3,
+       .sampleCount = 1,
+       .slot = lists[1]},
+      {.name = "same", .type = EPlainType::eInt64, .sampleCount = 1, .slot = lists[2]},
+      {.name = "bytes", .type = EPlainType::eUint8, .sampleCount = 3, .slot = lists[3]},
+  });
+  out.Finish(out.Object(geom, {}));
+  AlembicInterface archive(true);
+  ASSERT_TRUE(archive.Open(Path().c_str(), 1)) << archive.GetErrorString();
+
+  std::uint64_t stored[3] = {0, 0, 99};
+  unsigned int count = 3;
+  EXPECT_TRUE(archive.ReadSample(0, 8, stored, count) && count == 2);
+  EXPECT_TRUE(stored[0] == ids[0] && stored[1] == 7 && stored[2] == 99);
+  count = 1;
+  EXPECT_FALSE(archive.ReadSample(0, 0, stored, count)) << "less room than the sample takes";
+  count = 3;
+  EXPECT_FALSE(archive.ReadSample(0, 9, stored, count)) << "no such sample";
+  EXPECT_FALSE(archive.ReadSample(0, 0, nullptr, count));
+  float floats[3] = {};
+  count = 1;
+  EXPECT_TRUE(archive.ReadSample(1, 0, floats, count) && count == 1);
+  EXPECT_TRUE(floats[0] == 1 && floats[1] == 0x1p-24f && std::isinf(floats[2]));
+
+  unsigned int first = 9;
+  unsigned int last = 9;
+  unsigned long long ofIds = 0;
+  unsigned long long ofSame = 0;
+  EXPECT_TRUE(archive.GetSampleRun(0, 5, first, last, ofIds) && first == 0 && last == 8);
+  EXPECT_TRUE(archive.GetSampleRun(2, 0, first, last, ofSame) && ofSame == ofIds);
+  EXPECT_TRUE(archive.GetSampleRun(3, 1, first, last, ofSame) && first == 1 && last == 1);
+  EXPECT_EQ(archive.GetProblemCount(), 0u);
 }
 
 // The last sample has two points.

@@ -20,6 +20,11 @@ class CacheOpening : public StandInTest {
   }
 };
 
+const char* WordsOf(KelCache::EFileFormat format) {
+  if (format == KelCache::ePC2Format) return "PC2 words";
+  return format == KelCache::eNCFormat ? "NC words" : "Alembic words";
+}
+
 TEST_F(CacheOpening, SucceedsWholeOrEndsTheBackEnd) {
   constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
   const auto unknown = KelCache::eUnknownFormat;
@@ -62,6 +67,8 @@ TEST_F(CacheOpening, SucceedsWholeOrEndsTheBackEnd) {
     EXPECT_EQ(Outcome(Open(row.format, row.flag, row.rate)), row.outcome);
     EXPECT_EQ(CallsHere(), row.calls);
     EXPECT_EQ(cache_->IsOpen(nullptr), row.outcome == "done");
+    // What was asked of a back-end and refused, or may be asked next, it tells in its own words.
+    EXPECT_STREQ(cache_->GetErrorString(), row.calls.empty() ? "" : WordsOf(row.format));
     if (row.outcome != "done") continue;
     FailEachAllocation(
         [&] {

@@ -1,6 +1,7 @@
 #include <climits>
 #include <cmath>
 
+#include "host/KelFraction.h"
 #include "host/KelMemory.h"
 #include "host/KelPathUtils.h"
 #include "host/KelStatus.h"
@@ -53,6 +54,44 @@ TEST_F(Host, FrameRatesThatAPersonTypes) {
     const KelFrameRate rate = KelFrameRate::FromDouble(typed);
     EXPECT_TRUE(rate.numerator == numerator && rate.denominator == denominator) << typed;
   }
+}
+
+TEST_F(Host, FractionsThatAreMeant) {
+  const struct {
+    double low;
+    double high;
+    long long numerator;
+    long long denominator;
+  } rows[] = {
+      {0.249, 0.251, 1, 4},
+      {2, 3, 2, 1},
+      {2.1, 3.9, 3, 1},
+      {-0.6, -0.4, -1, 2},
+      {-1, 1, 0, 1},
+      {0.3333, 0.3334, 1, 3},
+      {10.5, 10.5, 21, 2},
+      {3, 2, 0, 0},
+      {NAN, 1, 0, 0},
+      {1e300, 2e300, 0, 0},
+      {0.1000000001, 0.1000000002, 666666666, 6666666657},
+  };
+  for (const auto& row : rows) {
+    const KelFraction found = KelFraction::Simplest(row.low, row.high);
+    EXPECT_EQ(found.IsValid(), row.denominator != 0) << row.low;
+    if (row.denominator < 1000000) {
+      EXPECT_EQ(found.numerator, row.numerator) << row.low;
+      EXPECT_EQ(found.denominator, row.denominator) << row.low;
+    }
+    if (found.IsValid()) {
+      EXPECT_NEAR(found.Value(), (row.low + row.high) / 2, (row.high - row.low) / 2 + 1e-12);
+    }
+  }
+  for (const KelFrameRate rate :
+       {KelFrameRate{24000, 1001}, KelFrameRate{25, 1}, KelFrameRate{2997, 125}}) {
+    const double period = double(rate.denominator) / rate.numerator;
+    EXPECT_TRUE(KelFrameRate::FromComputed(1 / period) == rate) << rate.numerator;
+  }
+  EXPECT_FALSE(KelFrameRate::FromComputed(0).IsValid() || KelFrameRate::FromComputed(-1).IsValid());
 }
 
 TEST_F(Host, PathsComeApart) {

@@ -8,7 +8,7 @@ namespace {
 const std::string kByHand = R"(<?xml version="1.0"?>
 <!-- by hand -->
 <nccache version="1" identity="000102030405060708090a0b0c0d0e0f" created="5"
-         layout="perFrame" data="ncc" ticksPerFrame="250">
+         layout="perFrame" data="ncc" ticksPerFrame="250" frameRate="24000/1001">
   <channel name="P" interpretation="Points" type="FloatArray"/>
   <channel type="Double" name="a&lt;&#233;" interpretation="" interval="7"><times>250
     500</times></channel>
@@ -27,6 +27,7 @@ TEST(Description, WhatIsUnderstood) {
   EXPECT_TRUE(description.isPerFrame);
   EXPECT_TRUE(description.isCompact);
   EXPECT_EQ(description.identity[15], 15);
+  EXPECT_DOUBLE_EQ(description.ExactTicksPerFrame(), 250.25);
   ASSERT_EQ(description.channels.size(), 2u);
   EXPECT_EQ(description.channels[1].name, "a<\xC3\xA9");
   EXPECT_EQ(description.channels[1].interval, 7u);
@@ -45,6 +46,9 @@ TEST(Description, WhatIsRefused) {
       {"no identity", "identity=\"000102030405060708090a0b0c0d0e0f\"", ""},
       {"an unknown attribute", "data=", "file=\"/etc/passwd\" data="},
       {"beyond 32 bits", "\"250\"", "\"2147483648\""},
+      {"a rate of other ticks", "24000/1001", "30000/1001"},
+      {"a rate by zero", "24000/1001", "24000/0"},
+      {"half a rate", "24000/1001", "24000/"},
       {"an unknown element", "<times>-250", "<file name='../x.ncx'/><times>-250"},
       {"two channels of one name", "a&lt;&#233;", "P"},
       {"frames without times", "<times>-250:250:4 1000</times>", ""},

@@ -65,6 +65,55 @@ TEST_F(RoundTrip, EqualNeighboursAreStoredOnce) {
   }
 }
 
+// An array that another channel holds is stored once where both lie in one file, and whatever a
+// channel declares is there again, by the index and by the records alone.
+TEST_F(RoundTrip, RepeatsAcrossChannelsIntervalsAndExactRates) {
+  constexpr auto kPoints = zuCacheData::eNCFloatVectorArray;
+  Bytes big = MakeArray(kPoints, 1000, 1);
+  for (const Form& form : kForms) {
+    const bool single = form.format == Cache::eSingleFile;
+    Cache cache;
+    unsigned int index = 0;
+    ASSERT_TRUE(
+        cache.initFileWrite(Folder().c_str(), "c", form.format, form.tag, 250, {24000, 1001}));
+    ASSERT_TRUE(cache.addChannel("a", "", kPoints, 500, index));
+    ASSERT_TRUE(cache.addChannel("b", "", kPoints, 0, index));
+    ASSERT_TRUE(cache.addChannel("other type", "", zuCacheData::eNCFloatArray, index));
+    ASSERT_TRUE(cache.beginWriteAtTime(0) && cache.addArrayData(0, 0, big.data(), 1000));
+    EXPECT_TRUE(cache.repeatArrayData(1, 0, 0, 0)) << form.Name();
+    EXPECT_FALSE(cache.repeatArrayData(2, 0, 0, 0)) << "of another type";
+    EXPECT_FALSE(cache.repeatArrayData(1, 0, 0, 250)) << "of nothing";
+    EXPECT_FALSE(cache.repeatArrayData(1, 0, 9, 0)) << "of no channel";
+    EXPECT_FALSE(cache.repeatArrayData(1, 7, 0, 0)) << "outside its block";
+    ASSERT_TRUE(cache.endWriteAtTime() && cache.beginWriteAtTime(250));
+    EXPECT_EQ(cache.repeatArrayData(1, 250, 0, 0), single) << form.Name();
+    ASSERT_TRUE(cache.endFileWrite());
+    EXPECT_TRUE(Verifies("c")) << form.Name();
+    Contents expected = {{{0, big}}, {{0, big}}, {}};
+    if (single) expected[1][250] = big;
+    EXPECT_TRUE(ReadCache(Folder(), "c") == expected) << form.Name();
+
+    Cache reader;
+    KelFrameRate rate;
+    unsigned int interval = 0;
+    ASSERT_TRUE(reader.initFileRead("c", Folder().c_str()));
+    EXPECT_TRUE(reader.exactFrameRate(rate) && rate == (KelFrameRate{24000, 1001}));
+    EXPECT_TRUE(reader.declaredInterval(0, interval) && interval == 500);
+    EXPECT_TRUE(reader.declaredInterval(1, interval) && interval == 0);
+    EXPECT_FALSE(reader.declaredInterval(3, interval));
+    if (!single) continue;
+    const std::string data = folder_.File(std::string("c.") + form.tag);
+    EXPECT_LT(test::ReadBytes(data).size(), 2 * big.size()) << form.Name();
+    Bytes bytes = test::ReadBytes(data);
+    bytes.pop_back();
+    test::WriteBytes(data, bytes);
+    EXPECT_TRUE(ReadCache(Folder(), "c") == expected) << form.Name();
+  }
+  Cache refused;
+  EXPECT_FALSE(
+      refused.initFileWrite(Folder().c_str(), "d", Cache::eSingleFile, "ncx", 250, {25, 1}));
+}
+
 TEST_F(RoundTrip, FramesHaveFilesOfTheirOwn) {
   CacheSpec spec = Form{Cache::eFilePerFrame, "ncx"}.Of(Frames(5, 5));
   const int ticks[] = {-1, 0, 250, 500, 3125};

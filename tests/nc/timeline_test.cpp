@@ -1,4 +1,4 @@
-#include "backends/nc/timeline.h"
+#include "backends/nc/even_spacing.h"
 
 #include <gtest/gtest.h>
 
@@ -50,6 +50,38 @@ TEST(Timeline, LookupsInEntriesAndInRuns) {
       EXPECT_EQ(Times(runs).CountUpTo(tick), Times(entries).CountUpTo(tick)) << tick;
       EXPECT_EQ(NextTime(Times(runs), tick), NextTime(Times(entries), tick)) << tick;
     }
+  }
+}
+
+// Where samples lie that were rounded to ticks, and whether they are even at all.
+const struct {
+  const char* why;
+  std::initializer_list<int> ticks;
+  double ticksPerFrame;
+  double start;
+  double interval;  // 0: not even
+} kSpacings[] = {
+    {"whole ticks are exact, whatever simpler number is near", {0, 251, 502}, 250, 0, 251 / 250.0},
+    {"quarter frames of 62.5 ticks", {0, 63, 125, 188, 250}, 250, 0, 0.25},
+    {"frames of 24000/1001 a second", {2503, 2753, 3003, 3253, 3504}, 250.25, 10, 1},
+    {"two of them", {2503, 2753}, 250.25, 10, 1},
+    {"one of them, and its declared interval", {2503}, 250.25, 10, 1},
+    {"jitter of a tick each way", {0, 251, 499, 751, 1000}, 250, 0, 1},
+    {"two ticks beside its place", {0, 250, 502, 750, 1000}, 250, 0, 0},
+    {"nothing between", {0, 250, 1000}, 250, 0, 0},
+    {"the ends of the range", {INT_MIN, 0}, 250, INT_MIN / 250.0, -(INT_MIN / 250.0)},
+    {"no sample", {}, 250, 0, 0},
+};
+
+TEST(EvenSpacing, OfSamplesOnWholeTicks) {
+  for (const auto& row : kSpacings) {
+    TimeRuns runs;
+    for (const int tick : row.ticks) runs.Append(tick);
+    const auto found = FindEvenSpacing(Times(runs), row.ticksPerFrame, 250);
+    ASSERT_EQ(found.has_value(), row.interval != 0) << row.why;
+    if (!found) continue;
+    EXPECT_DOUBLE_EQ(found->start, row.start) << row.why;
+    EXPECT_DOUBLE_EQ(found->interval, row.interval) << row.why;
   }
 }
 
