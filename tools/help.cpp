@@ -125,12 +125,13 @@ std::string TextOf(const CLI::Option& option) {
   for (const CLI::Option* other : option.get_excludes()) {
     more.push_back("not with " + other->get_name(false, false));
   }
-  const std::string text = option.get_description();
+  const std::string& text = option.get_description();
   return more.empty() ? text : text + " (" + CLI::detail::join(more, "; ") + ')';
 }
 
 std::vector<Row> RowsOf(const std::vector<const CLI::Option*>& options) {
   std::vector<Row> rows;
+  rows.reserve(options.size());
   for (const CLI::Option* option : options) rows.push_back({NameOf(*option), TextOf(*option)});
   return rows;
 }
