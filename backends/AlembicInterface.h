@@ -93,7 +93,7 @@ class AlembicInterface {
                        unsigned int& elementCount);
 
   /// Delivers one sample as it is stored (AlembicChannelInfo::EValue), GetChannelDataLength values
-  /// an element, and nothing behind its end.
+  /// an element. What the sample does not fill of the room is unspecified.
   /// @param values        the caller's; room for `elementCount` elements
   /// @param elementCount  in: the room; out: the elements delivered
   /// False for an unknown channel or sample, for a damaged one and when the room is smaller than
