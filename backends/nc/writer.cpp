@@ -10,6 +10,7 @@
 #include "backends/nc/array_fetch.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/codec.h"
+#include "backends/nc/owners.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -74,6 +75,7 @@ bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag,
     return error.Set(Error::eRefused, "the data-file tag is neither \"ncx\" nor \"ncc\"");
   }
   if (ticksPerFrame < 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
+  if (!CheckPlacesAhead(name, isPerFrame, tag, error)) return false;
   description_.isPerFrame = isPerFrame;
   description_.isCompact = isCompact;
   description_.ticksPerFrame = ticksPerFrame;
@@ -286,7 +288,7 @@ bool CacheWriter::Finish(Error& error) {
   if (!description_.isPerFrame && !FinishSingle(error)) return Fail(error);
   if (description_.isPerFrame) DescribeTimes();
   publishing_ = true;
-  return Publish(&partial_, &description_, error) || Fail(error);
+  return Publish(&partial_, &description_, false, error) || Fail(error);
 }
 
 void CacheWriter::DescribeTimes() {
