@@ -6,6 +6,7 @@
 #include "backends/zuPointCache2IO.h"
 #include "tools/cache_file.h"
 #include "tools/jobs.h"
+#include "tools/leftovers.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -82,6 +83,7 @@ void VerifyNC(const std::string& file, Problems* problems) {
 
 JobResult VerifyFile(const std::string& file, const std::string& asName) {
   const Format format = FormatOf(file, asName);
+  TellOfLeftovers(file, format);
   std::error_code failed;
   if (!std::filesystem::exists(file, failed)) throw Failed(file, "there is no such file");
   if (std::filesystem::is_directory(file, failed)) throw Failed(file, "is a directory");
