@@ -189,13 +189,13 @@ class Placing {
   bool Look(Error& error) {
     standing_ = LookAtStanding(name_);
     isNewer_ = standing_.description && standing_.description->created > remains_.created;
-    if (!force_ || IsBegunBeside()) return true;
+    if (IsBegunBeside() || (!force_ && !remains_.begunAs)) return true;
     if (standing_.unreadable) {
-      // What belongs to it, and would have to be kept, is not known.
+      // What belongs to it, and whether it is newer, is not known.
       return error.Set(standing_.unreadable.kind(), "the cache that stands there: %.128s",
                        standing_.unreadable.text());
     }
-    if (!isNewer_) return true;
+    if (!isNewer_ || !force_) return true;
     return error.Set(Error::eRefused,
                      "begun before the cache that stands there, and not put in its place; "
                      "recovered without force it goes beside it");

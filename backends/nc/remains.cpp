@@ -1,7 +1,5 @@
 #include "backends/nc/remains.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 
 #include "backends/io/beside.h"
@@ -153,22 +151,29 @@ void SayLeft(const Remains& remains, const Report& report) {
              remains.partial.folder.c_str());
 }
 
+// A description without data files beside it is of use as long as those are in place.
+bool HasDataInPlace(const Partial& partial, const Identity& identity) {
+  Remains remains;
+  remains.partial.name = partial.name;
+  remains.identity = identity;
+  Description description;
+  Error ignored;
+  if (!ReadDescription(partial.DescriptionPath(), &description, ignored)) return false;
+  remains.complete = std::move(description);
+  return DataFileSearch(&remains).FindAll(ignored);
+}
+
 // The lock is asked for last: a writer takes its own before it makes a data file, and must not meet
 // ours.
-bool IsLeftover(const Partial& partial) {
-  struct stat entry = {};
-  if (::stat(partial.DescriptionPath().c_str(), &entry) != 0) return false;
-  if (entry.st_size == 0) {
-    std::vector<std::string> names;
-    Error ignored;
-    if (!ListFolder(partial.folder, &names, ignored) ||
-        std::none_of(names.begin(), names.end(), [&](const std::string& fileName) {
-          return IsDataFileName(fileName, partial.name.base);
-        })) {
-      return false;
-    }
-  }
-  return !io::OutputFile::IsHeld(partial.DescriptionPath().c_str());
+bool IsLeftover(const Partial& partial, const Identity& identity) {
+  std::vector<std::string> names;
+  Error ignored;
+  if (!ListFolder(partial.folder, &names, ignored)) return false;
+  const bool hasData = std::any_of(names.begin(), names.end(), [&](const std::string& fileName) {
+    return IsDataFileName(fileName, partial.name.base);
+  });
+  return (hasData || HasDataInPlace(partial, identity)) &&
+         !io::OutputFile::IsHeld(partial.DescriptionPath().c_str());
 }
 
 }  // namespace
@@ -209,8 +214,8 @@ std::uint32_t CountLeftovers(const CacheName& name, const Report& report) {
   std::uint32_t count = 0;
   if (!ListFolder(name.folder, &names, ignored)) return 0;
   for (const std::string& folderName : names) {
-    if (!ParsePartialFolderName(folderName, name.base)) continue;
-    if (!IsLeftover(PartialIn(name, folderName))) continue;
+    const auto identity = ParsePartialFolderName(folderName, name.base);
+    if (!identity || !IsLeftover(PartialIn(name, folderName), *identity)) continue;
     ++count;
     report.Say("%s: left by a writer that died", folderName.c_str());
   }

@@ -207,6 +207,7 @@ TEST_F(Recovery, APublicationThatHadBegunGoesOn) {
   EXPECT_EQ(Recover(), 0u);
   EXPECT_TRUE(Said("shotFrame1.ncx, which belongs to it, is gone")) << said_;
   EXPECT_EQ(test::NamesIn(folder_.path()).size(), 3u) << "left as it is";
+  EXPECT_EQ(Leftovers(), 0u) << "recover would not help";
 }
 
 }  // namespace
