@@ -246,10 +246,12 @@ class Placing {
     std::string keptAs;
     if (!KeepOlder(name_, standing_, description, &keptAs, error)) return false;
     *isKept = !keptAs.empty();
-    const bool hasDescription = standing_.state != Standing::eNothing;
-    if (*isKept && hasDescription) report_.Say("the older cache is kept as %s.xml", keptAs.c_str());
-    if (*isKept && !hasDescription)
+    if (!*isKept) return true;
+    if (standing_.state == Standing::eNothing) {
       report_.Say("the data files in the way are kept as %s.*", keptAs.c_str());
+    } else {
+      report_.Say("the older cache is kept as %s.xml", keptAs.c_str());
+    }
     return true;
   }
 

@@ -108,17 +108,17 @@ bool TakeDescription(Remains* remains, Error& error) {
 bool LookAt(Remains* remains, Error& error) {
   Partial& partial = remains->partial;
   std::vector<std::string> names;
-  if (!partial.description.OpenExisting(partial.DescriptionPath().c_str(), error) ||
-      !ListFolder(partial.folder, &names, error)) {
-    return false;
-  }
+  if (!ListFolder(partial.folder, &names, error)) return false;
   for (std::string& fileName : names) {
     if (IsDataFileName(fileName, partial.name.base)) {
       remains->dataFiles.push_back(std::move(fileName));
     }
   }
   std::sort(remains->dataFiles.begin(), remains->dataFiles.end());
-  if (!TakeDescription(remains, error)) return false;
+  if (!partial.description.OpenExisting(partial.DescriptionPath().c_str(), error) ||
+      !TakeDescription(remains, error)) {
+    return false;
+  }
   error.Clear();
   remains->created = CreationOf(*remains);
   return remains->complete || !remains->dataFiles.empty();
@@ -191,7 +191,8 @@ bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Rep
     remains.partial = PartialIn(name, folderName);
     Error why;
     if (!LookAt(&remains, why)) {
-      if (why.kind() == Error::eNotFound && !remains.complete) {
+      const bool isEmpty = !remains.complete && remains.dataFiles.empty();
+      if (why.kind() == Error::eNotFound && isEmpty) {
         if (FinishPublished(remains)) {
           report.Say("%s: was in place already, cleaned up", folderName.c_str());
         }
