@@ -45,7 +45,9 @@ class zuCacheFileInterface {
   bool initFileRead(const char* baseName, const char* folder);
 
   /// Begins to write the cache FOLDER + BASE. Until endFileWrite an older cache of that name stays
-  /// as it is. `dataFileTag` is "ncx" (raw) or "ncc" (compact).
+  /// as it is. `dataFileTag` is "ncx" (raw) or "ncc" (compact). Refused when a name that a data
+  /// file may come to bear is taken by a file of another cache or by what is no NC data file; data
+  /// files that no description claims are replaced.
   bool initFileWrite(const char* folder, const char* baseName, cacheFileFormat format,
                      const char* dataFileTag, int ticksPerFrame);
 
@@ -185,12 +187,43 @@ class zuCacheFileInterface {
   static bool verify(const char* folder, const char* baseName, reportFunction report,
                      void* context);
 
-  /// Completes and publishes what a dead writer of the cache left behind.
+  struct recoverOptions {
+    /// Put what is recovered in the place of a whole cache too, which is then kept beside it.
+    bool force = false;
+  };
+
+  /// Completes and publishes what a dead writer of the cache left behind: the newest attempt, the
+  /// others are named; what was interrupted while it was put in place goes on first. It takes the
+  /// name where no whole cache stands; a damaged one that does is kept as "BASE.before-recover". A
+  /// whole cache stays as it is, and what was recovered goes beside it as "BASE.recovered", or with
+  /// `force` in its place while the older one is kept as "BASE.before-recover". Taken names are
+  /// numbered ("BASE.recovered2"). Never put in the place of a cache begun later, with `force`
+  /// neither.
   /// @param blockCount  out: the whole time blocks that the recovered cache holds
   /// @return false when there was nothing to recover or it could not be published; `report`, which
-  ///         may be null, is told what was found, saved and refused
+  ///         may be null, is told what was found and refused, and under which names caches were
+  ///         saved and kept
+  static bool recover(const char* folder, const char* baseName, const recoverOptions& options,
+                      unsigned int& blockCount, reportFunction report, void* context);
+  /// The same without `force`.
   static bool recover(const char* folder, const char* baseName, unsigned int& blockCount,
                       reportFunction report, void* context);
+
+  /// What dead writers of a cache, which need not exist, left for recover. Lists the folder;
+  /// touches no living writer.
+  /// @param report  told one line about each; may be null
+  static unsigned int leftovers(const char* folder, const char* baseName, reportFunction report,
+                                void* context);
+
+  /// Told the name of a file, without its folder. `isReplaceable`: a writer puts its own over it;
+  /// what is no NC data file is refused.
+  using fileFunction = void (*)(void* context, const char* name, bool isReplaceable);
+
+  /// The files that bear names of this cache's data files, in any layout and tag, whether its
+  /// description exists or not, but for those of other caches.
+  /// @param told  told about each; may be null
+  static unsigned int dataFilesInTheWay(const char* folder, const char* baseName, fileFunction told,
+                                        void* context);
 
  private:
   struct Impl;

@@ -71,14 +71,32 @@ class zuPointCache2IO {
   /// Told one line, without a final line break.
   using reportFunction = void (*)(void* context, const char* line);
 
+  struct recoverOptions {
+    /// Put what is recovered in the place of a whole file too, which is then kept beside it.
+    bool force = false;
+  };
+
   /// Completes what a dead writer of `fileName` left behind: the newest partial file that no living
-  /// writer holds is cut after its last whole sample, its count is corrected, and it takes the
-  /// target's place.
+  /// writer holds is cut after its last whole sample and its count is corrected. It takes the name
+  /// where no whole file stands; a damaged one that does is kept as "shot.before-recover.pc2". A
+  /// whole file stays as it is, and what was recovered goes beside it as "shot.recovered.pc2", or
+  /// with `force` in its place while the older one is kept as "shot.before-recover.pc2". Taken
+  /// names are numbered ("shot.recovered2.pc2"). Never put in the place of a file written later,
+  /// with `force` neither.
   /// @param sampleCount  out: the whole samples saved
   /// @return false when there is nothing to recover, it holds no whole sample, or it could not be
-  ///         published; `report`, which may be null, is told what was found
+  ///         published; `report`, which may be null, is told what was found and under which names
+  ///         files were saved and kept
+  static bool recover(const char* fileName, const recoverOptions& options,
+                      unsigned int& sampleCount, reportFunction report, void* context);
+  /// The same without `force`.
   static bool recover(const char* fileName, unsigned int& sampleCount, reportFunction report,
                       void* context);
+
+  /// The partial files beside `fileName`, which need not exist, that recover could save something
+  /// of: those of dead writers. Lists one folder; touches no living writer.
+  /// @param report  told one line about each; may be null
+  static unsigned int leftovers(const char* fileName, reportFunction report, void* context);
 
  private:
   struct Impl;

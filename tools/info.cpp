@@ -2,6 +2,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "tools/leftovers.h"
 #include "tools/moments.h"
 #include "tools/output.h"
 #include "tools/summary.h"
@@ -195,6 +196,7 @@ EExit Info(const InfoOptions& options) {
   if (options.tree && format != kelsdk::KelCache::eAlembicFormat) {
     throw ToolError(eUsage, options.file + ": only Alembic archives hold a tree");
   }
+  TellOfLeftovers(options.file, format);
   CacheFile cache(options.file, format);
   cache.OpenForRead();
   if (options.tree) {

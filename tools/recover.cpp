@@ -9,57 +9,73 @@
 namespace kelcache {
 namespace {
 
-// The reports of a recovery go to standard error as they come; the last one is kept.
-struct Reports {
-  std::string file;
-  std::string last;
+using kelsdk::zuCacheFileInterface;
+using kelsdk::zuPointCache2IO;
 
-  static void Print(void* context, const char* line) {
-    auto* reports = static_cast<Reports*>(context);
-    if (!reports->last.empty()) reports->Flush();
-    reports->last = line;
-  }
-  void Flush() {
-    PrintError(file + ": " + last);
-    last.clear();
-  }
+struct RecoverOptions {
+  std::string file;
+  bool force = false;
 };
 
-EExit Recover(const std::string& file) {
-  const Format format = FormatOf(file, "");
-  Reports reports{file, ""};
+void Collect(void* lines, const char* line) {
+  static_cast<std::vector<std::string>*>(lines)->emplace_back(line);
+}
+
+bool Recover(const RecoverOptions& options, std::vector<std::string>* lines) {
+  const std::string& file = options.file;
   unsigned int saved = 0;
-  bool recovered = false;
-  const char* unit = "whole samples";
-  if (format == kelsdk::KelCache::ePC2Format) {
-    recovered = kelsdk::zuPointCache2IO::recover(file.c_str(), saved, Reports::Print, &reports);
-  } else if (format == kelsdk::KelCache::eNCFormat) {
-    const NCName name(file);
-    unit = "whole time blocks";
-    recovered = kelsdk::zuCacheFileInterface::recover(name.folder.c_str(), name.baseName.c_str(),
-                                                      saved, Reports::Print, &reports);
-  } else {
-    throw ToolError(eUsage, file + ": only PC2 and NC caches are written, and so recovered");
+  switch (FormatOf(file, "")) {
+    case kelsdk::KelCache::ePC2Format: {
+      zuPointCache2IO::recoverOptions how;
+      how.force = options.force;
+      return zuPointCache2IO::recover(file.c_str(), how, saved, Collect, lines);
+    }
+    case kelsdk::KelCache::eNCFormat: {
+      const NCName name(file);
+      zuCacheFileInterface::recoverOptions how;
+      how.force = options.force;
+      return zuCacheFileInterface::recover(name.folder.c_str(), name.baseName.c_str(), how, saved,
+                                           Collect, lines);
+    }
+    default:
+      throw ToolError(eUsage, file + ": only PC2 and NC caches are written, and so recovered");
   }
-  if (!recovered) {
-    throw Failed(file, reports.last.empty() ? "nothing could be recovered" : reports.last);
+}
+
+// What was saved and kept is the verb's output. Of a failure the last line tells why.
+EExit RecoverAndTell(const RecoverOptions& options) {
+  std::vector<std::string> lines;
+  const bool recovered = Recover(options, &lines);
+  std::string why = "nothing could be recovered";
+  if (!recovered && !lines.empty()) {
+    why = lines.back();
+    lines.pop_back();
   }
-  if (!reports.last.empty()) reports.Flush();
-  PrintLine(stdout, file + ": " + std::to_string(saved) + ' ' + unit + " saved");
+  for (const std::string& line : lines) {
+    if (recovered) {
+      PrintLine(stdout, options.file + ": " + line);
+    } else {
+      PrintError(options.file + ": " + line);
+    }
+  }
+  if (!recovered) throw Failed(options.file, why);
   return eDone;
 }
 
 }  // namespace
 
 void AddRecover(CLI::App& app, Work* work) {
-  const auto file = std::make_shared<std::string>();
+  const auto options = std::make_shared<RecoverOptions>();
   CLI::App* verb = app.add_subcommand(
       "recover",
-      "Completes what a dead writer left behind. The whole samples of the PC2 or NC cache that was "
-      "being written take the cache's place; it says how many they are.");
-  verb->footer("Example:\n  kelcache recover sim.xml");
-  verb->add_option("FILE", *file, "The cache that was being written")->required();
-  verb->callback([=] { *work = [=] { return Recover(*file); }; });
+      "Completes what a dead writer of a PC2 or NC cache left behind and says what it saved under "
+      "which name. That is the cache's own, or FILE.recovered beside a whole cache that stands "
+      "there.");
+  verb->footer("Examples:\n  kelcache recover sim.xml\n  kelcache recover sim.xml --force");
+  verb->add_option("FILE", options->file, "The cache that was being written")->required();
+  verb->add_flag("--force", options->force,
+                 "Put it in the place of a whole cache too, which is kept as FILE.before-recover");
+  verb->callback([=] { *work = [=] { return RecoverAndTell(*options); }; });
 }
 
 }  // namespace kelcache

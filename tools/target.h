@@ -7,7 +7,8 @@ namespace kelcache {
 /// A file that a verb is about to write.
 class Target {
  public:
-  /// Throws eFailed when the file exists and `force` is not given.
+  /// Throws eFailed when the file, or a data file of an NC cache of that name, exists and `force`
+  /// is not given, and in any case for what bears the name of a data file and is none.
   Target(const std::string& file, bool force);
 
   /// Throws eUsage when the file is the same as `source`.

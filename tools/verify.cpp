@@ -7,6 +7,7 @@
 #include "backends/zuPointCache2IO.h"
 #include "tools/cache_file.h"
 #include "tools/jobs.h"
+#include "tools/leftovers.h"
 #include "tools/readable.h"
 #include "tools/verbs.h"
 
@@ -83,28 +84,27 @@ void VerifyNC(const std::string& file, Problems* problems) {
                                        problems);
 }
 
-// BASE.ncx, BASEFrame12.ncc and the like.
-bool IsDataFileName(const std::string& name, const std::string& base) {
-  if (!name.starts_with(base) || !(name.ends_with(".ncx") || name.ends_with(".ncc"))) return false;
-  return name.size() == base.size() + 4 || name.compare(base.size(), 5, "Frame") == 0;
-}
-
 // Whether the system fails to deliver a file of a cache that has problems: then it cannot be told
 // whether the cache is damaged. Data files that are missing are damage.
 bool SystemFailsOn(const std::string& file, Format format) {
   if (SystemFails(file)) return true;
   if (format != kelsdk::KelCache::eNCFormat) return false;
-  const NCName name(file);
-  std::error_code unlisted;
-  std::filesystem::directory_iterator entries(name.folder, unlisted);
-  return std::any_of(begin(entries), end(entries), [&](const auto& entry) {
-    return IsDataFileName(entry.path().filename().string(), name.baseName) &&
-           SystemFails(entry.path().string());
-  });
+  struct Search {
+    NCName name;
+    bool fails = false;
+  } search{NCName(file)};
+  const auto look = [](void* context, const char* name, bool /*isReplaceable*/) {
+    auto* found = static_cast<Search*>(context);
+    found->fails = found->fails || SystemFails(found->name.folder + name);
+  };
+  kelsdk::zuCacheFileInterface::dataFilesInTheWay(search.name.folder.c_str(),
+                                                  search.name.baseName.c_str(), look, &search);
+  return search.fails;
 }
 
 JobResult VerifyFile(const std::string& file, const std::string& asName) {
   const Format format = FormatOf(file, asName);
+  TellOfLeftovers(file, format);
   ExpectReadable(file);
   Problems problems(file);
   switch (format) {

@@ -26,6 +26,12 @@ class Error {
   const char* text() const { return text_; }
   explicit operator bool() const { return kind_ != eNone; }
 
+  /// True when it is about what a file holds. Otherwise the file may be whole: it could not be
+  /// looked at for now.
+  bool IsAboutContent() const {
+    return kind_ == eCutShort || kind_ == eDamaged || kind_ == eUnsupported;
+  }
+
   void Clear();
 
   /// Sets kind and text; gives false, so that a function can `return error.Set(...)`.

@@ -43,6 +43,14 @@ bool OutputFile::OpenExisting(const char* path, Error& error) {
   return false;
 }
 
+bool OutputFile::IsHeld(const char* path) {
+  const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) return true;
+  const bool isHeld = ::flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  ::close(descriptor);
+  return isHeld;
+}
+
 // A file system without locks answers with another error than EWOULDBLOCK: no reason to fail.
 bool OutputFile::Lock(Error& error) {
   if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;

@@ -27,6 +27,10 @@ class OutputFile {
   /// Opens an existing file; eRefused when a living writer holds it.
   bool OpenExisting(const char* path, Error& error);
 
+  /// True when a living writer holds the file, or when that cannot be told. Takes no lock that a
+  /// writer could meet but on a file that none holds, and for a moment only.
+  static bool IsHeld(const char* path);
+
   bool IsOpen() const { return descriptor_ >= 0; }
   int Descriptor() const { return descriptor_; }
 

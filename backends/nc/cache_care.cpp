@@ -1,7 +1,9 @@
 // The operations on whole caches that need no open one: converting, verifying, recovering.
 #include "backends/io/guard.h"
 #include "backends/nc/convert.h"
+#include "backends/nc/owners.h"
 #include "backends/nc/recover.h"
+#include "backends/nc/remains.h"
 #include "backends/nc/verify.h"
 #include "backends/zuCacheFileInterface.h"
 
@@ -79,17 +81,52 @@ bool zuCacheFileInterface::verify(const char* folder, const char* baseName, repo
 
 bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
                                    unsigned int& blockCount, reportFunction report, void* context) {
+  return recover(folder, baseName, {}, blockCount, report, context);
+}
+
+bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
+                                   const recoverOptions& options, unsigned int& blockCount,
+                                   reportFunction report, void* context) {
   const nc::Report lines{report, context};
   Error error;
   nc::CacheName name;
   blockCount = 0;
   const bool saved = io::Guarded(error, false, [&] {
     return nc::MakeCacheName(folder, baseName, &name, error) &&
-           nc::Recover(name, &blockCount, lines);
+           nc::Recover(name, options.force, &blockCount, lines);
   });
   if (error) lines.Say("%s", error.text());
   if (!saved) blockCount = 0;
   return saved;
+}
+
+unsigned int zuCacheFileInterface::leftovers(const char* folder, const char* baseName,
+                                             reportFunction report, void* context) {
+  Error error;
+  nc::CacheName name;
+  return io::Guarded(error, 0U, [&] {
+    return nc::MakeCacheName(folder, baseName, &name, error)
+               ? nc::CountLeftovers(name, {report, context})
+               : 0U;
+  });
+}
+
+unsigned int zuCacheFileInterface::dataFilesInTheWay(const char* folder, const char* baseName,
+                                                     fileFunction told, void* context) {
+  Error error;
+  nc::CacheName name;
+  unsigned int count = 0;
+  io::Guarded(error, false, [&] {
+    return nc::MakeCacheName(folder, baseName, &name, error) &&
+           nc::ForEachInTheWay(
+               name,
+               [&](const std::string& fileName, bool isReplaceable) {
+                 ++count;
+                 if (told != nullptr) told(context, fileName.c_str(), isReplaceable);
+               },
+               error);
+  });
+  return count;
 }
 
 }  // namespace kelsdk

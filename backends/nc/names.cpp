@@ -83,6 +83,17 @@ bool IsDataFileName(std::string_view name, const std::string& base) {
   return name == ".ncx" || name == ".ncc";
 }
 
+bool IsDataFileName(std::string_view name, const std::string& base, bool isPerFrame,
+                    std::string_view tag) {
+  const bool isSingle = name.size() == base.size() + 1 + tag.size();
+  return IsDataFileName(name, base) && name.ends_with(tag) && isSingle != isPerFrame;
+}
+
+std::string RenamedDataFile(const std::string& name, const std::string& base,
+                            const std::string& newBase) {
+  return newBase + name.substr(base.size());
+}
+
 std::string PartialFolderName(const std::string& base, const Identity& identity) {
   return base + "." + FormatIdentity(identity) + std::string(kPartialEnding);
 }

@@ -33,6 +33,13 @@ void FrameFileName(const std::string& base, const char* tag, int ticksPerFrame, 
 
 /// True for a name that some data file of the cache might have, whatever tag and layout.
 bool IsDataFileName(std::string_view name, const std::string& base);
+/// The same for one layout and tag.
+bool IsDataFileName(std::string_view name, const std::string& base, bool isPerFrame,
+                    std::string_view tag);
+
+/// The name that a data file of one cache has as a file of another.
+std::string RenamedDataFile(const std::string& name, const std::string& base,
+                            const std::string& newBase);
 
 /// The folder beside the target in which a writer gathers its files under their final names.
 std::string PartialFolderName(const std::string& base, const Identity& identity);

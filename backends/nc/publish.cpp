@@ -1,17 +1,14 @@
 #include "backends/nc/publish.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
 #include <unordered_set>
 
-#include "backends/io/input_file.h"
 #include "backends/io/replace.h"
-#include "backends/nc/records.h"
-#include "backends/nc/scan.h"
+#include "backends/nc/data_files.h"
+#include "backends/nc/owners.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -49,7 +46,7 @@ Identity StandingIdentity(const CacheName& name) {
 bool WriteDescription(Partial* partial, const Description& description, Error& error) {
   const std::string text = FormatDescription(description);
   io::ReplaceTarget target;
-  if (!FindReplaceTarget(partial->name.DescriptionPath().c_str(), &target, error)) return false;
+  if (!FindReplaceTarget(partial->target.DescriptionPath().c_str(), &target, error)) return false;
   io::OutputFile& file = partial->description;
   if (target.exists && !file.SetMode(target.mode, error)) return false;
   return file.Truncate(0, error) && file.WriteAt(0, text.data(), text.size(), error) &&
@@ -57,52 +54,19 @@ bool WriteDescription(Partial* partial, const Description& description, Error& e
 }
 
 // Renames one data file into place, or finds it there because an interrupted publication has done
-// so.
+// so, or finds it where one that was begun under the cache's own name has put it.
 bool PlaceDataFile(const Partial& partial, const Identity& identity, const std::string& fileName,
                    Error& error) {
   const std::string from = partial.folder + fileName;
-  const std::string to = partial.name.folder + fileName;
+  const std::string own = partial.name.folder + fileName;
+  const std::string to =
+      partial.target.folder + RenamedDataFile(fileName, partial.name.base, partial.target.base);
   if (io::Rename(from.c_str(), to.c_str(), error)) return true;
-  Identity standing = {};
-  if (error.kind() != Error::eNotFound || !ReadFileIdentity(to, &standing) ||
-      standing != identity) {
-    return false;
-  }
+  if (error.kind() != Error::eNotFound) return false;
+  const bool isPlaced = CarriesIdentity(to, identity);
+  if (!isPlaced && !CarriesIdentity(own, identity)) return false;
   error.Clear();
-  return true;
-}
-
-// The caches of the folder whose data files may bear names of this one's: "shotFrame3.ncx" is a
-// frame of "shot" and the data of "shotFrame3".
-bool FindCachesOfAlikeName(const CacheName& name, std::vector<std::string>* alike, Error& error) {
-  std::vector<std::string> names;
-  if (!ListFolder(name.folder, &names, error)) return false;
-  for (const std::string& fileName : names) {
-    if (!fileName.ends_with(".xml")) continue;
-    const std::string base = fileName.substr(0, fileName.size() - 4);
-    if (base.starts_with(name.base + "Frame") || name.base.starts_with(base + "Frame")) {
-      alike->push_back(base);
-    }
-  }
-  return true;
-}
-
-// Refuses to write over a data file that another cache claims. What no cache claims is overwritten.
-bool CheckOwners(const CacheName& name, const Description& description, Error& error) {
-  std::vector<std::string> alike;
-  if (!FindCachesOfAlikeName(name, &alike, error)) return false;
-  for (const std::string& owner : alike) {
-    const Identity claimed = StandingIdentity({name.folder, owner});
-    if (claimed == Identity{}) continue;
-    const bool free = ForEachDataFile(description, name.base, [&](const std::string& fileName) {
-      Identity identity = {};
-      return !ReadFileIdentity(name.folder + fileName, &identity) || identity != claimed ||
-             error.Set(Error::eRefused, "%.100s belongs to the cache \"%.64s\"", fileName.c_str(),
-                       owner.c_str());
-    });
-    if (!free) return false;
-  }
-  return true;
+  return isPlaced || io::Rename(own.c_str(), to.c_str(), error);
 }
 
 // Removes data files of the cache that stood here before.
@@ -118,10 +82,7 @@ void RemoveReplaced(const CacheName& name, const Description& description) {
   for (const std::string& fileName : names) {
     if (!IsDataFileName(fileName, name.base) || own.contains(fileName)) continue;
     const std::string path = name.folder + fileName;
-    Identity identity = {};
-    if (ReadFileIdentity(path, &identity) && identity == description.replaced) {
-      io::Remove(path.c_str(), ignored);
-    }
+    if (CarriesIdentity(path, description.replaced)) io::Remove(path.c_str(), ignored);
   }
 }
 
@@ -129,7 +90,7 @@ void RemoveReplaced(const CacheName& name, const Description& description) {
 
 bool CreatePartial(const CacheName& name, const Identity& identity, Partial* partial,
                    Error& error) {
-  partial->name = name;
+  partial->name = partial->target = name;
   partial->folder = name.folder + PartialFolderName(name.base, identity) + "/";
   io::ReplaceTarget target;
   if (!FindReplaceTarget(name.DescriptionPath().c_str(), &target, error)) return false;
@@ -153,10 +114,10 @@ void DiscardPartial(Partial* partial) {
   partial->description.Close(ignored);
 }
 
-bool Publish(Partial* partial, Description* description, Error& error) {
+bool Publish(Partial* partial, Description* description, bool isOlderKept, Error& error) {
   if (!SyncDataFiles(*partial, *description, error)) return false;
-  description->replaced = StandingIdentity(partial->name);
-  if (!CheckOwners(partial->name, *description, error)) return false;
+  description->replaced = StandingIdentity(partial->target);
+  if (!CheckPlaces(partial->target, *description, isOlderKept, error)) return false;
   return WriteDescription(partial, *description, error) &&
          io::SyncFolderOf(partial->folder.c_str(), error) &&
          CompletePublication(partial, *description, error);
@@ -167,7 +128,7 @@ bool CompletePublication(Partial* partial, const Description& description, Error
       ForEachDataFile(description, partial->name.base, [&](const std::string& fileName) {
         return PlaceDataFile(*partial, description.identity, fileName, error);
       });
-  const std::string target = partial->name.DescriptionPath();
+  const std::string target = partial->target.DescriptionPath();
   // The names of the data are durable before the description's is made.
   if (!placed || !io::SyncFolderOf(target.c_str(), error) ||
       !io::Rename(partial->DescriptionPath().c_str(), target.c_str(), error) ||
@@ -181,29 +142,9 @@ bool CompletePublication(Partial* partial, const Description& description, Error
 void FinishPublication(const Partial& partial, const Description& description) {
   const bool replaces =
       description.replaced != Identity{} && description.replaced != description.identity;
-  if (replaces) RemoveReplaced(partial.name, description);
+  if (replaces) RemoveReplaced(partial.target, description);
   // Last: as long as the folder is there, recover comes back to what is left to do.
   ::rmdir(partial.folder.c_str());
-}
-
-bool ListFolder(const std::string& folder, std::vector<std::string>* names, Error& error) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
-  if (entries == nullptr) return error.SetSystem(errno, "cannot list the folder");
-  while (const dirent* entry = ::readdir(entries.get())) {
-    const std::string name = entry->d_name;
-    if (name != "." && name != "..") names->push_back(name);
-  }
-  return true;
-}
-
-bool ReadFileIdentity(const std::string& path, Identity* identity) {
-  io::InputFile file;
-  FileHeader header;
-  Error ignored;
-  if (!file.Open(path.c_str(), ignored)) return false;
-  if (!RecordScanner(file, file.Size()).ReadFileHeader(&header, ignored)) return false;
-  *identity = header.identity;
-  return true;
 }
 
 }  // namespace kelsdk::nc

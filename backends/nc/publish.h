@@ -12,7 +12,8 @@ namespace kelsdk::nc {
 /// The files of one writer, gathered under their final names in a folder beside the target. The
 /// description there is locked while its writer lives; it is empty until publication begins.
 struct Partial {
-  CacheName name;
+  CacheName name;      ///< that the files bear in the folder
+  CacheName target;    ///< that they will bear: the same, but for a cache recovered beside another
   std::string folder;  ///< with a final "/"
   io::OutputFile description;
 
@@ -30,35 +31,15 @@ void DiscardPartial(Partial* partial);
 /// Makes the data files durable, completes the description, puts everything in the place of the
 /// older cache and removes that one's other data files. Until the first rename a failure leaves the
 /// older cache as it was; whatever fails, CompletePublication can take over.
-bool Publish(Partial* partial, Description* description, io::Error& error);
+/// @param isOlderKept  what stands at the target has been kept under other names
+bool Publish(Partial* partial, Description* description, bool isOlderKept, io::Error& error);
 
 /// The renames of Publish, from wherever they were interrupted: the description in the partial
-/// folder is complete, and data files that are no longer beside it are in place.
+/// folder is complete, and data files that are no longer beside it are in place, under the target's
+/// name or the cache's own.
 bool CompletePublication(Partial* partial, const Description& description, io::Error& error);
 
 /// What is left to do when all files are in place.
 void FinishPublication(const Partial& partial, const Description& description);
-
-/// Calls `visit` with the name of every data file of the cache.
-template <typename Visit>
-bool ForEachDataFile(const Description& description, const std::string& base, Visit&& visit) {
-  std::string name;
-  if (!description.isPerFrame) {
-    SingleFileName(base, description.Tag(), &name);
-    return visit(name);
-  }
-  for (std::uint32_t i = 0; i < description.times.Count(); ++i) {
-    FrameFileName(base, description.Tag(), description.ticksPerFrame, description.times.At(i),
-                  &name);
-    if (!visit(name)) return false;
-  }
-  return true;
-}
-
-/// Calls `visit` with every name in a folder; false when it cannot be read.
-bool ListFolder(const std::string& folder, std::vector<std::string>* names, io::Error& error);
-
-/// The identity that a data file carries in its header.
-bool ReadFileIdentity(const std::string& path, Identity* identity);
 
 }  // namespace kelsdk::nc

@@ -3,29 +3,23 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
+#include <cerrno>
 #include <optional>
 
+#include "backends/io/replace.h"
+#include "backends/nc/data_files.h"
 #include "backends/nc/data_writer.h"
-#include "backends/nc/publish.h"
+#include "backends/nc/owners.h"
+#include "backends/nc/remains.h"
 #include "backends/nc/scan.h"
+#include "backends/nc/standing.h"
 
 namespace kelsdk::nc {
 namespace {
 
 using io::Error;
 
-// What a dead writer left.
-struct Remains {
-  Partial partial;
-  Identity identity = {};
-  std::uint64_t created = 0;
-  std::vector<std::string> dataFiles;
-  std::optional<Description> complete;  ///< when publication had begun
-};
-
-// What can be saved of it.
+// What can be saved of what a dead writer left.
 struct Salvage {
   Description description;
   std::vector<std::int32_t> ticks;                      ///< of whole time blocks
@@ -35,12 +29,6 @@ struct Salvage {
 bool ScanFile(const std::string& path, Scan* scan, Error& error) {
   io::InputFile file;
   return file.Open(path.c_str(), error) && ScanRecords(file, file.Size(), scan, error);
-}
-
-// A file that cannot be read for now may be whole: only what its bytes say drops or cuts it.
-bool IsAboutContent(const Error& error) {
-  return !error || error.kind() == Error::eCutShort || error.kind() == Error::eDamaged ||
-         error.kind() == Error::eUnsupported;
 }
 
 bool IsFinished(const std::string& path, const Scan& scan) {
@@ -108,7 +96,8 @@ bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salv
   Error why;
   const bool scanned = ScanFile(path, &scan, why);
   const Error& stop = scanned ? scan.stop : why;
-  if (!IsAboutContent(stop)) {
+  if (stop && !stop.IsAboutContent()) {
+    // It may be whole, and can only not be read for now.
     error = stop;
     return false;
   }
@@ -153,18 +142,15 @@ void DescribeTimes(Salvage* salvage) {
   }
 }
 
-bool Rebuild(Remains* remains, std::uint32_t* blockCount, const Report& report, Error& error) {
-  Salvage salvage;
-  for (const std::string& fileName : remains->dataFiles) {
-    if (!SaveFile(*remains, fileName, &salvage, report, error)) return false;
+// Completes the data files and describes what they hold. Nothing is saved of a cache without a
+// whole time block.
+bool Rebuild(const Remains& remains, Salvage* salvage, const Report& report, Error& error) {
+  for (const std::string& fileName : remains.dataFiles) {
+    if (!SaveFile(remains, fileName, salvage, report, error)) return false;
   }
-  SortUnique(&salvage.ticks);
-  if (salvage.ticks.empty()) {
-    return error.Set(Error::eRefused, "the partial cache holds no whole time block");
-  }
-  if (salvage.description.isPerFrame) DescribeTimes(&salvage);
-  *blockCount = static_cast<std::uint32_t>(salvage.ticks.size());
-  return Publish(&remains->partial, &salvage.description, error);
+  SortUnique(&salvage->ticks);
+  if (salvage->description.isPerFrame) DescribeTimes(salvage);
+  return true;
 }
 
 // The time blocks of a cache whose files are complete, wherever they are by now.
@@ -172,11 +158,12 @@ std::uint32_t CountBlocks(const Remains& remains) {
   const Description& description = *remains.complete;
   if (description.isPerFrame) return description.times.Count();
   std::string fileName;
-  SingleFileName(remains.partial.name.base, description.Tag(), &fileName);
+  const CacheName& name = remains.partial.name;
+  SingleFileName(remains.begunAs.value_or(name.base), description.Tag(), &fileName);
   Scan scan;
   Error ignored;
-  if (!ScanFile(remains.partial.folder + fileName, &scan, ignored) &&
-      !ScanFile(remains.partial.name.folder + fileName, &scan, ignored)) {
+  if (!ScanFile((remains.begunAs ? name.folder : remains.partial.folder) + fileName, &scan,
+                ignored)) {
     return 0;
   }
   std::vector<std::int32_t> ticks;
@@ -187,133 +174,135 @@ std::uint32_t CountBlocks(const Remains& remains) {
   return static_cast<std::uint32_t>(ticks.size());
 }
 
-std::uint64_t CreationOf(const Remains& remains) {
-  if (remains.complete) return remains.complete->created;
-  for (const std::string& fileName : remains.dataFiles) {
-    io::InputFile file;
-    FileHeader header;
-    Error ignored;
-    if (file.Open((remains.partial.folder + fileName).c_str(), ignored) &&
-        RecordScanner(file, file.Size()).ReadFileHeader(&header, ignored)) {
-      return header.created;
+bool RemoveEmptied(const Remains& remains, Error& error) {
+  return io::Remove(remains.partial.DescriptionPath().c_str(), error) &&
+         (::rmdir(remains.partial.folder.c_str()) == 0 ||
+          error.SetSystem(errno, "removing the folder"));
+}
+
+// Puts a cache into its place, or beside what stands there.
+class Placing {
+ public:
+  Placing(Remains* remains, bool force, const Report& report)
+      : remains_(*remains), name_(remains->partial.name), force_(force), report_(report) {}
+
+  // Before anything is changed.
+  bool Look(Error& error) {
+    standing_ = LookAtStanding(name_);
+    isNewer_ = standing_.description && standing_.description->created > remains_.created;
+    if (IsBegunBeside() || (!force_ && !remains_.begunAs)) return true;
+    if (standing_.unreadable) {
+      // What belongs to it, and whether it is newer, is not known.
+      return error.Set(standing_.unreadable.kind(), "the cache that stands there: %.128s",
+                       standing_.unreadable.text());
     }
+    if (!isNewer_ || !force_) return true;
+    return error.Set(Error::eRefused,
+                     "begun before the cache that stands there, and not put in its place; "
+                     "recovered without force it goes beside it");
   }
-  return 0;
-}
 
-// False when a living writer holds it or there is nothing of use in it.
-bool LookAt(const CacheName& name, const std::string& folderName, Remains* remains,
-            const Report& report) {
-  Partial& partial = remains->partial;
-  partial.name = name;
-  partial.folder = name.folder + folderName + "/";
-  Error error;
-  const std::string descriptionPath = partial.DescriptionPath();
-  if (!partial.description.OpenExisting(descriptionPath.c_str(), error)) {
-    report.Say("%s: %s", folderName.c_str(), error.text());
-    return false;
-  }
-  Description description;
-  if (ReadDescription(descriptionPath, &description, error) &&
-      description.identity == remains->identity) {
-    remains->complete = std::move(description);
-  }
-  std::vector<std::string> names;
-  if (!ListFolder(partial.folder, &names, error)) return false;
-  for (std::string& fileName : names) {
-    if (IsDataFileName(fileName, name.base)) remains->dataFiles.push_back(std::move(fileName));
-  }
-  std::sort(remains->dataFiles.begin(), remains->dataFiles.end());
-  remains->created = CreationOf(*remains);
-  return remains->complete || !remains->dataFiles.empty();
-}
-
-// A publication that was interrupted after its last rename leaves an empty folder.
-bool FinishedJustNow(const CacheName& name, const std::string& folderName, const Identity& identity,
-                     const std::optional<Description>& standing) {
-  if (!standing || standing->identity != identity) return false;
-  Partial partial;
-  partial.name = name;
-  partial.folder = name.folder + folderName + "/";
-  if (::access(partial.DescriptionPath().c_str(), F_OK) == 0) return false;
-  FinishPublication(partial, *standing);
-  return true;
-}
-
-std::optional<Remains> FindNewest(const CacheName& name, const std::vector<std::string>& names,
-                                  const Report& report) {
-  std::optional<Remains> newest;
-  for (const std::string& folderName : names) {
-    const auto identity = ParsePartialFolderName(folderName, name.base);
-    if (!identity) continue;
-    Remains remains;
-    remains.identity = *identity;
-    if (!LookAt(name, folderName, &remains, report)) continue;
-    if (newest) {
-      const bool isNewer = remains.created > newest->created;
-      report.Say("%s: an older attempt, left as it is",
-                 (isNewer ? newest->partial : remains.partial).folder.c_str());
-      if (!isNewer) continue;
+  bool Place(Description* description, Error& error) {
+    if (remains_.begunAs && (IsBegunBeside() || !isNewer_)) {
+      remains_.partial.target.base = *remains_.begunAs;
+      return Continue(*description, error);
     }
-    newest = std::move(remains);
+    bool isKept = false;
+    if (!ChooseTarget(*description, error)) return false;
+    if (!IsBeside() && !Keep(*description, &isKept, error)) return false;
+    return remains_.begunAs ? Continue(*description, error)
+                            : Publish(&remains_.partial, description, isKept, error);
   }
-  return newest;
+
+  void SayWhere(std::uint32_t blockCount) const {
+    const std::string base = name_.base + ".xml";
+    const std::string stays = IsBeside() ? "; " + base + " stays as it is" : "";
+    report_.Say("%u whole time blocks saved as %s.xml%s", blockCount,
+                remains_.partial.target.base.c_str(), stays.c_str());
+  }
+
+ private:
+  bool IsBeside() const { return remains_.partial.target.base != name_.base; }
+  bool IsBegunBeside() const { return remains_.begunAs && *remains_.begunAs != name_.base; }
+
+  // Its data files may have replaced others already, which were looked at before.
+  bool Continue(const Description& description, Error& error) {
+    return CheckPlaces(remains_.partial.target, description, true, error) &&
+           CompletePublication(&remains_.partial, description, error);
+  }
+
+  bool ChooseTarget(const Description& description, Error& error) {
+    bool beside = isNewer_ || (standing_.state == Standing::eWhole && !force_);
+    const bool isDamaged = standing_.state == Standing::eDamaged;
+    if (!beside && !CheckPlaces(name_, description, isDamaged, error)) {
+      if (force_) return false;
+      report_.Say("%s", error.text());
+      error.Clear();
+      beside = true;
+    }
+    return !beside || FindFreeBase(name_, remains_.identity, &remains_.partial.target.base, error);
+  }
+
+  bool Keep(const Description& description, bool* isKept, Error& error) {
+    std::string keptAs;
+    if (!KeepOlder(name_, standing_, description, &keptAs, error)) return false;
+    *isKept = !keptAs.empty();
+    if (!*isKept) return true;
+    if (standing_.state == Standing::eNothing) {
+      report_.Say("the data files in the way are kept as %s.*", keptAs.c_str());
+    } else {
+      report_.Say("the older cache is kept as %s.xml", keptAs.c_str());
+    }
+    return true;
+  }
+
+  Remains& remains_;
+  const CacheName& name_;
+  const bool force_;
+  const Report& report_;
+  Standing standing_;
+  bool isNewer_ = false;  // than what is recovered
+};
+
+enum EOutcome { eSaved, eFailed, eNothingWhole };
+
+EOutcome RecoverOne(Remains* remains, bool force, std::uint32_t* blockCount, const Report& report,
+                    Error& error) {
+  Placing placing(remains, force, report);
+  if (!placing.Look(error)) return eFailed;
+  Salvage salvage;
+  if (remains->complete) {
+    *blockCount = CountBlocks(*remains);
+    salvage.description = *remains->complete;
+  } else {
+    if (!Rebuild(*remains, &salvage, report, error)) return eFailed;
+    if (salvage.ticks.empty()) return eNothingWhole;
+    *blockCount = static_cast<std::uint32_t>(salvage.ticks.size());
+  }
+  if (!placing.Place(&salvage.description, error)) return eFailed;
+  placing.SayWhere(*blockCount);
+  return eSaved;
 }
 
 }  // namespace
 
-void Report::Say(const char* format, ...) const {
-  if (function == nullptr) return;
-  char line[1024];
-  std::va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(line, sizeof line, format, arguments);
-  va_end(arguments);
-  function(context, line);
-}
-
-bool Recover(const CacheName& name, std::uint32_t* blockCount, const Report& report) {
+bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount, const Report& report) {
   *blockCount = 0;
   Error error;
-  std::vector<std::string> names;
-  if (!ListFolder(name.folder, &names, error)) {
-    report.Say("%s: %s", name.folder.c_str(), error.text());
-    return false;
-  }
-  std::optional<Description> standing(std::in_place);
-  if (!ReadDescription(name.DescriptionPath(), &*standing, error)) standing.reset();
-  for (const std::string& folderName : names) {
-    const auto identity = ParsePartialFolderName(folderName, name.base);
-    if (identity && FinishedJustNow(name, folderName, *identity, standing)) {
-      report.Say("%s: was in place already, cleaned up", folderName.c_str());
-    }
-  }
-  std::optional<Remains> remains = FindNewest(name, names, report);
-  if (!remains) {
-    report.Say("%s: nothing to recover", name.base.c_str());
-    return false;
-  }
-  if (standing && standing->created > remains->created) {
-    report.Say(
-        "%s: begun before the cache that stands there, left as it is; to have it all the "
-        "same move %s.xml away",
-        remains->partial.folder.c_str(), name.base.c_str());
-    return false;
-  }
-  bool published = false;
-  if (remains->complete) {
-    *blockCount = CountBlocks(*remains);
-    published = CompletePublication(&remains->partial, *remains->complete, error);
-  } else {
-    published = Rebuild(&*remains, blockCount, report, error);
-  }
-  if (published) {
-    report.Say("%s: %u whole time blocks saved", name.base.c_str(), *blockCount);
-  } else {
+  std::optional<Remains> remains;
+  while (FindRemains(name, &remains, report, error) && remains) {
+    const std::string folder = remains->partial.folder;
+    const EOutcome outcome = RecoverOne(&*remains, force, blockCount, report, error);
+    if (outcome == eSaved) return true;
     *blockCount = 0;
-    report.Say("%s: %s", remains->partial.folder.c_str(), error.text());
+    if (outcome == eFailed || !RemoveEmptied(*remains, error)) {
+      report.Say("%s: %s", folder.c_str(), error.text());
+      return false;
+    }
+    report.Say("%s: holds no whole time block, removed", folder.c_str());
   }
-  return published;
+  report.Say("%s: %s", name.base.c_str(), error ? error.text() : "nothing to recover");
+  return false;
 }
 
 }  // namespace kelsdk::nc

@@ -1,20 +1,16 @@
 #pragma once
 
+#include <cstdint>
+
 #include "backends/nc/names.h"
-#include "backends/zuCacheFileInterface.h"
+#include "backends/nc/report.h"
 
 namespace kelsdk::nc {
 
-/// Where lines for a person go; the function may be null.
-struct Report {
-  zuCacheFileInterface::reportFunction function = nullptr;
-  void* context = nullptr;
-
-  void Say(const char* format, ...) const __attribute__((format(printf, 2, 3)));
-};
-
-/// Completes and publishes the newest of the partial caches that dead writers left, unless a newer
-/// cache stands there. May throw std::bad_alloc.
-bool Recover(const CacheName& name, std::uint32_t* blockCount, const Report& report);
+/// Completes and publishes what a dead writer left: first what one was putting in place, else the
+/// newest. It takes the name unless a whole cache, or a newer one, stands there: then it goes
+/// beside it, or with `force` in the place of the whole one, which is kept under another name. May
+/// throw std::bad_alloc.
+bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount, const Report& report);
 
 }  // namespace kelsdk::nc

@@ -242,14 +242,17 @@ class FileVerifier {
   Scan scan_;
 };
 
+bool HasTime(const TimeRuns& times, std::int32_t tick) {
+  const std::uint32_t upTo = times.CountUpTo(tick);
+  return upTo > 0 && times.At(upTo - 1) == tick;
+}
+
 // A frame's file holds that time, in the channels that the description says.
 bool CheckFrame(const Description& description, std::int32_t tick, const Scan& scan,
                 const std::string& fileName, const Report& report) {
   bool sound = true;
   for (std::uint32_t i = 0; i < description.channels.size(); ++i) {
-    const TimeRuns& times = description.TimesOf(description.channels[i]);
-    const std::uint32_t upTo = times.CountUpTo(tick);
-    const bool expected = upTo > 0 && times.At(upTo - 1) == tick;
+    const bool expected = HasTime(description.TimesOf(description.channels[i]), tick);
     const std::size_t found = i < scan.indices.size() ? scan.indices[i].size() : 0;
     if (found == (expected ? 1 : 0) && (found == 0 || scan.indices[i].front().tick == tick)) {
       continue;
@@ -261,21 +264,36 @@ bool CheckFrame(const Description& description, std::int32_t tick, const Scan& s
   return sound;
 }
 
-// Every time of a channel belongs to a file.
-bool CheckTimes(const Description& description, const Report& report) {
-  bool sound = true;
-  for (const Channel& channel : description.channels) {
-    for (const TimeRuns::Run& run : channel.times.Runs()) {
-      const std::uint32_t upTo = description.times.CountUpTo(run.End());
-      const bool known = run.count <= upTo && description.times.At(upTo - 1) == run.End();
-      if (known) continue;
-      report.Say("channel %s has times without a file", channel.name.c_str());
-      sound = false;
-      break;
+// Which times of the channels belong to a file. Counted file by file, for a description can claim
+// any number of times in one line.
+class TimesFound {
+ public:
+  explicit TimesFound(const Description& description)
+      : description_(description), counts_(description.channels.size()) {}
+
+  void CountFile(std::int32_t tick) {
+    for (std::size_t i = 0; i < counts_.size(); ++i) {
+      if (HasTime(description_.TimesOf(description_.channels[i]), tick)) ++counts_[i];
     }
   }
-  return sound;
-}
+
+  bool AreAll(const Report& report) const {
+    bool sound = true;
+    for (std::size_t i = 0; i < counts_.size(); ++i) {
+      const Channel& channel = description_.channels[i];
+      const std::uint32_t claimed = description_.TimesOf(channel).Count();
+      if (counts_[i] == claimed) continue;
+      report.Say("channel %s is to have %u samples, there are files for %u of them",
+                 channel.name.c_str(), claimed, counts_[i]);
+      sound = false;
+    }
+    return sound;
+  }
+
+ private:
+  const Description& description_;
+  std::vector<std::uint32_t> counts_;
+};
 
 }  // namespace
 
@@ -292,7 +310,8 @@ bool Verify(const CacheName& name, const Report& report) {
     SingleFileName(name.base, description.Tag(), &fileName);
     return verifier.Verify(fileName);
   }
-  bool sound = CheckTimes(description, report);
+  TimesFound found(description);
+  bool sound = true;
   std::uint32_t broken = 0;
   for (std::uint32_t i = 0; i < description.times.Count(); ++i) {
     if (broken == kMostBrokenFiles) {
@@ -305,8 +324,9 @@ bool Verify(const CacheName& name, const Report& report) {
                        CheckFrame(description, tick, verifier.Scanned(), fileName, report);
     broken += whole ? 0 : 1;
     sound = whole && sound;
+    found.CountFile(tick);
   }
-  return sound;
+  return found.AreAll(report) && sound;
 }
 
 }  // namespace kelsdk::nc

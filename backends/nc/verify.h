@@ -1,7 +1,7 @@
 #pragma once
 
 #include "backends/nc/names.h"
-#include "backends/nc/recover.h"
+#include "backends/nc/report.h"
 
 namespace kelsdk::nc {
 

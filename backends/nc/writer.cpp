@@ -10,6 +10,7 @@
 #include "backends/nc/array_fetch.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/codec.h"
+#include "backends/nc/owners.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -79,6 +80,7 @@ bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag,
     return error.Set(Error::eRefused, "%u/%u frames per second are not %d ticks per frame",
                      exactRate.numerator, exactRate.denominator, ticksPerFrame);
   }
+  if (!CheckPlacesAhead(name, isPerFrame, tag, error)) return false;
   description_.isPerFrame = isPerFrame;
   description_.isCompact = isCompact;
   description_.ticksPerFrame = ticksPerFrame;
@@ -320,7 +322,7 @@ bool CacheWriter::Finish(Error& error) {
   if (!description_.isPerFrame && !FinishSingle(error)) return Fail(error);
   if (description_.isPerFrame) DescribeTimes();
   publishing_ = true;
-  return Publish(&partial_, &description_, error) || Fail(error);
+  return Publish(&partial_, &description_, false, error) || Fail(error);
 }
 
 void CacheWriter::DescribeTimes() {

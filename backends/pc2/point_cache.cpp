@@ -24,6 +24,12 @@ void Show(const pc2::Header& header, zuPointCache2IO* shown) {
   shown->sampleCount = header.sampleCount;
 }
 
+auto Teller(zuPointCache2IO::reportFunction report, void* context) {
+  return [=](const char* line) {
+    if (report != nullptr) report(context, line);
+  };
+}
+
 }  // namespace
 
 zuPointCache2IO::zuPointCache2IO() : impl(new (std::nothrow) Impl) {}
@@ -91,15 +97,27 @@ unsigned int zuPointCache2IO::wholeSampleCount() const {
 
 bool zuPointCache2IO::recover(const char* fileName, unsigned int& savedCount, reportFunction report,
                               void* context) {
-  const auto tell = [&](const char* line) {
-    if (report != nullptr) report(context, line);
-  };
+  return recover(fileName, {}, savedCount, report, context);
+}
+
+bool zuPointCache2IO::recover(const char* fileName, const recoverOptions& options,
+                              unsigned int& savedCount, reportFunction report, void* context) {
+  const auto tell = Teller(report, context);
   io::Error error;
   const bool recovered = io::Guarded(error, false, [&] {
-    return pc2::Recover(fileName != nullptr ? fileName : "", &savedCount, tell, error);
+    return pc2::Recover(fileName != nullptr ? fileName : "", options.force, &savedCount, tell,
+                        error);
   });
   if (!recovered) tell(error.text());
   return recovered;
+}
+
+unsigned int zuPointCache2IO::leftovers(const char* fileName, reportFunction report,
+                                        void* context) {
+  io::Error error;
+  return io::Guarded(error, 0U, [&] {
+    return fileName != nullptr ? pc2::CountLeftovers(fileName, Teller(report, context)) : 0U;
+  });
 }
 
 }  // namespace kelsdk

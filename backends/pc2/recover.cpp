@@ -6,13 +6,18 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
+#include "backends/io/beside.h"
+#include "backends/io/input_file.h"
 #include "backends/io/output_file.h"
 #include "backends/io/replace.h"
 #include "backends/pc2/header.h"
+#include "backends/pc2/reader.h"
 #include "backends/pc2/writer.h"
 
 namespace kelsdk::pc2 {
@@ -22,6 +27,10 @@ struct Partial {
   std::string path;
   struct timespec written;
 };
+
+bool IsLater(const struct timespec& time, const struct timespec& other) {
+  return std::tie(time.tv_sec, time.tv_nsec) > std::tie(other.tv_sec, other.tv_nsec);
+}
 
 bool IsPartialOf(const std::string& name, const std::string& targetName) {
   const std::string prefix = targetName + kPartialSuffix;
@@ -42,19 +51,16 @@ std::vector<Partial> FindPartials(const std::string& target) {
     if (!IsPartialOf(name, targetName) || ::stat((folder + name).c_str(), &status) != 0) continue;
     partials.push_back({folder + name, status.st_mtim});
   }
-  std::sort(partials.begin(), partials.end(), [](const Partial& a, const Partial& b) {
-    return std::tie(a.written.tv_sec, a.written.tv_nsec) >
-           std::tie(b.written.tv_sec, b.written.tv_nsec);
-  });
+  std::sort(partials.begin(), partials.end(),
+            [](const Partial& a, const Partial& b) { return IsLater(a.written, b.written); });
   return partials;
 }
 
-// Opens a partial file and corrects its header to the whole samples that it holds.
-bool OpenPartial(const std::string& path, io::OutputFile* file, Header* header, io::Error& error) {
-  std::uint64_t size = 0;
+// Reads the header of a partial file, corrected to the whole samples that it holds.
+template <typename File>
+bool ReadPartialHeader(const File& file, std::uint64_t size, Header* header, io::Error& error) {
   unsigned char bytes[kHeaderSize];
-  if (!file->OpenExisting(path.c_str(), error) || !file->Size(&size, error) ||
-      !file->ReadAt(0, bytes, sizeof bytes, error) || !DecodeHeader(bytes, header, error) ||
+  if (!file.ReadAt(0, bytes, sizeof bytes, error) || !DecodeHeader(bytes, header, error) ||
       !CheckCounts(*header, error)) {
     return false;
   }
@@ -63,48 +69,159 @@ bool OpenPartial(const std::string& path, io::OutputFile* file, Header* header, 
   return error.Set(io::Error::eCutShort, "holds no whole sample");
 }
 
-// Keeps the file that is about to be replaced under a name of its own.
-bool KeepOlder(const std::string& target, const Report& report, io::Error& error) {
-  for (unsigned int attempt = 1; attempt < 1000; ++attempt) {
-    const std::string name =
-        target + ".before-recover" + (attempt > 1 ? std::to_string(attempt) : std::string());
-    if (::link(target.c_str(), name.c_str()) == 0) {
-      report(("the older cache is kept as " + name).c_str());
-      return true;
-    }
-    if (errno != EEXIST) break;
+bool OpenPartial(const std::string& path, io::OutputFile* file, Header* header, io::Error& error) {
+  std::uint64_t size = 0;
+  return file->OpenExisting(path.c_str(), error) && file->Size(&size, error) &&
+         ReadPartialHeader(*file, size, header, error);
+}
+
+// The lock is asked for last: a writer takes its own before it writes anything.
+bool IsLeftover(const std::string& path) {
+  io::InputFile file;
+  Header header;
+  io::Error ignored;
+  return file.Open(path.c_str(), ignored) &&
+         ReadPartialHeader(file, file.Size(), &header, ignored) &&
+         !io::OutputFile::IsHeld(path.c_str());
+}
+
+// "shot.recovered.pc2" for "shot.pc2", later ones with a number.
+std::string NameBeside(const std::string& target, const char* suffix, unsigned int attempt) {
+  const std::size_t name = target.rfind('/') + 1;
+  const std::size_t dot = target.rfind('.');
+  const std::size_t end = dot == std::string::npos || dot <= name ? target.size() : dot;
+  return io::NumberedName(target.substr(0, end) + suffix, attempt) + target.substr(end);
+}
+
+bool FindFreeName(const std::string& target, std::string* name, io::Error& error) {
+  for (unsigned int attempt = 1; attempt <= io::kMostNames; ++attempt) {
+    *name = NameBeside(target, io::kRecoveredSuffix, attempt);
+    if (!io::IsTaken(name->c_str())) return true;
   }
-  return error.SetSystem(errno, "keeping the older cache");
+  return error.Set(io::Error::eExists, "every name from %.100s on is taken", name->c_str());
+}
+
+// Keeps the file that is about to be replaced under a name of its own, which it may have from a
+// recovery that was interrupted.
+bool KeepOlder(const std::string& target, const Report& report, io::Error& error) {
+  for (unsigned int attempt = 1; attempt <= io::kMostNames; ++attempt) {
+    const std::string name = NameBeside(target, io::kOlderSuffix, attempt);
+    if (io::Link(target.c_str(), name.c_str(), error) ||
+        (error.kind() == io::Error::eExists && io::IsSameFile(target.c_str(), name.c_str()))) {
+      error.Clear();
+      report(("the older file is kept as " + name).c_str());
+      return io::SyncFolderOf(name.c_str(), error);
+    }
+    if (error.kind() != io::Error::eExists) break;
+  }
+  const io::Error why = error;
+  return error.Set(why.kind(), "the older file cannot be kept: %.128s", why.text());
+}
+
+// What stands at the target.
+struct Standing {
+  bool isWhole = false;  // or cannot be told from a whole one
+  bool isNewer = false;  // written after the partial file
+};
+
+Standing LookAtStanding(const io::ReplaceTarget& target, const Partial& partial) {
+  Standing standing;
+  struct stat status = {};
+  if (!target.exists) return standing;
+  standing.isNewer =
+      ::stat(target.path.c_str(), &status) != 0 || IsLater(status.st_mtim, partial.written);
+  Reader reader;
+  io::Error why;
+  if (!reader.Open(target.path.c_str(), why)) {
+    standing.isWhole = !why.IsAboutContent();
+  } else {
+    standing.isWhole =
+        reader.header().version != kVersion || reader.WholeSamples() == reader.header().sampleCount;
+  }
+  return standing;
+}
+
+// Makes the partial file a whole one. It keeps the time of its last sample, which tells older
+// attempts from newer.
+bool Complete(const Partial& partial, io::OutputFile* file, const Header& header,
+              io::Error& error) {
+  unsigned char bytes[kHeaderSize];
+  EncodeHeader(header, bytes);
+  if (!file->WriteAt(0, bytes, sizeof bytes, error) ||
+      !file->Truncate(header.OffsetOf(header.sampleCount), error)) {
+    return false;
+  }
+  const struct timespec times[] = {{0, UTIME_OMIT}, partial.written};
+  static_cast<void>(::futimens(file->Descriptor(), times));
+  return file->Sync(error);
 }
 
 bool Publish(const Partial& partial, io::OutputFile* file, const Header& header,
-             const io::ReplaceTarget& target, const Report& report, io::Error& error) {
-  unsigned char bytes[kHeaderSize];
-  EncodeHeader(header, bytes);
-  return file->WriteAt(0, bytes, sizeof bytes, error) &&
-         file->Truncate(header.OffsetOf(header.sampleCount), error) && file->Sync(error) &&
-         (!target.exists || KeepOlder(target.path, report, error)) &&
-         io::Rename(partial.path.c_str(), target.path.c_str(), error) &&
-         io::SyncFolderOf(target.path.c_str(), error) && file->Close(error);
+             const io::ReplaceTarget& target, bool force, const Report& report, io::Error& error) {
+  const Standing standing = LookAtStanding(target, partial);
+  if (force && standing.isNewer) {
+    return error.Set(io::Error::eRefused,
+                     "%.64s was written before the file that stands there, and is not put in its "
+                     "place; recovered without force it goes beside it",
+                     partial.path.substr(partial.path.rfind('/') + 1).c_str());
+  }
+  const bool beside = standing.isNewer || (standing.isWhole && !force);
+  std::string name = target.path;
+  if (beside && !FindFreeName(target.path, &name, error)) return false;
+  if (!Complete(partial, file, header, error) ||
+      (!beside && target.exists && !KeepOlder(target.path, report, error)) ||
+      !io::Rename(partial.path.c_str(), name.c_str(), error) ||
+      !io::SyncFolderOf(name.c_str(), error) || !file->Close(error)) {
+    return false;
+  }
+  std::string line = std::to_string(header.sampleCount) + " whole samples saved as " + name;
+  if (beside) line += "; " + target.path + " stays as it is";
+  report(line.c_str());
+  return true;
 }
 
 }  // namespace
 
-bool Recover(const char* path, std::uint32_t* sampleCount, const Report& report, io::Error& error) {
+bool Recover(const char* path, bool force, std::uint32_t* sampleCount, const Report& report,
+             io::Error& error) {
   io::ReplaceTarget target;
   if (!io::FindReplaceTarget(path, &target, error)) return false;
+  std::optional<Partial> newest;
+  io::OutputFile file;
+  Header header;
   for (const Partial& partial : FindPartials(target.path)) {
-    io::OutputFile file;
-    Header header;
-    if (!OpenPartial(partial.path, &file, &header, error)) {
+    if (newest) {
+      if (IsLeftover(partial.path)) {
+        report(
+            (partial.path + ": an older attempt, left as it is; recover again saves it").c_str());
+      }
+    } else if (io::OutputFile opened; OpenPartial(partial.path, &opened, &header, error)) {
+      file = std::move(opened);
+      newest = partial;
+    } else {
       report((partial.path + ": " + error.text()).c_str());
-      continue;
     }
-    if (!Publish(partial, &file, header, target, report, error)) return false;
-    *sampleCount = header.sampleCount;
-    return true;
   }
-  return error.Set(io::Error::eNotFound, "no dead writer has left anything to recover");
+  if (!newest) {
+    return error.Set(io::Error::eNotFound, "no dead writer has left anything to recover");
+  }
+  if (!Publish(*newest, &file, header, target, force, report, error)) return false;
+  *sampleCount = header.sampleCount;
+  return true;
+}
+
+std::uint32_t CountLeftovers(const char* path, const Report& report) {
+  io::ReplaceTarget target;
+  io::Error ignored;
+  // Whatever stands there, the path is followed.
+  io::FindReplaceTarget(path, &target, ignored);
+  std::uint32_t count = 0;
+  for (const Partial& partial : FindPartials(target.path)) {
+    if (!IsLeftover(partial.path)) continue;
+    ++count;
+    report((partial.path + ": left by a writer that died").c_str());
+  }
+  return count;
 }
 
 }  // namespace kelsdk::pc2

@@ -2,15 +2,12 @@
 
 #include <algorithm>
 
+#include "backends/io/beside.h"
+
 namespace kelsdk::pc2 {
-namespace {
-
-constexpr unsigned int kMostPartials = 1000;
-
-}  // namespace
 
 std::string PartialName(const std::string& target, unsigned int attempt) {
-  return target + kPartialSuffix + (attempt > 1 ? std::to_string(attempt) : "");
+  return io::NumberedName(target + kPartialSuffix, attempt);
 }
 
 Writer::~Writer() {
@@ -29,7 +26,7 @@ bool Writer::Begin(const Header& header, io::Error& error) {
   if (target_.path.empty()) return error.Set(io::Error::eRefused, "no target was prepared");
   if (file_.IsOpen()) return error.Set(io::Error::eRefused, "writing has begun already");
   if (!CheckCounts(header, error)) return false;
-  for (unsigned int attempt = 1; attempt <= kMostPartials && !file_.IsOpen(); ++attempt) {
+  for (unsigned int attempt = 1; attempt <= io::kMostNames && !file_.IsOpen(); ++attempt) {
     partialPath_ = PartialName(target_.path, attempt);
     if (!file_.Create(partialPath_.c_str(), target_.mode, error) &&
         error.kind() != io::Error::eExists) {

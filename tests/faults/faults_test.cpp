@@ -64,7 +64,7 @@ bool RunWithFault(const Fault& fault, unsigned long n, const std::function<void(
   return failure.Reached();
 }
 
-enum EOperation { eRead, eWrite, eRecover, eFromPC2, eToPC2 };
+enum EOperation { eRead, eWrite, eRecover, eRecoverByForce, eFromPC2, eToPC2 };
 
 struct Operation {
   const char* name;
@@ -76,11 +76,10 @@ void PrintTo(const Operation& operation, std::ostream* out) {
   *out << operation.name;
 }
 
-constexpr Operation kOperations[] = {{"read", eRead, 5},
-                                     {"write", eWrite, 12},
-                                     {"recover", eRecover, 11},
-                                     {"from_PC2", eFromPC2, 25},
-                                     {"to_PC2", eToPC2, 15}};
+constexpr Operation kOperations[] = {
+    {"read", eRead, 5},         {"write", eWrite, 12},
+    {"recover", eRecover, 11},  {"recover_by_force", eRecoverByForce, 11},
+    {"from_PC2", eFromPC2, 25}, {"to_PC2", eToPC2, 15}};
 
 class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<Store, Operation>> {
  protected:
@@ -96,16 +95,21 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     sourcePath_ = PathOf(source_);
     WriteCache(replaced, targetPath_, older_, steps_);
     if (operation_ >= eFromPC2) WriteCache(source_, sourcePath_, newer_, steps_);
-    if (operation_ == eRecover) WriteCache(target_, targetPath_, newer_, steps_, false);
+    if (Recovers()) WriteCache(target_, targetPath_, newer_, steps_, false);
     Keep();
   }
+
+  bool Recovers() const { return operation_ == eRecover || operation_ == eRecoverByForce; }
 
   void Operate() {
     unsigned int saved = 0;
     switch (operation_) {
       case eRead: ReadInBothWays(); break;
       case eWrite: WriteCache(target_, targetPath_, newer_, steps_); break;
-      case eRecover: Recover(target_, targetPath_, work_, saved); break;
+      case eRecover:
+      case eRecoverByForce:
+        Recover(target_, targetPath_, work_, operation_ == eRecoverByForce, saved);
+        break;
       case eFromPC2:
       case eToPC2: Convert(); break;
     }
@@ -151,7 +155,7 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
 
   // The samples that must not get lost.
   unsigned int Sure(const Fault& fault) const {
-    if (operation_ == eRecover || converted_) return newer_.samples;
+    if (Recovers() || converted_) return newer_.samples;
     if (operation_ != eWrite) return 0;
     const unsigned int confirmed = Confirmed(newer_.samples);
     // That a block could not be ended shows with the next one only.
@@ -166,16 +170,20 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     if (operation_ == eRead) {
       EXPECT_TRUE(ReadCache(target_, targetPath_) == older_.All());
     } else {
-      stands = ExpectNothingLost(target_, older_, newer_, Sure(fault),
-                                 fault.kind == Fault::eAllocation && operation_ == eWrite);
+      Allowed allowed;
+      allowed.endsEarly = fault.kind == Fault::eAllocation && operation_ == eWrite;
+      allowed.olderGone = !Recovers();
+      allowed.otherNames = target_.binary == KelCache::eNCBinaryC;
+      allowed.force = operation_ == eRecoverByForce;
+      stands = ExpectNothingLost(target_, older_, newer_, Sure(fault), allowed);
     }
     if (operation_ >= eFromPC2) {
       EXPECT_TRUE(ReadCache(source_, sourcePath_) == newer_.All()) << "the source has suffered";
       EXPECT_TRUE(!isOnce || stands == 0 || stands == newer_.samples) << "half a conversion";
     } else if (stands > 0 && fault.kind == Fault::eDeath) {
-      ExpectOnlyFilesOf(target_);
+      ExpectOnlyFilesOfCaches(target_);
     }
-    if (operation_ == eRecover) return;  // done, with the older cache put aside
+    if (Recovers()) return;  // done
     Operate();
     EXPECT_TRUE(ReadCache(target_, targetPath_) == (operation_ == eRead ? older_ : newer_).All());
     EXPECT_TRUE(Verifies(target_));
@@ -221,11 +229,11 @@ std::string NameOf(const testing::TestParamInfo<std::tuple<Store, Operation>>& p
 
 INSTANTIATE_TEST_SUITE_P(OfOneCache, Faults,
                          testing::Combine(testing::ValuesIn(kStores),
-                                          testing::ValuesIn(kOperations, kOperations + 3)),
+                                          testing::ValuesIn(kOperations, kOperations + 4)),
                          NameOf);
 INSTANTIATE_TEST_SUITE_P(OfConversions, Faults,
                          testing::Combine(testing::ValuesIn(kStores + 1, std::end(kStores)),
-                                          testing::ValuesIn(kOperations + 3,
+                                          testing::ValuesIn(kOperations + 4,
                                                             std::end(kOperations))),
                          NameOf);
 
@@ -274,8 +282,8 @@ TEST_P(Killed, AtRandomMoments) {
 
     (steps_.done < kLastStep - 1 ? within : closing)++;
     const unsigned int sure = Confirmed(kNew.samples);
-    const unsigned int stands = ExpectNothingLost(store, kOld, kNew, sure);
-    if (stands > 0) ExpectOnlyFilesOf(store);
+    const unsigned int stands = ExpectNothingLost(store, kOld, kNew, sure, {});
+    if (stands > 0) ExpectOnlyFilesOfCaches(store);
     confirmed += sure;
     found += stands;
   }

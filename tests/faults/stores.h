@@ -180,11 +180,17 @@ inline std::optional<Contents> ReadCache(const Store& store, const std::string& 
 /// Completes what dead writers left of the cache "shot" in a folder, which ends in "/"; `samples`
 /// are those that the recovered cache holds.
 inline bool Recover(const Store& store, const std::string& path, const std::string& folder,
-                    unsigned int& samples) {
+                    bool force, unsigned int& samples) {
   samples = 0;
-  return store.IsNC()
-             ? zuCacheFileInterface::recover(folder.c_str(), "shot", samples, nullptr, nullptr)
-             : zuPointCache2IO::recover(path.c_str(), samples, nullptr, nullptr);
+  if (store.IsNC()) {
+    zuCacheFileInterface::recoverOptions options;
+    options.force = force;
+    return zuCacheFileInterface::recover(folder.c_str(), "shot", options, samples, nullptr,
+                                         nullptr);
+  }
+  zuPointCache2IO::recoverOptions options;
+  options.force = force;
+  return zuPointCache2IO::recover(path.c_str(), options, samples, nullptr, nullptr);
 }
 
 // Of a sample that was not confirmed may be there: all of it, nothing or, in a file made in its
@@ -222,16 +228,24 @@ class StoreTest : public FileTest {
   // Keeps the folder as it is now.
   void Keep() {
     fs::remove_all(kept_);
-    fs::copy(work_, kept_, fs::copy_options::recursive);
+    fs::rename(work_, kept_);
+    Restore();
   }
 
   void Restore() {
     fs::remove_all(work_);
     fs::copy(kept_, work_, fs::copy_options::recursive);
+    // The times tell older files from newer.
+    for (const auto& entry : fs::recursive_directory_iterator(kept_)) {
+      fs::last_write_time(work_ / fs::relative(entry.path(), kept_),
+                          fs::last_write_time(entry.path()));
+    }
   }
 
-  bool Verifies(const Store& store) const {
-    return !store.IsNC() || zuCacheFileInterface::verify(work_.c_str(), "shot", nullptr, nullptr);
+  bool Verifies(const Store& store, const std::string& cache = "shot.xml") const {
+    const std::string base = cache.substr(0, cache.size() - 4);
+    return !store.IsNC() ||
+           zuCacheFileInterface::verify(work_.c_str(), base.c_str(), nullptr, nullptr);
   }
 
   // The samples whose writing has returned, of those that were to be written.
@@ -239,60 +253,78 @@ class StoreTest : public FileTest {
     return std::min(samples, std::max(steps_.done.load(), 1U) - 1);
   }
 
+  /// What may be of the older cache, and of the newer, after an operation that was interrupted.
+  struct Allowed {
+    bool endsEarly = false;   ///< the newer one may stand without the last samples that it was to
+                              ///< have, as after one that the object itself could not take
+    bool olderGone = true;    ///< the operation was to replace the older one
+    bool otherNames = false;  ///< the older one may be whole though its replacement had begun
+    bool force = false;       ///< recover into the place of the older one
+  };
+
   // After a writer of `newer` has ended in any way, `confirmed` of its samples being sure: what
-  // stands is `older` whole or `newer`, or can be recovered with no sample lost. Leaves nothing to
-  // recover. Returns the samples of `newer` that stand at the end. `endsEarly`: the newer one may
-  // stand without the others, as after a sample that the object itself could not take.
+  // stands is `older` whole or `newer`, or can be recovered with no sample lost, and while `older`
+  // stands whole it is not lost by that. Leaves nothing to recover. Returns the samples of `newer`
+  // that stand at the end.
   unsigned int ExpectNothingLost(const Store& store, const Animation& older, const Animation& newer,
-                                 unsigned int confirmed, bool endsEarly = false) {
+                                 unsigned int confirmed, const Allowed& allowed) {
     const std::string path = PathOf(store);
     const Contents before = older.All();
     const Contents after = newer.All();
-    std::optional<Contents> found = ReadCache(store, path);
-    const bool isNewer = found && Holds(*found, after, endsEarly ? confirmed : after.size());
+    const std::optional<Contents> found = ReadCache(store, path);
+    const bool isNewer =
+        found && Holds(*found, after, allowed.endsEarly ? confirmed : after.size());
     EXPECT_TRUE(isNewer || found == before ||
                 (store.IsNC() && (!found || IsPartOf(*found, before))))
         << "neither the older cache nor the newer";
     unsigned int saved = 0;
-    const bool recovered = Recover(store, path, work_, saved);
-    found = ReadCache(store, path);
-    EXPECT_TRUE(Verifies(store));
-    const bool stands = found && Holds(*found, after, confirmed);
-    if (recovered) {
-      EXPECT_TRUE(stands) << "recovered " << saved << " of " << confirmed;
-      EXPECT_EQ(found->size(), saved);
-    } else if (!stands) {
-      EXPECT_EQ(confirmed, 0U) << "samples lost";
-      EXPECT_TRUE(found == before) << "the older cache lost";
+    const bool recovered = Recover(store, path, work_, allowed.force, saved);
+    std::optional<unsigned int> stands;
+    unsigned int olderCaches = 0;
+    for (const std::string& cache : Caches(store)) {
+      EXPECT_TRUE(Verifies(store, cache)) << cache;
+      const std::optional<Contents> contents = ReadCache(store, work_ + cache);
+      if (contents == before) {
+        ++olderCaches;
+      } else if (contents && Holds(*contents, after, confirmed)) {
+        EXPECT_FALSE(stands) << "recovered twice";
+        stands = static_cast<unsigned int>(contents->size());
+      } else {
+        ADD_FAILURE() << cache << " is neither the older cache nor the newer";
+      }
     }
-    ExpectPutAside(before, !store.IsNC() && recovered);
-    EXPECT_FALSE(Recover(store, path, work_, saved)) << "there is nothing left";
-    return stands ? static_cast<unsigned int>(found->size()) : 0;
+    EXPECT_TRUE(stands || confirmed == 0) << "samples lost";
+    EXPECT_TRUE(!recovered || stands == saved) << "recovered " << saved;
+    const bool hadBegun = found != before || allowed.otherNames || !recovered;
+    EXPECT_EQ(olderCaches, (allowed.olderGone && stands && hadBegun) ? olderCaches : 1U)
+        << "the older cache lost, or kept twice";
+    EXPECT_FALSE(Recover(store, path, work_, allowed.force, saved)) << "there is nothing left";
+    return stands.value_or(0);
   }
 
-  // No file of an older cache or of a writer is left beside the cache.
-  void ExpectOnlyFilesOf(const Store& store) {
-    const StoreObject object(store, PathOf(store));
-    EXPECT_TRUE(object->OpenFileForRead(nullptr));
-    const int dataFiles = store.IsNC() ? object->GetCacheDataFileCount(nullptr) : 0;
-    EXPECT_EQ(NamesIn(work_).size(), static_cast<std::size_t>(dataFiles) + 1);
+  // Nothing but whole caches is left in the folder.
+  void ExpectOnlyFilesOfCaches(const Store& store) {
+    std::size_t files = 0;
+    for (const std::string& cache : Caches(store)) {
+      const StoreObject object(store, work_ + cache);
+      EXPECT_TRUE(object->OpenFileForRead(nullptr));
+      files += 1;
+      if (store.IsNC()) files += static_cast<std::size_t>(object->GetCacheDataFileCount(nullptr));
+    }
+    EXPECT_EQ(NamesIn(work_).size(), files);
   }
 
   const std::string work_ = folder_.File("work/");
   Steps& steps_;  ///< in memory that child processes share
 
  private:
-  // Recovering a PC2 file puts the older one aside, again when it is interrupted. Removes it.
-  void ExpectPutAside(const Contents& older, bool expected) {
-    unsigned int found = 0;
-    for (const std::string& name : NamesIn(work_)) {
-      if (name.find(".before-recover") == std::string::npos) continue;
-      ++found;
-      fs::rename(work_ + name, work_ + "older.pc2");
-      EXPECT_TRUE(ReadCache(kPC2, work_ + "older.pc2") == older) << "the older cache lost";
-      fs::remove(work_ + "older.pc2");
-    }
-    EXPECT_TRUE(found > 0 || !expected);
+  // The caches of a format in the folder.
+  std::vector<std::string> Caches(const Store& store) const {
+    std::vector<std::string> caches = NamesIn(work_);
+    std::erase_if(caches, [&](const std::string& name) {
+      return !name.ends_with(store.IsNC() ? ".xml" : ".pc2");
+    });
+    return caches;
   }
 
   const std::string kept_ = folder_.File("kept");

@@ -94,6 +94,21 @@ TEST_F(DescriptionFile, MismatchWithTheDataFiles) {
     EXPECT_EQ(ReadCache(Folder(), "shot").has_value(), row.opens) << row.to;
     EXPECT_FALSE(Verifies("shot")) << row.to;
   }
+  // Times of a channel, the last of which alone has a file.
+  CacheSpec frames = Form{Cache::eFilePerFrame, "ncx"}.Of(Frames(5, 3));
+  frames.channels.push_back({"late", zuCacheData::eNCFloatArray});
+  frames.samples.push_back({1, 1000, Bytes(12)});
+  ASSERT_TRUE(Write(Folder(), "frames", frames));
+  EXPECT_TRUE(Verifies("frames"));
+  const std::string path = folder_.File("frames.xml");
+  const Bytes sound = test::ReadBytes(path);
+  for (const char* times :
+       {"100:450:3", "-2147483648:1:2147484649", "750 1000", "0", "1000 1250"}) {
+    const std::string text =
+        With({sound.begin(), sound.end()}, "<times>1000<", "<times>" + std::string(times) + "<");
+    test::WriteBytes(path, Bytes(text.begin(), text.end()));
+    EXPECT_FALSE(Verifies("frames")) << times;
+  }
   // One line claims billions of files: no memory, no time.
   describe(With(kByHand, "-250:250:4 1000", "-2147483648:1:4294967295"));
   EXPECT_FALSE(Verifies("shot"));

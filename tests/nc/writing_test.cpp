@@ -1,20 +1,11 @@
+#include <filesystem>
+
 #include "tests/nc/nc_test.h"
 
 namespace kelsdk::nc {
 namespace {
 
-class Writing : public NcTest {
- protected:
-  /// The blocks that recover saved.
-  unsigned int Recover() {
-    unsigned int blocks = 0;
-    const bool recovered = Cache::recover(Folder().c_str(), "shot", blocks, test::AddLine, &said_);
-    EXPECT_EQ(recovered, blocks > 0);
-    return blocks;
-  }
-
-  std::string said_;
-};
+using Writing = NcTest;
 
 TEST_F(Writing, OddOrdersOfCalls) {
   for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
@@ -57,13 +48,22 @@ TEST_F(Writing, OddOrdersOfCalls) {
 TEST_F(Writing, CachesOfAlikeNameKeepTheirFiles) {
   const CacheSpec neighbour = Frames(2, 3);
   const CacheSpec frames = Form{Cache::eFilePerFrame, "ncx"}.Of(Frames(3, 10, 5));
-  ASSERT_TRUE(Write(Folder(), "shotFrame1", neighbour));
-  EXPECT_FALSE(Write(Folder(), "shot", frames)) << "frame 1 would go over shotFrame1.ncx";
+  {
+    Cache cache;
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", frames));
+    ASSERT_TRUE(Write(Folder(), "shotFrame1", neighbour));
+    EXPECT_FALSE(cache.endFileWrite()) << "frame 1 would go over shotFrame1.ncx";
+    EXPECT_NE(std::string(cache.errorString()).find("shotFrame1"), std::string::npos);
+  }
+  EXPECT_FALSE(Write(Folder(), "shot", frames)) << "another time not even begun";
+  EXPECT_EQ(test::NamesIn(folder_.path()).size(), 3u) << "the first one's remains";
   EXPECT_TRUE(ReadCache(Folder(), "shotFrame1") == ContentsOf(neighbour));
   EXPECT_FALSE(ReadCache(Folder(), "shot"));
-  EXPECT_EQ(Recover(), 0u);
+  unsigned int blocks = 0;
+  EXPECT_TRUE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr));
+  EXPECT_TRUE(ReadCache(Folder(), "shot.recovered") == ContentsOf(frames));
   ASSERT_EQ(std::remove(folder_.File("shotFrame1.xml").c_str()), 0);
-  EXPECT_EQ(Recover(), 3u) << "nobody claims that file any more";
+  EXPECT_TRUE(Write(Folder(), "shot", frames)) << "nobody claims that file any more";
   EXPECT_FALSE(Write(Folder(), "shotFrame2", neighbour)) << "and the other way round";
   EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(frames));
 
@@ -74,21 +74,54 @@ TEST_F(Writing, CachesOfAlikeNameKeepTheirFiles) {
   EXPECT_TRUE(ReadCache(Folder(), "shotFrame30") == ContentsOf(neighbour));
 }
 
-TEST_F(Writing, RecoverTakesTheNewestAndLeavesTheLiving) {
-  ASSERT_TRUE(Write(Folder(), "shot", Frames(2, 10)));
-  const CacheSpec second = Frames(3, 10, 40);
-  for (const CacheSpec& spec : {Frames(4, 10, 20), second, Frames(0, 0)}) {
+TEST_F(Writing, WhatIsNoDataFileIsNotReplaced) {
+  constexpr Form kFrames = {Cache::eFilePerFrame, "ncx"};
+  constexpr Form kSingle = {Cache::eSingleFile, "ncx"};
+  const struct {
+    const char* name;
+    bool isFolder;
+    Form form;
+    bool serves;
+    unsigned int inTheWay;
+  } rows[] = {{"shot.ncx", false, kSingle, false, 1},
+              {"shot.ncx", true, kSingle, false, 1},
+              {"shotFrame99.ncx", false, kFrames, false, 1},
+              {"shotFrame-1Tick3.ncx", true, kFrames, false, 1},
+              {"shot.ncx", false, kFrames, true, 1},
+              {"shotFrame99.ncx", false, kSingle, true, 1},
+              {"shot.ncc", false, kSingle, true, 1},
+              {"shotFrameX.ncx", false, kFrames, true, 0},
+              {"shot.2.ncx", false, kSingle, true, 0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    const test::ScratchFolder scratch;
+    const std::string folder = scratch.path() + "/";
+    const Bytes notes = {'n', 'o'};
+    const std::string path = scratch.File(row.name);
+    if (row.isFolder) {
+      std::filesystem::create_directory(path);
+    } else {
+      test::WriteBytes(path, notes);
+    }
+    EXPECT_EQ(Cache::dataFilesInTheWay(folder.c_str(), "shot", nullptr, nullptr), row.inTheWay);
+    const CacheSpec spec = row.form.Of(Frames(2, 3));
     Cache cache;
-    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", spec));
+    EXPECT_EQ(WriteOpen(cache, folder, "shot", spec) && cache.endFileWrite(), row.serves);
+    if (!row.serves) {
+      EXPECT_EQ(std::string(cache.errorString()).find(row.name), 0u) << cache.errorString();
+      EXPECT_EQ(test::NamesIn(scratch.path()).size(), 1u);
+    }
+    if (!row.isFolder) {
+      EXPECT_EQ(test::ReadBytes(path), notes);
+    }
   }
-  Cache living;
-  ASSERT_TRUE(WriteOpen(living, Folder(), "shot", Frames(1, 10, 60)));
-  EXPECT_EQ(Recover(), 3u) << said_;
-  EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(second));
-  EXPECT_NE(said_.find("a living writer"), std::string::npos);
-  EXPECT_EQ(Recover(), 0u) << "the first is older than what stands there now";
-  EXPECT_TRUE(living.endFileWrite()) << living.errorString();
-  EXPECT_EQ(test::NamesIn(folder_.path()).size(), 3u) << "a writer of nothing left something";
+
+  // What comes while it is written is found at the end.
+  Cache cache;
+  ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", kFrames.Of(Frames(2, 3))));
+  test::WriteBytes(folder_.File("shotFrame1.ncx"), {'n'});
+  EXPECT_FALSE(cache.endFileWrite());
+  EXPECT_EQ(test::ReadBytes(folder_.File("shotFrame1.ncx")), Bytes{'n'});
 }
 
 }  // namespace

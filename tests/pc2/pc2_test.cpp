@@ -58,8 +58,19 @@ class PC2 : public FileTest {
     PC2Object cache(path);
     return cache->OpenFileForRead(nullptr) ? cache.Fetch(sample) : std::nullopt;
   }
-  static bool Recover(const std::string& path, unsigned int& saved) {
-    return zuPointCache2IO::recover(path.c_str(), saved, nullptr, nullptr);
+  static bool Recover(const std::string& path, unsigned int& saved, bool force = false) {
+    zuPointCache2IO::recoverOptions options;
+    options.force = force;
+    return zuPointCache2IO::recover(path.c_str(), options, saved, nullptr, nullptr);
+  }
+  static unsigned int Leftovers(const std::string& path) {
+    return zuPointCache2IO::leftovers(path.c_str(), nullptr, nullptr);
+  }
+  // Samples of two points that are never published.
+  static void WriteAndDie(const std::string& path, const std::vector<unsigned int>& samples) {
+    PC2Object cache(path);
+    ASSERT_TRUE(cache->OpenFileForWrite(7, 24, 5, 2, nullptr));
+    for (const unsigned int sample : samples) cache.WriteSample(sample);
   }
 
   const std::string path_ = folder_.File("shot.pc2");
@@ -151,6 +162,7 @@ TEST_F(PC2, WritersOfOneTargetDoNotMeet) {
   EXPECT_TRUE(second.WriteSample(1));
   unsigned int saved = 0;
   EXPECT_FALSE(Recover(path_, saved)) << "both live";
+  EXPECT_EQ(Leftovers(path_), 0U);
   first->CloseFile(nullptr);
   EXPECT_EQ(FirstValue(path_, 0), 0.0F);
   second->CloseFile(nullptr);
@@ -174,25 +186,76 @@ TEST_F(PC2, RecoversWhatADeadWriterLeft) {
     SCOPED_TRACE(c.why);
     const ScratchFolder folder;
     const std::string path = folder.File("sim.pc2");
+    const std::string beside = folder.File("sim.recovered.pc2");
     WriteBytes(path, MakePC2(1, 1, 12));
     const Bytes older = ReadBytes(path);
-    {
-      PC2Object cache(path);
-      ASSERT_TRUE(cache->OpenFileForWrite(7, 24, 5, 2, nullptr));
-      for (const unsigned int sample : c.written) cache.WriteSample(sample);
-    }  // destroyed without CloseFile
-    EXPECT_EQ(ReadBytes(path), older);
+    WriteAndDie(path, c.written);
     EXPECT_EQ(Exists(path + ".partial"), !c.written.empty());
     if (c.cutTo != 0) fs::resize_file(path + ".partial", c.cutTo);
+    EXPECT_EQ(Leftovers(path), c.saved != 0 ? 1U : 0U);
     unsigned int saved = 0;
     EXPECT_EQ(Recover(path, saved), c.saved != 0);
     EXPECT_EQ(saved, c.saved);
-    EXPECT_EQ(ReadBytes(c.saved != 0 ? path + ".before-recover" : path), older);
+    EXPECT_EQ(ReadBytes(path), older) << "a whole file stays";
+    EXPECT_EQ(Exists(beside), c.saved != 0);
     if (c.saved == 0) continue;
-    EXPECT_EQ(ReadBytes(path).size(), 32 + 24 * c.saved);
-    EXPECT_EQ(FirstValue(path, c.saved - 1), float(c.saved - 1));
+    EXPECT_EQ(ReadBytes(beside).size(), 32 + 24 * c.saved);
+    EXPECT_EQ(FirstValue(beside, c.saved - 1), float(c.saved - 1));
     EXPECT_FALSE(Recover(path, saved)) << "only once";
   }
+}
+
+TEST_F(PC2, RecoveryLosesNothingThatStands) {
+  const struct {
+    const char* why;
+    Bytes standing;  // empty: nothing
+    bool force;
+    const char* savedAs;
+    const char* keptAs;
+  } cases[] = {
+      {"nothing", {}, false, "sim.pc2", nullptr},
+      {"nothing, by force", {}, true, "sim.pc2", nullptr},
+      {"whole", MakePC2(1, 2, 24), false, "sim.recovered2.pc2", "sim.pc2"},
+      {"whole, by force", MakePC2(1, 2, 24), true, "sim.pc2", "sim.before-recover2.pc2"},
+      {"cut short", MakePC2(1, 2, 23), false, "sim.pc2", "sim.before-recover2.pc2"},
+      {"of another kind", Bytes(100, 'x'), false, "sim.pc2", "sim.before-recover2.pc2"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.why);
+    const ScratchFolder folder;
+    const Bytes taken = {'t'};
+    for (const char* name : {"sim.recovered.pc2", "sim.before-recover.pc2"}) {
+      WriteBytes(folder.File(name), taken);
+    }
+    const std::string path = folder.File("sim.pc2");
+    if (!c.standing.empty()) WriteBytes(path, c.standing);
+    WriteAndDie(path, {0, 1, 2});
+    unsigned int saved = 0;
+    EXPECT_TRUE(Recover(path, saved, c.force));
+    EXPECT_EQ(FirstValue(folder.File(c.savedAs), 2), 2.0F);
+    if (c.keptAs != nullptr) {
+      EXPECT_EQ(ReadBytes(folder.File(c.keptAs)), c.standing);
+    }
+    EXPECT_EQ(NamesIn(folder.path()).size(), c.keptAs != nullptr ? 4U : 3U);
+    EXPECT_EQ(ReadBytes(folder.File("sim.recovered.pc2")), taken);
+    EXPECT_EQ(ReadBytes(folder.File("sim.before-recover.pc2")), taken);
+  }
+}
+
+TEST_F(PC2, OlderAttemptsAreNotPutOverNewerFiles) {
+  for (const std::vector<unsigned int>& samples : {std::vector<unsigned int>{0, 1, 2}, {0}}) {
+    WriteAndDie(path_, samples);
+    ::usleep(20000);  // the system's file times are that coarse
+  }
+  EXPECT_EQ(Leftovers(path_), 2U);
+  unsigned int saved = 0;
+  EXPECT_TRUE(Recover(path_, saved));
+  EXPECT_EQ(saved, 1U) << "the newest first";
+  EXPECT_FALSE(Recover(path_, saved, true)) << "older than what stands there now";
+  EXPECT_EQ(Leftovers(path_), 1U);
+  EXPECT_TRUE(Recover(path_, saved));
+  EXPECT_EQ(FirstValue(folder_.File("shot.recovered.pc2"), 2), 2.0F);
+  EXPECT_EQ(fs::file_size(path_), 32 + 24U);
 }
 
 // Permissions bind everybody but the superuser: look at them as another user.

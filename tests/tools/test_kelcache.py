@@ -191,6 +191,26 @@ class NC(CommandTest):
                 self.assertEqual([float32(value) for value in dump["values"]],
                                  [float32(value) for value in values])
 
+    def test_data_files_without_a_description_are_not_replaced_in_silence(self):
+        source = self.make("source.xml")
+        path = self.make("shot.xml")
+        path.unlink()
+        data = self.folder / "shot.ncx"
+        kept = data.read_bytes()
+        verbs = [["make", path, "--points", 5, "--frames", 2], ["convert", source, path],
+                 ["retime", source, path, "--offset", 1]]
+        for verb in verbs:
+            self.expect_error(FAILED, f"{data}: exists already; --force replaces it", *verb)
+        self.assertEqual(data.read_bytes(), kept)
+        for verb in verbs:
+            self.run_done(*verb, "--force")
+            path.unlink()
+            data.write_bytes(b"notes")
+            self.expect_error(FAILED, f"{data}: is in the way and is no NC data file", *verb,
+                              "--force")
+            self.assertEqual(data.read_bytes(), b"notes")
+            data.unlink()
+
     def test_verify_finds_damage_in_many_files(self):
         caches = [self.make(f"{name}.xml") for name in ("sound", "flipped", "lost")]
         cut = self.pc2("cut.pc2", 1, 5, [0] * 7)
@@ -316,26 +336,69 @@ class Converting(CommandTest):
 
 
 class Recovering(CommandTest):
+    def kill(self, *words):
+        running = subprocess.Popen([COMMAND, *map(str, words)], stderr=subprocess.DEVNULL)
+        time.sleep(0.3)
+        running.kill()
+        running.wait()
+
+    def saved(self, path, words, *more):
+        done = run("recover", path, *more)
+        self.assertEqual((done.returncode, done.stderr), (DONE, ""))
+        line = next(line for line in done.stdout.splitlines() if words in line)
+        return int(line.removeprefix(f"{path}: ").split()[0]), done.stdout
+
+    def expect_frames(self, path, frames, points):
+        self.run_done("verify", path)
+        self.assertIn(f"{frames} frames (0 to {frames - 1}), {points} points",
+                      self.run_done("play", path))
+
     def test_a_killed_writer(self):
-        for name, words in [("sim.pc2", "whole samples saved"), ("sim.xml", "whole time blocks saved")]:
+        for name, unit in [("sim.pc2", "samples"), ("sim.xml", "time blocks")]:
             path = self.folder / name
-            self.run_done("make", path, "--points", 10, "--frames", 2)
-            older = self.run_done("dump", path, "--sample", 1)
-            running = subprocess.Popen([COMMAND, "make", str(path), "--points", "50000", "--frames",
-                                        "2000", "--force"])
-            time.sleep(0.3)
-            running.kill()
-            running.wait()
-            self.assertEqual(self.run_done("dump", path, "--sample", 1), older)
-            done = run("recover", path)
-            self.assertEqual(done.returncode, DONE, done.stderr)
-            self.assertIn(words, done.stdout)
-            saved = int(done.stdout.split(": ")[1].split()[0])
-            self.assertGreater(saved, 0)
-            self.assertIn(f"{saved} frames (0 to {saved - 1}), 50000 points",
-                          self.run_done("play", path))
-            self.run_done("verify", path)
-            self.assertEqual(run("recover", path).returncode, FAILED)
+            beside, kept = (self.folder / f"sim.{word}{path.suffix}"
+                            for word in ("recovered", "before-recover"))
+            make = ["make", path, "--points", 50000, "--frames", 2000, "--force"]
+            self.kill(*make)
+            for verb in ("info", "verify"):
+                failed = run(verb, path)
+                self.assertEqual(failed.returncode, FAILED)
+                self.assertIn(f"kelcache recover {path} saves it", failed.stderr)
+            saved, _ = self.saved(path, f"whole {unit} saved as ")
+            self.expect_frames(path, saved, 50000)
+
+            self.run_done("make", path, "--points", 10, "--frames", 40, "--force")
+            self.kill(*make)
+            self.assertIn("kelcache recover", run("verify", path).stderr)
+            saved, said = self.saved(path, f"whole {unit} saved as ")
+            self.assertIn(f"{beside.name}; ", said)
+            self.assertIn(f"{path.name} stays as it is", said)
+            self.expect_frames(path, 40, 10)
+            self.expect_frames(beside, saved, 50000)
+            self.expect_error(FAILED, "recover", "recover", path)
+
+            self.kill(*make)
+            saved, said = self.saved(path, f"whole {unit} saved as ", "--force")
+            self.assertIn(f"is kept as {'' if unit == 'time blocks' else self.folder / ''}", said)
+            self.assertIn(kept.name, said)
+            self.expect_frames(path, saved, 50000)
+            self.expect_frames(kept, 40, 10)
+
+    def test_a_killed_conversion(self):
+        source, path = self.folder / "long.pc2", self.folder / "shot.xml"
+        self.run_done("make", source, "--points", 20000, "--frames", 1000)
+        self.run_done("make", path, "--points", 10, "--frames", 40)
+        running = subprocess.Popen([COMMAND, "convert", source, path, "--force"],
+                                   stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + 60
+        while not any(part.stat().st_size > 1 << 20 for part in self.folder.glob("*.part/*.ncx")):
+            self.assertLess(time.monotonic(), deadline)
+        running.kill()
+        running.wait()
+        self.assertEqual(run("verify", path).returncode, DONE)
+        saved, _ = self.saved(path, "saved as shot.recovered.xml; shot.xml stays as it is")
+        self.expect_frames(path, 40, 10)
+        self.expect_frames(self.folder / "shot.recovered.xml", saved, 20000)
 
 
 if __name__ == "__main__":

@@ -1,0 +1,226 @@
+#include "backends/nc/remains.h"
+
+#include <algorithm>
+
+#include "backends/io/beside.h"
+#include "backends/io/input_file.h"
+#include "backends/nc/data_files.h"
+#include "backends/nc/scan.h"
+
+namespace kelsdk::nc {
+namespace {
+
+using io::Error;
+
+Partial PartialIn(const CacheName& name, const std::string& folderName) {
+  Partial partial;
+  partial.name = partial.target = name;
+  partial.folder = name.folder + folderName + "/";
+  return partial;
+}
+
+// Calls `visit` with the base names under which the cache may have been put in place.
+template <typename Visit>
+bool ForEachBase(const std::string& base, Visit&& visit) {
+  if (visit(base)) return true;
+  for (unsigned int attempt = 1; attempt <= io::kMostNames; ++attempt) {
+    if (visit(io::NumberedName(base + io::kRecoveredSuffix, attempt))) return true;
+  }
+  return false;
+}
+
+// Finds the data files of a complete description in the folder or where an interrupted publication
+// has put them.
+class DataFileSearch {
+ public:
+  explicit DataFileSearch(Remains* remains) : remains_(*remains), name_(remains->partial.name) {}
+
+  // eNotFound when one is nowhere; any other error leaves open where it is.
+  bool FindAll(Error& error) {
+    return ForEachDataFile(*remains_.complete, name_.base, [&](const std::string& fileName) {
+      const std::vector<std::string>& here = remains_.dataFiles;
+      if (std::binary_search(here.begin(), here.end(), fileName) || IsPlaced(fileName)) return true;
+      if (unclear_) {
+        error = unclear_;
+        return false;
+      }
+      return error.Set(Error::eNotFound, "%.100s, which belongs to it, is gone", fileName.c_str());
+    });
+  }
+
+ private:
+  bool IsPlaced(const std::string& fileName) {
+    if (remains_.begunAs) {
+      return IsUnder(fileName, *remains_.begunAs) || IsUnder(fileName, name_.base);
+    }
+    return ForEachBase(name_.base, [&](const std::string& base) {
+      if (!IsUnder(fileName, base)) return false;
+      remains_.begunAs = base;
+      return true;
+    });
+  }
+
+  bool IsUnder(const std::string& fileName, const std::string& base) {
+    const std::string path = name_.folder + RenamedDataFile(fileName, name_.base, base);
+    Identity identity = {};
+    Error why;
+    if (ReadFileIdentity(path, &identity, why)) return identity == remains_.identity;
+    if (why.kind() != Error::eNotFound && !why.IsAboutContent()) unclear_ = why;
+    return false;
+  }
+
+  Remains& remains_;
+  const CacheName& name_;
+  Error unclear_;
+};
+
+std::uint64_t CreationOf(const Remains& remains) {
+  if (remains.complete) return remains.complete->created;
+  for (const std::string& fileName : remains.dataFiles) {
+    io::InputFile file;
+    FileHeader header;
+    Error ignored;
+    if (file.Open((remains.partial.folder + fileName).c_str(), ignored) &&
+        RecordScanner(file, file.Size()).ReadFileHeader(&header, ignored)) {
+      return header.created;
+    }
+  }
+  return 0;
+}
+
+// Takes a description that is complete; what lacks data files of it is as good as one that is not,
+// unless some are in place already.
+bool TakeDescription(Remains* remains, Error& error) {
+  Description description;
+  if (!ReadDescription(remains->partial.DescriptionPath(), &description, error)) {
+    return error.IsAboutContent();
+  }
+  if (description.identity != remains->identity) return true;
+  remains->complete = std::move(description);
+  if (DataFileSearch(remains).FindAll(error)) return true;
+  const bool isGone = error.kind() == Error::eNotFound;
+  if (!isGone || remains->begunAs || remains->dataFiles.empty()) return false;
+  remains->complete.reset();
+  return true;
+}
+
+// False when a living writer holds it, it cannot be looked at or there is nothing of use in it.
+bool LookAt(Remains* remains, Error& error) {
+  Partial& partial = remains->partial;
+  std::vector<std::string> names;
+  if (!ListFolder(partial.folder, &names, error)) return false;
+  for (std::string& fileName : names) {
+    if (IsDataFileName(fileName, partial.name.base)) {
+      remains->dataFiles.push_back(std::move(fileName));
+    }
+  }
+  std::sort(remains->dataFiles.begin(), remains->dataFiles.end());
+  if (!partial.description.OpenExisting(partial.DescriptionPath().c_str(), error) ||
+      !TakeDescription(remains, error)) {
+    return false;
+  }
+  error.Clear();
+  remains->created = CreationOf(*remains);
+  return remains->complete || !remains->dataFiles.empty();
+}
+
+// A publication that was interrupted after its last rename leaves a folder without description.
+bool FinishPublished(const Remains& remains) {
+  Partial partial = PartialIn(remains.partial.name, "");
+  partial.folder = remains.partial.folder;
+  return ForEachBase(partial.name.base, [&](const std::string& base) {
+    partial.target.base = base;
+    Description description;
+    Error ignored;
+    if (!ReadDescription(partial.target.DescriptionPath(), &description, ignored) ||
+        description.identity != remains.identity) {
+      return false;
+    }
+    FinishPublication(partial, description);
+    return true;
+  });
+}
+
+bool IsMoreUrgent(const Remains& remains, const Remains& other) {
+  if (remains.begunAs.has_value() != other.begunAs.has_value()) return remains.begunAs.has_value();
+  return remains.created > other.created;
+}
+
+void SayLeft(const Remains& remains, const Report& report) {
+  report.Say("%s: another attempt, left as it is; recover again saves it",
+             remains.partial.folder.c_str());
+}
+
+// A description without data files beside it is of use as long as those are in place.
+bool HasDataInPlace(const Partial& partial, const Identity& identity) {
+  Remains remains;
+  remains.partial.name = partial.name;
+  remains.identity = identity;
+  Description description;
+  Error ignored;
+  if (!ReadDescription(partial.DescriptionPath(), &description, ignored)) return false;
+  remains.complete = std::move(description);
+  return DataFileSearch(&remains).FindAll(ignored);
+}
+
+// The lock is asked for last: a writer takes its own before it makes a data file, and must not meet
+// ours.
+bool IsLeftover(const Partial& partial, const Identity& identity) {
+  std::vector<std::string> names;
+  Error ignored;
+  if (!ListFolder(partial.folder, &names, ignored)) return false;
+  const bool hasData = std::any_of(names.begin(), names.end(), [&](const std::string& fileName) {
+    return IsDataFileName(fileName, partial.name.base);
+  });
+  return (hasData || HasDataInPlace(partial, identity)) &&
+         !io::OutputFile::IsHeld(partial.DescriptionPath().c_str());
+}
+
+}  // namespace
+
+bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Report& report,
+                 Error& error) {
+  std::vector<std::string> names;
+  if (!ListFolder(name.folder, &names, error)) return false;
+  found->reset();
+  for (const std::string& folderName : names) {
+    const auto identity = ParsePartialFolderName(folderName, name.base);
+    if (!identity) continue;
+    Remains remains;
+    remains.identity = *identity;
+    remains.partial = PartialIn(name, folderName);
+    Error why;
+    if (!LookAt(&remains, why)) {
+      const bool isEmpty = !remains.complete && remains.dataFiles.empty();
+      if (why.kind() == Error::eNotFound && isEmpty) {
+        if (FinishPublished(remains)) {
+          report.Say("%s: was in place already, cleaned up", folderName.c_str());
+        }
+      } else if (why) {
+        report.Say("%s: %s", folderName.c_str(), why.text());
+      }
+    } else if (!*found || IsMoreUrgent(remains, **found)) {
+      if (*found) SayLeft(**found, report);
+      *found = std::move(remains);
+    } else {
+      SayLeft(remains, report);
+    }
+  }
+  return true;
+}
+
+std::uint32_t CountLeftovers(const CacheName& name, const Report& report) {
+  std::vector<std::string> names;
+  Error ignored;
+  std::uint32_t count = 0;
+  if (!ListFolder(name.folder, &names, ignored)) return 0;
+  for (const std::string& folderName : names) {
+    const auto identity = ParsePartialFolderName(folderName, name.base);
+    if (!identity || !IsLeftover(PartialIn(name, folderName), *identity)) continue;
+    ++count;
+    report.Say("%s: left by a writer that died", folderName.c_str());
+  }
+  return count;
+}
+
+}  // namespace kelsdk::nc

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "backends/nc/description.h"
+#include "backends/nc/publish.h"
+#include "backends/nc/report.h"
+
+namespace kelsdk::nc {
+
+/// What a dead writer left. Its description is locked as long as this lives.
+struct Remains {
+  Partial partial;
+  Identity identity = {};
+  std::uint64_t created = 0;
+  std::vector<std::string> dataFiles;   ///< in the partial folder
+  std::optional<Description> complete;  ///< when publication had begun, with all its data there
+  std::optional<std::string> begunAs;   ///< the base name under which data files were put in place
+};
+
+/// The remains to recover next: those whose publication was interrupted, else the newest; the
+/// others are named. Finishes on the way what lacked nothing but the cleaning up. May throw
+/// std::bad_alloc.
+bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Report& report,
+                 io::Error& error);
+
+/// The remains that no living writer holds. May throw std::bad_alloc.
+std::uint32_t CountLeftovers(const CacheName& name, const Report& report);
+
+}  // namespace kelsdk::nc
