@@ -24,6 +24,31 @@ void Fetch(AlembicInterface& archive, unsigned int channel, unsigned int count, 
   Require(buffer[values] == kUntouched);
 }
 
+// A sample by its number: what it says of itself agrees, and it fills no more than its room.
+void UseSample(AlembicInterface& archive, unsigned int channel, unsigned int sample,
+               const AlembicChannelInfo& info) {
+  unsigned int first = 0;
+  unsigned int last = 0;
+  unsigned long long identity = 0;
+  if (archive.GetSampleRun(channel, sample, first, last, identity)) {
+    Require(first <= sample && sample <= last && last < info.sampleCount);
+  }
+  double seconds = 0;
+  Require(archive.GetSampleTime(channel, sample, seconds));
+  unsigned int length = 0;
+  const bool sound = archive.GetSampleLength(channel, sample, length);
+  Require(!sound || length <= info.elementCount);
+  unsigned int count = std::min(sound ? length : 1, kMostElements);
+  const unsigned int room = count;
+  // The widest values are of eight bytes.
+  std::vector<double> values(std::size_t{count} * archive.GetChannelDataLength(channel) + 1);
+  const double untouched = values.back();
+  if (archive.ReadSample(channel, sample, values.data(), count)) {
+    Require(sound && count == length && count <= room);
+  }
+  Require(values.back() == untouched);
+}
+
 void UseChannel(AlembicInterface& archive, unsigned int channel) {
   KelString name;
   Require(archive.GetChannelName(channel, name));
@@ -44,6 +69,12 @@ void UseChannel(AlembicInterface& archive, unsigned int channel) {
   for (const KelTime time : {KelTime(-1), start, middle, end}) {
     Fetch(archive, channel, count, time);
   }
+  for (const unsigned int sample : {0U, info.sampleCount / 2, info.sampleCount - 1}) {
+    UseSample(archive, channel, sample, info);
+  }
+  unsigned int at = 0;
+  Require(archive.GetSampleAtTime(channel, middle, at) && at < info.sampleCount);
+  Require(!archive.GetSampleLength(channel, info.sampleCount, at));
   Fetch(archive, channel, 1, start);
   Fetch(archive, channel, count + 3, end);
 }
