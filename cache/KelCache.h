@@ -118,6 +118,10 @@ class KelCache : public KelObject {
                 unsigned int pointCount, double frameStartOffset, KelStatus* status,
                 ENCDataType dataType, ENCBinaryFormat binaryFormat);
   bool OpenFileForRead(KelStatus* status);
+  /// Opens the very file of the absolute name for reading, whatever its extension, as a file of the
+  /// format set; an NC cache, whose files share a base name, as OpenFileForRead does.
+  /// Errors: those of OpenFile, with "Cache file not found: %s" for a name that is no file's.
+  bool OpenNamedFileForRead(KelStatus* status);
   /// PC2. The file carries the start frame and a sample rate of 1 frame.
   bool OpenFileForWrite(double frameStartOffset, double samplingFrameRate, unsigned int sampleCount,
                         unsigned int pointCount, KelStatus* status);

@@ -184,6 +184,31 @@ bool KelCache::OpenFileForRead(KelStatus* status) {
                   eNCDoubleVectorArray, eNCBinaryX);
 }
 
+bool KelCache::OpenNamedFileForRead(KelStatus* status) {
+  const EFileFormat format = GetCacheFileFormat();
+  const bool hasOneFile = format == ePC2Format || format == eAlembicFormat;
+  if (!hasOneFile || internalState == nullptr || IsOpenFor(internalState, format)) {
+    return OpenFileForRead(status);
+  }
+  ClearStatus(status);
+  internalState->refusal[0] = 0;
+  const CacheNames names(*this);
+  const KelString folder = FolderOf(names.absolute);
+  const KelString baseName = BaseNameOf(names.absolute);
+  if (!folder.IsValid() || !baseName.IsValid()) return Fail(status, KelStatus::eFailure);
+  if (!KelFileUtils::Exist(names.absolute)) {
+    if (status != nullptr) {
+      status->SetCode(KelStatus::eFailure, "Cache file not found: %s", names.absolute.Buffer());
+    }
+    return false;
+  }
+  const bool opened = format == ePC2Format ? OpenPC2(eOpenForRead, names.absolute, folder, baseName,
+                                                     0, 0, 0.0, status)
+                                           : OpenAlembic(names.absolute, status);
+  if (opened) internalState->openFlag = eOpenForRead;
+  return opened;
+}
+
 bool KelCache::OpenFileForWrite(double frameStartOffset, double samplingFrameRate,
                                 unsigned int sampleCount, unsigned int pointCount,
                                 KelStatus* status) {

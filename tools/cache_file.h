@@ -11,13 +11,6 @@ namespace kelcache {
 
 using Format = kelsdk::KelCache::EFileFormat;
 
-/// "pc2", "nc" or "alembic".
-const char* NameOf(Format format);
-
-/// The format that a file's extension tells, or `asName` when it is not empty. Throws eUsage for an
-/// extension that tells none.
-Format FormatOf(const std::string& file, const std::string& asName);
-
 /// A cache object of its own manager, named after one file. Ends with what it holds.
 class CacheFile {
  public:

@@ -196,14 +196,13 @@ std::uint64_t Transfer(Source& source, const std::string& out, Format to,
 }
 
 void ExpectOptionsFor(Format to, const std::string& out, const ConvertOptions& options) {
-  if (to == KelCache::eAlembicFormat) {
-    throw ToolError(eUsage, out + ": Alembic archives are only read");
-  }
-  if (to == KelCache::ePC2Format && (options.perFrame || options.compact || options.snapFrames)) {
+  ExpectWritten(to, out);
+  const bool hasLayouts = RowOf(to).hasLayouts;
+  if (!hasLayouts && (options.perFrame || options.compact || options.snapFrames)) {
     throw ToolError(eUsage,
                     out + ": --per-frame, --compact and --snap-frames are for NC caches (.xml)");
   }
-  if (to == KelCache::eNCFormat && options.pad != EPad::eNone) {
+  if (hasLayouts && options.pad != EPad::eNone) {
     throw ToolError(eUsage, out + ": --pad is for PC2 files; NC caches hold arrays of any length");
   }
 }

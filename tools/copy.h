@@ -52,15 +52,6 @@ void PrintCopied(const std::string& file, std::uint64_t samples);
 /// Says that a PC2 file holds doubles as floats, of a channel of doubles.
 void SayWhatPC2Rounds(const ChannelSummary& channel, const std::string& target);
 
-/// How an NC cache keeps a frame rate: its ticks per frame, and the rate itself where they are cut.
-/// Throws eUsage for a rate whose ticks are below 1 or do not fit.
-struct TickRate {
-  explicit TickRate(const kelsdk::KelFrameRate& rate);
-  int ticksPerFrame = 0;
-  kelsdk::KelFrameRate exactRate = {0, 0};
-  double exactTicks = 0;
-};
-
 // The two kinds of copy; Copy chooses.
 std::uint64_t CopyToNC(Source& source, const CopyOptions& options);
 std::uint64_t CopyToPC2(Source& source, const CopyOptions& options);

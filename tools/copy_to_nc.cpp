@@ -14,8 +14,6 @@
 namespace kelcache {
 namespace {
 
-using kelsdk::KelCache;
-
 // Where frames of the source lie in the copy.
 class TickMap {
  public:
@@ -98,28 +96,10 @@ ElementType TypeOfWideIntegers(const Source& source, Track& track) {
   return type;
 }
 
-ElementType TypeOf(Source& source, Track& track) {
-  const ChannelSummary& channel = track.channel();
-  if (source.summary().format == KelCache::eNCFormat) {
-    auto type = KelCache::eNCUnknownData;
-    source.cache()->GetChannelDataType(channel.index, type, nullptr);
-    return static_cast<ElementType>(type);
-  }
-  if (IsWideInteger(channel.value)) return TypeOfWideIntegers(source, track);
-  return ElementTypeOf(channel.value, channel.components);
-}
-
 // The declared interval of a channel in frames, 0 for none.
-double IntervalFrames(Source& source, const ChannelSummary& channel) {
-  const CacheSummary& summary = source.summary();
-  if (summary.pc2) return summary.pc2->sampleRate;
-  double ticks = channel.interval.value_or(0) * kTicksPerSecond;
-  if (summary.format == KelCache::eNCFormat) {
-    unsigned int declared = 0;
-    source.cache().NC().declaredInterval(static_cast<unsigned int>(channel.index), declared);
-    ticks = declared;
-  }
-  return summary.rate.IsValid() ? ticks * summary.rate.PerSecond() / kTicksPerSecond : 0;
+double IntervalFrames(const Source& source, const ChannelSummary& channel) {
+  const kelsdk::KelFrameRate& rate = source.summary().rate;
+  return rate.IsValid() ? channel.declaredTicks * rate.PerSecond() / kTicksPerSecond : 0;
 }
 
 // Names are each its own; a PC2 cache's channel has none and is named after the copy.
@@ -137,7 +117,7 @@ std::vector<SinkChannel> DescribeChannels(Source& source, const CopyOptions& opt
     const std::string plain = sink.name;
     for (int i = 2; !taken.insert(sink.name).second; ++i) sink.name = plain + std::to_string(i);
     sink.interpretation = channel.interpretation.value_or(isPC2 ? "Points" : "");
-    sink.type = TypeOf(source, *track);
+    sink.type = channel.elementType ? *channel.elementType : TypeOfWideIntegers(source, *track);
     const bool byFrame = options.resample != EResample::eNone;
     sink.interval = ticks.IntervalOf(byFrame ? 1 : IntervalFrames(source, channel));
     described.push_back(sink);

@@ -12,14 +12,6 @@
 namespace kelcache {
 namespace {
 
-using kelsdk::KelCache;
-
-// Samples at even steps, in frames.
-struct Spacing {
-  double start = 0;
-  double interval = 1;
-};
-
 ToolError NotEven(const Source& source) {
   return Failed(
       source.summary().file,
@@ -49,20 +41,14 @@ Spacing SpacingOf(Source& source, Track& track, const CopyOptions& options) {
   const CacheSummary& summary = source.summary();
   const Moment first = track.At(0);
   if (options.resample != EResample::eNone) return {*first.frame, 1};
-  if (summary.pc2) return {*first.frame, summary.pc2->sampleRate};
   if (!summary.rate.IsValid()) {
     throw ToolError(eUsage, summary.file + ": has no frame rate; give --rate");
   }
-  if (summary.format != KelCache::eNCFormat) return MeasuredSpacing(source, track);
-  const TickRate rate(summary.rate);
-  Spacing spacing;
-  if (!source.cache().NC().evenSpacing(static_cast<unsigned int>(track.channel().index),
-                                       rate.ticksPerFrame, rate.exactRate, spacing.start,
-                                       spacing.interval)) {
-    throw NotEven(source);
-  }
-  spacing.start += *first.sample * spacing.interval;
-  return spacing;
+  const FormatRow& row = RowOf(summary.format);
+  if (row.spacing == nullptr) return MeasuredSpacing(source, track);
+  const auto spacing = row.spacing(source.cache(), summary, track.channel(), first);
+  if (!spacing) throw NotEven(source);
+  return *spacing;
 }
 
 // Makes all samples as long as the longest.

@@ -14,8 +14,6 @@
 namespace kelcache {
 namespace {
 
-using kelsdk::KelCache;
-
 struct DiffOptions {
   std::string a;
   std::string b;
@@ -23,8 +21,7 @@ struct DiffOptions {
   double tolerance = 0;
 };
 
-constexpr double kHalfTick = 0.5 / kTicksPerSecond;  // seconds
-constexpr double kSameClock = 1e-5;                  // seconds: an archive's sample is as wide
+constexpr double kSameClock = 1e-5;  // seconds: an archive's sample is as wide
 
 struct Largest {
   double difference = 0;
@@ -106,7 +103,7 @@ double TimeTolerance(const Source& a, const Source& b, const Moment& at) {
   double tolerance = kSameClock;
   for (const Source* source : {&a, &b}) {
     const CacheSummary& summary = source->summary();
-    if (summary.format == KelCache::eNCFormat) tolerance = kHalfTick + kSameClock;
+    if (summary.onTicks) tolerance = kHalfTick / kTicksPerSecond + kSameClock;
     if (summary.pc2) {
       tolerance += std::fabs(at.seconds) * double(std::numeric_limits<float>::epsilon());
     }
@@ -187,7 +184,7 @@ class ChannelComparer {
 
 // A PC2 cache has no frame rate: it is compared at the other's.
 kelsdk::KelFrameRate RateFor(Format format, const std::string& other, Format otherFormat) {
-  if (format != KelCache::ePC2Format || otherFormat == KelCache::ePC2Format) return {0, 0};
+  if (!RowOf(format).assumesRate || RowOf(otherFormat).assumesRate) return {0, 0};
   return Source(other, otherFormat).summary().rate;
 }
 

@@ -65,7 +65,7 @@ Json ChannelJson(const ChannelSummary& channel) {
 void PrintJson(const CacheSummary& summary) {
   Json json = {
       {"file", summary.file},
-      {"format", NameOf(summary.format)},
+      {"format", RowOf(summary.format).name},
       {"frameRate", OrNull(summary.frameRate())},
       {"frameRateSource", summary.frameRateSource},
       {"exactFrameRate", OrNull(ExactRate(summary))},
@@ -142,7 +142,7 @@ std::string RateText(const CacheSummary& summary) {
 
 void PrintText(const CacheSummary& summary) {
   PrintRow("file", summary.file);
-  PrintRow("format", NameOf(summary.format));
+  PrintRow("format", RowOf(summary.format).name);
   PrintRow("frame rate", RateText(summary));
   PrintRange("frames", FirstFrame(summary), LastFrame(summary), "");
   PrintRange("times", summary.start(), summary.end(), " s");
@@ -184,23 +184,17 @@ struct InfoOptions {
   bool tree = false;
 };
 
-void PrintTree(CacheFile& cache) {
-  const auto print = [](void* /*context*/, const char* line) { PrintLine(stdout, line); };
-  if (!cache.Alembic().ListTree(print, nullptr)) {
-    throw Failed(cache.file(), cache.Alembic().GetErrorString());
-  }
-}
-
 EExit Info(const InfoOptions& options) {
   const Format format = FormatOf(options.file, options.asName);
-  if (options.tree && format != kelsdk::KelCache::eAlembicFormat) {
+  const FormatRow& row = RowOf(format);
+  if (options.tree && row.listTree == nullptr) {
     throw ToolError(eUsage, options.file + ": only Alembic archives hold a tree");
   }
   TellOfLeftovers(options.file, format);
   CacheFile cache(options.file, format);
   cache.OpenForRead();
   if (options.tree) {
-    PrintTree(cache);
+    row.listTree(cache, [](const std::string& line) { PrintLine(stdout, line); });
     return eDone;
   }
   const CacheSummary summary = Summarise(cache);

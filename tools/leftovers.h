@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tools/cache_file.h"
+#include "tools/formats.h"
 
 namespace kelcache {
 

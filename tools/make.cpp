@@ -31,12 +31,24 @@ struct MakeOptions {
 };
 
 const std::map<std::string, ElementType> kTypes = {
-    {"double", zuCacheData::eNCDoubleArray},
-    {"doubleVector", zuCacheData::eNCDoubleVectorArray},
+    {"float64", zuCacheData::eNCDoubleArray},
+    {"float64[3]", zuCacheData::eNCDoubleVectorArray},
     {"int32", zuCacheData::eNCInt32Array},
-    {"float", zuCacheData::eNCFloatArray},
-    {"floatVector", zuCacheData::eNCFloatVectorArray},
+    {"float32", zuCacheData::eNCFloatArray},
+    {"float32[3]", zuCacheData::eNCFloatVectorArray},
 };
+
+// Earlier spellings.
+const std::map<std::string, std::string> kTypeAliases = {{"double", "float64"},
+                                                         {"doubleVector", "float64[3]"},
+                                                         {"float", "float32"},
+                                                         {"floatVector", "float32[3]"}};
+
+std::string TakeAlias(std::string& word) {
+  const auto alias = kTypeAliases.find(word);
+  if (alias != kTypeAliases.end()) word = alias->second;
+  return {};
+}
 
 ElementType TypeOfChannel(const MakeOptions& options, size_t channel) {
   if (options.types.empty()) return zuCacheData::eNCFloatVectorArray;
@@ -176,23 +188,17 @@ void MakeNC(const MakeOptions& options) {
 
 EExit Make(const MakeOptions& options) {
   const Format format = FormatOf(options.file, "");
-  if (format == KelCache::eAlembicFormat) {
-    throw ToolError(eUsage, options.file + ": Alembic archives are only read");
-  }
+  ExpectWritten(format, options.file);
   const bool forNC =
       !options.channels.empty() || !options.types.empty() || options.perFrame || options.compact;
-  if (format == KelCache::ePC2Format && forNC) {
+  if (!RowOf(format).hasLayouts && forNC) {
     throw ToolError(eUsage, options.file +
                                 ": --channels, --type, --per-frame and --compact are "
                                 "for NC caches (.xml)");
   }
   const Target target(options.file, options.force);
   CatchInterrupts();
-  if (format == KelCache::ePC2Format) {
-    MakePC2(options);
-  } else {
-    MakeNC(options);
-  }
+  RowOf(format).hasLayouts ? MakeNC(options) : MakePC2(options);
   return eDone;
 }
 
@@ -207,7 +213,7 @@ void AddMake(CLI::App& app, Work* work) {
   verb->footer(
       "Examples:\n  kelcache make test.pc2 --points 100000 --frames 240\n"
       "  kelcache make test.xml --points 500 --frames 24 --channels P,v,id \\\n"
-      "    --type floatVector,floatVector,int32");
+      "    --type 'float32[3],float32[3],int32'");
   verb->add_option("FILE", options->file, "The cache to write, .pc2 or .xml")->required();
   verb->add_option("--points", options->points, "Points per frame")
       ->required()
@@ -226,9 +232,10 @@ void AddMake(CLI::App& app, Work* work) {
       ->delimiter(',');
   verb->add_option("--type", options->types,
                    "NC: element types of the channels, the last one for all further ones (default: "
-                   "floatVector)")
+                   "float32[3])")
       ->delimiter(',')
-      ->check(OneOf({"double", "doubleVector", "int32", "float", "floatVector"}));
+      ->transform(CLI::Validator(TakeAlias, ""))
+      ->check(OneOf({"float32", "float32[3]", "float64", "float64[3]", "int32"}));
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
   verb->add_flag("--force", options->force, "Replace a cache that is there");

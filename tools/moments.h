@@ -2,25 +2,9 @@
 
 #include <optional>
 
-#include "tools/summary.h"
+#include "tools/formats.h"
 
 namespace kelcache {
-
-/// A moment of a channel, as a person and as the cache name it.
-struct Moment {
-  std::optional<double> frame;         ///< scene frame; empty when the cache has no frame rate
-  std::optional<unsigned int> sample;  ///< sample number, where moments are samples
-  double seconds = 0;
-  double ticks = 0;      ///< 6000 to the second, not rounded
-  kelsdk::KelTime time;  ///< what fetches it
-};
-
-/// The scene frame of a time in ticks at the summary's rate, which is valid. A sample of an NC
-/// cache, rounded to its tick, has the simplest frame that it can stand for.
-double FrameAt(const CacheSummary& summary, double ticks);
-
-/// "frame 12.5", or "0.5 s" where there are no frames.
-std::string MomentText(const Moment& moment);
 
 /// Frames that a person types may miss a sample by rounding.
 inline constexpr double kFrameTolerance = 1e-4;
@@ -44,8 +28,6 @@ struct MomentRange {
 /// The moments of one channel, looked up when asked for: the samples that the cache really holds,
 /// or the frames of its frame rate.
 ///
-/// Scene frames and the fetch differ in PC2 caches: scene frame = start + sample x rate, but the
-/// fetch takes the time of frame I for sample I. This is the one place that knows.
 class Moments {
  public:
   /// @param everyFrame  the whole scene frames at the summary's rate instead of samples; PC2 caches
@@ -69,8 +51,6 @@ class Moments {
   bool Descends() const { return summary_->pc2 && summary_->pc2->sampleRate < 0; }
 
  private:
-  Moment AtTicks(double ticks, std::optional<unsigned int> sample) const;
-  Moment AtPC2Sample(std::uint64_t sample) const;
   std::uint64_t CountBefore(double frame, bool included);
 
   CacheFile* cache_;

@@ -78,11 +78,6 @@ CLI::Validator OneOf(const std::vector<std::string>& words) {
   return {check, CLI::detail::join(words, "|")};
 }
 
-void AddAsOption(CLI::App* verb, std::string* asName) {
-  verb->add_option("--as", *asName, "Read the file as this format, whatever its extension")
-      ->check(OneOf({"pc2", "nc", "alembic"}));
-}
-
 }  // namespace kelcache
 
 namespace kelsdk {

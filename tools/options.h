@@ -34,7 +34,4 @@ CLI::Validator WholeNumberFrom(unsigned int least);
 /// One of some words. Its description is "json|csv".
 CLI::Validator OneOf(const std::vector<std::string>& words);
 
-/// The option --as, common to the verbs that open a file.
-void AddAsOption(CLI::App* verb, std::string* asName);
-
 }  // namespace kelcache

@@ -1,51 +1,25 @@
 #include <cstdio>
 #include <memory>
 
-#include "backends/zuPointCache2IO.h"
-#include "tools/cache_file.h"
+#include "tools/formats.h"
 #include "tools/terminal.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
 namespace {
 
-using kelsdk::zuCacheFileInterface;
-using kelsdk::zuPointCache2IO;
-
 struct RecoverOptions {
   std::string file;
   bool force = false;
 };
 
-void Collect(void* lines, const char* line) {
-  static_cast<std::vector<std::string>*>(lines)->emplace_back(line);
-}
-
-bool Recover(const RecoverOptions& options, std::vector<std::string>* lines) {
-  const std::string& file = options.file;
-  unsigned int saved = 0;
-  switch (FormatOf(file, "")) {
-    case kelsdk::KelCache::ePC2Format: {
-      zuPointCache2IO::recoverOptions how;
-      how.force = options.force;
-      return zuPointCache2IO::recover(file.c_str(), how, saved, Collect, lines);
-    }
-    case kelsdk::KelCache::eNCFormat: {
-      const NCName name(file);
-      zuCacheFileInterface::recoverOptions how;
-      how.force = options.force;
-      return zuCacheFileInterface::recover(name.folder.c_str(), name.baseName.c_str(), how, saved,
-                                           Collect, lines);
-    }
-    default:
-      throw ToolError(eUsage, file + ": only PC2 and NC caches are written, and so recovered");
-  }
-}
-
 // What was saved and kept is the verb's output. Of a failure the last line tells why.
 EExit RecoverAndTell(const RecoverOptions& options) {
+  const FormatRow& row = RowOf(FormatOf(options.file, ""));
+  ExpectWritten(row.format, options.file);
   std::vector<std::string> lines;
-  const bool recovered = Recover(options, &lines);
+  const bool recovered = row.recover(options.file, options.force,
+                                     [&](const std::string& line) { lines.push_back(line); });
   std::string why = "nothing could be recovered";
   if (!recovered && !lines.empty()) {
     why = lines.back();

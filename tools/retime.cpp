@@ -23,13 +23,12 @@ EExit Retime(const RetimeOptions& options) {
   CopyOptions copy;
   copy.target = options.out;
   copy.targetFormat = FormatOf(options.out, "");
-  if (copy.targetFormat == kelsdk::KelCache::eAlembicFormat) {
-    throw ToolError(eUsage, options.out + ": Alembic archives are only read");
-  }
-  if (options.rate.IsValid() && copy.targetFormat == kelsdk::KelCache::ePC2Format) {
+  ExpectWritten(copy.targetFormat, options.out);
+  const FormatRow& row = RowOf(copy.targetFormat);
+  if (options.rate.IsValid() && !row.storesRate) {
     throw ToolError(eUsage, options.out + ": a PC2 cache stores no frame rate");
   }
-  if ((options.perFrame || options.compact) && copy.targetFormat == kelsdk::KelCache::ePC2Format) {
+  if ((options.perFrame || options.compact) && !row.hasLayouts) {
     throw ToolError(eUsage, options.out + ": --per-frame and --compact are for NC caches (.xml)");
   }
   copy.targetRate = options.rate;

@@ -8,13 +8,6 @@
 
 namespace kelcache {
 
-/// The samples around one that their archive keeps only once, and what tells these bytes from all
-/// others of the archive; 0 for no bytes.
-struct SampleRun {
-  unsigned int last = 0;
-  unsigned long long identity = 0;
-};
-
 /// An open cache as the verbs that show, compare and copy see it: channels, their moments, their
 /// values as they are stored.
 class Source {
@@ -44,17 +37,10 @@ class Source {
   std::optional<SampleRun> RunAt(const ChannelSummary& channel, const Moment& moment);
 
  private:
-  Array FetchNC(const ChannelSummary& channel, const Moment& moment);
-  Array FetchAlembic(const ChannelSummary& channel, const Moment& moment);
-  unsigned int SampleAt(const ChannelSummary& channel, const Moment& moment);
-  void* RoomFor(const Array& array);
-  [[noreturn]] void Fail(const ChannelSummary& channel, const Moment& moment,
-                         const std::string& why) const;
-
   CacheFile cache_;
   CacheSummary summary_;
   bool everyFrame_;
-  std::vector<double> room_;  // suitably aligned for any type
+  Room room_;
 };
 
 /// Says on standard error that a PC2 file is cut short, which is then served for its whole samples.

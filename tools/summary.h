@@ -12,6 +12,10 @@ namespace kelcache {
 
 inline constexpr int kTicksPerSecond = 6000;
 
+/// How far a sample may lie beside its place when it was rounded to a tick; a little more than half
+/// of one, so that rounding does not lose a frame that lies right between two.
+inline constexpr double kHalfTick = 0.5 + 1e-6;
+
 /// What a cache says of one of its channels; what its format does not know is empty.
 struct ChannelSummary {
   int index = 0;
@@ -26,6 +30,9 @@ struct ChannelSummary {
   std::optional<std::string> sampling;
   std::optional<double> interval;  ///< seconds from one sample to the next
   ValueType value = ValueType::eFloat32;
+  std::optional<ElementType> elementType;  ///< of an NC channel that holds the values; empty where
+                                           ///< that depends on them
+  double declaredTicks = 0;                ///< what a copy declares as the interval; 0: nothing
 };
 
 struct DataFileSummary {
@@ -48,6 +55,7 @@ struct CacheSummary {
   Format format = kelsdk::KelCache::eUnknownFormat;
   kelsdk::KelFrameRate rate = {0, 0};  ///< exact; not valid: unknown
   std::optional<int> ticksPerFrame;    ///< that an NC cache stores
+  bool onTicks = false;                ///< samples lie on whole ticks
   std::string frameRateSource;         ///< "stored", "derived", "assumed" or "none"
   bool complete = true;                ///< the file holds all that its header promises
   unsigned long long problems = 0;     ///< damaged parts of an archive that are left out
@@ -78,7 +86,13 @@ struct CacheSummary {
 /// The frame rate that a PC2 cache, which has none, is shown at.
 inline constexpr kelsdk::KelFrameRate kAssumedFrameRate = {24, 1};
 
-/// @param rate  frames per second that the user gave; else not valid
-CacheSummary Summarise(CacheFile& cache, const kelsdk::KelFrameRate& rate = {0, 0});
+/// How an NC cache keeps a frame rate: its ticks per frame, and the rate itself where they are cut.
+/// Throws eUsage for a rate whose ticks are below 1 or do not fit.
+struct TickRate {
+  explicit TickRate(const kelsdk::KelFrameRate& rate);
+  int ticksPerFrame = 0;
+  kelsdk::KelFrameRate exactRate = {0, 0};
+  double exactTicks = 0;
+};
 
 }  // namespace kelcache

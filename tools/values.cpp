@@ -72,6 +72,13 @@ std::size_t SizeOf(ValueType type) {
   return VisitType(type, [](const auto* none) { return sizeof(*none); });
 }
 
+std::string TypeText(ValueType type, unsigned int components) {
+  constexpr const char* kNames[] = {"bool",  "uint8",  "int8",  "uint16",  "int16",  "uint32",
+                                    "int32", "uint64", "int64", "float32", "float64"};
+  const std::string name = kNames[type];
+  return components == 1 ? name : name + "[" + std::to_string(components) + "]";
+}
+
 bool IsInteger(ValueType type) {
   return type != ValueType::eFloat32 && type != ValueType::eFloat64;
 }

@@ -51,6 +51,23 @@ struct Array {
 };
 
 std::size_t SizeOf(ValueType type);
+
+/// "float32[3]", "int32": the one spelling of what elements are made of.
+std::string TypeText(ValueType type, unsigned int components);
+
+/// Memory for one array after another, which only grows; suitably aligned for any type.
+class Room {
+ public:
+  void* For(const Array& array) {
+    const std::size_t doubles = array.Count() * SizeOf(array.type) / sizeof(double) + 1;
+    if (memory_.size() < doubles) memory_.resize(doubles);
+    return memory_.data();
+  }
+
+ private:
+  std::vector<double> memory_;
+};
+
 bool IsInteger(ValueType type);
 
 /// "0.1", "-7", "18446744073709551615": reads back to the same value; "nan", "inf", "-inf".

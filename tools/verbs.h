@@ -4,6 +4,7 @@
 #include <functional>
 #include <string>
 
+#include "tools/formats.h"
 #include "tools/options.h"
 #include "tools/tool_error.h"
 
@@ -12,6 +13,12 @@ namespace kelcache {
 /// A verb's work, run once the command line is parsed. What it throws, main turns into a line on
 /// standard error and an exit status.
 using Work = std::function<EExit()>;
+
+/// The option --as, common to the verbs that open a file.
+inline void AddAsOption(CLI::App* verb, std::string* asName) {
+  verb->add_option("--as", *asName, "Read the file as this format, whatever its extension")
+      ->check(OneOf(FormatNames()));
+}
 
 // Each adds its verb to the command line and sets `work` when the verb is chosen.
 void AddInfo(CLI::App& app, Work* work);

@@ -1,11 +1,6 @@
-#include <algorithm>
-#include <cmath>
-#include <filesystem>
 #include <memory>
 
-#include "backends/AlembicInterface.h"
-#include "backends/zuPointCache2IO.h"
-#include "tools/cache_file.h"
+#include "tools/formats.h"
 #include "tools/jobs.h"
 #include "tools/leftovers.h"
 #include "tools/readable.h"
@@ -28,10 +23,6 @@ class Problems {
     result_.lines.push_back(file_ + ": " + problem);
     result_.status = eFound;
   }
-  /// For the back-ends' reports.
-  static void Report(void* problems, const char* line) {
-    static_cast<Problems*>(problems)->Add(line);
-  }
   JobResult Take() { return std::move(result_); }
 
  private:
@@ -39,82 +30,17 @@ class Problems {
   JobResult result_;
 };
 
-// A PC2 file has no checksums: its header must make sense and agree with its size, and every sample
-// must be readable.
-void VerifyPC2(const std::string& file, Problems* problems) {
-  kelsdk::zuPointCache2IO reader;
-  if (!reader.initialize(file.c_str(), kelsdk::zuPointCache2IO::readMode)) {
-    return problems->Add(reader.errorString());
-  }
-  if (reader.version != 1) {
-    return problems->Add("version " + std::to_string(reader.version) + ", only 1 is known");
-  }
-  if (!std::isfinite(reader.startFrame)) problems->Add("the start frame is no number");
-  if (!std::isfinite(reader.sampleRate) || reader.sampleRate == 0) {
-    problems->Add("the sample rate gives the samples no frames");
-  }
-  const unsigned int whole = reader.wholeSampleCount();
-  if (whole != reader.sampleCount) {
-    problems->Add("holds " + std::to_string(whole) + " whole samples of " +
-                  std::to_string(reader.sampleCount) + " claimed");
-  }
-  const auto promised = 32 + std::uint64_t{12} * reader.pointCount * reader.sampleCount;
-  const std::uint64_t size = std::filesystem::file_size(file);
-  if (size > promised)
-    problems->Add(std::to_string(size - promised) + " bytes after the last sample");
-  std::vector<float> points(size_t{reader.pointCount} * 3);
-  // Samples without points hold nothing to read, however many there are.
-  for (unsigned int sample = 0; reader.pointCount != 0 && sample < whole; ++sample) {
-    unsigned int count = reader.pointCount;
-    if (!reader.readSample(sample, points.data(), count)) {
-      problems->Add("sample " + std::to_string(sample) + ": " + reader.errorString());
-    }
-  }
-}
-
-void VerifyAlembic(const std::string& file, Problems* problems) {
-  AlembicInterface reader(true);
-  if (!reader.Open(file.c_str(), 1)) return problems->Add(reader.GetErrorString());
-  reader.Verify(Problems::Report, problems);
-}
-
-void VerifyNC(const std::string& file, Problems* problems) {
-  const NCName name(file);
-  kelsdk::zuCacheFileInterface::verify(name.folder.c_str(), name.baseName.c_str(), Problems::Report,
-                                       problems);
-}
-
-// Whether the system fails to deliver a file of a cache that has problems: then it cannot be told
-// whether the cache is damaged. Data files that are missing are damage.
-bool SystemFailsOn(const std::string& file, Format format) {
-  if (SystemFails(file)) return true;
-  if (format != kelsdk::KelCache::eNCFormat) return false;
-  struct Search {
-    NCName name;
-    bool fails = false;
-  } search{NCName(file)};
-  const auto look = [](void* context, const char* name, bool /*isReplaceable*/) {
-    auto* found = static_cast<Search*>(context);
-    found->fails = found->fails || SystemFails(found->name.folder + name);
-  };
-  kelsdk::zuCacheFileInterface::dataFilesInTheWay(search.name.folder.c_str(),
-                                                  search.name.baseName.c_str(), look, &search);
-  return search.fails;
-}
-
 JobResult VerifyFile(const std::string& file, const std::string& asName) {
   const Format format = FormatOf(file, asName);
   TellOfLeftovers(file, format);
   ExpectReadable(file);
   Problems problems(file);
-  switch (format) {
-    case kelsdk::KelCache::ePC2Format: VerifyPC2(file, &problems); break;
-    case kelsdk::KelCache::eNCFormat: VerifyNC(file, &problems); break;
-    case kelsdk::KelCache::eAlembicFormat: VerifyAlembic(file, &problems); break;
-    case kelsdk::KelCache::eUnknownFormat: break;
-  }
+  const FormatRow& row = RowOf(format);
+  row.verify(file, [&](const std::string& line) { problems.Add(line); });
   JobResult result = problems.Take();
-  if (result.status == eFound && SystemFailsOn(file, format)) result.status = eFailed;
+  // Where the system fails to deliver a file it cannot be told whether the cache is damaged. Data
+  // files that are missing are damage.
+  if (result.status == eFound && row.anyFile(file, SystemFails)) result.status = eFailed;
   return result;
 }
 

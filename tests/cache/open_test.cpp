@@ -125,6 +125,31 @@ TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
             "1 Cache file not found: C:/cache/b.xml, /rel/a.x.xml");
 }
 
+// The very file, whatever its extension, where a format has one file.
+TEST_F(CacheOpening, NamedFilesAreOpenedAsTheyAreNamed) {
+  const std::string odd = folder_.File("odd.bin");
+  WriteBytes(odd, {0});
+  const struct {
+    KelCache::EFileFormat format;
+    std::string name, outcome, calls;
+  } rows[] = {
+      {kPC2, odd, "done", "zuPointCache2IO(); initialize(here/odd.bin, 0)"},
+      {kAbc, odd, "done", "AlembicInterface(1); Open(here/odd.bin, 1)"},
+      {kNC, Path("xml"), "done",
+       "zuCacheFileInterface(); initFileRead(shot, here/); setOptimizeMultiChannelRead(1)"},
+      {kPC2, Path("any"), "1 Cache file not found: " + Path("any"), ""},
+      {KelCache::eUnknownFormat, odd, "1 Invalid/unspecified cache format", ""},
+  };
+  for (const auto& row : rows) {
+    object_->Name(row.format, row.name, Path("pc2"));
+    EXPECT_EQ(Outcome(cache_->OpenNamedFileForRead(&status_)), row.outcome);
+    EXPECT_EQ(CallsHere(), row.calls);
+    EXPECT_EQ(cache_->OpenNamedFileForRead(nullptr), row.outcome == "done") << "as it is";
+    cache_->CloseFile(nullptr);
+    TakeCalls();
+  }
+}
+
 TEST_F(CacheOpening, ConversionsNameSourceAndTarget) {
   const std::string here = folder_.path() + "/";
   const struct {

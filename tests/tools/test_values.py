@@ -69,7 +69,7 @@ class Integers(ValuesTest):
         nc = self.folder / "ids.xml"
         self.run_done("convert", path, nc)
         self.assertEqual([channel["type"] for channel in self.info(nc)["channels"]],
-                         ["doubleArray", "int32Array", "int32Array", "doubleArray"])
+                         ["float64", "int32", "int32", "float64"])
         self.assertEqual(self.samples(path), IDS)
         for channel in range(4):
             self.assertEqual(self.samples(nc, channel), self.samples(path, channel))

@@ -1,0 +1,165 @@
+#include <cmath>
+
+#include "backends/zuPointCache2IO.h"
+#include "tools/formats.h"
+#include "tools/tool_error.h"
+
+namespace kelcache {
+namespace {
+
+using kelsdk::zuPointCache2IO;
+
+constexpr unsigned int kCoordinates = 3;
+
+void Open(zuPointCache2IO& reader, const std::string& file) {
+  if (reader.initialize(file.c_str(), zuPointCache2IO::readMode)) return;
+  throw Failed(file, reader.errorString());
+}
+
+void SummariseSamples(CacheSummary* summary) {
+  const PC2Summary& pc2 = *summary->pc2;
+  const double perSecond = summary->rate.PerSecond();
+  ChannelSummary channel;
+  channel.samples = pc2.wholeSamples;
+  channel.points = pc2.points;
+  channel.type = TypeText(channel.value, kCoordinates);
+  channel.elementType = kelsdk::zuCacheData::eNCFloatVectorArray;
+  channel.sampling = "regular";
+  channel.interval = pc2.sampleRate / perSecond;
+  channel.declaredTicks = *channel.interval * kTicksPerSecond;
+  if (channel.samples != 0) {
+    channel.start = pc2.startFrame / perSecond;
+    channel.end = (pc2.startFrame + (channel.samples - 1) * pc2.sampleRate) / perSecond;
+  }
+  summary->channels.push_back(channel);
+}
+
+void Summarise(CacheFile& cache, CacheSummary* summary) {
+  PC2Summary pc2;
+  pc2.points = cache->GetPointCount(nullptr) / kCoordinates;
+  pc2.samples = cache->GetSampleCount(nullptr);
+  pc2.startFrame = cache->GetFrameStartOffset(nullptr);
+  pc2.sampleRate = cache->GetSamplingFrameRate(nullptr);
+  // The object knows the header; how much of what it promises is there, only the file tells.
+  zuPointCache2IO reader;
+  Open(reader, cache.file());
+  pc2.wholeSamples = reader.wholeSampleCount();
+  summary->promisedSize = 32 + std::uint64_t{12} * pc2.points * pc2.samples;
+  summary->complete = summary->fileSize >= *summary->promisedSize;
+  summary->pc2 = pc2;
+  if (!summary->rate.IsValid()) {
+    summary->rate = kAssumedFrameRate;
+    summary->frameRateSource = "assumed";
+  }
+  SummariseSamples(summary);
+}
+
+// Scene frame = start + sample x rate, but the fetch takes the time of frame I for sample I. This
+// is the one place that knows.
+Moment MomentOf(CacheFile& /*cache*/, const CacheSummary& summary,
+                const ChannelSummary& /*channel*/, unsigned int sample) {
+  const PC2Summary& pc2 = *summary.pc2;
+  Moment moment;
+  moment.sample = sample;
+  moment.frame = pc2.startFrame + double(sample) * pc2.sampleRate;
+  moment.seconds = *moment.frame / summary.rate.PerSecond();
+  moment.ticks = *moment.frame * (kTicksPerSecond / summary.rate.PerSecond());
+  moment.time = kelsdk::KelTime::FromFrame(sample);
+  return moment;
+}
+
+unsigned int ElementsAt(CacheFile& /*cache*/, const CacheSummary& summary,
+                        const ChannelSummary& /*channel*/, const Moment& /*moment*/) {
+  return summary.pc2->points;
+}
+
+Array Fetch(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
+            const Moment& moment, Room* /*room*/) {
+  if (summary.pc2->points == 0) FailAt(summary, channel, moment, "the cache has no points");
+  float* points = nullptr;
+  unsigned int length = 0;
+  if (!cache->Read(&points, length, moment.time, 0)) {
+    FailAt(summary, channel, moment, cache.ReadProblem());
+  }
+  return {points, channel.value, length / kCoordinates, kCoordinates};
+}
+
+std::optional<Spacing> SpacingFrom(CacheFile& /*cache*/, const CacheSummary& summary,
+                                   const ChannelSummary& /*channel*/, const Moment& first) {
+  return Spacing{*first.frame, summary.pc2->sampleRate};
+}
+
+// A PC2 file has no checksums: its header must make sense and agree with its size, and every sample
+// must be readable.
+void Verify(const std::string& file, const Say& say) {
+  zuPointCache2IO reader;
+  if (!reader.initialize(file.c_str(), zuPointCache2IO::readMode)) {
+    return say(reader.errorString());
+  }
+  if (reader.version != 1) {
+    return say("version " + std::to_string(reader.version) + ", only 1 is known");
+  }
+  if (!std::isfinite(reader.startFrame)) say("the start frame is no number");
+  if (!std::isfinite(reader.sampleRate) || reader.sampleRate == 0) {
+    say("the sample rate gives the samples no frames");
+  }
+  const unsigned int whole = reader.wholeSampleCount();
+  if (whole != reader.sampleCount) {
+    say("holds " + std::to_string(whole) + " whole samples of " +
+        std::to_string(reader.sampleCount) + " claimed");
+  }
+  const auto promised = 32 + std::uint64_t{12} * reader.pointCount * reader.sampleCount;
+  const std::uint64_t size = SizeOfFile(file);
+  if (size > promised) say(std::to_string(size - promised) + " bytes after the last sample");
+  std::vector<float> points(std::size_t{reader.pointCount} * kCoordinates);
+  // Samples without points hold nothing to read, however many there are.
+  for (unsigned int sample = 0; reader.pointCount != 0 && sample < whole; ++sample) {
+    unsigned int count = reader.pointCount;
+    if (!reader.readSample(sample, points.data(), count)) {
+      say("sample " + std::to_string(sample) + ": " + reader.errorString());
+    }
+  }
+}
+
+bool AnyFile(const std::string& file, const std::function<bool(const std::string&)>& fails) {
+  return fails(file);
+}
+
+bool Recover(const std::string& file, bool force, const Say& say) {
+  zuPointCache2IO::recoverOptions how;
+  how.force = force;
+  unsigned int saved = 0;
+  Say told = say;
+  return zuPointCache2IO::recover(file.c_str(), how, saved, SayLine, &told);
+}
+
+unsigned int Leftovers(const std::string& file) {
+  return zuPointCache2IO::leftovers(file.c_str(), nullptr, nullptr);
+}
+
+}  // namespace
+
+const FormatRow kPC2Row = {
+    .format = kelsdk::KelCache::ePC2Format,
+    .name = "pc2",
+    .extension = ".pc2",
+    .whyNotWritten = nullptr,
+    .ownsExtension = false,
+    .hasLayouts = false,
+    .storesRate = false,
+    .assumesRate = true,
+    .summarise = Summarise,
+    .momentOf = MomentOf,
+    .elementsAt = ElementsAt,
+    .fetch = Fetch,
+    .runOf = nullptr,
+    .spacing = SpacingFrom,
+    .verify = Verify,
+    .anyFile = AnyFile,
+    .recover = Recover,
+    .leftovers = Leftovers,
+    .expectFree = nullptr,
+    .listTree = nullptr,
+};
+
+}  // namespace kelcache

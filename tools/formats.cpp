@@ -1,0 +1,86 @@
+#include "tools/formats.h"
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+
+#include "tools/tool_error.h"
+
+namespace kelcache {
+namespace {
+
+const FormatRow* const kRows[] = {&kPC2Row, &kNCRow, &kAlembicRow};
+
+// A format without a stored rate: that of the first channel that moves at even steps.
+void DeriveFrameRate(CacheSummary* summary) {
+  if (summary->rate.IsValid()) return;
+  for (const ChannelSummary& channel : summary->channels) {
+    if (channel.samples < 2 || channel.interval.value_or(0) <= 0) continue;
+    summary->rate = kelsdk::KelFrameRate::FromComputed(1 / *channel.interval);
+    if (!summary->rate.IsValid()) continue;
+    summary->frameRateSource = "derived";
+    return;
+  }
+}
+
+}  // namespace
+
+const FormatRow& RowOf(Format format) {
+  const auto row = std::find_if(std::begin(kRows), std::end(kRows),
+                                [&](const FormatRow* one) { return one->format == format; });
+  if (row == std::end(kRows)) throw ToolError(eUsage, "the format is unknown");
+  return **row;
+}
+
+std::vector<std::string> FormatNames() {
+  std::vector<std::string> names;
+  for (const FormatRow* row : kRows) names.emplace_back(row->name);
+  return names;
+}
+
+Format FormatOf(const std::string& file, const std::string& asName) {
+  const std::string written = std::filesystem::path(file).extension().string();
+  std::string extension = written;
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  for (const FormatRow* row : kRows) {
+    if (asName.empty() ? extension != row->extension : asName != row->name) continue;
+    if (!row->ownsExtension || written == row->extension) return row->format;
+    throw ToolError(eUsage, file + ": a cache of this format is named BASE" + row->extension);
+  }
+  if (extension == ".ncx" || extension == ".ncc") {
+    throw ToolError(eUsage, file + ": is a data file; name its description (.xml)");
+  }
+  throw ToolError(eUsage, file + ": the extension tells no format; use --as pc2|nc|alembic");
+}
+
+void ExpectWritten(Format format, const std::string& file) {
+  if (const char* why = RowOf(format).whyNotWritten) throw ToolError(eUsage, file + ": " + why);
+}
+
+CacheSummary Summarise(CacheFile& cache, const kelsdk::KelFrameRate& rate) {
+  CacheSummary summary;
+  summary.file = cache.file();
+  summary.format = cache.format();
+  summary.fileSize = SizeOfFile(cache.file());
+  summary.frameRateSource = "none";
+  if (rate.IsValid()) {
+    summary.rate = rate;
+    summary.frameRateSource = "given";
+  }
+  RowOf(cache.format()).summarise(cache, &summary);
+  DeriveFrameRate(&summary);
+  return summary;
+}
+
+void SayLine(void* say, const char* line) {
+  (*static_cast<const Say*>(say))(line);
+}
+
+std::uint64_t SizeOfFile(const std::string& path) {
+  std::error_code unknown;
+  const auto size = std::filesystem::file_size(path, unknown);
+  return unknown ? 0 : size;
+}
+
+}  // namespace kelcache

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "tools/moment.h"
+#include "tools/values.h"
+
+namespace kelcache {
+
+/// Told one line about a file.
+using Say = std::function<void(const std::string& line)>;
+
+/// The last of the samples around one that their archive keeps only once, and what tells these
+/// bytes from all others of the archive; 0 for no bytes.
+struct SampleRun {
+  unsigned int last = 0;
+  unsigned long long identity = 0;
+};
+
+/// Samples at even steps, in frames.
+struct Spacing {
+  double start = 0;
+  double interval = 1;
+};
+
+/// All that the command knows of a format. Functions throw eFailed with the reason in words; null
+/// where the format has no such thing.
+struct FormatRow {
+  Format format;
+  const char* name;           ///< for --as and --json
+  const char* extension;      ///< ".pc2"
+  const char* whyNotWritten;  ///< null: the command writes it
+  bool ownsExtension;         ///< the extension is part of the cache's name, to the letter
+  bool hasLayouts;            ///< takes --per-frame, --compact, --channels ...
+  bool storesRate;            ///< frames per second
+  bool assumesRate;           ///< has none, stored or derived
+
+  void (*summarise)(CacheFile& cache, CacheSummary* summary);
+
+  /// The moment of a sample.
+  Moment (*momentOf)(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
+                     unsigned int sample);
+  /// The elements at a moment: of an archive those of its sample, not of the largest.
+  unsigned int (*elementsAt)(CacheFile& cache, const CacheSummary& summary,
+                             const ChannelSummary& channel, const Moment& moment);
+  /// The values at a moment as they are stored, in `room`.
+  Array (*fetch)(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
+                 const Moment& moment, Room* room);
+  /// The samples around one that are kept only once.
+  SampleRun (*runOf)(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
+                     const Moment& moment);
+  /// How the samples from `first` on are spaced, where the format itself can tell; empty when they
+  /// are not even. Null: their times are measured.
+  std::optional<Spacing> (*spacing)(CacheFile& cache, const CacheSummary& summary,
+                                    const ChannelSummary& channel, const Moment& first);
+
+  /// Reads everything and says each problem.
+  void (*verify)(const std::string& file, const Say& say);
+  /// Whether `fails` holds for one of the cache's files.
+  bool (*anyFile)(const std::string& file, const std::function<bool(const std::string&)>& fails);
+  /// Completes what a dead writer left; false when that could not be done.
+  bool (*recover)(const std::string& file, bool force, const Say& say);
+  /// How many parts of caches dead writers left beside a file, which need not exist.
+  unsigned int (*leftovers)(const std::string& file);
+  /// Throws where files besides the target itself are in the way of writing it.
+  void (*expectFree)(const std::string& file, bool force);
+  void (*listTree)(CacheFile& cache, const Say& say);
+};
+
+const FormatRow& RowOf(Format format);
+
+/// The format that a file's extension tells, or `asName` when it is not empty. Throws eUsage for an
+/// extension that tells none, and for one that the format does not leave open.
+Format FormatOf(const std::string& file, const std::string& asName);
+
+/// "pc2", "nc" and so on, separated by `separator`.
+std::vector<std::string> FormatNames();
+
+/// Throws eUsage for a format that is only read.
+void ExpectWritten(Format format, const std::string& file);
+
+/// @param rate  frames per second that the user gave; else not valid
+CacheSummary Summarise(CacheFile& cache, const kelsdk::KelFrameRate& rate = {0, 0});
+
+// The rows, each in a source of its own.
+extern const FormatRow kPC2Row;
+extern const FormatRow kNCRow;
+extern const FormatRow kAlembicRow;
+
+/// For the back-ends' report functions: `say` is the context.
+void SayLine(void* say, const char* line);
+
+/// Bytes of a file; 0 for one that is not there.
+std::uint64_t SizeOfFile(const std::string& path);
+
+}  // namespace kelcache
