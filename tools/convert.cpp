@@ -184,6 +184,7 @@ std::uint64_t Transfer(Source& source, const std::string& out, Format to,
   const Format from = source.summary().format;
   const bool oneChannel = to == KelCache::ePC2Format || from == KelCache::ePC2Format;
   if (oneChannel && options.channel.empty()) options.channel = "0";
+  source.summary().ExpectRate();
   const bool asStored = options.resample == EResample::eNone && options.pad == EPad::eNone;
   if (asStored && from == KelCache::ePC2Format && to == KelCache::eNCFormat) {
     return PC2ToNC(source, out, options, progress);

@@ -23,9 +23,7 @@ class TickMap {
         map_(options.map),
         ownTimes_(!options.targetRate.IsValid() && options.map.IsIdentity() &&
                   !options.snapFrames) {
-    if (!rate_.IsValid()) {
-      throw ToolError(eUsage, source.summary().file + ": has no frame rate; give --rate");
-    }
+    if (!rate_.IsValid()) source.summary().ExpectRate();
     const TickRate ticks(rate_);
     ticksPerFrame_ = ticks.ticksPerFrame;
     exactTicks_ = options.snapFrames ? ticks.ticksPerFrame : ticks.exactTicks;

@@ -41,9 +41,7 @@ Spacing SpacingOf(Source& source, Track& track, const CopyOptions& options) {
   const CacheSummary& summary = source.summary();
   const Moment first = track.At(0);
   if (options.resample != EResample::eNone) return {*first.frame, 1};
-  if (!summary.rate.IsValid()) {
-    throw ToolError(eUsage, summary.file + ": has no frame rate; give --rate");
-  }
+  summary.ExpectRate();
   const FormatRow& row = RowOf(summary.format);
   if (row.spacing == nullptr) return MeasuredSpacing(source, track);
   const auto spacing = row.spacing(source.cache(), summary, track.channel(), first);

@@ -7,6 +7,10 @@
 #include "tools/tool_error.h"
 
 namespace kelcache {
+void CacheSummary::ExpectRate() const {
+  if (!rate.IsValid()) throw ToolError(eUsage, file + ": has no frame rate; give --rate");
+}
+
 const ChannelSummary& CacheSummary::FindChannel(const std::string& nameOrNumber) const {
   for (const ChannelSummary& channel : channels) {
     if (channel.name == nameOrNumber) return channel;

@@ -70,6 +70,9 @@ struct CacheSummary {
     return rate.IsValid() ? std::optional(rate.PerSecond()) : std::nullopt;
   }
 
+  /// Throws eUsage for a cache without a frame rate.
+  void ExpectRate() const;
+
   /// The channel that a user names by its name or number; throws eUsage for one that is not there.
   const ChannelSummary& FindChannel(const std::string& nameOrNumber) const;
 

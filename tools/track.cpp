@@ -36,9 +36,7 @@ class FrameTrack : public Track {
       : Track(source, channel),
         linear_(resample == EResample::eLinear && !IsInteger(channel.value)) {
     const kelsdk::KelFrameRate& rate = source.summary().rate;
-    if (!rate.IsValid()) {
-      throw ToolError(eUsage, source.summary().file + ": has no frame rate; give --rate");
-    }
+    source.summary().ExpectRate();
     ticksPerFrame_ = kTicksPerSecond / rate.PerSecond();
     if (samples_.count() == 0) return;
     const double one = *samples_.At(0).frame;
