@@ -124,8 +124,14 @@ Result Noted(DiskEvent::EKind kind, int fd, Result result) {
   return result;
 }
 
+// Of a path whose last component may be gone.
+std::string RealPath(const std::filesystem::path& path) {
+  return std::filesystem::canonical(std::filesystem::absolute(path).parent_path()) /
+         path.filename();
+}
+
 int NotedRename(const char* from, const char* to, int result) {
-  if (recording && result == 0) Note({DiskEvent::eRename, from, to});
+  if (recording && result == 0) Note({DiskEvent::eRename, RealPath(from), RealPath(to)});
   return result;
 }
 
