@@ -1,8 +1,17 @@
+#include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <type_traits>
 
 #include "host/KelFraction.h"
+#include "host/KelManager.h"
 #include "host/KelMemory.h"
+#include "host/KelNearestFloat.h"
+#include "host/KelObject.h"
 #include "host/KelPathUtils.h"
 #include "host/KelStatus.h"
 #include "host/KelTime.h"
@@ -115,6 +124,56 @@ TEST_F(Host, PathsComeApart) {
   }
   const std::string relative = KelPathUtils::Resolve("x/../caches/shot 1.pc2").Buffer();
   EXPECT_TRUE(relative.starts_with("/") && relative.ends_with("/caches/shot 1.pc2"));
+}
+
+// What adds up to what, told before overload resolution can choose the pointer.
+template <typename A, typename B, typename = void>
+constexpr bool kAdd = false;
+template <typename A, typename B>
+constexpr bool kAdd<A, B, std::void_t<decltype(std::declval<A>() + std::declval<B>())>> = true;
+template <typename A, typename B, typename = void>
+constexpr bool kSubtract = false;
+template <typename A, typename B>
+constexpr bool kSubtract<A, B, std::void_t<decltype(std::declval<A>() - std::declval<B>())>> = true;
+
+static_assert(kAdd<KelString, const char*> && kAdd<const char*, KelString>);
+static_assert(!kAdd<KelString, char> && !kAdd<char, KelString> && !kAdd<KelString, int>);
+static_assert(!kSubtract<KelString, int> && !kSubtract<KelString, KelString>);
+static_assert(!std::is_constructible_v<bool, KelString> && !std::is_convertible_v<KelString, bool>);
+static_assert(std::is_constructible_v<std::string, KelString> &&
+              std::is_assignable_v<std::string&, KelString>);
+
+TEST_F(Host, TextsCompareByTheirBytes) {
+  // Ascending, no two equal; the third holds a zero byte.
+  const KelString texts[] = {"", "a", KelString("a\0b", 3), "ab", "b", "\xC3\xA9"};
+  const size_t count = std::size(texts);
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t j = 0; j < count; ++j) {
+      SCOPED_TRACE(std::to_string(i) + " " + std::to_string(j));
+      EXPECT_EQ(texts[i] == texts[j], i == j);
+      EXPECT_EQ(texts[i] != texts[j], i != j);
+      EXPECT_EQ(texts[i] < texts[j], i < j);
+      EXPECT_EQ(texts[i] <= texts[j], i <= j);
+      EXPECT_EQ(texts[i] > texts[j], i > j);
+      EXPECT_EQ(texts[i] >= texts[j], i >= j);
+      if (j == 2) continue;  // which plain characters cannot hold
+      const char* plain = texts[j];
+      EXPECT_EQ(texts[i] == plain, i == j);
+      EXPECT_EQ(plain == texts[i], i == j);
+      EXPECT_EQ(plain != texts[i], i != j);
+      EXPECT_EQ(texts[i] < plain, i < j);
+      EXPECT_EQ(plain < texts[i], j < i);
+      EXPECT_EQ(plain <= texts[i], j <= i);
+      EXPECT_EQ(plain > texts[i], j > i);
+      EXPECT_EQ(plain >= texts[i], j >= i);
+    }
+  }
+  const char* const none = nullptr;
+  EXPECT_FALSE(texts[0] == none || none == texts[0] || texts[0] < none);
+  EXPECT_TRUE(none < texts[0] && none != texts[0]);
+  std::ostringstream shown;
+  shown << texts[3];
+  EXPECT_EQ(shown.str(), "ab");
 }
 
 TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {
