@@ -112,6 +112,9 @@ TEST_F(Host, PathsComeApart) {
       {"a\\b\\c.tar.gz", "a\\b", "c.tar", "c.tar.gz", nullptr},
       {"/../../a/.hidden", "/../../a", ".hidden", ".hidden", "/a/.hidden"},
       {"/a//b/", "/a//b", "", "", "/a/b"},
+      {"/a//\\b.c", "/a", "b", "b.c", "/a/b.c"},
+      {"//name", "", "name", "name", "/name"},
+      {"a//", "a", "", "", nullptr},
       {"", ".", "", "", ""},
       {"/a.b/c", "/a.b", "c", "c", "/a.b/c"},
   };
@@ -124,6 +127,13 @@ TEST_F(Host, PathsComeApart) {
   }
   const std::string relative = KelPathUtils::Resolve("x/../caches/shot 1.pc2").Buffer();
   EXPECT_TRUE(relative.starts_with("/") && relative.ends_with("/caches/shot 1.pc2"));
+  const auto before = std::filesystem::current_path();
+  std::filesystem::create_directory(folder_.File("gone"));
+  std::filesystem::current_path(folder_.File("gone"));
+  std::filesystem::remove(folder_.File("gone"));
+  EXPECT_STREQ(KelPathUtils::Resolve("x.pc2"), "") << "no folder to start from";
+  EXPECT_STREQ(KelPathUtils::Resolve("/x.pc2"), "/x.pc2");
+  std::filesystem::current_path(before);
 }
 
 // What adds up to what, told before overload resolution can choose the pointer.
