@@ -186,6 +186,18 @@ TEST_F(Host, TextsCompareByTheirBytes) {
   EXPECT_EQ(shown.str(), "ab");
 }
 
+TEST_F(Host, MemoryHandlersComeAllThreeOrNone) {
+  void* (*const take)(std::size_t) = std::malloc;
+  void* (*const resize)(void*, std::size_t) = std::realloc;
+  void (*const release)(void*) = std::free;
+  EXPECT_FALSE(KelSetMemoryHandlers(take, nullptr, nullptr));
+  EXPECT_FALSE(KelSetMemoryHandlers(take, resize, nullptr));
+  EXPECT_FALSE(KelSetMemoryHandlers(nullptr, resize, release));
+  const unsigned long before = AllocationCount();
+  KelFree(KelMalloc(1));
+  EXPECT_EQ(AllocationCount(), before + 1) << "the handlers of before are in use";
+}
+
 TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {
   KelString text("a\\b\\c");
   EXPECT_TRUE(text.FindAndReplace("\\", "/", 2));
