@@ -198,6 +198,30 @@ TEST_F(Host, MemoryHandlersComeAllThreeOrNone) {
   EXPECT_EQ(AllocationCount(), before + 1) << "the handlers of before are in use";
 }
 
+TEST_F(Host, PropertiesCompareTagsAndKeepNoAddress) {
+  KelManager* manager = KelManager::Create();
+  KelObject* object =
+      manager->CreateNewObjectFromClassId(KelObject::ClassId, "o", nullptr, nullptr);
+  bool existed = true;
+  {
+    std::string name = "a type of a caller's own";
+    const KelDataType type(name.c_str(), eKelString);
+    EXPECT_TRUE(KelProperty::Create(object, type, "p", "", true, &existed).IsValid());
+    EXPECT_FALSE(existed) << "told as well as that one did";
+    name.assign(name.size(), 'x');
+  }
+  const KelProperty same = KelProperty::Create(object, KelStringDT, "p", "", true, &existed);
+  EXPECT_TRUE(existed && same.IsValid());
+  EXPECT_STREQ(same.GetDataType()->GetName(), "a type of a caller's own");
+  EXPECT_EQ(same.GetDataType()->GetType(), eKelString);
+  EXPECT_FALSE(KelProperty::Create(object, KelEnumDT, "p", "", true, &existed).IsValid());
+  EXPECT_TRUE(existed);
+  EXPECT_FALSE(KelProperty::Create(nullptr, KelEnumDT, "p", "", true, &existed).IsValid());
+  EXPECT_FALSE(existed);
+  FailEachAllocation([&] { KelProperty::Create(object, KelEnumDT, "q", "label", false, nullptr); });
+  manager->Destroy();
+}
+
 TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {
   KelString text("a\\b\\c");
   EXPECT_TRUE(text.FindAndReplace("\\", "/", 2));
