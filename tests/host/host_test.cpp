@@ -222,6 +222,18 @@ TEST_F(Host, PropertiesCompareTagsAndKeepNoAddress) {
   manager->Destroy();
 }
 
+TEST_F(Host, DoublesBecomeTheNearestFloat) {
+  constexpr double kFirstInfinite = 0x1.ffffffp127;
+  const double last = std::nextafter(kFirstInfinite, 0);
+  const double doubles[] = {0.1, 1e300, -1e300, kFirstInfinite, -kFirstInfinite, last, -last, -0.0};
+  const float floats[] = {0.1F, INFINITY, -INFINITY, INFINITY, -INFINITY, FLT_MAX, -FLT_MAX, -0.0F};
+  for (size_t i = 0; i < std::size(doubles); ++i) {
+    EXPECT_EQ(KelNearestFloat(doubles[i]), floats[i]) << doubles[i];
+  }
+  EXPECT_TRUE(std::signbit(KelNearestFloat(-0.0)));
+  EXPECT_TRUE(std::isnan(KelNearestFloat(NAN)));
+}
+
 TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {
   KelString text("a\\b\\c");
   EXPECT_TRUE(text.FindAndReplace("\\", "/", 2));
