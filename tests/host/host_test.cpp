@@ -211,7 +211,7 @@ TEST_F(Host, PropertiesCompareTagsAndKeepNoAddress) {
     name.assign(name.size(), 'x');
   }
   const KelProperty same = KelProperty::Create(object, KelStringDT, "p", "", true, &existed);
-  EXPECT_TRUE(existed && same.IsValid());
+  ASSERT_TRUE(existed && same.IsValid());
   EXPECT_STREQ(same.GetDataType()->GetName(), "a type of a caller's own");
   EXPECT_EQ(same.GetDataType()->GetType(), eKelString);
   EXPECT_FALSE(KelProperty::Create(object, KelEnumDT, "p", "", true, &existed).IsValid());
