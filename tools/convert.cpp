@@ -27,6 +27,7 @@ const std::map<std::string, EPad> kPad = {
 template <typename Choice>
 std::vector<std::string> WordsOf(const std::map<std::string, Choice>& choices) {
   std::vector<std::string> words;
+  words.reserve(choices.size());
   for (const auto& [word, choice] : choices) words.push_back(word);
   return words;
 }
@@ -250,6 +251,10 @@ std::string TargetOf(const std::string& in, const std::string& extension) {
   return out.string();
 }
 
+ToolError SharedTarget(const std::string& out, const std::string& one, const std::string& other) {
+  return {eUsage, out + ": is the target of both " + one + " and " + other};
+}
+
 // Before anything starts: of two inputs with one target the first would be lost.
 void ExpectTargetsDiffer(const ConvertOptions& options) {
   std::map<std::string, std::string> sources;  // by target
@@ -257,8 +262,7 @@ void ExpectTargetsDiffer(const ConvertOptions& options) {
     const std::string out = TargetOf(in, options.extension);
     const std::string place = std::filesystem::weakly_canonical(out).string();
     const auto [other, isNew] = sources.emplace(place, in);
-    if (isNew) continue;
-    throw ToolError(eUsage, out + ": is the target of both " + other->second + " and " + in);
+    if (!isNew) throw SharedTarget(out, other->second, in);
   }
 }
 

@@ -95,7 +95,8 @@ Moment MomentOf(CacheFile& cache, const CacheSummary& summary, const ChannelSumm
   if (!cache->GetDataTime(channel.index, sample, time, &status)) {
     cache.Fail(status, "sample " + std::to_string(sample) + " has no time");
   }
-  Moment moment = MomentAt(summary, double(time.Get() / kUnitsPerTick), sample);
+  const long long ticks = time.Get() / kUnitsPerTick;
+  Moment moment = MomentAt(summary, static_cast<double>(ticks), sample);
   moment.time = time;
   return moment;
 }

@@ -14,7 +14,6 @@
 namespace kelcache {
 namespace {
 
-using kelsdk::KelCache;
 using kelsdk::zuCacheData;
 
 struct MakeOptions {

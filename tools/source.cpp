@@ -9,9 +9,6 @@
 namespace kelcache {
 namespace {
 
-using kelsdk::KelCache;
-using kelsdk::KelTime;
-
 unsigned int IndexOf(const ChannelSummary& channel) {
   return static_cast<unsigned int>(channel.index);
 }

@@ -59,6 +59,7 @@ const void* ConvertAll(const Array& array, std::vector<To>* converted, std::stri
         *problem = TextOf(values[i]);
         return false;
       }
+      // NOLINTNEXTLINE(bugprone-signed-char-misuse): an int8 is a number here
       (*converted)[i] = static_cast<To>(values[i]);
     }
     return true;
