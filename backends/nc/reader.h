@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "backends/nc/array_fetch.h"
+#include "backends/nc/arrays.h"
 #include "backends/nc/data_reader.h"
-#include "backends/nc/session.h"
+#include "backends/nc/open_cache.h"
 
 namespace kelsdk::nc {
 

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "backends/nc/array_fetch.h"
+#include "backends/nc/arrays.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/data_reader.h"
 #include "backends/nc/scan.h"

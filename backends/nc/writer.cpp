@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "backends/nc/array_fetch.h"
+#include "backends/nc/arrays.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/codec.h"
 #include "backends/nc/owners.h"

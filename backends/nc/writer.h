@@ -5,7 +5,7 @@
 
 #include "backends/nc/data_writer.h"
 #include "backends/nc/publish.h"
-#include "backends/nc/session.h"
+#include "backends/nc/open_cache.h"
 
 namespace kelsdk::nc {
 

@@ -1,4 +1,4 @@
-#include "backends/nc/array_fetch.h"
+#include "backends/nc/arrays.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "backends/nc/session.h"
+#include "backends/nc/open_cache.h"
 
 namespace kelsdk::nc {
 
