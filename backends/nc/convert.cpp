@@ -176,7 +176,7 @@ bool CheckChannel(const Description& description, std::uint32_t channel, Error& 
 bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& options, Pc2Plan* plan,
               Error& error) {
   if (!CheckRate(options, error) || !CheckChannel(session.Info(), channel, error)) return false;
-  Times times{std::span<const SampleEntry>()};
+  Times times;
   if (!session.TimesOf(channel, &times, error)) return false;
   const std::uint32_t count = times.Count();
   if (count == 0) return error.Set(Error::eUnsupported, "the channel has no samples");

@@ -16,17 +16,19 @@ using io::Error;
 constexpr std::size_t kTailSize = 4096;
 
 bool IsSoundDirectoryEntry(const DirectoryEntry& entry, const Trailer& trailer) {
-  const std::uint64_t size = std::uint64_t{entry.count} * kIndexEntrySize;
+  const std::uint64_t size = std::uint64_t{entry.samples.count} * kIndexEntrySize;
   return IsElementType(entry.type) && entry.indexOffset >= trailer.dataEnd &&
          io::RangeFits(entry.indexOffset, size, trailer.directory) &&
-         (entry.count == 0 || ElementSize(static_cast<EType>(entry.type)) != 0) &&
-         entry.first <= entry.last;
+         (entry.samples.count == 0 || ElementSize(static_cast<EType>(entry.type)) != 0) &&
+         entry.samples.first <= entry.samples.last;
 }
 
 bool IsSoundIndex(std::span<const SampleEntry> samples, const DirectoryEntry& entry,
                   std::uint64_t dataEnd) {
   if (samples.empty()) return true;
-  if (samples.front().tick != entry.first || samples.back().tick != entry.last) return false;
+  if (samples.front().tick != entry.samples.first || samples.back().tick != entry.samples.last) {
+    return false;
+  }
   const auto type = static_cast<EType>(entry.type);
   for (std::size_t i = 0; i < samples.size(); ++i) {
     if (i > 0 && samples[i].tick <= samples[i - 1].tick) return false;
@@ -111,7 +113,7 @@ bool DataReader::LoadDirectory(const Trailer& trailer, Error& error) {
 bool DataReader::LoadIndex(std::uint32_t channel, Error& error) {
   const DirectoryEntry& entry = directory_[channel];
   std::vector<SampleEntry>& samples = indices_[channel].samples;
-  samples.resize(entry.count);
+  samples.resize(entry.samples.count);
   const std::size_t size = samples.size() * kIndexEntrySize;
   if (!ReadNearEnd(entry.indexOffset, samples.data(), size, error)) return false;
   if (Checksum(samples.data(), size) != entry.indexChecksum ||
@@ -143,14 +145,9 @@ bool DataReader::OpenByRecords(const Identity& identity, Error& error) {
   std::vector<DirectoryEntry> directory(scan.channels.size());
   std::vector<ChannelIndex> indices(scan.channels.size());
   for (std::size_t i = 0; i < directory.size(); ++i) {
-    std::vector<SampleEntry>& samples = scan.indices[i];
-    directory[i].count = static_cast<std::uint32_t>(samples.size());
-    directory[i].type = static_cast<std::uint32_t>(scan.channels[i].type);
-    directory[i].first = samples.empty() ? 0 : samples.front().tick;
-    directory[i].last = samples.empty() ? 0 : samples.back().tick;
-    directory[i].interval = CommonInterval(samples);
-    directory[i].declared = scan.channels[i].interval;
-    indices[i].samples = std::move(samples);
+    const Channel& channel = scan.channels[i];
+    directory[i] = DescribeIndex(channel.type, channel.interval, scan.indices[i]);
+    indices[i].samples = std::move(scan.indices[i]);
     indices[i].loaded = true;
   }
   directory_ = std::move(directory);

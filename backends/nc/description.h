@@ -52,6 +52,9 @@ struct Description {
   const TimeRuns& TimesOf(const Channel& channel) const {
     return channel.hasOwnTimes ? channel.times : times;
   }
+  bool HasSample(std::size_t channel, std::int32_t tick) const {
+    return Times(TimesOf(channels[channel])).Find(tick).has_value();
+  }
 };
 
 /// Parses a description. The text may be anything. May throw std::bad_alloc.

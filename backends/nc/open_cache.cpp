@@ -16,7 +16,7 @@ std::uint32_t SamplingInterval(const Session& session, std::uint32_t channel) {
 
 bool FindSampleAt(Session& session, std::uint32_t channel, std::int32_t tick, SampleEntry* entry,
                   io::Error& error) {
-  Times times{std::span<const SampleEntry>()};
+  Times times;
   if (!session.TimesOf(channel, &times, error)) return false;
   const auto sample = FindSample(times, tick, SamplingInterval(session, channel));
   if (!sample) {

@@ -8,14 +8,6 @@
 
 namespace kelsdk::nc {
 
-/// The samples of a channel at a glance.
-struct Extent {
-  std::uint32_t count = 0;
-  std::int32_t first = 0;      ///< ticks; 0 without a sample
-  std::int32_t last = 0;       ///< ticks; 0 without a sample
-  std::uint32_t interval = 0;  ///< ticks between all neighbours; 0: irregular, or below two samples
-};
-
 /// An open cache, being read or being written: what catalogue, time and data queries ask of it.
 /// Channel and sample numbers are in range. Operations may throw std::bad_alloc.
 class Session {

@@ -29,7 +29,7 @@ bool CacheReader::Open(const CacheName& name, Error& error) {
   lastRead_.assign(description_.channels.size(), 0);
   if (!description_.isPerFrame) return OpenSingle(error);
   for (const Channel& channel : description_.channels) {
-    intervals_.push_back(CommonInterval(description_.TimesOf(channel)));
+    extents_.push_back(Times(description_.TimesOf(channel)).ToExtent());
   }
   return true;
 }
@@ -61,15 +61,8 @@ bool CacheReader::CheckAgainstDescription(Error& error) const {
 }
 
 Extent CacheReader::ExtentOf(std::uint32_t channel) const {
-  if (description_.isPerFrame) {
-    const TimeRuns& times = description_.TimesOf(description_.channels[channel]);
-    const std::uint32_t count = times.Count();
-    if (count == 0) return {};
-    return {count, times.At(0), times.At(count - 1), intervals_[channel]};
-  }
-  if (channel >= data_.Directory().size()) return {};
-  const DirectoryEntry& entry = data_.Directory()[channel];
-  return {entry.count, entry.first, entry.last, entry.interval};
+  if (description_.isPerFrame) return extents_[channel];
+  return channel < data_.Directory().size() ? data_.Directory()[channel].samples : Extent();
 }
 
 bool CacheReader::TimesOf(std::uint32_t channel, Times* times, Error& error) {
@@ -117,10 +110,9 @@ bool CacheReader::EntryAt(std::uint32_t channel, std::int32_t tick, SampleEntry*
   std::span<const SampleEntry> index;
   Error ignored;
   if (!data_.Index(channel, &index, ignored)) return false;
-  const std::uint32_t upTo = Times(index).CountUpTo(tick);
-  if (upTo == 0 || index[upTo - 1].tick != tick) return false;
-  *entry = index[upTo - 1];
-  return true;
+  const SampleEntry* const found = FindEntry(index, tick);
+  if (found != nullptr) *entry = *found;
+  return found != nullptr;
 }
 
 bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,

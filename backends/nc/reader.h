@@ -40,7 +40,7 @@ class CacheReader : public Session {
 
   CacheName name_;
   Description description_;
-  std::vector<std::uint32_t> intervals_;  // per-frame layout: by channel, between its samples
+  std::vector<Extent> extents_;           // per-frame layout: by channel
   DataReader data_;                       // the data file, or that of the time read last
   std::optional<std::int32_t> openTick_;  // per-frame layout: whose file is open
   std::string fileName_;

@@ -198,7 +198,8 @@ class FileVerifier {
     std::uint64_t position = trailer.dataEnd;
     for (std::uint32_t i = 0; i < scan_.indices.size(); ++i) {
       CheckIndex(reader, i, problems);
-      const std::uint64_t size = std::uint64_t{reader.Directory()[i].count} * kIndexEntrySize;
+      const std::uint64_t size =
+          std::uint64_t{reader.Directory()[i].samples.count} * kIndexEntrySize;
       if (reader.Directory()[i].indexOffset != position || !PaddingIsZero(file, position + size)) {
         problems->Add("the index of channel %u is out of place", i);
       }
@@ -223,7 +224,7 @@ class FileVerifier {
     const bool same = index.size() == found.size() &&
                       (found.empty() || std::memcmp(index.data(), found.data(),
                                                     found.size() * sizeof(SampleEntry)) == 0);
-    if (!same || entry.interval != CommonInterval(found) ||
+    if (!same || entry.samples.interval != Times(found).CommonInterval() ||
         entry.declared != scan_.channels[channel].interval) {
       problems->Add("the index of channel %u differs from the records", channel);
     }
@@ -242,17 +243,12 @@ class FileVerifier {
   Scan scan_;
 };
 
-bool HasTime(const TimeRuns& times, std::int32_t tick) {
-  const std::uint32_t upTo = times.CountUpTo(tick);
-  return upTo > 0 && times.At(upTo - 1) == tick;
-}
-
 // A frame's file holds that time, in the channels that the description says.
 bool CheckFrame(const Description& description, std::int32_t tick, const Scan& scan,
                 const std::string& fileName, const Report& report) {
   bool sound = true;
   for (std::uint32_t i = 0; i < description.channels.size(); ++i) {
-    const bool expected = HasTime(description.TimesOf(description.channels[i]), tick);
+    const bool expected = description.HasSample(i, tick);
     const std::size_t found = i < scan.indices.size() ? scan.indices[i].size() : 0;
     if (found == (expected ? 1 : 0) && (found == 0 || scan.indices[i].front().tick == tick)) {
       continue;
@@ -273,7 +269,7 @@ class TimesFound {
 
   void CountFile(std::int32_t tick) {
     for (std::size_t i = 0; i < counts_.size(); ++i) {
-      if (HasTime(description_.TimesOf(description_.channels[i]), tick)) ++counts_[i];
+      if (description_.HasSample(i, tick)) ++counts_[i];
     }
   }
 

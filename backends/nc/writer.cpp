@@ -216,12 +216,11 @@ bool CacheWriter::AddRepeat(std::uint32_t channel, std::int32_t tick, std::uint3
     return error.Set(Error::eRefused, "channel %u can not repeat channel %u there", channel,
                      ofChannel);
   }
-  const std::vector<SampleEntry>& samples = indices_[ofChannel];
-  const std::uint32_t upTo = Times(samples).CountUpTo(ofTick);
-  if (upTo == 0 || samples[upTo - 1].tick != ofTick) {
+  const SampleEntry* const repeated = FindEntry(indices_[ofChannel], ofTick);
+  if (repeated == nullptr) {
     return error.Set(Error::eRefused, "channel %u has nothing at tick %d", ofChannel, ofTick);
   }
-  SampleEntry entry = samples[upTo - 1];
+  SampleEntry entry = *repeated;
   entry.tick = tick;
   if (!PrepareSample(channel, error)) return false;
   data_.AddRepeat(channel, channels[channel].type, entry);
@@ -293,10 +292,8 @@ bool CacheWriter::EndBlock(Error& error) {
 bool CacheWriter::FinishFrame(Error& error) {
   for (std::size_t i = 0; i < indices_.size(); ++i) {
     frameIndices_[i].clear();
-    const std::uint32_t upTo = Times(indices_[i]).CountUpTo(blockTick_);
-    if (upTo > 0 && indices_[i][upTo - 1].tick == blockTick_) {
-      frameIndices_[i].push_back(indices_[i][upTo - 1]);
-    }
+    const SampleEntry* const entry = FindEntry(indices_[i], blockTick_);
+    if (entry != nullptr) frameIndices_[i].push_back(*entry);
   }
   DeclareChannels();
   return data_.EndBlock(blockTick_, blockArrays_, error) &&
@@ -338,10 +335,7 @@ void CacheWriter::DescribeTimes() {
 }
 
 Extent CacheWriter::ExtentOf(std::uint32_t channel) const {
-  const std::vector<SampleEntry>& index = indices_[channel];
-  if (index.empty()) return {};
-  return {static_cast<std::uint32_t>(index.size()), index.front().tick, index.back().tick,
-          CommonInterval(index)};
+  return Times(indices_[channel]).ToExtent();
 }
 
 bool CacheWriter::TimesOf(std::uint32_t channel, Times* times, Error&) {

@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "backends/nc/data_writer.h"
-#include "backends/nc/publish.h"
 #include "backends/nc/open_cache.h"
+#include "backends/nc/publish.h"
 
 namespace kelsdk::nc {
 

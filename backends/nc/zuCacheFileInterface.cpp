@@ -241,7 +241,7 @@ bool zuCacheFileInterface::getDataTime(unsigned int channelIndex, unsigned int d
                                        int& ticks) {
   return Run(impl, false, [&] {
     nc::Session* const session = impl->WithChannel(channelIndex);
-    nc::Times times{std::span<const nc::SampleEntry>()};
+    nc::Times times;
     if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
     if (dataIndex >= times.Count()) {
       return impl->error.Set(Error::eRefused, "sample %u of %u", dataIndex, times.Count());
@@ -255,7 +255,7 @@ bool zuCacheFileInterface::getNextTimeWithData(unsigned int channelIndex, int ti
                                                int& nextTicks) {
   return Run(impl, false, [&] {
     nc::Session* const session = impl->WithChannel(channelIndex);
-    nc::Times times{std::span<const nc::SampleEntry>()};
+    nc::Times times;
     if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
     const auto next = nc::NextTime(times, ticks);
     if (!next) return impl->error.Set(Error::eRefused, "no sample after tick %d", ticks);
@@ -315,7 +315,7 @@ bool zuCacheFileInterface::evenSpacing(unsigned int channelIndex, int ticksPerFr
                                        double& framesPerSample) {
   return Run(impl, false, [&] {
     nc::Session* const session = impl->WithChannel(channelIndex);
-    nc::Times times{std::span<const nc::SampleEntry>()};
+    nc::Times times;
     if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
     const double frame = nc::ExactTicks(ticksPerFrame, exactRate);
     const std::uint32_t interval = nc::SamplingInterval(*session, channelIndex);
