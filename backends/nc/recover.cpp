@@ -9,6 +9,7 @@
 #include "backends/io/replace.h"
 #include "backends/nc/data_files.h"
 #include "backends/nc/data_writer.h"
+#include "backends/nc/file_ends.h"
 #include "backends/nc/owners.h"
 #include "backends/nc/remains.h"
 #include "backends/nc/scan.h"
@@ -34,11 +35,9 @@ bool ScanFile(const std::string& path, Scan* scan, Error& error) {
 bool IsFinished(const std::string& path, const Scan& scan) {
   io::InputFile file;
   Error ignored;
-  std::uint8_t bytes[kTrailerSize];
-  Trailer trailer;
-  return file.Open(path.c_str(), ignored) && file.Size() >= kTrailerSize &&
-         file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, ignored) &&
-         LoadTrailer(bytes, &trailer) && trailer.dataEnd == scan.end;
+  FileEnd end;
+  return file.Open(path.c_str(), ignored) && end.Read(file, ignored) && end.HasTrailer() &&
+         end.GetTrailer().dataEnd == scan.end;
 }
 
 // Cuts a file after its last whole time block and gives it its indices.

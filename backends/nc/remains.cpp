@@ -5,7 +5,7 @@
 #include "backends/io/beside.h"
 #include "backends/io/input_file.h"
 #include "backends/nc/data_files.h"
-#include "backends/nc/scan.h"
+#include "backends/nc/file_ends.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -81,7 +81,7 @@ std::uint64_t CreationOf(const Remains& remains) {
     FileHeader header;
     Error ignored;
     if (file.Open((remains.partial.folder + fileName).c_str(), ignored) &&
-        RecordScanner(file, file.Size()).ReadFileHeader(&header, ignored)) {
+        ReadFileHeader(file, &header, ignored)) {
       return header.created;
     }
   }

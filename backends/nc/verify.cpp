@@ -8,6 +8,7 @@
 #include "backends/nc/arrays.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/data_reader.h"
+#include "backends/nc/file_ends.h"
 #include "backends/nc/scan.h"
 
 namespace kelsdk::nc {
@@ -107,12 +108,13 @@ class FileVerifier {
     io::InputFile file;
     scan_ = Scan();
     const std::string path = name_.folder + fileName;
-    if (!file.Open(path.c_str(), error)) {
+    FileEnd end;
+    if (!file.Open(path.c_str(), error) || !end.Read(file, error)) {
       problems.Add(error);
       return false;
     }
-    Trailer trailer;
-    const bool hasTrailer = ReadTrailer(file, &trailer, &problems);
+    const Trailer& trailer = end.GetTrailer();
+    const bool hasTrailer = HasTrailer(file, end, &problems);
     PayloadChecker checker(file, &problems);
     if (!ScanRecords(file, hasTrailer ? trailer.dataEnd : file.Size(), &scan_, error, &checker)) {
       problems.Add(error);
@@ -128,16 +130,10 @@ class FileVerifier {
   const Scan& Scanned() const { return scan_; }
 
  private:
-  bool ReadTrailer(const io::InputFile& file, Trailer* trailer, Problems* problems) {
-    std::uint8_t bytes[kTrailerSize];
-    Error error;
-    if (file.Size() < kTrailerSize ||
-        !file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, error) ||
-        !LoadTrailer(bytes, trailer) || trailer->dataEnd > file.Size()) {
-      problems->Add("the file lacks its trailer; it is cut short or was never completed");
-      return false;
-    }
-    return true;
+  static bool HasTrailer(const io::InputFile& file, const FileEnd& end, Problems* problems) {
+    if (end.HasTrailer() && end.GetTrailer().dataEnd <= file.Size()) return true;
+    problems->Add("the file lacks its trailer; it is cut short or was never completed");
+    return false;
   }
 
   void CheckAgainstTrailer(const Trailer& trailer, Problems* problems) {

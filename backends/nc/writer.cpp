@@ -10,6 +10,7 @@
 #include "backends/nc/arrays.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/codec.h"
+#include "backends/nc/file_ends.h"
 #include "backends/nc/owners.h"
 
 namespace kelsdk::nc {
@@ -256,17 +257,15 @@ bool CacheWriter::OpenForBlock(Error& error) {
 bool CacheWriter::ReopenFrame(Error& error) {
   io::InputFile file;
   if (!file.Open(path_.c_str(), error)) return false;
-  std::uint8_t bytes[kTrailerSize];
-  Trailer trailer;
-  if (file.Size() < kTrailerSize ||
-      !file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, error) ||
-      !LoadTrailer(bytes, &trailer) || trailer.identity != description_.identity) {
+  FileEnd end;
+  if (!end.Read(file, error) || !end.HasTrailer() ||
+      end.GetTrailer().identity != description_.identity) {
     return error.Set(Error::eDamaged, "the frame's file has been changed by others");
   }
   file.Close();
-  declared_ = trailer.channelCount;
-  blockCount_ = trailer.blockCount;
-  return data_.Reopen(path_, trailer.dataEnd, error);
+  declared_ = end.GetTrailer().channelCount;
+  blockCount_ = end.GetTrailer().blockCount;
+  return data_.Reopen(path_, end.GetTrailer().dataEnd, error);
 }
 
 void CacheWriter::DeclareChannels() {
