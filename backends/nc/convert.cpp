@@ -63,12 +63,7 @@ bool CheckRate(const ConvertOptions& options, Error& error) {
   if (options.ticksPerFrame <= 0) {
     return error.Set(Error::eRefused, "%d ticks per frame", options.ticksPerFrame);
   }
-  if (!options.exactRate.IsValid() || IsRateOfTicks(options.exactRate, options.ticksPerFrame)) {
-    return true;
-  }
-  return error.Set(Error::eRefused, "%u/%u frames per second are not %d ticks per frame",
-                   options.exactRate.numerator, options.exactRate.denominator,
-                   options.ticksPerFrame);
+  return CheckExactRate(options.exactRate, options.ticksPerFrame, error);
 }
 
 // When the samples of a PC2 file are, in ticks.
@@ -281,9 +276,11 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
   }
   CacheWriter writer;
   writer.LetBlocksWait();
+  FileLayout layout;
   std::uint32_t channel = 0;
   const bool converted = io::Guarded(error, false, [&] {
-    return writer.Begin(name, isPerFrame, tag, options.ticksPerFrame, options.exactRate, error) &&
+    return MakeLayout(isPerFrame, tag, options.ticksPerFrame, options.exactRate, &layout, error) &&
+           writer.Begin(name, layout, error) &&
            writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
                              times.Interval(), &channel, error) &&
            CopySamples(file, range, times, writer, channel, proceed, error) && writer.Finish(error);

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "backends/io/error.h"
+#include "backends/nc/data_files.h"
 #include "backends/nc/description.h"
 #include "backends/nc/timeline.h"
 
@@ -25,9 +26,7 @@ class Session {
   /// the caller asked for.
   virtual bool Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
                      void* array, io::Error& error) = 0;
-  /// The data file of a number counted from 0; its name alone.
-  virtual bool DataFileName(std::uint32_t file, std::string* name) const = 0;
-  virtual std::uint32_t DataFileCount() const = 0;
+  virtual DataFiles Files() const = 0;
 };
 
 /// Equal intervals, or fewer than two samples.

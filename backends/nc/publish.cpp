@@ -30,7 +30,7 @@ bool SyncDataFiles(const Partial& partial, const Description& description, Error
   if (description.isPerFrame && description.times.Count() > kMostFilesSyncedSingly) {
     return io::SyncFileSystemOf(partial.folder.c_str(), error);
   }
-  return ForEachDataFile(description, partial.name.base, [&](const std::string& fileName) {
+  return DataFiles(partial.name.base, description).ForEach([&](const std::string& fileName) {
     return SyncFile(partial.folder + fileName, error);
   });
 }
@@ -75,7 +75,7 @@ void RemoveReplaced(const CacheName& name, const Description& description) {
   Error ignored;
   if (!ListFolder(name.folder, &names, ignored)) return;
   std::unordered_set<std::string> own;
-  ForEachDataFile(description, name.base, [&own](const std::string& fileName) {
+  DataFiles(name.base, description).ForEach([&own](const std::string& fileName) {
     own.insert(fileName);
     return true;
   });
@@ -125,7 +125,7 @@ bool Publish(Partial* partial, Description* description, bool isOlderKept, Error
 
 bool CompletePublication(Partial* partial, const Description& description, Error& error) {
   const bool placed =
-      ForEachDataFile(description, partial->name.base, [&](const std::string& fileName) {
+      DataFiles(partial->name.base, description).ForEach([&](const std::string& fileName) {
         return PlaceDataFile(*partial, description.identity, fileName, error);
       });
   const std::string target = partial->target.DescriptionPath();

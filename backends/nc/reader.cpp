@@ -35,7 +35,7 @@ bool CacheReader::Open(const CacheName& name, Error& error) {
 }
 
 bool CacheReader::OpenSingle(Error& error) {
-  SingleFileName(name_.base, description_.Tag(), &fileName_);
+  Files().Name(0, &fileName_);
   path_ = name_.folder + fileName_;
   if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
     return true;
@@ -80,7 +80,7 @@ bool CacheReader::OpenFrame(std::int32_t tick, Error& error) {
   if (openTick_ == tick) return true;
   openTick_.reset();  // until the file is open and checked, whatever throws before that
   group_.Clear();
-  FrameFileName(name_.base, description_.Tag(), description_.ticksPerFrame, tick, &fileName_);
+  Files().NameAt(tick, &fileName_);
   path_.assign(name_.folder).append(fileName_);
   if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
     openTick_ = tick;
@@ -165,21 +165,6 @@ FileRange CacheReader::GroupAround(std::uint32_t channel, const SampleEntry& ent
     }
   }
   return group;
-}
-
-bool CacheReader::DataFileName(std::uint32_t file, std::string* name) const {
-  if (file >= DataFileCount()) return false;
-  if (description_.isPerFrame) {
-    FrameFileName(name_.base, description_.Tag(), description_.ticksPerFrame,
-                  description_.times.At(file), name);
-  } else {
-    SingleFileName(name_.base, description_.Tag(), name);
-  }
-  return true;
-}
-
-std::uint32_t CacheReader::DataFileCount() const {
-  return description_.isPerFrame ? description_.times.Count() : 1;
 }
 
 }  // namespace kelsdk::nc

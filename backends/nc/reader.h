@@ -27,8 +27,7 @@ class CacheReader : public Session {
               io::Error& error) override;
   bool Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick, void* array,
              io::Error& error) override;
-  bool DataFileName(std::uint32_t file, std::string* name) const override;
-  std::uint32_t DataFileCount() const override;
+  DataFiles Files() const override { return {name_.base, description_}; }
 
  private:
   bool OpenSingle(io::Error& error);

@@ -8,8 +8,8 @@
 #include "backends/io/error.h"
 #include "backends/nc/element_type.h"
 #include "backends/nc/format.h"
+#include "backends/nc/layout.h"
 #include "backends/nc/timeline.h"
-#include "host/KelTime.h"
 
 namespace kelsdk::nc {
 
@@ -17,14 +17,9 @@ namespace kelsdk::nc {
 // stands before it. Storing fills exactly the size that format.h gives; loading checks signature
 // and checksum, and gives false for anything else.
 
-struct FileHeader {
+struct FileHeader : FileLayout {
   Identity identity = {};
   std::uint64_t created = 0;  ///< nanoseconds since 1970
-  std::int32_t ticksPerFrame = 0;
-  KelFrameRate exactRate = {0,
-                            0};  ///< where the ticks per frame are cut; not valid: they are exact
-  bool isCompact = false;        ///< tag "ncc"
-  bool isPerFrame = false;       ///< the file holds one time of many
 };
 
 struct RecordHeader {

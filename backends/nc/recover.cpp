@@ -83,8 +83,7 @@ bool IsNamedAfterItsTime(const Scan& scan, const std::string& base, const std::s
   }
   if (!tick) return false;
   std::string expected;
-  FrameFileName(base, scan.header.isCompact ? "ncc" : "ncx", scan.header.ticksPerFrame, *tick,
-                &expected);
+  DataFileName(base, scan.header, *tick, &expected);
   return expected == fileName;
 }
 
@@ -112,10 +111,7 @@ bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salv
   Description& description = salvage->description;
   description.identity = scan.header.identity;
   description.created = scan.header.created;
-  description.isCompact = scan.header.isCompact;
-  description.isPerFrame = scan.header.isPerFrame;
-  description.ticksPerFrame = scan.header.ticksPerFrame;
-  description.exactRate = scan.header.exactRate;
+  description.SetLayout(scan.header);
   if (!MergeChannels(scan, salvage)) {
     return error.Set(Error::eDamaged, "%.100s has other channels than the files before it",
                      fileName.c_str());
@@ -129,18 +125,6 @@ void SortUnique(std::vector<std::int32_t>* ticks) {
   ticks->erase(std::unique(ticks->begin(), ticks->end()), ticks->end());
 }
 
-void DescribeTimes(Salvage* salvage) {
-  for (const std::int32_t tick : salvage->ticks) salvage->description.times.Append(tick);
-  for (std::size_t i = 0; i < salvage->channelTicks.size(); ++i) {
-    std::vector<std::int32_t>& ticks = salvage->channelTicks[i];
-    SortUnique(&ticks);
-    Channel& channel = salvage->description.channels[i];
-    channel.hasOwnTimes = ticks != salvage->ticks;
-    if (!channel.hasOwnTimes) continue;
-    for (const std::int32_t tick : ticks) channel.times.Append(tick);
-  }
-}
-
 // Completes the data files and describes what they hold. Nothing is saved of a cache without a
 // whole time block.
 bool Rebuild(const Remains& remains, Salvage* salvage, const Report& report, Error& error) {
@@ -148,7 +132,12 @@ bool Rebuild(const Remains& remains, Salvage* salvage, const Report& report, Err
     if (!SaveFile(remains, fileName, salvage, report, error)) return false;
   }
   SortUnique(&salvage->ticks);
-  if (salvage->description.isPerFrame) DescribeTimes(salvage);
+  if (salvage->description.isPerFrame) {
+    for (auto& ticks : salvage->channelTicks) SortUnique(&ticks);
+    DescribeTimes(Times(salvage->ticks),
+                  std::vector<Times>(salvage->channelTicks.begin(), salvage->channelTicks.end()),
+                  &salvage->description);
+  }
   return true;
 }
 
@@ -158,7 +147,7 @@ std::uint32_t CountBlocks(const Remains& remains) {
   if (description.isPerFrame) return description.times.Count();
   std::string fileName;
   const CacheName& name = remains.partial.name;
-  SingleFileName(remains.begunAs.value_or(name.base), description.Tag(), &fileName);
+  DataFiles(remains.begunAs.value_or(name.base), description).Name(0, &fileName);
   Scan scan;
   Error ignored;
   if (!ScanFile((remains.begunAs ? name.folder : remains.partial.folder) + fileName, &scan,

@@ -37,7 +37,7 @@ class DataFileSearch {
 
   // eNotFound when one is nowhere; any other error leaves open where it is.
   bool FindAll(Error& error) {
-    return ForEachDataFile(*remains_.complete, name_.base, [&](const std::string& fileName) {
+    return DataFiles(name_.base, *remains_.complete).ForEach([&](const std::string& fileName) {
       const std::vector<std::string>& here = remains_.dataFiles;
       if (std::binary_search(here.begin(), here.end(), fileName) || IsPlaced(fileName)) return true;
       if (unclear_) {

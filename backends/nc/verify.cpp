@@ -7,6 +7,7 @@
 
 #include "backends/nc/arrays.h"
 #include "backends/nc/checksum.h"
+#include "backends/nc/data_files.h"
 #include "backends/nc/data_reader.h"
 #include "backends/nc/file_ends.h"
 #include "backends/nc/scan.h"
@@ -150,11 +151,7 @@ class FileVerifier {
     if (header.identity != description_.identity) {
       problems->Add("the file belongs to another cache than the description");
     }
-    if (header.isCompact != description_.isCompact ||
-        header.isPerFrame != description_.isPerFrame ||
-        header.ticksPerFrame != description_.ticksPerFrame ||
-        header.exactRate.numerator != description_.exactRate.numerator ||
-        header.exactRate.denominator != description_.exactRate.denominator) {
+    if (!AreSame(header, description_)) {
       problems->Add("layout, form or frame rate differ from the description's");
     }
   }
@@ -297,28 +294,27 @@ bool Verify(const CacheName& name, const Report& report) {
     return false;
   }
   FileVerifier verifier(name, description, report);
-  std::string fileName;
-  if (!description.isPerFrame) {
-    SingleFileName(name.base, description.Tag(), &fileName);
-    return verifier.Verify(fileName);
-  }
+  const DataFiles files(name.base, description);
   TimesFound found(description);
   bool sound = true;
   std::uint32_t broken = 0;
-  for (std::uint32_t i = 0; i < description.times.Count(); ++i) {
+  std::string fileName;
+  for (std::uint32_t i = 0; i < files.Count(); ++i) {
     if (broken == kMostBrokenFiles) {
       report.Say("%s: %u files are broken, the rest is not looked at", name.base.c_str(), broken);
       return false;
     }
-    const std::int32_t tick = description.times.At(i);
-    FrameFileName(name.base, description.Tag(), description.ticksPerFrame, tick, &fileName);
-    const bool whole = verifier.Verify(fileName) &&
-                       CheckFrame(description, tick, verifier.Scanned(), fileName, report);
+    files.Name(i, &fileName);
+    bool whole = verifier.Verify(fileName);
+    if (description.isPerFrame) {
+      const std::int32_t tick = description.times.At(i);
+      whole = whole && CheckFrame(description, tick, verifier.Scanned(), fileName, report);
+      found.CountFile(tick);
+    }
     broken += whole ? 0 : 1;
     sound = whole && sound;
-    found.CountFile(tick);
   }
-  return found.AreAll(report) && sound;
+  return (!description.isPerFrame || found.AreAll(report)) && sound;
 }
 
 }  // namespace kelsdk::nc

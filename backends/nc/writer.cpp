@@ -47,10 +47,7 @@ FileHeader HeaderOf(const Description& description) {
   FileHeader header;
   header.identity = description.identity;
   header.created = description.created;
-  header.ticksPerFrame = description.ticksPerFrame;
-  header.exactRate = description.exactRate;
-  header.isCompact = description.isCompact;
-  header.isPerFrame = description.isPerFrame;
+  header.SetLayout(description);
   return header;
 }
 
@@ -70,22 +67,9 @@ void CacheWriter::Discard() {
   }
 }
 
-bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
-                        const KelFrameRate& exactRate, Error& error) {
-  const bool isCompact = tag != nullptr && std::strcmp(tag, "ncc") == 0;
-  if (!isCompact && (tag == nullptr || std::strcmp(tag, "ncx") != 0)) {
-    return error.Set(Error::eRefused, "the data-file tag is neither \"ncx\" nor \"ncc\"");
-  }
-  if (ticksPerFrame < 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
-  if (exactRate.IsValid() && !IsRateOfTicks(exactRate, ticksPerFrame)) {
-    return error.Set(Error::eRefused, "%u/%u frames per second are not %d ticks per frame",
-                     exactRate.numerator, exactRate.denominator, ticksPerFrame);
-  }
-  if (!CheckPlacesAhead(name, isPerFrame, tag, error)) return false;
-  description_.isPerFrame = isPerFrame;
-  description_.isCompact = isCompact;
-  description_.ticksPerFrame = ticksPerFrame;
-  description_.exactRate = exactRate;
+bool CacheWriter::Begin(const CacheName& name, const FileLayout& layout, Error& error) {
+  if (!CheckPlacesAhead(name, layout, error)) return false;
+  description_.SetLayout(layout);
   description_.created = Now();
   if (!MakeIdentity(&description_.identity, error)) return false;
   Partial partial;
@@ -93,11 +77,11 @@ bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag,
   partial_ = std::move(partial);
   fileName_.reserve(name.base.size() + kLongestNameEnding);
   path_.reserve(partial_.folder.size() + fileName_.capacity());
-  if (isPerFrame) {
+  if (layout.isPerFrame) {
     fileTimes_.reserve(kIndexReserve);
     return true;
   }
-  SingleFileName(name.base, tag, &fileName_);
+  Files().Name(0, &fileName_);
   return data_.Create(partial_.folder + fileName_, HeaderOf(description_), error);
 }
 
@@ -243,8 +227,7 @@ bool CacheWriter::StoreArray(std::uint32_t channel, const void* array, SampleEnt
 bool CacheWriter::OpenForBlock(Error& error) {
   if (data_.IsOpen()) return true;
   const int tick = blockTick_;
-  FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame, tick,
-                &fileName_);
+  Files().NameAt(tick, &fileName_);
   path_.assign(partial_.folder).append(fileName_);
   declared_ = 0;
   blockCount_ = 0;
@@ -316,21 +299,12 @@ bool CacheWriter::Finish(Error& error) {
   if (!EndBlock(error)) return false;
   ArmFailure();
   if (!description_.isPerFrame && !FinishSingle(error)) return Fail(error);
-  if (description_.isPerFrame) DescribeTimes();
+  if (description_.isPerFrame) {
+    DescribeTimes(Times(fileTimes_), std::vector<Times>(indices_.begin(), indices_.end()),
+                  &description_);
+  }
   publishing_ = true;
   return Publish(&partial_, &description_, false, error) || Fail(error);
-}
-
-void CacheWriter::DescribeTimes() {
-  for (const std::int32_t tick : fileTimes_) description_.times.Append(tick);
-  for (std::size_t i = 0; i < indices_.size(); ++i) {
-    const std::vector<SampleEntry>& index = indices_[i];
-    Channel& channel = description_.channels[i];
-    // Its samples are among the files, so equal in number means equal.
-    channel.hasOwnTimes = index.size() != fileTimes_.size();
-    if (!channel.hasOwnTimes) continue;
-    for (const SampleEntry& entry : index) channel.times.Append(entry.tick);
-  }
 }
 
 Extent CacheWriter::ExtentOf(std::uint32_t channel) const {
@@ -353,26 +327,10 @@ bool CacheWriter::Fetch(std::uint32_t channel, const SampleEntry& entry, std::in
   if (data_.IsOpen() && (!description_.isPerFrame || entry.tick == blockTick_)) {
     return FetchArray(data_, type, entry, array, &scratch_, error);
   }
-  FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame, entry.tick,
-                &fileName_);
+  Files().NameAt(entry.tick, &fileName_);
   path_.assign(partial_.folder).append(fileName_);
   io::InputFile file;
   return file.Open(path_.c_str(), error) && FetchArray(file, type, entry, array, &scratch_, error);
-}
-
-bool CacheWriter::DataFileName(std::uint32_t file, std::string* name) const {
-  if (file >= DataFileCount()) return false;
-  if (description_.isPerFrame) {
-    FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame,
-                  fileTimes_[file], name);
-  } else {
-    SingleFileName(partial_.name.base, description_.Tag(), name);
-  }
-  return true;
-}
-
-std::uint32_t CacheWriter::DataFileCount() const {
-  return description_.isPerFrame ? static_cast<std::uint32_t>(fileTimes_.size()) : 1;
 }
 
 }  // namespace kelsdk::nc

@@ -20,9 +20,7 @@ class CacheWriter : public Session {
   CacheWriter() = default;
   ~CacheWriter() override;
 
-  /// @param exactRate  where the ticks per frame are cut from a rate; else not valid
-  bool Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
-             const KelFrameRate& exactRate, io::Error& error);
+  bool Begin(const CacheName& name, const FileLayout& layout, io::Error& error);
 
   /// Small time blocks go to disk many at a time and do not survive the writer: for copies.
   void LetBlocksWait() { data_.LetBlocksWait(); }
@@ -53,8 +51,7 @@ class CacheWriter : public Session {
               io::Error& error) override;
   bool Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick, void* array,
              io::Error& error) override;
-  bool DataFileName(std::uint32_t file, std::string* name) const override;
-  std::uint32_t DataFileCount() const override;
+  DataFiles Files() const override { return {partial_.name.base, description_, Times(fileTimes_)}; }
 
  private:
   bool CheckSample(std::uint32_t channel, std::int32_t tick, io::Error& error) const;
@@ -69,7 +66,6 @@ class CacheWriter : public Session {
   bool StoreArray(std::uint32_t channel, const void* array, SampleEntry* entry, io::Error& error);
   bool FinishFrame(io::Error& error);
   bool FinishSingle(io::Error& error);
-  void DescribeTimes();
 
   Partial partial_;
   Description description_;

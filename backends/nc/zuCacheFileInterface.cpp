@@ -103,8 +103,10 @@ bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseNam
     if (!nc::MakeCacheName(folder, baseName, &impl->name, impl->error)) return false;
     nc::CacheWriter& writer = impl->writer.emplace();
     const bool open = io::Guarded(impl->error, false, [&] {
-      return writer.Begin(impl->name, format == eFilePerFrame, dataFileTag, ticksPerFrame,
-                          exactRate, impl->error);
+      nc::FileLayout layout;
+      return nc::MakeLayout(format == eFilePerFrame, dataFileTag, ticksPerFrame, exactRate, &layout,
+                            impl->error) &&
+             writer.Begin(impl->name, layout, impl->error);
     });
     if (!open) impl->writer.reset();
     return open;
@@ -399,7 +401,7 @@ bool zuCacheFileInterface::endWriteAtTime() {
 
 unsigned int zuCacheFileInterface::getDataFileCount() const {
   nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
-  return session != nullptr ? session->DataFileCount() + 1 : 0;
+  return session != nullptr ? session->Files().Count() + 1 : 0;
 }
 
 bool zuCacheFileInterface::getDataFilePath(unsigned int fileIndex, char** path) {
@@ -407,9 +409,11 @@ bool zuCacheFileInterface::getDataFilePath(unsigned int fileIndex, char** path) 
     nc::Session* const session = impl->Open();
     if (session == nullptr) return impl->error.Set(Error::eRefused, "no cache is open");
     if (fileIndex == 0) return HandOut(impl->name.DescriptionPath(), path, impl->error);
-    if (!session->DataFileName(fileIndex - 1, &impl->text)) {
+    const nc::DataFiles files = session->Files();
+    if (fileIndex > files.Count()) {
       return impl->error.Set(Error::eRefused, "file %u of %u", fileIndex, getDataFileCount());
     }
+    files.Name(fileIndex - 1, &impl->text);
     impl->text.insert(0, impl->name.folder);
     return HandOut(impl->text, path, impl->error);
   });
