@@ -11,9 +11,9 @@ namespace kelsdk::nc {
 
 /// An open cache, being read or being written: what catalogue, time and data queries ask of it.
 /// Channel and sample numbers are in range. Operations may throw std::bad_alloc.
-class Session {
+class OpenCache {
  public:
-  virtual ~Session() = default;
+  virtual ~OpenCache() = default;
 
   virtual const Description& Info() const = 0;
   virtual Extent ExtentOf(std::uint32_t channel) const = 0;
@@ -34,10 +34,10 @@ bool IsRegular(const Extent& extent);
 
 /// The interval between two samples of a regular channel, and what the last sample of any channel
 /// holds for: that of the channel, else the one declared for it, else the ticks per frame.
-std::uint32_t SamplingInterval(const Session& session, std::uint32_t channel);
+std::uint32_t SamplingInterval(const OpenCache& cache, std::uint32_t channel);
 
 /// The sample that answers for a time. False, with `error` set, when none does.
-bool FindSampleAt(Session& session, std::uint32_t channel, std::int32_t tick, SampleEntry* entry,
+bool FindSampleAt(OpenCache& cache, std::uint32_t channel, std::int32_t tick, SampleEntry* entry,
                   io::Error& error);
 
 }  // namespace kelsdk::nc

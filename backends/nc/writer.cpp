@@ -58,7 +58,7 @@ CacheWriter::~CacheWriter() {
 }
 
 void CacheWriter::Discard() {
-  if (publishing_ || partial_.folder.empty()) return;
+  if (partial_.folder.empty()) return;
   try {
     DiscardPartial(&partial_);
     partial_.folder.clear();
@@ -295,7 +295,7 @@ bool CacheWriter::FinishSingle(Error& error) {
          data_.Close(error);
 }
 
-bool CacheWriter::Finish(Error& error) {
+bool CacheWriter::Finish(Partial* partial, Description* description, Error& error) {
   if (!EndBlock(error)) return false;
   ArmFailure();
   if (!description_.isPerFrame && !FinishSingle(error)) return Fail(error);
@@ -303,8 +303,10 @@ bool CacheWriter::Finish(Error& error) {
     DescribeTimes(Times(fileTimes_), std::vector<Times>(indices_.begin(), indices_.end()),
                   &description_);
   }
-  publishing_ = true;
-  return Publish(&partial_, &description_, false, error) || Fail(error);
+  *partial = std::move(partial_);
+  *description = std::move(description_);
+  partial_.folder.clear();
+  return true;
 }
 
 Extent CacheWriter::ExtentOf(std::uint32_t channel) const {

@@ -5,17 +5,16 @@
 
 #include "backends/nc/data_writer.h"
 #include "backends/nc/open_cache.h"
-#include "backends/nc/publish.h"
+#include "backends/nc/partial.h"
 
 namespace kelsdk::nc {
 
-/// A cache being written. Its files gather in a folder of their own until Finish puts them in the
-/// place of an older cache; ending the object without that leaves them for `recover`, unless
-/// nothing has been written. A failed write is remembered: from then on nothing more is written and
-/// Finish refuses.
+/// A cache being written. Its files gather in a folder of their own; ending the object without
+/// Finish leaves them for `recover`, unless nothing has been written. A failed write is remembered:
+/// from then on nothing more is written and Finish refuses.
 ///
 /// Operations may throw std::bad_alloc.
-class CacheWriter : public Session {
+class CacheWriter : public OpenCache {
  public:
   CacheWriter() = default;
   ~CacheWriter() override;
@@ -39,9 +38,10 @@ class CacheWriter : public Session {
                  std::int32_t ofTick, io::Error& error);
   /// Does nothing outside a block.
   bool EndBlock(io::Error& error);
-  bool Finish(io::Error& error);
+  /// Completes the data files and hands over what is left to publish.
+  bool Finish(Partial* partial, Description* description, io::Error& error);
 
-  /// Gives up: removes what has been written, unless Finish has begun to publish it.
+  /// Gives up: removes what has been written, unless Finish has handed it over.
   void Discard();
 
   const Description& Info() const override { return description_; }
@@ -84,7 +84,6 @@ class CacheWriter : public Session {
   std::int32_t blockTick_ = 0;
   std::uint32_t blockArrays_ = 0;
   bool holdsData_ = false;
-  bool publishing_ = false;
   io::Error failure_;
 };
 

@@ -6,6 +6,7 @@
 
 #include "backends/io/guard.h"
 #include "backends/nc/even_spacing.h"
+#include "backends/nc/publish.h"
 #include "backends/nc/reader.h"
 #include "backends/nc/writer.h"
 #include "backends/zuCacheFileInterface.h"
@@ -22,20 +23,20 @@ struct zuCacheFileInterface::Impl {
   std::string text;  // a name being made; its memory is reused
   Error error;
 
-  nc::Session* Open() {
+  nc::OpenCache* Open() {
     if (reader) return &*reader;
     return writer ? &*writer : nullptr;
   }
 
   /// The open cache when it has that channel, else null with the error set.
-  nc::Session* WithChannel(unsigned int channel) {
-    nc::Session* const session = Open();
-    if (session == nullptr) {
+  nc::OpenCache* WithChannel(unsigned int channel) {
+    nc::OpenCache* const cache = Open();
+    if (cache == nullptr) {
       error.Set(Error::eRefused, "no cache is open");
-    } else if (channel >= session->Info().channels.size()) {
-      error.Set(Error::eRefused, "channel %u of %zu", channel, session->Info().channels.size());
+    } else if (channel >= cache->Info().channels.size()) {
+      error.Set(Error::eRefused, "channel %u of %zu", channel, cache->Info().channels.size());
     } else {
-      return session;
+      return cache;
     }
     return nullptr;
   }
@@ -135,7 +136,7 @@ bool zuCacheFileInterface::addChannel(const char* channelName, const char* inter
 }
 
 void zuCacheFileInterface::setOptimizeMultiChannelRead(bool enable) {
-  if (impl != nullptr && impl->reader) impl->reader->SetGroupReads(enable);
+  if (impl != nullptr && impl->reader) impl->reader->SetPrefetching(enable);
 }
 
 bool zuCacheFileInterface::endFileWrite() {
@@ -143,22 +144,22 @@ bool zuCacheFileInterface::endFileWrite() {
     nc::CacheWriter* const writer = impl->Writing();
     if (writer == nullptr) return false;
     const bool published =
-        io::Guarded(impl->error, false, [&] { return writer->Finish(impl->error); });
+        io::Guarded(impl->error, false, [&] { return nc::FinishAndPublish(writer, impl->error); });
     impl->writer.reset();
     return published;
   });
 }
 
 unsigned int zuCacheFileInterface::numChannels() const {
-  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
-  return session != nullptr ? static_cast<unsigned int>(session->Info().channels.size()) : 0;
+  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  return cache != nullptr ? static_cast<unsigned int>(cache->Info().channels.size()) : 0;
 }
 
 bool zuCacheFileInterface::hasChannelByName(const char* channelName,
                                             unsigned int& channelIndex) const {
-  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
-  if (session == nullptr || channelName == nullptr) return false;
-  const std::vector<nc::Channel>& channels = session->Info().channels;
+  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  if (cache == nullptr || channelName == nullptr) return false;
+  const std::vector<nc::Channel>& channels = cache->Info().channels;
   const auto found = std::find_if(channels.begin(), channels.end(),
                                   [&](const nc::Channel& one) { return one.name == channelName; });
   if (found == channels.end()) return false;
@@ -168,54 +169,54 @@ bool zuCacheFileInterface::hasChannelByName(const char* channelName,
 
 bool zuCacheFileInterface::channelName(unsigned int channelIndex, char** name) const {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    return session != nullptr &&
-           HandOut(session->Info().channels[channelIndex].name, name, impl->error);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    return cache != nullptr &&
+           HandOut(cache->Info().channels[channelIndex].name, name, impl->error);
   });
 }
 
 bool zuCacheFileInterface::channelInterpretation(unsigned int channelIndex,
                                                  char** interpretation) const {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    return session != nullptr && HandOut(session->Info().channels[channelIndex].interpretation,
-                                         interpretation, impl->error);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    return cache != nullptr && HandOut(cache->Info().channels[channelIndex].interpretation,
+                                       interpretation, impl->error);
   });
 }
 
 bool zuCacheFileInterface::channelDataType(unsigned int channelIndex,
                                            zuCacheData::zuCacheDataType& dataType) const {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    if (session == nullptr) return false;
-    dataType = session->Info().channels[channelIndex].type;
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    if (cache == nullptr) return false;
+    dataType = cache->Info().channels[channelIndex].type;
     return true;
   });
 }
 
 zuCacheFileInterface::cacheFileFormat zuCacheFileInterface::format() const {
-  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
-  return session != nullptr && session->Info().isPerFrame ? eFilePerFrame : eSingleFile;
+  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  return cache != nullptr && cache->Info().isPerFrame ? eFilePerFrame : eSingleFile;
 }
 
 int zuCacheFileInterface::getTicksPerFrame() const {
-  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
-  return session != nullptr ? session->Info().ticksPerFrame : 0;
+  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  return cache != nullptr ? cache->Info().ticksPerFrame : 0;
 }
 
 bool zuCacheFileInterface::exactFrameRate(KelFrameRate& rate) const {
-  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
-  if (session == nullptr || !session->Info().exactRate.IsValid()) return false;
-  rate = session->Info().exactRate;
+  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  if (cache == nullptr || !cache->Info().exactRate.IsValid()) return false;
+  rate = cache->Info().exactRate;
   return true;
 }
 
 bool zuCacheFileInterface::getChannelStartTime(unsigned int channelIndex, int& ticks) const {
   ticks = 0;
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    if (session == nullptr) return false;
-    const nc::Extent extent = session->ExtentOf(channelIndex);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    if (cache == nullptr) return false;
+    const nc::Extent extent = cache->ExtentOf(channelIndex);
     ticks = extent.first;
     return extent.count != 0;
   });
@@ -224,9 +225,9 @@ bool zuCacheFileInterface::getChannelStartTime(unsigned int channelIndex, int& t
 bool zuCacheFileInterface::getChannelEndTime(unsigned int channelIndex, int& ticks) const {
   ticks = 0;
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    if (session == nullptr) return false;
-    const nc::Extent extent = session->ExtentOf(channelIndex);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    if (cache == nullptr) return false;
+    const nc::Extent extent = cache->ExtentOf(channelIndex);
     ticks = extent.last;
     return extent.count != 0;
   });
@@ -234,17 +235,17 @@ bool zuCacheFileInterface::getChannelEndTime(unsigned int channelIndex, int& tic
 
 unsigned int zuCacheFileInterface::getDataCount(unsigned int channelIndex) {
   return Run(impl, 0u, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    return session != nullptr ? session->ExtentOf(channelIndex).count : 0u;
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    return cache != nullptr ? cache->ExtentOf(channelIndex).count : 0u;
   });
 }
 
 bool zuCacheFileInterface::getDataTime(unsigned int channelIndex, unsigned int dataIndex,
                                        int& ticks) {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
     nc::Times times;
-    if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
+    if (cache == nullptr || !cache->TimesOf(channelIndex, &times, impl->error)) return false;
     if (dataIndex >= times.Count()) {
       return impl->error.Set(Error::eRefused, "sample %u of %u", dataIndex, times.Count());
     }
@@ -256,9 +257,9 @@ bool zuCacheFileInterface::getDataTime(unsigned int channelIndex, unsigned int d
 bool zuCacheFileInterface::getNextTimeWithData(unsigned int channelIndex, int ticks,
                                                int& nextTicks) {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
     nc::Times times;
-    if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
+    if (cache == nullptr || !cache->TimesOf(channelIndex, &times, impl->error)) return false;
     const auto next = nc::NextTime(times, ticks);
     if (!next) return impl->error.Set(Error::eRefused, "no sample after tick %d", ticks);
     nextTicks = *next;
@@ -281,19 +282,19 @@ bool zuCacheFileInterface::getNextTimeWithData(int ticks, int& nextTicks) {
 
 bool zuCacheFileInterface::isChannelSamplingRegular(unsigned int channelIndex) const {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    return session != nullptr && nc::IsRegular(session->ExtentOf(channelIndex));
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    return cache != nullptr && nc::IsRegular(cache->ExtentOf(channelIndex));
   });
 }
 
 bool zuCacheFileInterface::channelSamplingRate(unsigned int channelIndex, int& ticks) const {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    if (session == nullptr) return false;
-    if (!nc::IsRegular(session->ExtentOf(channelIndex))) {
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    if (cache == nullptr) return false;
+    if (!nc::IsRegular(cache->ExtentOf(channelIndex))) {
       return impl->error.Set(Error::eRefused, "channel %u is sampled irregularly", channelIndex);
     }
-    const std::uint32_t interval = nc::SamplingInterval(*session, channelIndex);
+    const std::uint32_t interval = nc::SamplingInterval(*cache, channelIndex);
     if (interval > INT32_MAX) {
       return impl->error.Set(Error::eRefused, "an interval of %u ticks", interval);
     }
@@ -305,9 +306,9 @@ bool zuCacheFileInterface::channelSamplingRate(unsigned int channelIndex, int& t
 bool zuCacheFileInterface::declaredInterval(unsigned int channelIndex,
                                             unsigned int& intervalTicks) const {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
-    if (session == nullptr) return false;
-    intervalTicks = session->Info().channels[channelIndex].interval;
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+    if (cache == nullptr) return false;
+    intervalTicks = cache->Info().channels[channelIndex].interval;
     return true;
   });
 }
@@ -316,11 +317,11 @@ bool zuCacheFileInterface::evenSpacing(unsigned int channelIndex, int ticksPerFr
                                        const KelFrameRate& exactRate, double& startFrame,
                                        double& framesPerSample) {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
     nc::Times times;
-    if (session == nullptr || !session->TimesOf(channelIndex, &times, impl->error)) return false;
+    if (cache == nullptr || !cache->TimesOf(channelIndex, &times, impl->error)) return false;
     const double frame = nc::ExactTicks(ticksPerFrame, exactRate);
-    const std::uint32_t interval = nc::SamplingInterval(*session, channelIndex);
+    const std::uint32_t interval = nc::SamplingInterval(*cache, channelIndex);
     const auto even = frame > 0 ? nc::FindEvenSpacing(times, frame, interval) : std::nullopt;
     if (!even) {
       return impl->error.Set(Error::eRefused, "channel %u is not evenly spaced", channelIndex);
@@ -334,10 +335,9 @@ bool zuCacheFileInterface::evenSpacing(unsigned int channelIndex, int ticksPerFr
 bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int ticks,
                                                 unsigned int& elementCount) {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
     nc::SampleEntry entry;
-    if (session == nullptr ||
-        !nc::FindSampleAt(*session, channelIndex, ticks, &entry, impl->error)) {
+    if (cache == nullptr || !nc::FindSampleAt(*cache, channelIndex, ticks, &entry, impl->error)) {
       return false;
     }
     elementCount = entry.count;
@@ -348,18 +348,17 @@ bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int t
 bool zuCacheFileInterface::getArrayDataAtTime(unsigned int channelIndex, int ticks, void*& data,
                                               unsigned int& elementCount) {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->WithChannel(channelIndex);
+    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
     nc::SampleEntry entry;
-    if (session == nullptr ||
-        !nc::FindSampleAt(*session, channelIndex, ticks, &entry, impl->error)) {
+    if (cache == nullptr || !nc::FindSampleAt(*cache, channelIndex, ticks, &entry, impl->error)) {
       return false;
     }
     if (entry.count > elementCount || (data == nullptr && elementCount != 0)) {
       return impl->error.Set(Error::eRefused, "%u elements at tick %d, room for %u", entry.count,
                              ticks, data != nullptr ? elementCount : 0);
     }
-    if (!session->Fetch(channelIndex, entry, ticks, data, impl->error)) return false;
-    const std::size_t elementSize = nc::ElementSize(session->Info().channels[channelIndex].type);
+    if (!cache->Fetch(channelIndex, entry, ticks, data, impl->error)) return false;
+    const std::size_t elementSize = nc::ElementSize(cache->Info().channels[channelIndex].type);
     const std::size_t rest = (elementCount - entry.count) * elementSize;
     if (rest != 0) std::memset(static_cast<char*>(data) + entry.count * elementSize, 0, rest);
     elementCount = entry.count;
@@ -400,16 +399,16 @@ bool zuCacheFileInterface::endWriteAtTime() {
 }
 
 unsigned int zuCacheFileInterface::getDataFileCount() const {
-  nc::Session* const session = impl != nullptr ? impl->Open() : nullptr;
-  return session != nullptr ? session->Files().Count() + 1 : 0;
+  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  return cache != nullptr ? cache->Files().Count() + 1 : 0;
 }
 
 bool zuCacheFileInterface::getDataFilePath(unsigned int fileIndex, char** path) {
   return Run(impl, false, [&] {
-    nc::Session* const session = impl->Open();
-    if (session == nullptr) return impl->error.Set(Error::eRefused, "no cache is open");
+    nc::OpenCache* const cache = impl->Open();
+    if (cache == nullptr) return impl->error.Set(Error::eRefused, "no cache is open");
     if (fileIndex == 0) return HandOut(impl->name.DescriptionPath(), path, impl->error);
-    const nc::DataFiles files = session->Files();
+    const nc::DataFiles files = cache->Files();
     if (fileIndex > files.Count()) {
       return impl->error.Set(Error::eRefused, "file %u of %u", fileIndex, getDataFileCount());
     }
