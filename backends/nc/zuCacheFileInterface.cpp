@@ -1,54 +1,26 @@
+#include "backends/zuCacheFileInterface.h"
+
 #include <algorithm>
 #include <cstring>
-#include <memory>
 #include <new>
-#include <optional>
 
-#include "backends/io/guard.h"
 #include "backends/nc/even_spacing.h"
 #include "backends/nc/publish.h"
-#include "backends/nc/reader.h"
-#include "backends/nc/writer.h"
-#include "backends/zuCacheFileInterface.h"
+#include "backends/nc/zuCacheFileInterface_impl.h"
 #include "host/KelMemory.h"
 
 namespace kelsdk {
 
 using io::Error;
 
-struct zuCacheFileInterface::Impl {
-  std::optional<nc::CacheReader> reader;
-  std::optional<nc::CacheWriter> writer;
-  nc::CacheName name;
-  std::string text;  // a name being made; its memory is reused
-  Error error;
-
-  nc::OpenCache* Open() {
-    if (reader) return &*reader;
-    return writer ? &*writer : nullptr;
-  }
-
-  /// The open cache when it has that channel, else null with the error set.
-  nc::OpenCache* WithChannel(unsigned int channel) {
-    nc::OpenCache* const cache = Open();
-    if (cache == nullptr) {
-      error.Set(Error::eRefused, "no cache is open");
-    } else if (channel >= cache->Info().channels.size()) {
-      error.Set(Error::eRefused, "channel %u of %zu", channel, cache->Info().channels.size());
-    } else {
-      return cache;
-    }
-    return nullptr;
-  }
-
-  nc::CacheWriter* Writing() {
-    if (writer) return &*writer;
-    error.Set(Error::eRefused, "no cache is open for writing");
-    return nullptr;
-  }
-};
-
 namespace {
+
+using nc::OnCache;
+using nc::OnChannel;
+using nc::OnNothingOpen;
+using nc::OnWriter;
+using nc::Opening;
+using nc::Run;
 
 char* CopyText(const std::string& text) {
   auto* const copy = static_cast<char*>(KelMalloc(static_cast<unsigned int>(text.size() + 1)));
@@ -63,11 +35,17 @@ bool HandOut(const std::string& text, char** target, Error& error) {
   return true;
 }
 
-// Runs the body of an operation on an object that may have had no memory for its record.
-template <typename Result, typename Impl, typename Body>
-Result Run(Impl* impl, Result onFailure, Body&& body) {
-  if (impl == nullptr) return onFailure;
-  return io::Guarded(impl->error, onFailure, std::forward<Body>(body));
+template <typename Impl>
+nc::Extent ExtentOf(Impl* impl, unsigned int channel) {
+  return Run(impl, OnChannel{channel}, nc::Extent(),
+             [&](const nc::OpenCache& cache) { return cache.ExtentOf(channel); });
+}
+
+// The description of the open cache; null when none is open.
+template <typename Impl>
+const nc::Description* InfoOf(Impl* impl) {
+  const nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  return cache != nullptr ? &cache->Info() : nullptr;
 }
 
 }  // namespace
@@ -79,14 +57,10 @@ zuCacheFileInterface::~zuCacheFileInterface() {
 }
 
 bool zuCacheFileInterface::initFileRead(const char* baseName, const char* folder) {
-  return Run(impl, false, [&] {
-    if (impl->Open() != nullptr) return impl->error.Set(Error::eRefused, "a cache is open already");
-    if (!nc::MakeCacheName(folder, baseName, &impl->name, impl->error)) return false;
-    nc::CacheReader& reader = impl->reader.emplace();
-    const bool open =
-        io::Guarded(impl->error, false, [&] { return reader.Open(impl->name, impl->error); });
-    if (!open) impl->reader.reset();
-    return open;
+  return Run(impl, OnNothingOpen{}, false, [&](Impl& self) {
+    Opening opening(&self.reader);
+    return opening.Done(nc::MakeCacheName(folder, baseName, &self.name, self.error) &&
+                        self.reader->Open(self.name, self.error));
   });
 }
 
@@ -99,18 +73,13 @@ bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseNam
 bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseName,
                                          cacheFileFormat format, const char* dataFileTag,
                                          int ticksPerFrame, const KelFrameRate& exactRate) {
-  return Run(impl, false, [&] {
-    if (impl->Open() != nullptr) return impl->error.Set(Error::eRefused, "a cache is open already");
-    if (!nc::MakeCacheName(folder, baseName, &impl->name, impl->error)) return false;
-    nc::CacheWriter& writer = impl->writer.emplace();
-    const bool open = io::Guarded(impl->error, false, [&] {
-      nc::FileLayout layout;
-      return nc::MakeLayout(format == eFilePerFrame, dataFileTag, ticksPerFrame, exactRate, &layout,
-                            impl->error) &&
-             writer.Begin(impl->name, layout, impl->error);
-    });
-    if (!open) impl->writer.reset();
-    return open;
+  return Run(impl, OnNothingOpen{}, false, [&](Impl& self) {
+    Opening opening(&self.writer);
+    nc::FileLayout layout;
+    return opening.Done(nc::MakeCacheName(folder, baseName, &self.name, self.error) &&
+                        nc::MakeLayout(format == eFilePerFrame, dataFileTag, ticksPerFrame,
+                                       exactRate, &layout, self.error) &&
+                        self.writer->Begin(self.name, layout, self.error));
   });
 }
 
@@ -123,15 +92,12 @@ bool zuCacheFileInterface::addChannel(const char* channelName, const char* inter
 bool zuCacheFileInterface::addChannel(const char* channelName, const char* interpretation,
                                       zuCacheData::zuCacheDataType dataType,
                                       unsigned int intervalTicks, unsigned int& channelIndex) {
-  return Run(impl, false, [&] {
-    nc::CacheWriter* const writer = impl->Writing();
+  return Run(impl, OnWriter{}, false, [&](nc::CacheWriter& writer) {
     std::uint32_t index = 0;
-    if (writer == nullptr || !writer->AddChannel(channelName, interpretation, dataType,
-                                                 intervalTicks, &index, impl->error)) {
-      return false;
-    }
-    channelIndex = index;
-    return true;
+    const bool added = writer.AddChannel(channelName, interpretation, dataType, intervalTicks,
+                                         &index, impl->error);
+    if (added) channelIndex = index;
+    return added;
   });
 }
 
@@ -140,26 +106,23 @@ void zuCacheFileInterface::setOptimizeMultiChannelRead(bool enable) {
 }
 
 bool zuCacheFileInterface::endFileWrite() {
-  return Run(impl, false, [&] {
-    nc::CacheWriter* const writer = impl->Writing();
-    if (writer == nullptr) return false;
-    const bool published =
-        io::Guarded(impl->error, false, [&] { return nc::FinishAndPublish(writer, impl->error); });
-    impl->writer.reset();
-    return published;
+  const bool published = Run(impl, OnWriter{}, false, [&](nc::CacheWriter& writer) {
+    return nc::FinishAndPublish(&writer, impl->error);
   });
+  if (impl != nullptr) impl->writer.reset();
+  return published;
 }
 
 unsigned int zuCacheFileInterface::numChannels() const {
-  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
-  return cache != nullptr ? static_cast<unsigned int>(cache->Info().channels.size()) : 0;
+  const nc::Description* const info = InfoOf(impl);
+  return info != nullptr ? static_cast<unsigned int>(info->channels.size()) : 0;
 }
 
 bool zuCacheFileInterface::hasChannelByName(const char* channelName,
                                             unsigned int& channelIndex) const {
-  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
-  if (cache == nullptr || channelName == nullptr) return false;
-  const std::vector<nc::Channel>& channels = cache->Info().channels;
+  const nc::Description* const info = InfoOf(impl);
+  if (info == nullptr || channelName == nullptr) return false;
+  const std::vector<nc::Channel>& channels = info->channels;
   const auto found = std::find_if(channels.begin(), channels.end(),
                                   [&](const nc::Channel& one) { return one.name == channelName; });
   if (found == channels.end()) return false;
@@ -168,84 +131,64 @@ bool zuCacheFileInterface::hasChannelByName(const char* channelName,
 }
 
 bool zuCacheFileInterface::channelName(unsigned int channelIndex, char** name) const {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    return cache != nullptr &&
-           HandOut(cache->Info().channels[channelIndex].name, name, impl->error);
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
+    return HandOut(cache.Info().channels[channelIndex].name, name, impl->error);
   });
 }
 
 bool zuCacheFileInterface::channelInterpretation(unsigned int channelIndex,
                                                  char** interpretation) const {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    return cache != nullptr && HandOut(cache->Info().channels[channelIndex].interpretation,
-                                       interpretation, impl->error);
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
+    return HandOut(cache.Info().channels[channelIndex].interpretation, interpretation, impl->error);
   });
 }
 
 bool zuCacheFileInterface::channelDataType(unsigned int channelIndex,
                                            zuCacheData::zuCacheDataType& dataType) const {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    if (cache == nullptr) return false;
-    dataType = cache->Info().channels[channelIndex].type;
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
+    dataType = cache.Info().channels[channelIndex].type;
     return true;
   });
 }
 
 zuCacheFileInterface::cacheFileFormat zuCacheFileInterface::format() const {
-  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
-  return cache != nullptr && cache->Info().isPerFrame ? eFilePerFrame : eSingleFile;
+  const nc::Description* const info = InfoOf(impl);
+  return info != nullptr && info->isPerFrame ? eFilePerFrame : eSingleFile;
 }
 
 int zuCacheFileInterface::getTicksPerFrame() const {
-  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
-  return cache != nullptr ? cache->Info().ticksPerFrame : 0;
+  const nc::Description* const info = InfoOf(impl);
+  return info != nullptr ? info->ticksPerFrame : 0;
 }
 
 bool zuCacheFileInterface::exactFrameRate(KelFrameRate& rate) const {
-  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
-  if (cache == nullptr || !cache->Info().exactRate.IsValid()) return false;
-  rate = cache->Info().exactRate;
+  const nc::Description* const info = InfoOf(impl);
+  if (info == nullptr || !info->exactRate.IsValid()) return false;
+  rate = info->exactRate;
   return true;
 }
 
 bool zuCacheFileInterface::getChannelStartTime(unsigned int channelIndex, int& ticks) const {
-  ticks = 0;
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    if (cache == nullptr) return false;
-    const nc::Extent extent = cache->ExtentOf(channelIndex);
-    ticks = extent.first;
-    return extent.count != 0;
-  });
+  const nc::Extent extent = ExtentOf(impl, channelIndex);
+  ticks = extent.first;
+  return extent.count != 0;
 }
 
 bool zuCacheFileInterface::getChannelEndTime(unsigned int channelIndex, int& ticks) const {
-  ticks = 0;
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    if (cache == nullptr) return false;
-    const nc::Extent extent = cache->ExtentOf(channelIndex);
-    ticks = extent.last;
-    return extent.count != 0;
-  });
+  const nc::Extent extent = ExtentOf(impl, channelIndex);
+  ticks = extent.last;
+  return extent.count != 0;
 }
 
 unsigned int zuCacheFileInterface::getDataCount(unsigned int channelIndex) {
-  return Run(impl, 0u, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    return cache != nullptr ? cache->ExtentOf(channelIndex).count : 0u;
-  });
+  return ExtentOf(impl, channelIndex).count;
 }
 
 bool zuCacheFileInterface::getDataTime(unsigned int channelIndex, unsigned int dataIndex,
                                        int& ticks) {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
     nc::Times times;
-    if (cache == nullptr || !cache->TimesOf(channelIndex, &times, impl->error)) return false;
+    if (!cache.TimesOf(channelIndex, &times, impl->error)) return false;
     if (dataIndex >= times.Count()) {
       return impl->error.Set(Error::eRefused, "sample %u of %u", dataIndex, times.Count());
     }
@@ -256,10 +199,9 @@ bool zuCacheFileInterface::getDataTime(unsigned int channelIndex, unsigned int d
 
 bool zuCacheFileInterface::getNextTimeWithData(unsigned int channelIndex, int ticks,
                                                int& nextTicks) {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
     nc::Times times;
-    if (cache == nullptr || !cache->TimesOf(channelIndex, &times, impl->error)) return false;
+    if (!cache.TimesOf(channelIndex, &times, impl->error)) return false;
     const auto next = nc::NextTime(times, ticks);
     if (!next) return impl->error.Set(Error::eRefused, "no sample after tick %d", ticks);
     nextTicks = *next;
@@ -268,9 +210,9 @@ bool zuCacheFileInterface::getNextTimeWithData(unsigned int channelIndex, int ti
 }
 
 bool zuCacheFileInterface::getNextTimeWithData(int ticks, int& nextTicks) {
-  return Run(impl, false, [&] {
+  return Run(impl, OnCache{}, false, [&](const nc::OpenCache& cache) {
     std::optional<int> earliest;
-    for (unsigned int i = 0; i < numChannels(); ++i) {
+    for (unsigned int i = 0; i < cache.Info().channels.size(); ++i) {
       int next = 0;
       if (getNextTimeWithData(i, ticks, next)) earliest = std::min(next, earliest.value_or(next));
     }
@@ -281,20 +223,16 @@ bool zuCacheFileInterface::getNextTimeWithData(int ticks, int& nextTicks) {
 }
 
 bool zuCacheFileInterface::isChannelSamplingRegular(unsigned int channelIndex) const {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    return cache != nullptr && nc::IsRegular(cache->ExtentOf(channelIndex));
-  });
+  return Run(impl, OnChannel{channelIndex}, false,
+             [&](nc::OpenCache& cache) { return nc::IsRegular(cache.ExtentOf(channelIndex)); });
 }
 
 bool zuCacheFileInterface::channelSamplingRate(unsigned int channelIndex, int& ticks) const {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    if (cache == nullptr) return false;
-    if (!nc::IsRegular(cache->ExtentOf(channelIndex))) {
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
+    if (!nc::IsRegular(cache.ExtentOf(channelIndex))) {
       return impl->error.Set(Error::eRefused, "channel %u is sampled irregularly", channelIndex);
     }
-    const std::uint32_t interval = nc::SamplingInterval(*cache, channelIndex);
+    const std::uint32_t interval = nc::SamplingInterval(cache, channelIndex);
     if (interval > INT32_MAX) {
       return impl->error.Set(Error::eRefused, "an interval of %u ticks", interval);
     }
@@ -305,10 +243,8 @@ bool zuCacheFileInterface::channelSamplingRate(unsigned int channelIndex, int& t
 
 bool zuCacheFileInterface::declaredInterval(unsigned int channelIndex,
                                             unsigned int& intervalTicks) const {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
-    if (cache == nullptr) return false;
-    intervalTicks = cache->Info().channels[channelIndex].interval;
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
+    intervalTicks = cache.Info().channels[channelIndex].interval;
     return true;
   });
 }
@@ -316,12 +252,11 @@ bool zuCacheFileInterface::declaredInterval(unsigned int channelIndex,
 bool zuCacheFileInterface::evenSpacing(unsigned int channelIndex, int ticksPerFrame,
                                        const KelFrameRate& exactRate, double& startFrame,
                                        double& framesPerSample) {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
     nc::Times times;
-    if (cache == nullptr || !cache->TimesOf(channelIndex, &times, impl->error)) return false;
+    if (!cache.TimesOf(channelIndex, &times, impl->error)) return false;
     const double frame = nc::ExactTicks(ticksPerFrame, exactRate);
-    const std::uint32_t interval = nc::SamplingInterval(*cache, channelIndex);
+    const std::uint32_t interval = nc::SamplingInterval(cache, channelIndex);
     const auto even = frame > 0 ? nc::FindEvenSpacing(times, frame, interval) : std::nullopt;
     if (!even) {
       return impl->error.Set(Error::eRefused, "channel %u is not evenly spaced", channelIndex);
@@ -334,12 +269,9 @@ bool zuCacheFileInterface::evenSpacing(unsigned int channelIndex, int ticksPerFr
 
 bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int ticks,
                                                 unsigned int& elementCount) {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
     nc::SampleEntry entry;
-    if (cache == nullptr || !nc::FindSampleAt(*cache, channelIndex, ticks, &entry, impl->error)) {
-      return false;
-    }
+    if (!nc::FindSampleAt(cache, channelIndex, ticks, &entry, impl->error)) return false;
     elementCount = entry.count;
     return true;
   });
@@ -347,18 +279,15 @@ bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int t
 
 bool zuCacheFileInterface::getArrayDataAtTime(unsigned int channelIndex, int ticks, void*& data,
                                               unsigned int& elementCount) {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->WithChannel(channelIndex);
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
     nc::SampleEntry entry;
-    if (cache == nullptr || !nc::FindSampleAt(*cache, channelIndex, ticks, &entry, impl->error)) {
-      return false;
-    }
+    if (!nc::FindSampleAt(cache, channelIndex, ticks, &entry, impl->error)) return false;
     if (entry.count > elementCount || (data == nullptr && elementCount != 0)) {
       return impl->error.Set(Error::eRefused, "%u elements at tick %d, room for %u", entry.count,
                              ticks, data != nullptr ? elementCount : 0);
     }
-    if (!cache->Fetch(channelIndex, entry, ticks, data, impl->error)) return false;
-    const std::size_t elementSize = nc::ElementSize(cache->Info().channels[channelIndex].type);
+    if (!cache.Fetch(channelIndex, entry, ticks, data, impl->error)) return false;
+    const std::size_t elementSize = nc::ElementSize(cache.Info().channels[channelIndex].type);
     const std::size_t rest = (elementCount - entry.count) * elementSize;
     if (rest != 0) std::memset(static_cast<char*>(data) + entry.count * elementSize, 0, rest);
     elementCount = entry.count;
@@ -367,50 +296,40 @@ bool zuCacheFileInterface::getArrayDataAtTime(unsigned int channelIndex, int tic
 }
 
 bool zuCacheFileInterface::beginWriteAtTime(int ticks) {
-  return Run(impl, false, [&] {
-    nc::CacheWriter* const writer = impl->Writing();
-    return writer != nullptr && writer->BeginBlock(ticks, impl->error);
-  });
+  return Run(impl, OnWriter{}, false,
+             [&](nc::CacheWriter& writer) { return writer.BeginBlock(ticks, impl->error); });
 }
 
 bool zuCacheFileInterface::addArrayData(unsigned int channelIndex, int ticks, void* data,
                                         unsigned int elementCount) {
-  return Run(impl, false, [&] {
-    nc::CacheWriter* const writer = impl->Writing();
-    return writer != nullptr &&
-           writer->AddArray(channelIndex, ticks, data, elementCount, impl->error);
+  return Run(impl, OnWriter{}, false, [&](nc::CacheWriter& writer) {
+    return writer.AddArray(channelIndex, ticks, data, elementCount, impl->error);
   });
 }
 
 bool zuCacheFileInterface::repeatArrayData(unsigned int channelIndex, int ticks,
                                            unsigned int ofChannel, int ofTicks) {
-  return Run(impl, false, [&] {
-    nc::CacheWriter* const writer = impl->Writing();
-    return writer != nullptr &&
-           writer->AddRepeat(channelIndex, ticks, ofChannel, ofTicks, impl->error);
+  return Run(impl, OnWriter{}, false, [&](nc::CacheWriter& writer) {
+    return writer.AddRepeat(channelIndex, ticks, ofChannel, ofTicks, impl->error);
   });
 }
 
 bool zuCacheFileInterface::endWriteAtTime() {
-  return Run(impl, false, [&] {
-    nc::CacheWriter* const writer = impl->Writing();
-    return writer != nullptr && writer->EndBlock(impl->error);
-  });
+  return Run(impl, OnWriter{}, false,
+             [&](nc::CacheWriter& writer) { return writer.EndBlock(impl->error); });
 }
 
 unsigned int zuCacheFileInterface::getDataFileCount() const {
-  nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
+  const nc::OpenCache* const cache = impl != nullptr ? impl->Open() : nullptr;
   return cache != nullptr ? cache->Files().Count() + 1 : 0;
 }
 
 bool zuCacheFileInterface::getDataFilePath(unsigned int fileIndex, char** path) {
-  return Run(impl, false, [&] {
-    nc::OpenCache* const cache = impl->Open();
-    if (cache == nullptr) return impl->error.Set(Error::eRefused, "no cache is open");
+  return Run(impl, OnCache{}, false, [&](const nc::OpenCache& cache) {
     if (fileIndex == 0) return HandOut(impl->name.DescriptionPath(), path, impl->error);
-    const nc::DataFiles files = cache->Files();
+    const nc::DataFiles files = cache.Files();
     if (fileIndex > files.Count()) {
-      return impl->error.Set(Error::eRefused, "file %u of %u", fileIndex, getDataFileCount());
+      return impl->error.Set(Error::eRefused, "file %u of %u", fileIndex, files.Count() + 1);
     }
     files.Name(fileIndex - 1, &impl->text);
     impl->text.insert(0, impl->name.folder);
