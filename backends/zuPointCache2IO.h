@@ -55,7 +55,7 @@ class zuPointCache2IO {
   /// kept, when that failed or when a sample could not be written earlier.
   bool endWriteData();
 
-  // Care, beyond what the cache object uses.
+  // Maintenance, beyond what the cache object uses.
 
   /// Gives a write up: removes what it has made. Without effect once endWriteData has published.
   void discardWrite();

@@ -88,7 +88,7 @@ bool IsNamedAfterItsTime(const Scan& scan, const std::string& base, const std::s
 }
 
 bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salvage,
-              const Report& report, Error& error) {
+              const io::Report& report, Error& error) {
   const std::string path = remains.partial.folder + fileName;
   Scan scan;
   Error why;
@@ -127,7 +127,7 @@ void SortUnique(std::vector<std::int32_t>* ticks) {
 
 // Completes the data files and describes what they hold. Nothing is saved of a cache without a
 // whole time block.
-bool Rebuild(const Remains& remains, Salvage* salvage, const Report& report, Error& error) {
+bool Rebuild(const Remains& remains, Salvage* salvage, const io::Report& report, Error& error) {
   for (const std::string& fileName : remains.dataFiles) {
     if (!SaveFile(remains, fileName, salvage, report, error)) return false;
   }
@@ -171,7 +171,7 @@ bool RemoveEmptied(const Remains& remains, Error& error) {
 // Puts a cache into its place, or beside what stands there.
 class Placing {
  public:
-  Placing(Remains* remains, bool force, const Report& report)
+  Placing(Remains* remains, bool force, const io::Report& report)
       : remains_(*remains), name_(remains->partial.name), force_(force), report_(report) {}
 
   // Before anything is changed.
@@ -247,15 +247,15 @@ class Placing {
   Remains& remains_;
   const CacheName& name_;
   const bool force_;
-  const Report& report_;
+  const io::Report& report_;
   Standing standing_;
   bool isNewer_ = false;  // than what is recovered
 };
 
 enum EOutcome { eSaved, eFailed, eNothingWhole };
 
-EOutcome RecoverOne(Remains* remains, bool force, std::uint32_t* blockCount, const Report& report,
-                    Error& error) {
+EOutcome RecoverOne(Remains* remains, bool force, std::uint32_t* blockCount,
+                    const io::Report& report, Error& error) {
   Placing placing(remains, force, report);
   if (!placing.Look(error)) return eFailed;
   Salvage salvage;
@@ -274,7 +274,8 @@ EOutcome RecoverOne(Remains* remains, bool force, std::uint32_t* blockCount, con
 
 }  // namespace
 
-bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount, const Report& report) {
+bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount,
+             const io::Report& report) {
   *blockCount = 0;
   Error error;
   std::optional<Remains> remains;

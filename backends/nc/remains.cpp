@@ -146,7 +146,7 @@ bool IsMoreUrgent(const Remains& remains, const Remains& other) {
   return remains.created > other.created;
 }
 
-void SayLeft(const Remains& remains, const Report& report) {
+void SayLeft(const Remains& remains, const io::Report& report) {
   report.Say("%s: another attempt, left as it is; recover again saves it",
              remains.partial.folder.c_str());
 }
@@ -178,7 +178,7 @@ bool IsLeftover(const Partial& partial, const Identity& identity) {
 
 }  // namespace
 
-bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Report& report,
+bool FindRemains(const CacheName& name, std::optional<Remains>* found, const io::Report& report,
                  Error& error) {
   std::vector<std::string> names;
   if (!ListFolder(name.folder, &names, error)) return false;
@@ -209,7 +209,7 @@ bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Rep
   return true;
 }
 
-std::uint32_t CountLeftovers(const CacheName& name, const Report& report) {
+std::uint32_t CountLeftovers(const CacheName& name, const io::Report& report) {
   std::vector<std::string> names;
   Error ignored;
   std::uint32_t count = 0;

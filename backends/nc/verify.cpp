@@ -27,7 +27,7 @@ bool IsZero(std::span<const std::uint8_t> bytes) {
 // Collects the problems of one data file.
 class Problems {
  public:
-  Problems(const Report& report, const std::string& fileName)
+  Problems(const io::Report& report, const std::string& fileName)
       : report_(report), fileName_(fileName) {}
 
   bool None() const { return count_ == 0; }
@@ -47,7 +47,7 @@ class Problems {
   }
 
  private:
-  const Report& report_;
+  const io::Report& report_;
   const std::string& fileName_;
   int count_ = 0;
 };
@@ -100,7 +100,7 @@ class PayloadChecker : public RecordVisitor {
 // One data file against its records, its indices and the description.
 class FileVerifier {
  public:
-  FileVerifier(const CacheName& name, const Description& description, const Report& report)
+  FileVerifier(const CacheName& name, const Description& description, const io::Report& report)
       : name_(name), description_(description), report_(report) {}
 
   bool Verify(const std::string& fileName) {
@@ -232,13 +232,13 @@ class FileVerifier {
 
   const CacheName& name_;
   const Description& description_;
-  const Report& report_;
+  const io::Report& report_;
   Scan scan_;
 };
 
 // A frame's file holds that time, in the channels that the description says.
 bool CheckFrame(const Description& description, std::int32_t tick, const Scan& scan,
-                const std::string& fileName, const Report& report) {
+                const std::string& fileName, const io::Report& report) {
   bool sound = true;
   for (std::uint32_t i = 0; i < description.channels.size(); ++i) {
     const bool expected = description.HasSample(i, tick);
@@ -266,7 +266,7 @@ class TimesFound {
     }
   }
 
-  bool AreAll(const Report& report) const {
+  bool AreAll(const io::Report& report) const {
     bool sound = true;
     for (std::size_t i = 0; i < counts_.size(); ++i) {
       const Channel& channel = description_.channels[i];
@@ -286,7 +286,7 @@ class TimesFound {
 
 }  // namespace
 
-bool Verify(const CacheName& name, const Report& report) {
+bool Verify(const CacheName& name, const io::Report& report) {
   Description description;
   Error error;
   if (!ReadDescription(name.DescriptionPath(), &description, error)) {

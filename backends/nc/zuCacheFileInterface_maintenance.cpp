@@ -20,7 +20,7 @@ nc::ConvertOptions OptionsOf(int ticksPerFrame,
 
 // Runs the body of an operation on the cache of a name. A failure's reason goes to `report`.
 template <typename Result, typename Body>
-Result Run(const char* folder, const char* baseName, Result onFailure, const nc::Report& report,
+Result Run(const char* folder, const char* baseName, Result onFailure, const io::Report& report,
            Body&& body) {
   Error error;
   const Result result = io::Guarded(error, onFailure, [&] {
@@ -72,7 +72,7 @@ bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* fol
 
 bool zuCacheFileInterface::verify(const char* folder, const char* baseName, reportFunction report,
                                   void* context) {
-  const nc::Report lines{report, context};
+  const io::Report lines{report, context};
   return Run(folder, baseName, false, lines,
              [&](const nc::CacheName& name, Error&) { return nc::Verify(name, lines); });
 }
@@ -85,7 +85,7 @@ bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
 bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
                                    const recoverOptions& options, unsigned int& blockCount,
                                    reportFunction report, void* context) {
-  const nc::Report lines{report, context};
+  const io::Report lines{report, context};
   blockCount = 0;
   const bool saved = Run(folder, baseName, false, lines, [&](const nc::CacheName& name, Error&) {
     return nc::Recover(name, options.force, &blockCount, lines);

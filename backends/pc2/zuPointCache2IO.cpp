@@ -24,12 +24,6 @@ void Show(const pc2::Header& header, zuPointCache2IO* shown) {
   shown->sampleCount = header.sampleCount;
 }
 
-auto Teller(zuPointCache2IO::reportFunction report, void* context) {
-  return [=](const char* line) {
-    if (report != nullptr) report(context, line);
-  };
-}
-
 }  // namespace
 
 zuPointCache2IO::zuPointCache2IO() : impl(new (std::nothrow) Impl) {}
@@ -102,13 +96,13 @@ bool zuPointCache2IO::recover(const char* fileName, unsigned int& savedCount, re
 
 bool zuPointCache2IO::recover(const char* fileName, const recoverOptions& options,
                               unsigned int& savedCount, reportFunction report, void* context) {
-  const auto tell = Teller(report, context);
+  const io::Report lines{report, context};
   io::Error error;
   const bool recovered = io::Guarded(error, false, [&] {
-    return pc2::Recover(fileName != nullptr ? fileName : "", options.force, &savedCount, tell,
+    return pc2::Recover(fileName != nullptr ? fileName : "", options.force, &savedCount, lines,
                         error);
   });
-  if (!recovered) tell(error.text());
+  if (!recovered) lines.Say("%s", error.text());
   return recovered;
 }
 
@@ -116,7 +110,7 @@ unsigned int zuPointCache2IO::leftovers(const char* fileName, reportFunction rep
                                         void* context) {
   io::Error error;
   return io::Guarded(error, 0U, [&] {
-    return fileName != nullptr ? pc2::CountLeftovers(fileName, Teller(report, context)) : 0U;
+    return fileName != nullptr ? pc2::CountLeftovers(fileName, {report, context}) : 0U;
   });
 }
 
