@@ -147,8 +147,7 @@ bool Complete(const Partial& partial, io::OutputFile* file, const Header& header
               io::Error& error) {
   unsigned char bytes[kHeaderSize];
   EncodeHeader(header, bytes);
-  if (!file->WriteAt(0, bytes, sizeof bytes, error) ||
-      !file->Truncate(header.OffsetOf(header.sampleCount), error)) {
+  if (!file->WriteAt(0, bytes, sizeof bytes, error) || !file->Truncate(header.FileSize(), error)) {
     return false;
   }
   const struct timespec times[] = {{0, UTIME_OMIT}, partial.written};

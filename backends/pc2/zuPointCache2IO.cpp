@@ -3,6 +3,7 @@
 #include "backends/io/guard.h"
 #include "backends/pc2/reader.h"
 #include "backends/pc2/recover.h"
+#include "backends/pc2/verify.h"
 #include "backends/pc2/writer.h"
 #include "backends/zuPointCache2IO.h"
 
@@ -87,6 +88,20 @@ const char* zuPointCache2IO::errorString() const {
 
 unsigned int zuPointCache2IO::wholeSampleCount() const {
   return impl != nullptr ? impl->reader.WholeSamples() : 0;
+}
+
+std::uint64_t zuPointCache2IO::promisedSize() const {
+  if (impl == nullptr || version != pc2::kVersion) return 0;
+  return impl->reader.header().FileSize();
+}
+
+bool zuPointCache2IO::verify(const char* fileName, reportFunction report, void* context) {
+  const io::Report lines{report, context};
+  io::Error error;
+  const bool sound = io::Guarded(
+      error, false, [&] { return pc2::Verify(fileName != nullptr ? fileName : "", lines); });
+  if (error) lines.Say("%s", error.text());
+  return sound;
 }
 
 bool zuPointCache2IO::recover(const char* fileName, unsigned int& savedCount, reportFunction report,
