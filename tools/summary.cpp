@@ -46,7 +46,7 @@ void SummarisePC2(CacheFile& cache, CacheSummary* summary) {
     throw Failed(cache.file(), reader.errorString());
   }
   pc2.wholeSamples = reader.wholeSampleCount();
-  summary->promisedSize = 32 + std::uint64_t{12} * pc2.points * pc2.samples;
+  summary->promisedSize = reader.promisedSize();
   summary->complete = summary->fileSize >= *summary->promisedSize;
   if (!summary->rate.IsValid()) {
     summary->rate = kAssumedFrameRate;

@@ -1,6 +1,3 @@
-#include <algorithm>
-#include <cmath>
-#include <filesystem>
 #include <memory>
 
 #include "backends/AlembicInterface.h"
@@ -39,37 +36,8 @@ class Problems {
   JobResult result_;
 };
 
-// A PC2 file has no checksums: its header must make sense and agree with its size, and every sample
-// must be readable.
 void VerifyPC2(const std::string& file, Problems* problems) {
-  kelsdk::zuPointCache2IO reader;
-  if (!reader.initialize(file.c_str(), kelsdk::zuPointCache2IO::readMode)) {
-    return problems->Add(reader.errorString());
-  }
-  if (reader.version != 1) {
-    return problems->Add("version " + std::to_string(reader.version) + ", only 1 is known");
-  }
-  if (!std::isfinite(reader.startFrame)) problems->Add("the start frame is no number");
-  if (!std::isfinite(reader.sampleRate) || reader.sampleRate == 0) {
-    problems->Add("the sample rate gives the samples no frames");
-  }
-  const unsigned int whole = reader.wholeSampleCount();
-  if (whole != reader.sampleCount) {
-    problems->Add("holds " + std::to_string(whole) + " whole samples of " +
-                  std::to_string(reader.sampleCount) + " claimed");
-  }
-  const auto promised = 32 + std::uint64_t{12} * reader.pointCount * reader.sampleCount;
-  const std::uint64_t size = std::filesystem::file_size(file);
-  if (size > promised)
-    problems->Add(std::to_string(size - promised) + " bytes after the last sample");
-  std::vector<float> points(size_t{reader.pointCount} * 3);
-  // Samples without points hold nothing to read, however many there are.
-  for (unsigned int sample = 0; reader.pointCount != 0 && sample < whole; ++sample) {
-    unsigned int count = reader.pointCount;
-    if (!reader.readSample(sample, points.data(), count)) {
-      problems->Add("sample " + std::to_string(sample) + ": " + reader.errorString());
-    }
-  }
+  kelsdk::zuPointCache2IO::verify(file.c_str(), Problems::Report, problems);
 }
 
 void VerifyAlembic(const std::string& file, Problems* problems) {
