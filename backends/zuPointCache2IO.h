@@ -24,13 +24,13 @@ class zuPointCache2IO {
   /// Opens a file for reading, or prepares to write one.
   /// Reading: true when the file begins with the PC2 signature and a whole header, which the fields
   /// below then hold. A version other than 1 is let through with nothing else looked at; of
-  /// version 1 are refused a negative count, a sample that does not fit 32 bits, and a file without
-  /// room for its first sample when it claims any.
+  /// version 1 are refused a negative point count, a sample that does not fit 32 bits, and a file
+  /// without room for its first sample when it claims any. The sample count has no sign.
   /// Writing: true when the target may be replaced; a directory, another special file and a file
   /// without write permission are refused. Nothing is made on disk yet.
   bool initialize(const char* fileName, openMode mode);
 
-  /// Begins the file beside its target, under a temporary name.
+  /// Begins the file beside its target, under a temporary name. Refuses negative counts.
   /// @param startFrame  the frame of sample 0
   /// @param sampleRate  frames from one sample to the next
   bool beginWriteData(int pointCount, int sampleCount, float startFrame, float sampleRate);

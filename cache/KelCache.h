@@ -88,12 +88,17 @@ class KelCache : public KelObject {
   EFileFormat GetCacheFileFormat() const;
 
   /// Stores both names as they are. The absolute name is where the file is looked for and written;
-  /// the relative one is the fallback for reading, resolved against the current directory.
+  /// the relative one is the fallback for reading, resolved against the current directory. Code 1
+  /// without memory alone: a name that the object's PropertyNotify refuses stays as it was, and no
+  /// status tells.
   void SetCacheFileName(const char* relativeFileName, const char* absoluteFileName,
                         KelStatus* status);
   void GetCacheFileName(KelString& relativeFileName, KelString& absoluteFileName) const;
 
-  // Opening and closing.
+  // Opening and closing. Each format has its own file, but all share one open flag, that of the
+  // file opened last: with a file of one format open for writing and another of a second format
+  // then opened for reading, closing the first one takes it for one that was read and leaves what
+  // was written unpublished. Close a file before switching to another format and opening there.
 
   /// Opens the file; the three forms below are argument patterns of it. When a file of the current
   /// format is open already, nothing changes and the result is whether it has the same flag (no
@@ -151,18 +156,21 @@ class KelCache : public KelObject {
   // Channels. A PC2 cache is one channel, 0, without a name.
 
   /// NC. Code 3 for a null name or interpretation and when no NC cache is open; false with the
-  /// status clear when the library refuses (a name that is taken, a cache open for reading).
+  /// status clear when the library refuses (a name that is taken, a cache open for reading). Looks
+  /// at the open NC cache alone, whatever format is set.
   bool AddChannel(const char* channelName, ENCDataType dataType, const char* interpretation,
                   unsigned int& channelIndex, KelStatus* status);
-  /// All formats; -1 on failure.
+  /// All formats; -1 on failure, with the status clear when no known format is set.
   int GetChannelCount(KelStatus* status);
   /// All formats; -1 on failure and, with the status clear, for an unknown name. A null or empty
-  /// name, and any name of a PC2 cache, is channel 0. Not open: "Cache file not open!".
+  /// name, and any name of a PC2 cache, is channel 0. Not open: "Cache file not open!". Without a
+  /// format (0) the status is not touched.
   int GetChannelIndex(const char* channelName, KelStatus* status);
   /// All formats. Code 3 for a negative index; false with the status clear for one that does not
-  /// exist.
+  /// exist, and when no known format is set.
   bool GetChannelName(int channelIndex, KelString& channelName, KelStatus* status);
-  /// NC. Code 3 for a negative index; false with the status clear for one that does not exist.
+  /// NC. Code 3 for a negative index; false with the status clear for one that does not exist, and
+  /// when no known format is set.
   bool GetChannelDataType(int channelIndex, ENCDataType& dataType, KelStatus* status);
   /// NC. Code 4 for an index that does not exist.
   bool GetChannelInterpretation(int channelIndex, KelString& interpretation, KelStatus* status);
@@ -177,7 +185,7 @@ class KelCache : public KelObject {
   /// true, with what the back-end answers, for one that does not exist.
   bool GetAnimationRange(int channelIndex, KelTime& startTime, KelTime& endTime, KelStatus* status);
   /// Frames per second: NC from its ticks per frame, PC2 open for reading the header's sample rate
-  /// (which counts frames per sample), Alembic 0.0 without a failure.
+  /// (which counts frames per sample), Alembic 0.0 without a failure, open or not.
   double GetSamplingFrameRate(KelStatus* status);
   /// One second divided by the whole part of GetSamplingFrameRate; zero without a rate. Never
   /// reports a failure.

@@ -108,7 +108,7 @@ bool KelCache::GetChannelInterpretation(int channelIndex, KelString& interpretat
                                         KelStatus* status) {
   const auto* cache = RequireNC(GetCacheFileFormat(), internalState, status);
   if (cache == nullptr) return false;
-  if (!RequireIndex(channelIndex, static_cast<int>(cache->numChannels()), status)) return false;
+  if (!RequireIndex(channelIndex, *cache, status)) return false;
   char* text = nullptr;
   if (!cache->channelInterpretation(LibraryIndex(channelIndex), &text)) {
     return Fail(status, "Error retrieving channel interpretation data");

@@ -98,9 +98,19 @@ inline AlembicInterface* RequireAlembic(const KelCache_internal* state, KelStatu
   return state->alembicCache;
 }
 
-/// True, else code 4, when 0 <= channelIndex < count.
-inline bool RequireIndex(int channelIndex, int count, KelStatus* status) {
-  return (channelIndex >= 0 && channelIndex < count) || Fail(status, KelStatus::eIndexOutOfRange);
+inline int ChannelCountOf(const zuCacheFileInterface& cache) {
+  return static_cast<int>(cache.numChannels());
+}
+inline int ChannelCountOf(const AlembicInterface& cache) {
+  return cache.GetNumChannels();
+}
+
+/// True, else code 4, when the back-end has a channel of that index. It is not asked about a
+/// negative one.
+template <typename BackEnd>
+bool RequireIndex(int channelIndex, const BackEnd& cache, KelStatus* status) {
+  return (channelIndex >= 0 && channelIndex < ChannelCountOf(cache)) ||
+         Fail(status, KelStatus::eIndexOutOfRange);
 }
 
 /// a x b x c when it fits 32 bits: KelMalloc takes no more.

@@ -3,6 +3,7 @@
 #include <type_traits>
 
 #include "cache/checks.h"
+#include "host/KelNearestFloat.h"
 
 namespace kelsdk {
 
@@ -38,7 +39,13 @@ using ConvertedTo = std::conditional_t<std::is_same_v<Value, double>, float, dou
 /// Converts in index order: a narrowing to the nearest float, a widening exactly.
 template <typename From, typename To>
 void ConvertValues(const From* from, To* to, unsigned int count) {
-  for (unsigned int i = 0; i < count; ++i) to[i] = static_cast<To>(from[i]);
+  for (unsigned int i = 0; i < count; ++i) {
+    if constexpr (std::is_same_v<From, double> && std::is_same_v<To, float>) {
+      to[i] = KelNearestFloat(from[i]);
+    } else {
+      to[i] = static_cast<To>(from[i]);
+    }
+  }
 }
 
 }  // namespace kelsdk

@@ -18,9 +18,13 @@ bool ReadArray(KelCache::EFileFormat format, const KelCache_internal* state, int
   auto type = zuCacheData::eNCUnknownData;
   if (!cache->channelDataType(LibraryIndex(channelIndex), type)) return false;
   const EPath path = PathOf<Value>(type);
-  if (path == EPath::eRefused) return Fail(status, KelStatus::eFailure);
+  // For integers the element type is looked at before the time, for the others after it.
+  if (std::is_same_v<Value, int> && path == EPath::eRefused) {
+    return Fail(status, KelStatus::eFailure);
+  }
   int ticks = 0;
   if (!TicksOf(time, &ticks, status)) return false;
+  if (path == EPath::eRefused) return Fail(status, KelStatus::eFailure);
   if (buffer == nullptr && count != 0) return Fail(status, KelStatus::eInvalidParameter);
   if (path == EPath::eDirect) return ReadInto(cache, channelIndex, ticks, buffer, count);
 

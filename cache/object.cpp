@@ -123,10 +123,13 @@ void KelCache::SetCacheFileName(const char* relativeFileName, const char* absolu
                                 KelStatus* status) {
   const KelString relative(relativeFileName);
   const KelString absolute(absoluteFileName);
-  const bool relativeStored = CacheFileName.Set(&relative, eKelString, true);
-  const bool absoluteStored = CacheAbsoluteFileName.Set(&absolute, eKelString, true);
+  // That the object itself refuses a name is its own affair.
+  const auto relativeResult = CacheFileName.Store(&relative, eKelString, true);
+  const auto absoluteResult = CacheAbsoluteFileName.Store(&absolute, eKelString, true);
   ClearStatus(status);
-  if (!relativeStored || !absoluteStored) Fail(status, KelStatus::eFailure);
+  if (relativeResult == KelProperty::eNoMemory || absoluteResult == KelProperty::eNoMemory) {
+    Fail(status, KelStatus::eFailure);
+  }
 }
 
 void KelCache::GetCacheFileName(KelString& relativeFileName, KelString& absoluteFileName) const {

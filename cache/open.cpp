@@ -43,6 +43,19 @@ bool LocateForRead(const CacheNames& names, const char* extension, KelString* ab
   return false;
 }
 
+// Gives the scratch buffer room for so many points; for none there is no buffer. The old one goes
+// first: both together may be more than there is memory for.
+bool RenewScratch(KelCache_internal* state, unsigned int pointCount, unsigned int bytes) {
+  KelFree(state->pc2Buffer);
+  state->pc2Buffer = nullptr;
+  state->pc2BufferCount = 0;
+  if (pointCount == 0) return true;
+  state->pc2Buffer = static_cast<float*>(KelMalloc(bytes));
+  if (state->pc2Buffer == nullptr) return false;
+  state->pc2BufferCount = pointCount * kValuesPerPoint;
+  return true;
+}
+
 // Begins to write an NC cache with its first channel.
 bool BeginNC(zuCacheFileInterface* cache, const char* folder, const char* baseName,
              KelCache::ENCFileCount fileCount, KelCache::ENCBinaryFormat binaryFormat, int ticks,
@@ -147,13 +160,6 @@ bool KelCache::OpenPC2(EOpenFlag flag, const char* absoluteName, const char* fol
     return write ? FailToCreate(status, folder, baseName)
                  : Fail(status, KelStatus::eInvalidParameter);
   }
-  // The scratch buffer first: without it nothing must have been begun on disk.
-  float* scratch = nullptr;
-  if (pointCount != 0) {
-    scratch = static_cast<float*>(KelMalloc(scratchBytes));
-    if (scratch == nullptr) return Fail(status, KelStatus::eFailure);
-  }
-
   zuPointCache2IO*& cache = internalState->pc2Cache;
   cache = NewBackEnd<zuPointCache2IO>();
   bool opened = false;
@@ -170,13 +176,12 @@ bool KelCache::OpenPC2(EOpenFlag flag, const char* absoluteName, const char* fol
   if (!opened) {
     KeepWords(internalState, cache);
     DestroyBackEnd(cache);
-    KelFree(scratch);
     return false;
   }
-  KelFree(internalState->pc2Buffer);
-  internalState->pc2Buffer = scratch;
-  internalState->pc2BufferCount = pointCount * kValuesPerPoint;
-  return true;
+  if (RenewScratch(internalState, pointCount, scratchBytes)) return true;
+  if (write) cache->discardWrite();
+  DestroyBackEnd(cache);
+  return Fail(status, KelStatus::eFailure);
 }
 
 bool KelCache::OpenFileForRead(KelStatus* status) {

@@ -44,7 +44,7 @@ double KelCache::GetSamplingFrameRate(KelStatus* status) {
       const int ticks = cache != nullptr ? cache->getTicksPerFrame() : 0;
       return ticks != 0 ? kTicksPerSecond / ticks : 0.0;
     }
-    case eAlembicFormat: RequireAlembic(internalState, status); return 0.0;
+    case eAlembicFormat: return 0.0;
   }
   Fail(status, kInvalidFormat);
   return 0.0;
@@ -99,7 +99,7 @@ bool KelCache::GetChannelPointCount(int channelIndex, KelTime time, unsigned int
                                     KelStatus* status) {
   auto* cache = RequireNC(GetCacheFileFormat(), internalState, status);
   if (cache == nullptr) return false;
-  if (!RequireIndex(channelIndex, static_cast<int>(cache->numChannels()), status)) return false;
+  if (!RequireIndex(channelIndex, *cache, status)) return false;
   KelTime start;
   KelTime end;
   if (!GetAnimationRange(channelIndex, start, end, nullptr)) return false;
@@ -119,7 +119,7 @@ bool KelCache::GetChannelSampleCount(int channelIndex, unsigned int& sampleCount
   if (format == eNCFormat) {
     auto* cache = RequireNC(format, internalState, status);
     if (cache == nullptr) return false;
-    if (!RequireIndex(channelIndex, static_cast<int>(cache->numChannels()), status)) return false;
+    if (!RequireIndex(channelIndex, *cache, status)) return false;
     ClearStatus(status);
     sampleCount = cache->getDataCount(LibraryIndex(channelIndex));
     return true;
@@ -127,7 +127,7 @@ bool KelCache::GetChannelSampleCount(int channelIndex, unsigned int& sampleCount
   if (format == eAlembicFormat) {
     auto* cache = RequireAlembic(internalState, status);
     if (cache == nullptr) return false;
-    if (!RequireIndex(channelIndex, cache->GetNumChannels(), status)) return false;
+    if (!RequireIndex(channelIndex, *cache, status)) return false;
     ClearStatus(status);
     sampleCount = cache->GetChannelNumSamples(LibraryIndex(channelIndex));
     return true;
@@ -139,7 +139,7 @@ bool KelCache::GetChannelSamplingType(int channelIndex, ENCSamplingType& samplin
                                       KelStatus* status) {
   const auto* cache = RequireNC(GetCacheFileFormat(), internalState, status);
   if (cache == nullptr) return false;
-  if (!RequireIndex(channelIndex, static_cast<int>(cache->numChannels()), status)) return false;
+  if (!RequireIndex(channelIndex, *cache, status)) return false;
   ClearStatus(status);
   samplingType = cache->isChannelSamplingRegular(LibraryIndex(channelIndex)) ? eNCSamplingRegular
                                                                              : eNCSamplingIrregular;
@@ -149,7 +149,7 @@ bool KelCache::GetChannelSamplingType(int channelIndex, ENCSamplingType& samplin
 bool KelCache::GetChannelSamplingRate(int channelIndex, KelTime& samplingRate, KelStatus* status) {
   const auto* cache = RequireNC(GetCacheFileFormat(), internalState, status);
   if (cache == nullptr) return false;
-  if (!RequireIndex(channelIndex, static_cast<int>(cache->numChannels()), status)) return false;
+  if (!RequireIndex(channelIndex, *cache, status)) return false;
   if (!cache->isChannelSamplingRegular(LibraryIndex(channelIndex))) {
     return Fail(status, "Sampling type for this channel is irregular");
   }

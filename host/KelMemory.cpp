@@ -17,11 +17,15 @@ std::size_t AtLeastOne(unsigned int size) {
 
 }  // namespace
 
-void KelSetMemoryHandlers(KelMallocHandler mallocHandler, KelReallocHandler reallocHandler,
+bool KelSetMemoryHandlers(KelMallocHandler mallocHandler, KelReallocHandler reallocHandler,
                           KelFreeHandler freeHandler) noexcept {
-  mallocHandlerInUse = mallocHandler != nullptr ? mallocHandler : &std::malloc;
-  reallocHandlerInUse = reallocHandler != nullptr ? reallocHandler : &std::realloc;
-  freeHandlerInUse = freeHandler != nullptr ? freeHandler : &std::free;
+  const bool all = mallocHandler != nullptr && reallocHandler != nullptr && freeHandler != nullptr;
+  const bool none = mallocHandler == nullptr && reallocHandler == nullptr && freeHandler == nullptr;
+  if (!all && !none) return false;
+  mallocHandlerInUse = all ? mallocHandler : &std::malloc;
+  reallocHandlerInUse = all ? reallocHandler : &std::realloc;
+  freeHandlerInUse = all ? freeHandler : &std::free;
+  return true;
 }
 
 void* KelMalloc(unsigned int size) noexcept {

@@ -11,10 +11,12 @@ using KelMallocHandler = void* (*)(std::size_t size);
 using KelReallocHandler = void* (*)(void* block, std::size_t size);
 using KelFreeHandler = void (*)(void* block);
 
-/// Replaces the allocator behind KelMalloc, KelRealloc and KelFree for the whole process; a null
-/// handler restores the C library's. Set it before the first object is made: a block must go back
-/// to the allocator it came from. The handlers may be called from any thread.
-void KelSetMemoryHandlers(KelMallocHandler mallocHandler, KelReallocHandler reallocHandler,
+/// Replaces the allocator behind KelMalloc, KelRealloc and KelFree for the whole process; three
+/// null handlers restore the C library's. Set it before the first object is made: a block must go
+/// back to the allocator it came from. The handlers may be called from any thread.
+/// @return false, with nothing changed, when only some of the handlers are null: one allocator's
+///         blocks would go to another
+bool KelSetMemoryHandlers(KelMallocHandler mallocHandler, KelReallocHandler reallocHandler,
                           KelFreeHandler freeHandler) noexcept;
 
 /// Returns a block of `size` bytes aligned for any object, or null when there is no memory. A size

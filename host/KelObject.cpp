@@ -33,7 +33,8 @@ bool IsSavable(const KelPropertyData& data) {
 }
 
 bool SameValue(const KelPropertyData& a, const KelPropertyData& b) {
-  return a.dataType == b.dataType && a.integer == b.integer && a.string == b.string;
+  return a.dataType.GetType() == b.dataType.GetType() && a.integer == b.integer &&
+         a.string == b.string;
 }
 
 }  // namespace
@@ -59,7 +60,7 @@ KelClassId KelObject::GetClassId() const {
 KelObject& KelObject::Copy(const KelObject& other) {
   for (KelPropertyData* data = properties_; data != nullptr; data = data->next) {
     const KelProperty source = other.FindProperty(data->name);
-    if (source.GetDataType() != data->dataType) continue;
+    if (!source.IsValid() || source.data_->dataType.GetType() != data->dataType.GetType()) continue;
     data->integer = source.data_->integer;
     data->string = source.data_->string;
   }
@@ -83,7 +84,7 @@ bool KelObject::ContentWriteTo(KelStream& stream) const {
   for (const KelPropertyData* data = properties_; data != nullptr; data = data->next) {
     if (!IsSavable(*data)) continue;
     if (!stream.WriteText(data->name, data->name.GetLen())) return false;
-    const bool written = data->dataType->GetType() == eKelEnum
+    const bool written = data->dataType.GetType() == eKelEnum
                              ? stream.WriteInteger(static_cast<unsigned int>(data->integer))
                              : stream.WriteText(data->string, data->string.GetLen());
     if (!written) return false;
@@ -99,7 +100,7 @@ bool KelObject::ContentReadFrom(const KelStream& stream) {
     KelProperty property = FindProperty(KelString(text, length));
     if (!property.IsValid()) return false;
     KelPropertyData& data = *property.data_;
-    if (data.dataType->GetType() == eKelEnum) {
+    if (data.dataType.GetType() == eKelEnum) {
       unsigned int value = 0;
       if (!stream.ReadInteger(value)) return false;
       data.integer = static_cast<std::int32_t>(value);

@@ -53,8 +53,10 @@ size_t AppendNormalised(const char* path, char* out, size_t length) {
 
 KelString KelPathUtils::GetFolderName(const char* path) noexcept {
   if (path == nullptr) return ".";
-  const char* name = FileNameOf(path);
-  return name == path ? KelString(".") : Part(path, name - 1);
+  const char* end = FileNameOf(path);
+  if (end == path) return ".";
+  while (end > path && IsSeparator(end[-1])) --end;
+  return Part(path, end);
 }
 
 KelString KelPathUtils::GetFileName(const char* path, bool withExtension) noexcept {
@@ -68,7 +70,7 @@ KelString KelPathUtils::GetFileName(const char* path, bool withExtension) noexce
 KelString KelPathUtils::Resolve(const char* path) noexcept {
   if (path == nullptr || *path == 0) return "";
   char folder[PATH_MAX] = "";
-  if (!IsSeparator(*path) && ::getcwd(folder, sizeof folder) == nullptr) return path;
+  if (!IsSeparator(*path) && ::getcwd(folder, sizeof folder) == nullptr) return "";
   // Room first, in a string that is as long as the result can get; then the components in place.
   KelString resolved = KelString(folder) + "/" + path;
   if (!resolved.IsValid()) return resolved;

@@ -7,8 +7,8 @@ namespace kelsdk {
 /// Rules for file paths. "/" and the backslash both separate components.
 class KelPathUtils {
  public:
-  /// The folder part without a trailing separator, so that it may be followed by "/": "/a/b.c"
-  /// gives "/a", a bare file name gives ".", and "/name" gives "".
+  /// The folder part without trailing separators, so that it may be followed by "/": "/a/b.c" and
+  /// "/a//b.c" give "/a", a bare file name gives ".", and "/name" gives "".
   static KelString GetFolderName(const char* path) noexcept;
 
   /// The last component; without its extension (the last dot and what follows it, unless the dot
@@ -16,8 +16,8 @@ class KelPathUtils {
   static KelString GetFileName(const char* path, bool withExtension) noexcept;
 
   /// The absolute form of a path with "/" as its only separator, relative to the current directory,
-  /// with "." and ".." worked out in the text (symbolic links are not looked at). An empty path
-  /// names nothing and stays empty.
+  /// with "." and ".." worked out in the text (symbolic links are not looked at). Empty for an
+  /// empty path, which names nothing, and for a relative one when there is no current directory.
   static KelString Resolve(const char* path) noexcept;
 };
 

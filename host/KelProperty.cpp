@@ -20,10 +20,11 @@ KelPropertyData* MakePropertyData(const KelDataType& dataType, const char* name,
   if (block == nullptr) return nullptr;
   auto* data = ::new (block) KelPropertyData;
   data->references = 1;
-  data->dataType = &dataType;
+  data->typeName = dataType.GetName();
+  data->dataType = KelDataType(data->typeName, dataType.GetType());
   data->name = name;
   data->label = label;
-  if (data->name.IsValid() && data->label.IsValid()) return data;
+  if (data->typeName.IsValid() && data->name.IsValid() && data->label.IsValid()) return data;
   ReleasePropertyData(data);
   return nullptr;
 }
@@ -61,12 +62,13 @@ KelProperty& KelProperty::operator=(KelProperty&& other) noexcept {
 KelProperty KelProperty::Create(KelObject* object, const KelDataType& dataType, const char* name,
                                 const char* label, bool checkForExisting,
                                 bool* alreadyExisted) noexcept {
+  if (alreadyExisted != nullptr) *alreadyExisted = false;
   if (object == nullptr || name == nullptr) return {};
   if (checkForExisting) {
     KelProperty existing = object->FindProperty(name);
     if (existing.IsValid()) {
       if (alreadyExisted != nullptr) *alreadyExisted = true;
-      return existing.GetDataType() == &dataType ? existing : KelProperty();
+      return existing.data_->dataType.GetType() == dataType.GetType() ? existing : KelProperty();
     }
   }
   KelPropertyData* data = MakePropertyData(dataType, name, label);
@@ -83,11 +85,11 @@ const char* KelProperty::GetLabel() const noexcept {
 }
 
 const KelDataType* KelProperty::GetDataType() const noexcept {
-  return data_ != nullptr ? data_->dataType : nullptr;
+  return data_ != nullptr ? &data_->dataType : nullptr;
 }
 
 bool KelProperty::Get(void* value, const EKelType& type) const noexcept {
-  if (data_ == nullptr || value == nullptr || data_->dataType->GetType() != type) return false;
+  if (data_ == nullptr || value == nullptr || data_->dataType.GetType() != type) return false;
   switch (type) {
     case eKelEnum: std::memcpy(value, &data_->integer, sizeof data_->integer); return true;
     case eKelString: *static_cast<KelString*>(value) = data_->string; return true;
@@ -96,22 +98,27 @@ bool KelProperty::Get(void* value, const EKelType& type) const noexcept {
 }
 
 bool KelProperty::Set(const void* value, const EKelType& type, bool notify) noexcept {
-  if (data_ == nullptr || value == nullptr || data_->dataType->GetType() != type) return false;
+  return Store(value, type, notify) == eStored;
+}
+
+KelProperty::EStoreResult KelProperty::Store(const void* value, const EKelType& type,
+                                             bool notify) noexcept {
+  if (data_ == nullptr || value == nullptr || data_->dataType.GetType() != type) return eMistyped;
   KelObject* listener = notify ? data_->owner : nullptr;
   if (listener != nullptr && !listener->PropertyNotify(KelObject::ePropertySetRequest, *this)) {
-    return false;
+    return eRefused;
   }
   switch (type) {
     case eKelEnum: std::memcpy(&data_->integer, value, sizeof data_->integer); break;
     case eKelString: {
       KelString copy(*static_cast<const KelString*>(value));
-      if (!copy.IsValid()) return false;
+      if (!copy.IsValid()) return eNoMemory;
       data_->string = std::move(copy);
       break;
     }
   }
   if (listener != nullptr) listener->PropertyNotify(KelObject::ePropertySet, *this);
-  return true;
+  return eStored;
 }
 
 bool KelProperty::ModifyFlag(KelPropertyFlags::EFlags flag, bool value) noexcept {

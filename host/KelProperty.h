@@ -53,7 +53,8 @@ class KelProperty {
 
   /// The property of that name on the object, made with the type and label when there is none yet.
   /// @param checkForExisting  false makes a new one without looking for one of that name
-  /// @param alreadyExisted    may be null; set to true when the property existed before, else left
+  /// @param dataType          is copied. Of two types only the tags are compared
+  /// @param alreadyExisted    may be null; out: whether the property existed before
   /// @return a handle to none when there is no memory or the one found has another type
   static KelProperty Create(KelObject* object, const KelDataType& dataType, const char* name,
                             const char* label, bool checkForExisting,
@@ -62,6 +63,7 @@ class KelProperty {
   bool IsValid() const noexcept { return data_ != nullptr; }
   const char* GetName() const noexcept;
   const char* GetLabel() const noexcept;
+  /// Valid as long as the property; null for a handle to none.
   const KelDataType* GetDataType() const noexcept;
 
   /// Copies the value into `*value`. False, and `*value` untouched, when the tag is not the
@@ -72,6 +74,15 @@ class KelProperty {
   /// refuse, and told afterwards. False when the tag is not the property's own, the object refused
   /// or there is no memory; the value is then unchanged.
   bool Set(const void* value, const EKelType& type, bool notify) noexcept;
+
+  /// The same, telling why a value was not stored.
+  enum EStoreResult {
+    eStored = 0,
+    eMistyped,  ///< no property, no value, or the tag is not the property's own
+    eRefused,   ///< by the object's PropertyNotify
+    eNoMemory,
+  };
+  EStoreResult Store(const void* value, const EKelType& type, bool notify) noexcept;
 
   bool ModifyFlag(KelPropertyFlags::EFlags flag, bool value) noexcept;
   bool GetFlag(KelPropertyFlags::EFlags flag) const noexcept;

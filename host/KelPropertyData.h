@@ -12,7 +12,8 @@ struct KelPropertyData {
   unsigned int references = 0;
   KelObject* owner = nullptr;  ///< null once the owner is gone
   KelPropertyData* next = nullptr;
-  const KelDataType* dataType = nullptr;
+  KelString typeName;
+  KelDataType dataType{"", eKelEnum};  ///< its name is typeName's, so that nobody else's is kept
   unsigned int flags = 0;
   std::int32_t integer = 0;  ///< the value under eKelEnum
   KelString string;          ///< the value under eKelString

@@ -1,5 +1,6 @@
 #include "host/KelString.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <utility>
@@ -11,6 +12,13 @@ namespace {
 
 // Characters that fit beside the final zero byte in a KelMalloc block.
 constexpr size_t kLongest = UINT_MAX - 1;
+
+int CompareBytes(const KelString& left, const char* right, size_t rightLength) {
+  const size_t leftLength = left.GetLen();
+  const int order = std::memcmp(left.Buffer(), right, std::min(leftLength, rightLength));
+  if (order != 0 || leftLength == rightLength) return order;
+  return leftLength < rightLength ? -1 : 1;
+}
 
 }  // namespace
 
@@ -120,20 +128,12 @@ KelString KelString::Left(unsigned int count) const noexcept {
   return {Buffer(), count};
 }
 
-bool operator==(const KelString& left, const char* right) noexcept {
-  return right != nullptr && std::strcmp(left.Buffer(), right) == 0;
+int Compare(const KelString& left, const KelString& right) noexcept {
+  return CompareBytes(left, right.Buffer(), right.GetLen());
 }
 
-bool operator==(const KelString& left, const KelString& right) noexcept {
-  return left == right.Buffer();
-}
-
-bool operator!=(const KelString& left, const char* right) noexcept {
-  return !(left == right);
-}
-
-bool operator!=(const KelString& left, const KelString& right) noexcept {
-  return !(left == right);
+int Compare(const KelString& left, const char* right) noexcept {
+  return right != nullptr ? CompareBytes(left, right, std::strlen(right)) : 1;
 }
 
 KelString operator+(const KelString& left, const char* right) noexcept {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <iosfwd>
+#include <type_traits>
+
 namespace kelsdk {
 
 /// An owned string of 8-bit characters (UTF-8 by custom), its memory from KelMalloc.
@@ -27,6 +30,9 @@ class KelString {
   char* Buffer() noexcept { return text_ != nullptr ? text_ : &terminator_; }
   const char* Buffer() const noexcept { return text_ != nullptr ? text_ : &terminator_; }
   operator const char*() const noexcept { return Buffer(); }  // NOLINT(google-explicit-constructor)
+  /// By way of the pointer every string would be true; IsEmpty() or IsValid() tells what is meant.
+  template <typename T, typename = std::enable_if_t<std::is_same_v<T, bool>>>
+  operator T() const = delete;  // NOLINT(google-explicit-constructor)
 
   /// The number of characters (bytes) before the final zero byte.
   unsigned int GetLen() const noexcept { return length_; }
@@ -54,12 +60,44 @@ class KelString {
   char terminator_ = 0;
 };
 
-bool operator==(const KelString& left, const char* right) noexcept;
-bool operator==(const KelString& left, const KelString& right) noexcept;
-bool operator!=(const KelString& left, const char* right) noexcept;
-bool operator!=(const KelString& left, const KelString& right) noexcept;
+/// Below, at or above 0 as `left` comes before, is equal to or comes after `right` in the order of
+/// their bytes, taken as unsigned. A null pointer is equal to no string and comes before all.
+int Compare(const KelString& left, const KelString& right) noexcept;
+int Compare(const KelString& left, const char* right) noexcept;
+
+#define KEL_STRING_COMPARISON(op)                                                   \
+  inline bool operator op(const KelString& left, const KelString& right) noexcept { \
+    return Compare(left, right) op 0;                                               \
+  }                                                                                 \
+  inline bool operator op(const KelString& left, const char* right) noexcept {      \
+    return Compare(left, right) op 0;                                               \
+  }                                                                                 \
+  inline bool operator op(const char* left, const KelString& right) noexcept {      \
+    return 0 op Compare(right, left);                                               \
+  }
+KEL_STRING_COMPARISON(==)
+KEL_STRING_COMPARISON(!=)
+KEL_STRING_COMPARISON(<)
+KEL_STRING_COMPARISON(<=)
+KEL_STRING_COMPARISON(>)
+KEL_STRING_COMPARISON(>=)
+#undef KEL_STRING_COMPARISON
 
 KelString operator+(const KelString& left, const char* right) noexcept;
 KelString operator+(const KelString& left, const KelString& right) noexcept;
+
+// Characters, numbers and differences would move the pointer that a string converts to.
+template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
+KelString operator+(const KelString& left, T right) = delete;
+template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>
+KelString operator+(T left, const KelString& right) = delete;
+template <typename T>
+KelString operator-(const KelString& left, const T& right) = delete;
+
+template <typename Traits>
+std::basic_ostream<char, Traits>& operator<<(std::basic_ostream<char, Traits>& out,
+                                             const KelString& text) {
+  return out << text.Buffer();
+}
 
 }  // namespace kelsdk

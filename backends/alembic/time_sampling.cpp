@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <ranges>
 #include <utility>
 
 namespace kelsdk::alembic {
@@ -78,20 +79,11 @@ std::uint32_t TimeSampling::FloorUniform(double seconds, std::uint32_t sampleCou
 }
 
 std::uint32_t TimeSampling::FloorCyclic(double seconds, std::uint32_t sampleCount) const {
-  const double perCycle = static_cast<double>(times.size());
-  const double cycles = std::min((seconds - times[0]) / period, sampleCount / perCycle + 1);
-  double wholeCycles = std::floor(cycles);
-  // Here the tolerance is a fraction of a cycle.
-  if (Near(cycles - wholeCycles, 1.0)) wholeCycles += 1;
-  const double inCycle = seconds - wholeCycles * period;
-  auto step = static_cast<std::size_t>(std::lower_bound(times.begin(), times.end(), inCycle) -
-                                       times.begin());
-  if (step == times.size()) --step;
-  const double first = wholeCycles * perCycle;
-  const double time = times[step] + wholeCycles * period;
-  if (!Near(time, seconds) && step > 0 && seconds < time) --step;
-  const double last = sampleCount - 1;
-  return static_cast<std::uint32_t>(std::min(first + static_cast<double>(step), last));
+  const auto samples = std::views::iota(std::uint32_t{0}, sampleCount);
+  const auto timeOf = [this](std::uint32_t sample) { return TimeOf(sample); };
+  const std::uint32_t after = *std::ranges::upper_bound(samples, seconds, {}, timeOf);
+  const bool exact = TimeOf(after - 1) == seconds;
+  return !exact && Near(TimeOf(after), seconds) ? after : after - 1;
 }
 
 std::uint32_t TimeSampling::FloorAcyclic(double seconds, std::uint32_t sampleCount) const {

@@ -33,10 +33,6 @@ bool CheckCounts(const Header& header, io::Error& error) {
     return error.Set(io::Error::eDamaged, "a sample of %u points does not fit 32 bits",
                      header.pointCount);
   }
-  if (header.sampleCount > INT_MAX) {
-    return error.Set(io::Error::eDamaged, "%u samples claimed, %d is the most", header.sampleCount,
-                     INT_MAX);
-  }
   return true;
 }
 

@@ -1,6 +1,7 @@
 #include "backends/pc2/writer.h"
 
 #include <algorithm>
+#include <climits>
 
 #include "backends/io/beside.h"
 
@@ -26,6 +27,10 @@ bool Writer::Begin(const Header& header, io::Error& error) {
   if (target_.path.empty()) return error.Set(io::Error::eRefused, "no target was prepared");
   if (file_.IsOpen()) return error.Set(io::Error::eRefused, "writing has begun already");
   if (!CheckCounts(header, error)) return false;
+  if (header.sampleCount > INT_MAX) {
+    return error.Set(io::Error::eRefused, "%u samples to write, %d is the most", header.sampleCount,
+                     INT_MAX);
+  }
   for (unsigned int attempt = 1; attempt <= io::kMostNames && !file_.IsOpen(); ++attempt) {
     partialPath_ = PartialName(target_.path, attempt);
     if (!file_.Create(partialPath_.c_str(), target_.mode, error) &&

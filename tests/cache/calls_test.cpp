@@ -34,6 +34,17 @@ TEST_F(CacheCalls, OfReadingNC) {
   EXPECT_EQ(After(cache_->Read(&fetched_, length_, beyond_, 1)), "untouched: channelDataType(1)");
   KelString name;
   EXPECT_FALSE(cache_->GetChannelName(0, name, nullptr)) << "and nothing leaks";
+  timesCounted = 0;
+  EXPECT_EQ(After(cache_->GetChannelInterpretation(-1, name, &status_)), "4 : ");
+  EXPECT_EQ(timesCounted, 0U);
+  // A type that an array does not take is refused before a time beyond the ticks or, for doubles
+  // and floats, after it.
+  int integers[1] = {};
+  EXPECT_EQ(After(cache_->Read(1, beyond_, integers, 1, &status_)), "1 : channelDataType(1)");
+  answers.type = KelCache::eNCInt32Array;
+  EXPECT_EQ(After(cache_->Read(1, beyond_, doubles_, 1, &status_)), "3 : channelDataType(1)");
+  EXPECT_EQ(After(cache_->Read(1, beyond_, floats_, 1, &status_)), "3 : channelDataType(1)");
+  EXPECT_EQ(After(cache_->Read(1, time_, floats_, 1, &status_)), "1 : channelDataType(1)");
   EXPECT_EQ(After(cache_->CloseFile(&status_)), "done: ~zuCacheFileInterface()");
 }
 

@@ -89,6 +89,37 @@ TEST_F(CacheOpening, SucceedsWholeOrEndsTheBackEnd) {
   EXPECT_EQ(TakeCalls(), "");
 }
 
+// Without memory for the scratch buffer, the last block that opening takes, the one before it has
+// gone already and what was begun is given up.
+TEST_F(CacheOpening, WithoutScratchBufferGivesTheWriteUp) {
+  for (const auto flag : {kRead, kWrite}) {
+    ASSERT_TRUE(Open(kPC2, flag));
+    cache_->CloseFile(nullptr);
+    status_.Clear();
+    const long blocks = OutstandingBlocks();
+    std::string calls;
+    long blocksLeft = 0;
+    FailEachAllocation(
+        [&] {
+          cache_->CloseFile(nullptr);
+          TakeCalls();
+          status_.Clear();
+          if (Open(kPC2, flag)) return;
+          blocksLeft = OutstandingBlocks();
+          calls = CallsHere();
+          EXPECT_EQ(Status(), "1 ");
+          EXPECT_FALSE(cache_->IsOpen(nullptr));
+        },
+        EAllocations::eKelMalloc);
+    EXPECT_EQ(calls, flag == kRead
+                         ? "zuPointCache2IO(); initialize(here/shot.any, 0); ~zuPointCache2IO()"
+                         : "zuPointCache2IO(); initialize(here/shot.any, 1); "
+                           "beginWriteData(2, 3, 10.25, 1); discardWrite(); ~zuPointCache2IO()");
+    EXPECT_EQ(blocksLeft, blocks - 1);
+    cache_->CloseFile(nullptr);
+  }
+}
+
 TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
   const std::string here = folder_.path() + "/";
   std::string back = Path("any");

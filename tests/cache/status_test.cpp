@@ -113,7 +113,7 @@ TEST_F(CacheStatus, OfEveryOperationInEveryState) {
       {"GetCacheType", "FFFFFC..FF", [&] { return c->GetCacheType(files, s); }},
       {"MultiFetching", "FFFFFC..FF", [&] { return c->EnableMultiChannelFetching(true, s); }},
       {"Range", "FFFFFC..C..p.p.", [&] { return c->GetAnimationRange(n, time, end, s); }},
-      {"GetSamplingFrameRate", "FFC.WC..C-", [&] { return c->GetSamplingFrameRate(s) > 0; }},
+      {"GetSamplingFrameRate", "FFC.WC..--", [&] { return c->GetSamplingFrameRate(s) > 0; }},
       {"TimePerFrame", "---.--..--", [&] { return c->GetCacheTimePerFrame(s).Get() > 0; }},
       {"GetDataTime", "FFFFFC..FFeeeFF", [&] { return c->GetDataTime(n, 0, time, s); }},
       {"GetDataCount", "FFFFFC..FFeeeFF", [&] { return c->GetDataCount(n, s) > 0; }},

@@ -1,8 +1,17 @@
+#include <cfloat>
 #include <climits>
 #include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <type_traits>
 
 #include "host/KelFraction.h"
+#include "host/KelManager.h"
 #include "host/KelMemory.h"
+#include "host/KelNearestFloat.h"
+#include "host/KelObject.h"
 #include "host/KelPathUtils.h"
 #include "host/KelStatus.h"
 #include "host/KelTime.h"
@@ -103,6 +112,9 @@ TEST_F(Host, PathsComeApart) {
       {"a\\b\\c.tar.gz", "a\\b", "c.tar", "c.tar.gz", nullptr},
       {"/../../a/.hidden", "/../../a", ".hidden", ".hidden", "/a/.hidden"},
       {"/a//b/", "/a//b", "", "", "/a/b"},
+      {"/a//\\b.c", "/a", "b", "b.c", "/a/b.c"},
+      {"//name", "", "name", "name", "/name"},
+      {"a//", "a", "", "", nullptr},
       {"", ".", "", "", ""},
       {"/a.b/c", "/a.b", "c", "c", "/a.b/c"},
   };
@@ -115,6 +127,111 @@ TEST_F(Host, PathsComeApart) {
   }
   const std::string relative = KelPathUtils::Resolve("x/../caches/shot 1.pc2").Buffer();
   EXPECT_TRUE(relative.starts_with("/") && relative.ends_with("/caches/shot 1.pc2"));
+  const auto before = std::filesystem::current_path();
+  std::filesystem::create_directory(folder_.File("gone"));
+  std::filesystem::current_path(folder_.File("gone"));
+  std::filesystem::remove(folder_.File("gone"));
+  EXPECT_STREQ(KelPathUtils::Resolve("x.pc2"), "") << "no folder to start from";
+  EXPECT_STREQ(KelPathUtils::Resolve("/x.pc2"), "/x.pc2");
+  std::filesystem::current_path(before);
+}
+
+// What adds up to what, told before overload resolution can choose the pointer.
+template <typename A, typename B, typename = void>
+constexpr bool kAdd = false;
+template <typename A, typename B>
+constexpr bool kAdd<A, B, std::void_t<decltype(std::declval<A>() + std::declval<B>())>> = true;
+template <typename A, typename B, typename = void>
+constexpr bool kSubtract = false;
+template <typename A, typename B>
+constexpr bool kSubtract<A, B, std::void_t<decltype(std::declval<A>() - std::declval<B>())>> = true;
+
+static_assert(kAdd<KelString, const char*> && kAdd<const char*, KelString>);
+static_assert(!kAdd<KelString, char> && !kAdd<char, KelString> && !kAdd<KelString, int>);
+static_assert(!kSubtract<KelString, int> && !kSubtract<KelString, KelString>);
+static_assert(!std::is_constructible_v<bool, KelString> && !std::is_convertible_v<KelString, bool>);
+static_assert(std::is_constructible_v<std::string, KelString> &&
+              std::is_assignable_v<std::string&, KelString>);
+
+TEST_F(Host, TextsCompareByTheirBytes) {
+  // Ascending, no two equal; the third holds a zero byte.
+  const KelString texts[] = {"", "a", KelString("a\0b", 3), "ab", "b", "\xC3\xA9"};
+  const size_t count = std::size(texts);
+  for (size_t i = 0; i < count; ++i) {
+    for (size_t j = 0; j < count; ++j) {
+      SCOPED_TRACE(std::to_string(i) + " " + std::to_string(j));
+      EXPECT_EQ(texts[i] == texts[j], i == j);
+      EXPECT_EQ(texts[i] != texts[j], i != j);
+      EXPECT_EQ(texts[i] < texts[j], i < j);
+      EXPECT_EQ(texts[i] <= texts[j], i <= j);
+      EXPECT_EQ(texts[i] > texts[j], i > j);
+      EXPECT_EQ(texts[i] >= texts[j], i >= j);
+      if (j == 2) continue;  // which plain characters cannot hold
+      const char* plain = texts[j];
+      EXPECT_EQ(texts[i] == plain, i == j);
+      EXPECT_EQ(plain == texts[i], i == j);
+      EXPECT_EQ(plain != texts[i], i != j);
+      EXPECT_EQ(texts[i] < plain, i < j);
+      EXPECT_EQ(plain < texts[i], j < i);
+      EXPECT_EQ(plain <= texts[i], j <= i);
+      EXPECT_EQ(plain > texts[i], j > i);
+      EXPECT_EQ(plain >= texts[i], j >= i);
+    }
+  }
+  const char* const none = nullptr;
+  EXPECT_FALSE(texts[0] == none || none == texts[0] || texts[0] < none);
+  EXPECT_TRUE(none < texts[0] && none != texts[0]);
+  std::ostringstream shown;
+  shown << texts[3];
+  EXPECT_EQ(shown.str(), "ab");
+}
+
+TEST_F(Host, MemoryHandlersComeAllThreeOrNone) {
+  void* (*const take)(std::size_t) = std::malloc;
+  void* (*const resize)(void*, std::size_t) = std::realloc;
+  void (*const release)(void*) = std::free;
+  EXPECT_FALSE(KelSetMemoryHandlers(take, nullptr, nullptr));
+  EXPECT_FALSE(KelSetMemoryHandlers(take, resize, nullptr));
+  EXPECT_FALSE(KelSetMemoryHandlers(nullptr, resize, release));
+  const unsigned long before = AllocationCount();
+  KelFree(KelMalloc(1));
+  EXPECT_EQ(AllocationCount(), before + 1) << "the handlers of before are in use";
+}
+
+TEST_F(Host, PropertiesCompareTagsAndKeepNoAddress) {
+  KelManager* manager = KelManager::Create();
+  KelObject* object =
+      manager->CreateNewObjectFromClassId(KelObject::ClassId, "o", nullptr, nullptr);
+  bool existed = true;
+  {
+    std::string name = "a type of a caller's own";
+    const KelDataType type(name.c_str(), eKelString);
+    EXPECT_TRUE(KelProperty::Create(object, type, "p", "", true, &existed).IsValid());
+    EXPECT_FALSE(existed) << "told as well as that one did";
+    name.assign(name.size(), 'x');
+  }
+  const KelProperty same = KelProperty::Create(object, KelStringDT, "p", "", true, &existed);
+  ASSERT_TRUE(existed && same.IsValid());
+  EXPECT_STREQ(same.GetDataType()->GetName(), "a type of a caller's own");
+  EXPECT_EQ(same.GetDataType()->GetType(), eKelString);
+  EXPECT_FALSE(KelProperty::Create(object, KelEnumDT, "p", "", true, &existed).IsValid());
+  EXPECT_TRUE(existed);
+  EXPECT_FALSE(KelProperty::Create(nullptr, KelEnumDT, "p", "", true, &existed).IsValid());
+  EXPECT_FALSE(existed);
+  FailEachAllocation([&] { KelProperty::Create(object, KelEnumDT, "q", "label", false, nullptr); });
+  manager->Destroy();
+}
+
+TEST_F(Host, DoublesBecomeTheNearestFloat) {
+  constexpr double kFirstInfinite = 0x1.ffffffp127;
+  const double last = std::nextafter(kFirstInfinite, 0);
+  const double doubles[] = {0.1, 1e300, -1e300, kFirstInfinite, -kFirstInfinite, last, -last, -0.0};
+  const float floats[] = {0.1F, INFINITY, -INFINITY, INFINITY, -INFINITY, FLT_MAX, -FLT_MAX, -0.0F};
+  for (size_t i = 0; i < std::size(doubles); ++i) {
+    EXPECT_EQ(KelNearestFloat(doubles[i]), floats[i]) << doubles[i];
+  }
+  EXPECT_TRUE(std::signbit(KelNearestFloat(-0.0)));
+  EXPECT_TRUE(std::isnan(KelNearestFloat(NAN)));
 }
 
 TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {

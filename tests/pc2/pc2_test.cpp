@@ -88,7 +88,7 @@ TEST_F(PC2, OddButSoundFiles) {
       {"bytes after the last sample", MakePC2(1, 2, 30, 0, -1), 2, -46186158000},
       {"odd start and rate", MakePC2(1, 1, 12, std::nanf(""), -INFINITY), 1, 0},
       {"cut inside the third sample", MakePC2(1, 4, 35, 0, 0.5F), 2, 0},
-      {"far more claimed than held", MakePC2(1, 0x7FFFFFFF, 24, 0, 1e30F), 2, 0},
+      {"far more claimed than held", MakePC2(1, 0xFFFFFFFF, 24, 0, 1e30F), 2, 0},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);

@@ -7,12 +7,15 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
 #include <new>
+#include <utility>
 
 #include "host/KelMemory.h"
 
@@ -50,6 +53,13 @@ std::atomic<int> systemCallError{0};
 std::atomic<bool> die{false};
 std::atomic<bool> onlyKelMalloc{false};
 std::atomic<long> outstanding{0};
+std::atomic<std::size_t> mostBytes{SIZE_MAX};
+std::atomic<bool> recording{false};
+std::vector<DiskEvent> events;
+
+void Note(DiskEvent event) {
+  if (recording && (events.empty() || events.back() != event)) events.push_back(std::move(event));
+}
 
 void* CountedMalloc(std::size_t size) {
   if (allocations.Fires()) return nullptr;
@@ -83,6 +93,46 @@ bool SystemCallFails() {
   if (die) ::_exit(kDiedStatus);
   errno = systemCallError;
   return true;
+}
+
+std::size_t Shortened(std::size_t count) {
+  return std::min<std::size_t>(count, mostBytes);
+}
+
+// As many of the runs as are to be moved, the last one cut.
+std::vector<struct iovec> Shortened(const struct iovec* runs, int count) {
+  std::vector<struct iovec> kept(runs, runs + count);
+  std::size_t left = mostBytes;
+  for (struct iovec& run : kept) {
+    run.iov_len = std::min(run.iov_len, left);
+    left -= run.iov_len;
+  }
+  return kept;
+}
+
+bool ShortensTransfers() {
+  return mostBytes != SIZE_MAX;
+}
+
+// Notes what has been done to an open file, if it has.
+template <typename Result>
+Result Noted(DiskEvent::EKind kind, int fd, Result result) {
+  if (!recording || result < 0) return result;
+  const int kept = errno;
+  Note({kind, std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd))});
+  errno = kept;
+  return result;
+}
+
+// Of a path whose last component may be gone.
+std::string RealPath(const std::filesystem::path& path) {
+  return std::filesystem::canonical(std::filesystem::absolute(path).parent_path()) /
+         path.filename();
+}
+
+int NotedRename(const char* from, const char* to, int result) {
+  if (recording && result == 0) Note({DiskEvent::eRename, RealPath(from), RealPath(to)});
+  return result;
 }
 
 bool NewFails() {
@@ -127,6 +177,24 @@ bool FailSystemCall::Reached() const {
   return systemCalls.reached;
 }
 
+ShortenTransfers::ShortenTransfers(std::size_t most) {
+  mostBytes = most;
+}
+ShortenTransfers::~ShortenTransfers() {
+  mostBytes = SIZE_MAX;
+}
+
+RecordDisk::RecordDisk() {
+  recording = true;
+}
+RecordDisk::~RecordDisk() {
+  recording = false;
+  events.clear();
+}
+const std::vector<DiskEvent>& RecordDisk::Events() const {
+  return events;
+}
+
 void DieAtSystemCall(unsigned long n) {
   die = true;
   systemCalls.Arm(n, false);
@@ -134,7 +202,12 @@ void DieAtSystemCall(unsigned long n) {
 
 }  // namespace kelsdk::test
 
+using kelsdk::test::DiskEvent;
 using kelsdk::test::NewFails;
+using kelsdk::test::Noted;
+using kelsdk::test::NotedRename;
+using kelsdk::test::Shortened;
+using kelsdk::test::ShortensTransfers;
 using kelsdk::test::SystemCallFails;
 
 // The forms for arrays come down to these, except under the address sanitizer, which has its own.
@@ -157,11 +230,13 @@ void operator delete(void* block, const std::nothrow_t&) noexcept {
 }
 
 // The linker turns a call of X into one of __wrap_X, and __real_X into X itself.
-#define WRAP(result, name, parameters, arguments)                                 \
-  result __real_##name parameters;                                                \
-  result __wrap_##name parameters {                                               \
-    return SystemCallFails() ? static_cast<result>(-1) : __real_##name arguments; \
+#define WRAP_AS(result, name, parameters, call)                  \
+  result __wrap_##name parameters {                              \
+    return SystemCallFails() ? static_cast<result>(-1) : (call); \
   }
+#define WRAP(result, name, parameters, arguments) \
+  result __real_##name parameters;                \
+  WRAP_AS(result, name, parameters, __real_##name arguments)
 
 extern "C" {
 int __real_open(const char* path, int flags, ...);
@@ -176,18 +251,33 @@ int __real_posix_fadvise(int fd, off_t offset, off_t length, int advice);
 int __wrap_posix_fadvise(int fd, off_t offset, off_t length, int advice) {
   return SystemCallFails() ? errno : __real_posix_fadvise(fd, offset, length, advice);
 }
-WRAP(ssize_t, pread, (int fd, void* buffer, size_t count, off_t offset),
-     (fd, buffer, count, offset))
-WRAP(ssize_t, preadv, (int fd, const struct iovec* parts, int count, off_t offset),
-     (fd, parts, count, offset))
-WRAP(ssize_t, pwrite, (int fd, const void* buffer, size_t count, off_t offset),
-     (fd, buffer, count, offset))
-WRAP(ssize_t, pwritev, (int fd, const struct iovec* parts, int count, off_t offset),
-     (fd, parts, count, offset))
+
+ssize_t __real_pread(int fd, void* buffer, size_t count, off_t offset);
+WRAP_AS(ssize_t, pread, (int fd, void* buffer, size_t count, off_t offset),
+        __real_pread(fd, buffer, Shortened(count), offset))
+ssize_t __real_pwrite(int fd, const void* buffer, size_t count, off_t offset);
+WRAP_AS(ssize_t, pwrite, (int fd, const void* buffer, size_t count, off_t offset),
+        Noted(DiskEvent::eWrite, fd, __real_pwrite(fd, buffer, Shortened(count), offset)))
+ssize_t __real_preadv(int fd, const struct iovec* runs, int count, off_t offset);
+WRAP_AS(ssize_t, preadv, (int fd, const struct iovec* runs, int count, off_t offset),
+        __real_preadv(fd, ShortensTransfers() ? Shortened(runs, count).data() : runs, count,
+                      offset))
+ssize_t __real_pwritev(int fd, const struct iovec* runs, int count, off_t offset);
+WRAP_AS(ssize_t, pwritev, (int fd, const struct iovec* runs, int count, off_t offset),
+        Noted(DiskEvent::eWrite, fd,
+              __real_pwritev(fd, ShortensTransfers() ? Shortened(runs, count).data() : runs, count,
+                             offset)))
+int __real_ftruncate(int fd, off_t size);
+WRAP_AS(int, ftruncate, (int fd, off_t size),
+        Noted(DiskEvent::eWrite, fd, __real_ftruncate(fd, size)))
+int __real_fsync(int fd);
+WRAP_AS(int, fsync, (int fd), Noted(DiskEvent::eSync, fd, __real_fsync(fd)))
+int __real_syncfs(int fd);
+WRAP_AS(int, syncfs, (int fd), Noted(DiskEvent::eSyncAll, fd, __real_syncfs(fd)))
+int __real_rename(const char* from, const char* to);
+WRAP_AS(int, rename, (const char* from, const char* to),
+        NotedRename(from, to, __real_rename(from, to)))
 WRAP(int, fstat, (int fd, struct stat* entry), (fd, entry))
-WRAP(int, ftruncate, (int fd, off_t size), (fd, size))
-WRAP(int, fsync, (int fd), (fd))
-WRAP(int, rename, (const char* from, const char* to), (from, to))
 WRAP(int, link, (const char* from, const char* to), (from, to))
 WRAP(int, unlink, (const char* path), (path))
 WRAP(int, flock, (int fd, int operation), (fd, operation))

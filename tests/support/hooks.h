@@ -1,10 +1,14 @@
 #pragma once
 
 #include <cerrno>
+#include <cstddef>
+#include <string>
+#include <vector>
 
 /// What every test program replaces: the allocator (operator new and KelMalloc) and, by --wrap of
-/// the linker, the system calls that the back-ends make on files. Calls are counted, and the n-th
-/// can be made to fail or to kill the process.
+/// the linker, the system calls that the back-ends make on files. Calls are counted, the n-th can
+/// be made to fail or to kill the process, transfers can be shortened, and what makes files durable
+/// can be recorded.
 namespace kelsdk::test {
 
 /// Allocations so far, of either kind.
@@ -12,7 +16,7 @@ unsigned long AllocationCount();
 /// Blocks from KelMalloc that have not come back.
 long OutstandingBlocks();
 /// Wrapped system calls so far: open, pread, preadv, pwrite, pwritev, fstat, ftruncate, fsync,
-/// rename, link, unlink, flock, fchmod, posix_fadvise.
+/// syncfs, rename, link, unlink, flock, fchmod, posix_fadvise.
 unsigned long SystemCallCount();
 /// Open descriptors of this process.
 int OpenDescriptors();
@@ -40,6 +44,38 @@ class FailSystemCall {
   FailSystemCall(const FailSystemCall&) = delete;
   FailSystemCall& operator=(const FailSystemCall&) = delete;
   bool Reached() const;
+};
+
+/// While it lives, no positioned transfer moves more than `most` bytes with one call.
+class ShortenTransfers {
+ public:
+  explicit ShortenTransfers(std::size_t most);
+  ~ShortenTransfers();
+  ShortenTransfers(const ShortenTransfers&) = delete;
+  ShortenTransfers& operator=(const ShortenTransfers&) = delete;
+};
+
+/// A step on the way of a file to its name: its content or size was changed, it (or a folder) or
+/// its whole file system was made durable, or it was renamed.
+struct DiskEvent {
+  enum EKind { eWrite, eSync, eSyncAll, eRename };
+
+  EKind kind;
+  std::string path;
+  std::string renamedTo = {};
+
+  bool operator==(const DiskEvent&) const = default;
+};
+
+/// While it lives, notes the steps that succeed; writes of a file that follow one
+/// another are one step.
+class RecordDisk {
+ public:
+  RecordDisk();
+  ~RecordDisk();
+  RecordDisk(const RecordDisk&) = delete;
+  RecordDisk& operator=(const RecordDisk&) = delete;
+  const std::vector<DiskEvent>& Events() const;
 };
 
 /// From here on, the n-th wrapped system call is not made: the process ends at once with status 99,

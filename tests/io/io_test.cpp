@@ -1,0 +1,179 @@
+// Files as the back-ends use them, on a system that moves less than asked, is interrupted or fails.
+#include <cerrno>
+#include <cstring>
+#include <numeric>
+
+#include "backends/io/input_file.h"
+#include "backends/io/output_file.h"
+#include "backends/io/replace.h"
+#include "tests/support/fixture.h"
+
+namespace kelsdk::io {
+namespace {
+
+using test::Bytes;
+
+constexpr std::uint64_t kOffset = 5;
+
+class Io : public test::FileTest {
+ protected:
+  // Different from the same bytes a step to either side.
+  static Bytes Pattern(std::size_t size) {
+    Bytes bytes(size);
+    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(1 + i * 37 % 251);
+    return bytes;
+  }
+
+  void Create(OutputFile* file) const {
+    Error error;
+    ASSERT_TRUE(file->Create(path_.c_str(), 0600, error)) << error.text();
+  }
+
+  void ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n);
+
+  const std::string path_ = folder_.File("file");
+};
+
+// The lengths of the runs that a transfer is made of; one alone also goes through the plain form.
+const std::vector<std::size_t> kShapes[] = {
+    {64}, {1, 63}, {0, 10, 0, 0, 20, 34, 0}, {8, 8, 8, 8, 8, 8, 8, 8}, {0}, {}};
+
+std::vector<struct iovec> RunsOver(Bytes& bytes, const std::vector<std::size_t>& lengths) {
+  std::vector<struct iovec> runs;
+  std::size_t at = 0;
+  for (const std::size_t length : lengths) {
+    runs.push_back({bytes.data() + at, length});
+    at += length;
+  }
+  return runs;
+}
+
+// Writes and reads back with the n-th call interrupted.
+void Io::ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n) {
+  const std::size_t size = std::accumulate(shape.begin(), shape.end(), std::size_t{0});
+  Bytes written = Pattern(size);
+  Bytes expected(size == 0 ? 0 : kOffset);
+  expected.insert(expected.end(), written.begin(), written.end());
+  Error error;
+  OutputFile out;
+  Create(&out);
+  auto runs = RunsOver(written, shape);
+  {
+    const test::FailSystemCall interruption(n, EINTR);
+    EXPECT_TRUE(plain ? out.WriteAt(kOffset, written.data(), size, error)
+                      : out.WriteGather(kOffset, runs.data(), int(runs.size()), error));
+  }
+  EXPECT_EQ(test::ReadBytes(path_), expected);
+
+  InputFile in;
+  ASSERT_TRUE(in.Open(path_.c_str(), error));
+  Bytes read(size);
+  runs = RunsOver(read, shape);
+  {
+    const test::FailSystemCall interruption(n, EINTR);
+    EXPECT_TRUE(plain ? in.ReadAt(kOffset, read.data(), size, error)
+                      : in.ReadScatter(kOffset, runs.data(), int(runs.size()), error));
+  }
+  EXPECT_EQ(read, written);
+  ASSERT_TRUE(Remove(path_.c_str(), error));
+}
+
+TEST_F(Io, TransfersThatTheSystemShortensArriveWhole) {
+  for (const std::vector<std::size_t>& shape : kShapes) {
+    // So many bytes with one call at most, and each of the calls interrupted in turn.
+    for (const std::size_t most : {1U, 3U, 8U, 63U, 64U}) {
+      const test::ShortenTransfers shorter(most);
+      for (unsigned long n = 1; n <= 64 / most + 1; ++n) {
+        SCOPED_TRACE(std::to_string(shape.size()) + " runs, " + std::to_string(most) +
+                     " bytes a call, interrupted at " + std::to_string(n));
+        ExpectToMove(shape, false, n);
+        if (shape.size() == 1) ExpectToMove(shape, true, n);
+      }
+    }
+  }
+}
+
+// What is asked for beyond the end of the file is missed, however the bytes before it came in.
+TEST_F(Io, AFileThatEndsEarlyIsTold) {
+  test::WriteBytes(path_, Pattern(40));
+  for (const std::size_t most : {7U, 1000U}) {
+    const test::ShortenTransfers shorter(most);
+    InputFile in;
+    Error error;
+    ASSERT_TRUE(in.Open(path_.c_str(), error));
+    Bytes read(50);
+    EXPECT_FALSE(in.ReadAt(10, read.data(), 50, error));
+    EXPECT_EQ(error.kind(), Error::eCutShort);
+    EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
+    error.Clear();
+    EXPECT_FALSE(in.ReadScatter(10, RunsOver(read, {20, 30}).data(), 2, error));
+    EXPECT_EQ(error.kind(), Error::eCutShort);
+    EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
+  }
+}
+
+// A disk that is full is another thing than one that breaks, wherever in a transfer it shows.
+TEST_F(Io, FailuresOfTheSystemAreToldApart) {
+  const struct {
+    int number;
+    Error::EKind kind;
+  } rows[] = {{ENOSPC, Error::eNoSpace},   {EDQUOT, Error::eNoSpace}, {EFBIG, Error::eNoSpace},
+              {EIO, Error::eDevice},       {ESTALE, Error::eDevice},  {EROFS, Error::eDenied},
+              {EACCES, Error::eDenied},    {EPERM, Error::eDenied},   {ENOENT, Error::eNotFound},
+              {ENOTDIR, Error::eNotFound}, {EEXIST, Error::eExists},  {EISDIR, Error::eNotAFile},
+              {ENOMEM, Error::eNoMemory}};
+  for (const auto& row : rows) {
+    OutputFile file;
+    Create(&file);
+    Bytes bytes = Pattern(20);
+    const test::ShortenTransfers shorter(8);
+    const auto expect = [&](const char* operation, auto&& call) {
+      Error error;
+      EXPECT_FALSE(call(error)) << operation;
+      EXPECT_EQ(error.kind(), row.kind) << operation << ": " << error.text();
+      EXPECT_EQ(std::string(error.text()), operation + std::string(": ") + ::strerror(row.number));
+    };
+    auto runs = RunsOver(bytes, {5, 15});
+    const auto failing = [&](unsigned long n, auto&& call) {
+      return [n, &row, call](Error& error) {
+        const test::FailSystemCall failure(n, row.number);
+        return call(error);
+      };
+    };
+    // The second of three calls fails: what is left to do is named.
+    expect("writing 12 bytes at 8",
+           failing(2, [&](Error& error) { return file.WriteAt(0, bytes.data(), 20, error); }));
+    expect("writing 12 bytes at 8",
+           failing(2, [&](Error& error) { return file.WriteGather(0, runs.data(), 2, error); }));
+    expect("setting the size to 7",
+           failing(1, [&](Error& error) { return file.Truncate(7, error); }));
+    expect("making the file durable", failing(1, [&](Error& error) { return file.Sync(error); }));
+    expect("renaming into place", failing(1, [&](Error& error) {
+             return Rename(path_.c_str(), (path_ + "2").c_str(), error);
+           }));
+    expect("making the folder durable",
+           failing(2, [&](Error& error) { return SyncFolderOf(path_.c_str(), error); }));
+    expect("making the file system durable", failing(2, [&](Error& error) {
+             return SyncFileSystemOf(folder_.path().c_str(), error);
+           }));
+    Error ignored;
+    ASSERT_TRUE(file.WriteAt(0, bytes.data(), 20, ignored));
+    InputFile in;
+    ASSERT_TRUE(in.Open(path_.c_str(), ignored));
+    runs = RunsOver(bytes, {5, 15});
+    expect("reading 12 bytes at 8",
+           failing(2, [&](Error& error) { return in.ReadAt(0, bytes.data(), 20, error); }));
+    expect("reading 12 bytes at 8",
+           failing(2, [&](Error& error) { return in.ReadScatter(0, runs.data(), 2, error); }));
+    ASSERT_TRUE(Remove(path_.c_str(), ignored));
+  }
+  // Some file systems cannot sync folders; that is no failure.
+  for (const int number : {EINVAL, ENOTSUP}) {
+    const test::FailSystemCall failure(2, number);
+    Error error;
+    EXPECT_TRUE(SyncFolderOf(path_.c_str(), error)) << error.text();
+  }
+}
+
+}  // namespace
+}  // namespace kelsdk::io

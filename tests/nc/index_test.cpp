@@ -1,0 +1,237 @@
+// Indices that are missing, out of order or at odds with the records, and what a channel declares.
+#include <functional>
+
+#include "backends/nc/checksum.h"
+#include "backends/nc/records.h"
+#include "tests/nc/nc_test.h"
+
+namespace kelsdk::nc {
+namespace {
+
+constexpr auto kPoints = zuCacheData::eNCFloatVectorArray;
+
+// The bytes of a data file, to be changed so that all checksums hold.
+class DataFile {
+ public:
+  explicit DataFile(std::string path) : path_(std::move(path)), bytes_(test::ReadBytes(path_)) {
+    EXPECT_TRUE(LoadTrailer(&bytes_[bytes_.size() - kTrailerSize], &trailer));
+    for (std::uint32_t i = 0; i < trailer.channelCount; ++i) {
+      directory.push_back(LoadDirectoryEntry(&bytes_[trailer.directory + i * kDirectoryEntrySize]));
+    }
+  }
+
+  // Changes the n-th record of a kind.
+  void EditRecord(ERecordKind kind, int n, const std::function<void(RecordHeader&)>& edit) {
+    RecordHeader record;
+    for (std::uint64_t at = kHeaderSize; at < trailer.dataEnd;) {
+      ASSERT_TRUE(LoadRecordHeader(&bytes_[at], &record));
+      const bool hasPayload = record.kind == eArrayRecord || record.kind == eChannelRecord;
+      if (record.kind == kind && n-- == 0) {
+        edit(record);
+        return StoreRecordHeader(record, &bytes_[at]);
+      }
+      at = AlignUp(at + kRecordHeaderSize + (hasPayload ? record.storedSize : 0));
+    }
+    FAIL() << "no such record";
+  }
+
+  SampleEntry* Index(std::uint32_t channel) {
+    return reinterpret_cast<SampleEntry*>(&bytes_[directory[channel].indexOffset]);
+  }
+
+  // With the checksums of what has changed. Without its trailer the file is read by its records.
+  void Store(bool withTrailer = true) {
+    for (std::uint32_t i = 0; i < directory.size(); ++i) {
+      const std::size_t size = directory[i].samples.count * kIndexEntrySize;
+      directory[i].indexChecksum = Checksum(&bytes_[directory[i].indexOffset], size);
+      StoreDirectoryEntry(directory[i], &bytes_[trailer.directory + i * kDirectoryEntrySize]);
+    }
+    trailer.directoryChecksum =
+        Checksum(&bytes_[trailer.directory], directory.size() * kDirectoryEntrySize);
+    StoreTrailer(trailer, &bytes_[bytes_.size() - kTrailerSize]);
+    Bytes stored = bytes_;
+    if (!withTrailer) stored.resize(stored.size() - kTrailerSize);
+    test::WriteBytes(path_, stored);
+  }
+
+  Trailer trailer;
+  std::vector<DirectoryEntry> directory;
+
+ private:
+  std::string path_;
+  Bytes bytes_;
+};
+
+class Index : public NcTest {
+ protected:
+  // Ticks out of order and written twice, arrays that repeat, and two channels of equal ones.
+  CacheSpec WriteOdd(const char* tag) {
+    CacheSpec spec = Form{Cache::eSingleFile, tag}.Of({});
+    spec.channels = {{"a", kPoints}, {"b", kPoints}};
+    const int ticks[] = {500, 0, 250, 500, 1000, 750};
+    const int seeds[] = {1, 1, 2, 3, 3, 4};
+    for (std::size_t i = 0; i < std::size(ticks); ++i) {
+      spec.samples.push_back({0, ticks[i], MakeArray(kPoints, 40, seeds[i])});
+      if (i % 2 == 0) spec.samples.push_back({1, ticks[i], MakeArray(kPoints, 40, 1)});
+    }
+    EXPECT_TRUE(Write(Folder(), "shot", spec));
+    return spec;
+  }
+
+  std::string PathOf(const CacheSpec& spec) const {
+    return folder_.File(std::string("shot.") + spec.tag);
+  }
+};
+
+TEST_F(Index, WithoutItTheRecordsSayTheSame) {
+  for (const char* tag : {"ncx", "ncc"}) {
+    const CacheSpec spec = WriteOdd(tag);
+    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
+    EXPECT_TRUE(Verifies("shot"));
+    DataFile file(PathOf(spec));
+    EXPECT_EQ(file.trailer.blockCount, 6u);
+    file.Store(false);
+    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
+  }
+}
+
+// Records whose checksums hold and which still cannot be. The file is read up to the last time
+// block before them.
+TEST_F(Index, RecordsThatCannotBeEndTheScan) {
+  const struct {
+    const char* why;
+    ERecordKind kind;
+    int record;
+    std::function<void(RecordHeader&)> edit;
+    std::size_t blocks;  // that are left
+  } rows[] = {
+      {"nothing is wrong", eBlockEndRecord, 0, [](RecordHeader&) {}, 6},
+      {"a block counts an array more than it holds", eBlockEndRecord, 2,
+       [](RecordHeader& record) { ++record.count; }, 2},
+      {"a block counts none", eBlockEndRecord, 2, [](RecordHeader& record) { record.count = 0; },
+       2},
+      {"a block of another time than its arrays", eBlockEndRecord, 1,
+       [](RecordHeader& record) { ++record.tick; }, 1},
+      {"an array of another time than its block", eArrayRecord, 4,
+       [](RecordHeader& record) { ++record.tick; }, 5},
+      {"an array of no channel", eArrayRecord, 4, [](RecordHeader& record) { record.channel = 2; },
+       5},
+      {"an array of another type than its channel", eArrayRecord, 4,
+       [](RecordHeader& record) { record.type = zuCacheData::eNCFloatArray; }, 5},
+      {"a repeat of another size", eRepeatRecord, 0, [](RecordHeader& record) { ++record.count; },
+       1},
+      {"a repeat stored in another size", eRepeatRecord, 0,
+       [](RecordHeader& record) { --record.storedSize; }, 1},
+      {"a repeat of other values", eRepeatRecord, 0,
+       [](RecordHeader& record) { ++record.checksum; }, 1},
+      {"a repeat of the middle of an array", eRepeatRecord, 0,
+       [](RecordHeader& record) { record.payloadOffset += kAlignment; }, 1},
+      {"a repeat of what comes after it", eRepeatRecord, 0,
+       [](RecordHeader& record) { record.payloadOffset += 0x1000; }, 1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    CacheSpec spec = WriteOdd("ncx");
+    DataFile file(PathOf(spec));
+    file.EditRecord(row.kind, row.record, row.edit);
+    file.Store();
+    EXPECT_EQ(bool(Verifies("shot")), row.blocks == 6);
+    file.Store(false);
+    // What was written up to the block that the scan ends at: 2 arrays in every other block.
+    spec.samples.resize((3 * row.blocks + 1) / 2);
+    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
+  }
+}
+
+// Indices whose checksums hold. What breaks their own order is not believed, and the records
+// answer; what contradicts the records alone shows when they are compared.
+TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
+  const struct {
+    const char* why;
+    std::function<void(DataFile&)> edit;
+    bool readsRight;
+  } rows[] = {
+      {"two entries in the wrong order",
+       [](DataFile& file) { std::swap(file.Index(0)[1], file.Index(0)[2]); }, true},
+      {"two entries of one time",
+       [](DataFile& file) { file.Index(0)[2].tick = file.Index(0)[1].tick; }, true},
+      {"another first time", [](DataFile& file) { ++file.directory[0].samples.first; }, true},
+      {"another last time", [](DataFile& file) { --file.directory[0].samples.last; }, true},
+      {"an array where the records have ended",
+       [](DataFile& file) { file.Index(0)[1].offset = file.trailer.dataEnd; }, true},
+      {"an entry less",
+       [](DataFile& file) {
+         file.directory[0].samples.last = file.Index(0)[--file.directory[0].samples.count - 1].tick;
+       },
+       false},
+      {"a time between its neighbours", [](DataFile& file) { ++file.Index(0)[1].tick; }, false},
+      {"the array of another time",
+       [](DataFile& file) {
+         const int tick = file.Index(0)[0].tick;
+         file.Index(0)[0] = file.Index(0)[1];
+         file.Index(0)[0].tick = tick;
+       },
+       false},
+      {"an interval that is none", [](DataFile& file) { file.directory[1].samples.interval = 250; },
+       true},
+      {"an interval that nobody declared", [](DataFile& file) { file.directory[0].declared = 250; },
+       true},
+      {"a block more", [](DataFile& file) { ++file.trailer.blockCount; }, true},
+      {"a block less", [](DataFile& file) { --file.trailer.blockCount; }, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    const CacheSpec spec = WriteOdd("ncx");
+    DataFile file(PathOf(spec));
+    row.edit(file);
+    file.Store();
+    EXPECT_FALSE(Verifies("shot"));
+    EXPECT_EQ(ReadCache(Folder(), "shot") == ContentsOf(spec), row.readsRight);
+  }
+}
+
+// A channel of one sample holds it for the interval that it declares, and one of more for the one
+// between them, wherever that is looked up.
+TEST_F(Index, ADeclaredIntervalCountsWhileNoOtherIsKnown) {
+  for (const Form& form : kForms) {
+    for (const int second : {0, 300}) {
+      SCOPED_TRACE(form.Name() + std::to_string(second));
+      Bytes array = MakeArray(kPoints, 10, 1);
+      const auto expectHeld = [&](Cache& cache) {
+        const int interval = second != 0 ? second : 700;
+        int rate = 0;
+        EXPECT_TRUE(cache.channelSamplingRate(0, rate) && rate == interval);
+        EXPECT_TRUE(ReadArray(cache, 0, second + interval - 1).has_value());
+        EXPECT_FALSE(ReadArray(cache, 0, second + interval).has_value());
+        EXPECT_TRUE(cache.channelSamplingRate(1, rate) && rate == 250) << "none declared";
+        EXPECT_FALSE(ReadArray(cache, 1, 250).has_value());
+      };
+      {
+        Cache cache;
+        unsigned int index = 0;
+        ASSERT_TRUE(cache.initFileWrite(Folder().c_str(), "shot", form.format, form.tag, 250));
+        ASSERT_TRUE(cache.addChannel("a", "", kPoints, 700, index));
+        ASSERT_TRUE(cache.addChannel("b", "", kPoints, index));
+        ASSERT_TRUE(cache.beginWriteAtTime(0) && cache.addArrayData(0, 0, array.data(), 10));
+        ASSERT_TRUE(cache.addArrayData(1, 0, array.data(), 10));
+        if (second != 0) {
+          ASSERT_TRUE(cache.beginWriteAtTime(second) &&
+                      cache.addArrayData(0, second, array.data(), 10));
+        }
+        expectHeld(cache);
+        ASSERT_TRUE(cache.endFileWrite());
+      }
+      Cache cache;
+      ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
+      expectHeld(cache);
+      if (form.format == Cache::eFilePerFrame) continue;
+      DataFile(folder_.File(std::string("shot.") + form.tag)).Store(false);
+      Cache byRecords;
+      ASSERT_TRUE(byRecords.initFileRead("shot", Folder().c_str()));
+      expectHeld(byRecords);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace kelsdk::nc
