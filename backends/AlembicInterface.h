@@ -71,7 +71,7 @@ class AlembicInterface {
   bool GetChannelBuffer(unsigned int channelIndex, float* buffer, unsigned int count,
                         const kelsdk::KelTime& time);
 
-  // Care, beyond what the cache object uses.
+  // Maintenance, beyond what the cache object uses.
 
   /// Why the last call that failed did so, in words, without the file's name; "" when none failed.
   /// Valid until the next call.

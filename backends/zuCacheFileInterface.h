@@ -114,7 +114,7 @@ class zuCacheFileInterface {
   static bool convertToPc2(const char* pc2FileName, const char* folder, const char* baseName,
                            unsigned int channelIndex, int ticksPerFrame);
 
-  // Care, beyond what the cache object uses.
+  // Maintenance, beyond what the cache object uses.
 
   /// Gives a write up: removes what it has made. Without effect once endFileWrite has begun to
   /// publish.

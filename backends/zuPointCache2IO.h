@@ -55,7 +55,7 @@ class zuPointCache2IO {
   /// kept, when that failed or when a sample could not be written earlier.
   bool endWriteData();
 
-  // Care, beyond what the cache object uses.
+  // Maintenance, beyond what the cache object uses.
 
   /// Gives a write up: removes what it has made. Without effect once endWriteData has published.
   void discardWrite();
@@ -68,8 +68,17 @@ class zuPointCache2IO {
   /// less.
   unsigned int wholeSampleCount() const;
 
+  /// The bytes of a file that holds every sample which the header of the file open for reading
+  /// claims; 0 for a version other than 1.
+  std::uint64_t promisedSize() const;
+
   /// Told one line, without a final line break.
   using reportFunction = void (*)(void* context, const char* line);
+
+  /// Reads everything of a file, which has no checksums: its header must make sense and agree with
+  /// its size, and every sample must be readable.
+  /// @return true when all is sound; otherwise every problem has been reported
+  static bool verify(const char* fileName, reportFunction report, void* context);
 
   struct recoverOptions {
     /// Put what is recovered in the place of a whole file too, which is then kept beside it.

@@ -54,7 +54,7 @@ void RepairIndices(Bytes* file) {
   std::uint8_t* const directory = file->data() + trailer.directory;
   for (std::uint64_t at = 0; at < size; at += kDirectoryEntrySize) {
     DirectoryEntry entry = LoadDirectoryEntry(directory + at);
-    const std::uint64_t indexSize = std::uint64_t{entry.count} * kIndexEntrySize;
+    const std::uint64_t indexSize = std::uint64_t{entry.samples.count} * kIndexEntrySize;
     if (!RangeFits(entry.indexOffset, indexSize, file->size())) continue;
     entry.indexChecksum = Checksum(file->data() + entry.indexOffset, indexSize);
     StoreDirectoryEntry(entry, directory + at);

@@ -1,5 +1,3 @@
-#include <cmath>
-
 #include "backends/zuPointCache2IO.h"
 #include "tools/formats.h"
 #include "tools/tool_error.h"
@@ -44,7 +42,7 @@ void Summarise(CacheFile& cache, CacheSummary* summary) {
   zuPointCache2IO reader;
   Open(reader, cache.file());
   pc2.wholeSamples = reader.wholeSampleCount();
-  summary->promisedSize = 32 + std::uint64_t{12} * pc2.points * pc2.samples;
+  summary->promisedSize = reader.promisedSize();
   summary->complete = summary->fileSize >= *summary->promisedSize;
   summary->pc2 = pc2;
   if (!summary->rate.IsValid()) {
@@ -89,36 +87,9 @@ std::optional<Spacing> SpacingFrom(CacheFile& /*cache*/, const CacheSummary& sum
   return Spacing{*first.frame, summary.pc2->sampleRate};
 }
 
-// A PC2 file has no checksums: its header must make sense and agree with its size, and every sample
-// must be readable.
 void Verify(const std::string& file, const Say& say) {
-  zuPointCache2IO reader;
-  if (!reader.initialize(file.c_str(), zuPointCache2IO::readMode)) {
-    return say(reader.errorString());
-  }
-  if (reader.version != 1) {
-    return say("version " + std::to_string(reader.version) + ", only 1 is known");
-  }
-  if (!std::isfinite(reader.startFrame)) say("the start frame is no number");
-  if (!std::isfinite(reader.sampleRate) || reader.sampleRate == 0) {
-    say("the sample rate gives the samples no frames");
-  }
-  const unsigned int whole = reader.wholeSampleCount();
-  if (whole != reader.sampleCount) {
-    say("holds " + std::to_string(whole) + " whole samples of " +
-        std::to_string(reader.sampleCount) + " claimed");
-  }
-  const auto promised = 32 + std::uint64_t{12} * reader.pointCount * reader.sampleCount;
-  const std::uint64_t size = SizeOfFile(file);
-  if (size > promised) say(std::to_string(size - promised) + " bytes after the last sample");
-  std::vector<float> points(std::size_t{reader.pointCount} * kCoordinates);
-  // Samples without points hold nothing to read, however many there are.
-  for (unsigned int sample = 0; reader.pointCount != 0 && sample < whole; ++sample) {
-    unsigned int count = reader.pointCount;
-    if (!reader.readSample(sample, points.data(), count)) {
-      say("sample " + std::to_string(sample) + ": " + reader.errorString());
-    }
-  }
+  Say told = say;
+  zuPointCache2IO::verify(file.c_str(), SayLine, &told);
 }
 
 bool AnyFile(const std::string& file, const std::function<bool(const std::string&)>& fails) {

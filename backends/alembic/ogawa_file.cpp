@@ -150,10 +150,9 @@ bool OgawaFile::ReadValues(OgawaSlot slot, std::uint64_t expected, void* values,
   const std::uint64_t headBytes = std::min<std::uint64_t>(sizeof head, left);
   const std::uint64_t first = std::min({expected, room, left - headBytes});
   auto* bytes = static_cast<std::uint8_t*>(values);
-  if (!file_.ReadSplitAt(offset, head, static_cast<std::size_t>(headBytes), bytes,
-                         static_cast<std::size_t>(first), error)) {
-    return false;
-  }
+  struct iovec runs[] = {{head, static_cast<std::size_t>(headBytes)},
+                         {bytes, static_cast<std::size_t>(first)}};
+  if (!file_.ReadScatter(offset, runs, 2, error)) return false;
   const auto size = io::LoadLittle<std::uint64_t>(head);
   if (!CheckBlock(slot, size, "a sample", error) || !ValueBytes(size, valueBytes, error)) {
     return false;

@@ -64,14 +64,14 @@ std::string PropertyLine(const Hierarchy& hierarchy, const Property& property) {
   return line;
 }
 
-void ListProperties(const Hierarchy& hierarchy, const Object& object, const LineSink& sink) {
+void ListProperties(const Hierarchy& hierarchy, const Object& object, const io::Report& report) {
   std::vector<PropertyId> holders;
   for (PropertyId i = 0; i < object.propertyCount; ++i) {
     const PropertyId id = object.firstProperty + i;
     const Property& property = hierarchy.properties[id];
     while (!holders.empty() && holders.back() != property.parent) holders.pop_back();
     const std::size_t level = object.depth + 1 + holders.size();
-    sink.Put(Indent(level) + PropertyLine(hierarchy, property));
+    report.Say("%s", (Indent(level) + PropertyLine(hierarchy, property)).c_str());
     if (property.kind == EPropertyKind::eCompound) holders.push_back(id);
   }
 }
@@ -104,12 +104,13 @@ std::string SamplingText(const TimeSampling& sampling) {
   return text;
 }
 
-void ListTree(const Hierarchy& hierarchy, const LineSink& sink) {
+void ListTree(const Hierarchy& hierarchy, const io::Report& report) {
   for (const Object& object : hierarchy.objects) {
-    sink.Put(Indent(object.depth) + ObjectLine(hierarchy, object));
-    ListProperties(hierarchy, object, sink);
+    report.Say("%s", (Indent(object.depth) + ObjectLine(hierarchy, object)).c_str());
+    ListProperties(hierarchy, object, report);
   }
-  for (const std::string& problem : hierarchy.problems) sink.Put("damaged: " + Printable(problem));
+  for (const std::string& problem : hierarchy.problems)
+    report.Say("%s", ("damaged: " + Printable(problem)).c_str());
 }
 
 }  // namespace kelsdk::alembic

@@ -9,8 +9,8 @@ namespace {
 
 class Verifier {
  public:
-  Verifier(Archive& archive, const LineSink& sink)
-      : archive_(archive), hierarchy_(archive.hierarchy()), sink_(sink) {}
+  Verifier(Archive& archive, const io::Report& report)
+      : archive_(archive), hierarchy_(archive.hierarchy()), report_(report) {}
 
   bool Run();
 
@@ -23,34 +23,34 @@ class Verifier {
                     io::Error& error);
   bool CheckText(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
                  std::uint64_t strings, io::Error& error);
-  void Report(const std::string& line);
+  void Add(const std::string& line);
 
   /// The bytes of a sample by place, and as what they were read: type and number of strings.
   using Contents = std::tuple<std::uint64_t, EPlainType, std::uint64_t>;
 
   Archive& archive_;
   const Hierarchy& hierarchy_;
-  const LineSink& sink_;
+  const io::Report& report_;
   std::set<Contents> read_;
   std::uint64_t bytesRead_ = 0;
   std::vector<std::uint8_t> scratch_;
   bool sound_ = true;
 };
 
-void Verifier::Report(const std::string& line) {
+void Verifier::Add(const std::string& line) {
   sound_ = false;
-  sink_.Put(line);
+  report_.Say("%s", line.c_str());
 }
 
 void Verifier::CheckHierarchy() {
-  for (const std::string& problem : hierarchy_.problems) Report(problem);
+  for (const std::string& problem : hierarchy_.problems) Add(problem);
   if (hierarchy_.problemCount > hierarchy_.problems.size()) {
-    Report(std::to_string(hierarchy_.problemCount - hierarchy_.problems.size()) +
-           " more of this kind");
+    Add(std::to_string(hierarchy_.problemCount - hierarchy_.problems.size()) +
+        " more of this kind");
   }
   for (std::size_t i = 0; i < hierarchy_.timeSamplings.size(); ++i) {
     if (hierarchy_.timeSamplings[i].kind == TimeSampling::eInvalid)
-      Report("time sampling " + std::to_string(i) + ": no such times can be");
+      Add("time sampling " + std::to_string(i) + ": no such times can be");
   }
 }
 
@@ -59,8 +59,8 @@ void Verifier::CheckTimes(PropertyId id) {
   const TimeSampling& sampling = hierarchy_.timeSamplings[property.timeSampling];
   const std::uint32_t timed = sampling.TimedSamples(property.sampleCount);
   if (timed == property.sampleCount) return;
-  Report(hierarchy_.PropertyPath(id) + ": " + std::to_string(property.sampleCount) +
-         " samples, times for " + std::to_string(timed));
+  Add(hierarchy_.PropertyPath(id) + ": " + std::to_string(property.sampleCount) +
+      " samples, times for " + std::to_string(timed));
 }
 
 bool Verifier::CheckNumbers(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
@@ -109,8 +109,8 @@ void Verifier::CheckSamples(PropertyId id) {
   for (std::uint64_t stored = 0; stored < count; ++stored) {
     io::Error error;
     if (CheckSample(id, stored, error)) continue;
-    Report(hierarchy_.PropertyPath(id) + ": stored sample " + std::to_string(stored) + " of " +
-           std::to_string(count) + ": " + error.text());
+    Add(hierarchy_.PropertyPath(id) + ": stored sample " + std::to_string(stored) + " of " +
+        std::to_string(count) + ": " + error.text());
     if (stored == 0 && !archive_.HasSampleList(id)) return;
   }
 }
@@ -127,8 +127,8 @@ bool Verifier::Run() {
 
 }  // namespace
 
-bool Verify(Archive& archive, const LineSink& sink) {
-  return Verifier(archive, sink).Run();
+bool Verify(Archive& archive, const io::Report& report) {
+  return Verifier(archive, report).Run();
 }
 
 }  // namespace kelsdk::alembic

@@ -6,16 +6,8 @@
 
 namespace kelsdk::io {
 
-/// Sums and products of sizes, counts and offsets. Each gives false, and leaves `*result` alone,
-/// when the true value does not fit.
-template <std::unsigned_integral T>
-[[nodiscard]] bool CheckedAdd(T a, std::type_identity_t<T> b, T* result) {
-  T sum = 0;
-  if (__builtin_add_overflow(a, b, &sum)) return false;
-  *result = sum;
-  return true;
-}
-
+/// A product of sizes, counts or offsets. False, with `*result` left alone, when the true value
+/// does not fit.
 template <std::unsigned_integral T>
 [[nodiscard]] bool CheckedMultiply(T a, std::type_identity_t<T> b, T* result) {
   T product = 0;

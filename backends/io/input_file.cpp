@@ -5,24 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
-
-#include "backends/io/positioned.h"
 
 namespace kelsdk::io {
-
-InputFile::InputFile(InputFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)), size_(std::exchange(other.size_, 0)) {}
-
-InputFile& InputFile::operator=(InputFile&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  std::swap(size_, other.size_);
-  return *this;
-}
-
-InputFile::~InputFile() {
-  Close();
-}
 
 bool InputFile::Open(const char* path, Error& error) {
   Close();
@@ -48,21 +32,6 @@ bool InputFile::Refresh(Error& error) {
   if (!S_ISREG(entry.st_mode)) return error.Set(Error::eNotAFile, "is not a regular file");
   size_ = static_cast<std::uint64_t>(entry.st_size);
   return true;
-}
-
-bool InputFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Error& error) const {
-  return ReadFully(descriptor_, offset, buffer, count, error);
-}
-
-bool InputFile::ReadScatter(std::uint64_t offset, struct iovec* runs, int runCount,
-                            Error& error) const {
-  return ReadScatterFully(descriptor_, offset, runs, runCount, error);
-}
-
-bool InputFile::ReadSplitAt(std::uint64_t offset, void* head, std::size_t headCount, void* body,
-                            std::size_t bodyCount, Error& error) const {
-  struct iovec runs[] = {{head, headCount}, {body, bodyCount}};
-  return ReadScatter(offset, runs, 2, error);
 }
 
 void InputFile::WillNeed(std::uint64_t offset, std::uint64_t count) const {

@@ -8,21 +8,9 @@
 #include <cerrno>
 #include <utility>
 
-#include "backends/io/positioned.h"
+#include "backends/io/runs.h"
 
 namespace kelsdk::io {
-
-OutputFile::OutputFile(OutputFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-OutputFile& OutputFile::operator=(OutputFile&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  return *this;
-}
-
-OutputFile::~OutputFile() {
-  if (descriptor_ >= 0) ::close(descriptor_);
-}
 
 bool OutputFile::Create(const char* path, unsigned int mode, Error& error) {
   descriptor_ = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
@@ -66,15 +54,35 @@ bool OutputFile::Size(std::uint64_t* size, Error& error) const {
 }
 
 bool OutputFile::WriteAt(std::uint64_t offset, const void* bytes, std::size_t count, Error& error) {
-  return WriteFully(descriptor_, offset, bytes, count, error);
+  const auto* source = static_cast<const char*>(bytes);
+  while (count > 0) {
+    const ssize_t put = ::pwrite(descriptor_, source, count, static_cast<off_t>(offset));
+    if (put < 0) {
+      if (errno == EINTR) continue;
+      return error.SetSystem(errno, "writing %zu bytes at %llu", count,
+                             static_cast<unsigned long long>(offset));
+    }
+    const auto done = static_cast<std::size_t>(put);
+    source += done;
+    offset += done;
+    count -= done;
+  }
+  return true;
 }
 
 bool OutputFile::WriteGather(std::uint64_t offset, struct iovec* runs, int runCount, Error& error) {
-  return WriteGatherFully(descriptor_, offset, runs, runCount, error);
-}
-
-bool OutputFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t count, Error& error) const {
-  return ReadFully(descriptor_, offset, buffer, count, error);
+  for (Runs left(runs, runCount); !left.Done();) {
+    const ssize_t put =
+        ::pwritev(descriptor_, left.Next(), left.Count(), static_cast<off_t>(offset));
+    if (put < 0) {
+      if (errno == EINTR) continue;
+      return error.SetSystem(errno, "writing %zu bytes at %llu", left.Left(),
+                             static_cast<unsigned long long>(offset));
+    }
+    offset += static_cast<std::size_t>(put);
+    left.Advance(static_cast<std::size_t>(put));
+  }
+  return true;
 }
 
 bool OutputFile::Truncate(std::uint64_t size, Error& error) {

@@ -7,6 +7,7 @@
 
 #include "backends/io/guard.h"
 #include "backends/nc/even_spacing.h"
+#include "backends/nc/publish.h"
 #include "backends/nc/reader.h"
 #include "backends/nc/writer.h"
 #include "backends/zuPointCache2IO.h"
@@ -63,12 +64,7 @@ bool CheckRate(const ConvertOptions& options, Error& error) {
   if (options.ticksPerFrame <= 0) {
     return error.Set(Error::eRefused, "%d ticks per frame", options.ticksPerFrame);
   }
-  if (!options.exactRate.IsValid() || IsRateOfTicks(options.exactRate, options.ticksPerFrame)) {
-    return true;
-  }
-  return error.Set(Error::eRefused, "%u/%u frames per second are not %d ticks per frame",
-                   options.exactRate.numerator, options.exactRate.denominator,
-                   options.ticksPerFrame);
+  return CheckExactRate(options.exactRate, options.ticksPerFrame, error);
 }
 
 // When the samples of a PC2 file are, in ticks.
@@ -150,11 +146,11 @@ struct Pc2Plan {
   }
 };
 
-bool EqualCounts(Session& session, std::uint32_t channel, std::uint32_t sampleCount,
+bool EqualCounts(OpenCache& cache, std::uint32_t channel, std::uint32_t sampleCount,
                  std::uint32_t* count, Error& error) {
   for (std::uint32_t i = 0; i < sampleCount; ++i) {
     SampleEntry entry;
-    if (!session.Locate(channel, i, &entry, error)) return false;
+    if (!cache.Locate(channel, i, &entry, error)) return false;
     if (i > 0 && entry.count != *count) {
       return error.Set(Error::eUnsupported, "%u elements at tick %d, %u before it", entry.count,
                        entry.tick, *count);
@@ -173,16 +169,16 @@ bool CheckChannel(const Description& description, std::uint32_t channel, Error& 
   return error.Set(Error::eUnsupported, "a channel of %s holds no points", type.name);
 }
 
-bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& options, Pc2Plan* plan,
+bool MakePlan(OpenCache& cache, std::uint32_t channel, const ConvertOptions& options, Pc2Plan* plan,
               Error& error) {
-  if (!CheckRate(options, error) || !CheckChannel(session.Info(), channel, error)) return false;
-  Times times{std::span<const SampleEntry>()};
-  if (!session.TimesOf(channel, &times, error)) return false;
+  if (!CheckRate(options, error) || !CheckChannel(cache.Info(), channel, error)) return false;
+  Times times;
+  if (!cache.TimesOf(channel, &times, error)) return false;
   const std::uint32_t count = times.Count();
   if (count == 0) return error.Set(Error::eUnsupported, "the channel has no samples");
   plan->ticksPerFrame = ExactTicks(options.ticksPerFrame, options.exactRate);
   plan->first = times.At(0);
-  const auto even = FindEvenSpacing(times, plan->ticksPerFrame, SamplingInterval(session, channel));
+  const auto even = FindEvenSpacing(times, plan->ticksPerFrame, SamplingInterval(cache, channel));
   plan->isEven = even.has_value();
   const double length = double(times.At(count - 1)) - plan->first;
   const double samples = even ? count : std::floor(length / plan->ticksPerFrame) + 1;
@@ -193,7 +189,7 @@ bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& opt
   if (even) plan->interval = even->interval;
   plan->start =
       (even ? even->start : plan->first / plan->ticksPerFrame) + plan->range.first * plan->interval;
-  if (!EqualCounts(session, channel, count, &plan->pointCount, error)) return false;
+  if (!EqualCounts(cache, channel, count, &plan->pointCount, error)) return false;
   if (plan->pointCount <= std::numeric_limits<std::int32_t>::max() / kPc2PointSize) return true;
   return error.Set(Error::eUnsupported, "%u points are beyond a PC2 file", plan->pointCount);
 }
@@ -201,11 +197,11 @@ bool MakePlan(Session& session, std::uint32_t channel, const ConvertOptions& opt
 // Reads samples as floats, whatever their type.
 class PointReader {
  public:
-  PointReader(Session& session, std::uint32_t channel, std::uint32_t pointCount)
-      : session_(session),
+  PointReader(OpenCache& cache, std::uint32_t channel, std::uint32_t pointCount)
+      : cache_(cache),
         channel_(channel),
         pointCount_(pointCount),
-        wide_(session.Info().channels[channel].type == zuCacheData::eNCDoubleVectorArray
+        wide_(cache.Info().channels[channel].type == zuCacheData::eNCDoubleVectorArray
                   ? kCoordinates * pointCount
                   : 0) {}
 
@@ -213,29 +209,29 @@ class PointReader {
   bool Read(const Pc2Plan& plan, std::uint32_t place, float* points, Error& error) {
     SampleEntry entry;
     const std::int32_t tick = plan.TickOf(place);
-    const bool found = plan.isEven ? session_.Locate(channel_, place, &entry, error)
-                                   : FindSampleAt(session_, channel_, tick, &entry, error);
+    const bool found = plan.isEven ? cache_.Locate(channel_, place, &entry, error)
+                                   : FindSampleAt(cache_, channel_, tick, &entry, error);
     if (!found) return false;
     void* const array = wide_.empty() ? static_cast<void*>(points) : wide_.data();
     if (entry.count != pointCount_) {
       return error.Set(Error::eDamaged, "%u points at tick %d, not %u", entry.count, entry.tick,
                        pointCount_);
     }
-    if (!session_.Fetch(channel_, entry, entry.tick, array, error)) return false;
+    if (!cache_.Fetch(channel_, entry, entry.tick, array, error)) return false;
     for (std::size_t i = 0; i < wide_.size(); ++i) points[i] = KelNearestFloat(wide_[i]);
     return true;
   }
 
  private:
-  Session& session_;
+  OpenCache& cache_;
   std::uint32_t channel_;
   std::uint32_t pointCount_;
   std::vector<double> wide_;
 };
 
-bool WritePc2(Session& session, std::uint32_t channel, const Pc2Plan& plan, zuPointCache2IO& to,
+bool WritePc2(OpenCache& cache, std::uint32_t channel, const Pc2Plan& plan, zuPointCache2IO& to,
               const Proceed& proceed, Error& error) {
-  PointReader reader(session, channel, plan.pointCount);
+  PointReader reader(cache, channel, plan.pointCount);
   const std::uint32_t sampleCount = plan.range.count;
   const std::uint32_t batch = BatchOf(plan.pointCount, sampleCount);
   const std::size_t valueCount = kCoordinates * plan.pointCount;
@@ -281,12 +277,15 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
   }
   CacheWriter writer;
   writer.LetBlocksWait();
+  FileLayout layout;
   std::uint32_t channel = 0;
   const bool converted = io::Guarded(error, false, [&] {
-    return writer.Begin(name, isPerFrame, tag, options.ticksPerFrame, options.exactRate, error) &&
+    return MakeLayout(isPerFrame, tag, options.ticksPerFrame, options.exactRate, &layout, error) &&
+           writer.Begin(name, layout, error) &&
            writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
                              times.Interval(), &channel, error) &&
-           CopySamples(file, range, times, writer, channel, proceed, error) && writer.Finish(error);
+           CopySamples(file, range, times, writer, channel, proceed, error) &&
+           FinishAndPublish(&writer, error);
   });
   if (!converted) writer.Discard();  // the source has it all
   return converted;

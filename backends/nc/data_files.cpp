@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "backends/io/input_file.h"
-#include "backends/nc/scan.h"
+#include "backends/nc/file_ends.h"
 
 namespace kelsdk::nc {
 
@@ -25,8 +25,7 @@ bool ListFolder(const std::string& folder, std::vector<std::string>* names, Erro
 bool ReadFileIdentity(const std::string& path, Identity* identity, Error& error) {
   io::InputFile file;
   FileHeader header;
-  if (!file.Open(path.c_str(), error)) return false;
-  if (!RecordScanner(file, file.Size()).ReadFileHeader(&header, error)) return false;
+  if (!file.Open(path.c_str(), error) || !ReadFileHeader(file, &header, error)) return false;
   *identity = header.identity;
   return true;
 }

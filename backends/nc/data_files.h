@@ -9,23 +9,46 @@
 
 namespace kelsdk::nc {
 
-// The data files of a cache as a folder holds them. May throw std::bad_alloc.
+/// The data files of a cache: what they are called, how many there are, each in turn. Refers to
+/// what it is made of.
+class DataFiles {
+ public:
+  /// @param times  per-frame layout: one file each
+  DataFiles(const std::string& base, const FileLayout& layout, const Times& times)
+      : base_(base), layout_(layout), times_(times) {}
+  DataFiles(const std::string& base, const Description& description)
+      : DataFiles(base, description, Times(description.times)) {}
 
-/// Calls `visit` with the name of every data file of the cache until it gives false.
-template <typename Visit>
-bool ForEachDataFile(const Description& description, const std::string& base, Visit&& visit) {
-  std::string name;
-  if (!description.isPerFrame) {
-    SingleFileName(base, description.Tag(), &name);
-    return visit(name);
+  std::uint32_t Count() const { return layout_.isPerFrame ? times_.Count() : 1; }
+
+  /// Replaces `*name`, reusing its memory. May throw std::bad_alloc, as does all below.
+  /// @param file  counted from 0, below Count()
+  void Name(std::uint32_t file, std::string* name) const {
+    NameAt(layout_.isPerFrame ? times_.At(file) : 0, name);
   }
-  for (std::uint32_t i = 0; i < description.times.Count(); ++i) {
-    FrameFileName(base, description.Tag(), description.ticksPerFrame, description.times.At(i),
-                  &name);
-    if (!visit(name)) return false;
+  /// The file that holds a tick.
+  void NameAt(std::int32_t tick, std::string* name) const {
+    DataFileName(base_, layout_, tick, name);
   }
-  return true;
-}
+
+  /// Calls `visit` with the name of every file until it gives false.
+  template <typename Visit>
+  bool ForEach(Visit&& visit) const {
+    std::string name;
+    for (std::uint32_t i = 0; i < Count(); ++i) {
+      Name(i, &name);
+      if (!visit(name)) return false;
+    }
+    return true;
+  }
+
+ private:
+  const std::string& base_;
+  const FileLayout& layout_;
+  Times times_;
+};
+
+// The data files as a folder holds them. May throw std::bad_alloc.
 
 /// Every name in a folder; false when it cannot be read.
 bool ListFolder(const std::string& folder, std::vector<std::string>* names, io::Error& error);

@@ -1,7 +1,6 @@
 #include "backends/nc/data_reader.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "backends/io/checked.h"
 #include "backends/nc/checksum.h"
@@ -12,21 +11,20 @@ namespace {
 
 using io::Error;
 
-// Holds trailer, directory and indices of a per-frame file of 31 channels.
-constexpr std::size_t kTailSize = 4096;
-
 bool IsSoundDirectoryEntry(const DirectoryEntry& entry, const Trailer& trailer) {
-  const std::uint64_t size = std::uint64_t{entry.count} * kIndexEntrySize;
+  const std::uint64_t size = std::uint64_t{entry.samples.count} * kIndexEntrySize;
   return IsElementType(entry.type) && entry.indexOffset >= trailer.dataEnd &&
          io::RangeFits(entry.indexOffset, size, trailer.directory) &&
-         (entry.count == 0 || ElementSize(static_cast<EType>(entry.type)) != 0) &&
-         entry.first <= entry.last;
+         (entry.samples.count == 0 || ElementSize(static_cast<EType>(entry.type)) != 0) &&
+         entry.samples.first <= entry.samples.last;
 }
 
 bool IsSoundIndex(std::span<const SampleEntry> samples, const DirectoryEntry& entry,
                   std::uint64_t dataEnd) {
   if (samples.empty()) return true;
-  if (samples.front().tick != entry.first || samples.back().tick != entry.last) return false;
+  if (samples.front().tick != entry.samples.first || samples.back().tick != entry.samples.last) {
+    return false;
+  }
   const auto type = static_cast<EType>(entry.type);
   for (std::size_t i = 0; i < samples.size(); ++i) {
     if (i > 0 && samples[i].tick <= samples[i - 1].tick) return false;
@@ -45,8 +43,14 @@ bool RefuseIdentity(Error& error) {
 
 bool DataReader::Open(const std::string& path, const Identity& identity, Error& error) {
   Close();
-  if (!file_.Open(path.c_str(), error)) return false;
-  if (OpenByTrailer(identity, error)) return true;
+  identity_ = identity;
+  if (file_.Open(path.c_str(), error) && end_.Read(file_, error)) {
+    Error ignored;  // stepping through the records tells what is wrong better
+    const bool isOther = end_.HasTrailer() && end_.GetTrailer().identity != identity;
+    if (isOther ? RefuseIdentity(error) : LoadDirectory(ignored) || OpenByRecords(error)) {
+      return true;
+    }
+  }
   file_.Close();
   return false;
 }
@@ -61,36 +65,17 @@ void DataReader::Close() {
   byRecords_ = false;
 }
 
-bool DataReader::ReadNearEnd(std::uint64_t offset, void* buffer, std::size_t size,
-                             Error& error) const {
-  const std::uint64_t tailStart = file_.Size() - tail_.size();
-  if (offset < tailStart) return file_.ReadAt(offset, buffer, size, error);
-  if (size != 0) std::memcpy(buffer, tail_.data() + (offset - tailStart), size);
-  return true;
-}
-
-bool DataReader::OpenByTrailer(const Identity& identity, Error& error) {
-  identity_ = identity;
-  tail_.resize(static_cast<std::size_t>(std::min<std::uint64_t>(file_.Size(), kTailSize)));
-  if (!file_.ReadAt(file_.Size() - tail_.size(), tail_.data(), tail_.size(), error)) return false;
-  Trailer trailer;
-  Error ignored;  // stepping through the records tells what is wrong better
-  if (tail_.size() < kTrailerSize ||
-      !LoadTrailer(tail_.data() + tail_.size() - kTrailerSize, &trailer)) {
-    return OpenByRecords(identity, error);
-  }
-  if (trailer.identity != identity) return RefuseIdentity(error);
-  return LoadDirectory(trailer, ignored) || OpenByRecords(identity, error);
-}
-
-bool DataReader::LoadDirectory(const Trailer& trailer, Error& error) {
+bool DataReader::LoadDirectory(Error& error) {
+  if (!end_.HasTrailer()) return error.Set(Error::eDamaged, "the file lacks its trailer");
+  const Trailer& trailer = end_.GetTrailer();
   const std::uint64_t size = std::uint64_t{trailer.channelCount} * kDirectoryEntrySize;
   if (trailer.dataEnd < kHeaderSize || trailer.dataEnd > trailer.directory ||
       !io::RangeFits(trailer.directory, size + kTrailerSize, file_.Size())) {
     return error.Set(Error::eDamaged, "the directory lies outside the file");
   }
   directoryBytes_.resize(static_cast<std::size_t>(size));
-  if (!ReadNearEnd(trailer.directory, directoryBytes_.data(), directoryBytes_.size(), error)) {
+  if (!end_.ReadAt(file_, trailer.directory, directoryBytes_.data(), directoryBytes_.size(),
+                   error)) {
     return false;
   }
   if (Checksum(directoryBytes_.data(), directoryBytes_.size()) != trailer.directoryChecksum) {
@@ -111,9 +96,9 @@ bool DataReader::LoadDirectory(const Trailer& trailer, Error& error) {
 bool DataReader::LoadIndex(std::uint32_t channel, Error& error) {
   const DirectoryEntry& entry = directory_[channel];
   std::vector<SampleEntry>& samples = indices_[channel].samples;
-  samples.resize(entry.count);
+  samples.resize(entry.samples.count);
   const std::size_t size = samples.size() * kIndexEntrySize;
-  if (!ReadNearEnd(entry.indexOffset, samples.data(), size, error)) return false;
+  if (!end_.ReadAt(file_, entry.indexOffset, samples.data(), size, error)) return false;
   if (Checksum(samples.data(), size) != entry.indexChecksum ||
       !IsSoundIndex(samples, entry, dataEnd_)) {
     return error.Set(Error::eDamaged, "the index of channel %u is damaged", channel);
@@ -126,16 +111,16 @@ bool DataReader::Index(std::uint32_t channel, std::span<const SampleEntry>* inde
   if (channel >= directory_.size()) return true;
   if (!indices_[channel].loaded && !byRecords_) {
     indices_[channel].loaded = LoadIndex(channel, error);
-    if (!indices_[channel].loaded && !OpenByRecords(identity_, error)) return false;
+    if (!indices_[channel].loaded && !OpenByRecords(error)) return false;
   }
   if (channel < directory_.size()) *index = indices_[channel].samples;
   return true;
 }
 
-bool DataReader::OpenByRecords(const Identity& identity, Error& error) {
+bool DataReader::OpenByRecords(Error& error) {
   Scan scan;
   if (!ScanRecords(file_, file_.Size(), &scan, error)) return false;
-  if (scan.header.identity != identity) return RefuseIdentity(error);
+  if (scan.header.identity != identity_) return RefuseIdentity(error);
   if (scan.blockCount == 0) {
     return error.Set(Error::eCutShort, "the data file holds no whole time block: %s",
                      scan.stop ? scan.stop.text() : "it ends after its header");
@@ -143,14 +128,9 @@ bool DataReader::OpenByRecords(const Identity& identity, Error& error) {
   std::vector<DirectoryEntry> directory(scan.channels.size());
   std::vector<ChannelIndex> indices(scan.channels.size());
   for (std::size_t i = 0; i < directory.size(); ++i) {
-    std::vector<SampleEntry>& samples = scan.indices[i];
-    directory[i].count = static_cast<std::uint32_t>(samples.size());
-    directory[i].type = static_cast<std::uint32_t>(scan.channels[i].type);
-    directory[i].first = samples.empty() ? 0 : samples.front().tick;
-    directory[i].last = samples.empty() ? 0 : samples.back().tick;
-    directory[i].interval = CommonInterval(samples);
-    directory[i].declared = scan.channels[i].interval;
-    indices[i].samples = std::move(samples);
+    const Channel& channel = scan.channels[i];
+    directory[i] = DescribeIndex(channel.type, channel.interval, scan.indices[i]);
+    indices[i].samples = std::move(scan.indices[i]);
     indices[i].loaded = true;
   }
   directory_ = std::move(directory);

@@ -7,6 +7,7 @@
 
 #include "backends/io/error.h"
 #include "backends/io/input_file.h"
+#include "backends/nc/file_ends.h"
 #include "backends/nc/records.h"
 
 namespace kelsdk::nc {
@@ -40,19 +41,17 @@ class DataReader {
     std::vector<SampleEntry> samples;
   };
 
-  bool OpenByTrailer(const Identity& identity, io::Error& error);
-  bool LoadDirectory(const Trailer& trailer, io::Error& error);
+  bool LoadDirectory(io::Error& error);
   bool LoadIndex(std::uint32_t channel, io::Error& error);
-  bool OpenByRecords(const Identity& identity, io::Error& error);
-  bool ReadNearEnd(std::uint64_t offset, void* buffer, std::size_t size, io::Error& error) const;
+  bool OpenByRecords(io::Error& error);
 
   io::InputFile file_;
+  FileEnd end_;
   Identity identity_ = {};
   std::uint64_t dataEnd_ = 0;
   bool byRecords_ = false;
   std::vector<DirectoryEntry> directory_;
   std::vector<ChannelIndex> indices_;
-  std::vector<std::uint8_t> tail_;  // the last bytes of the file
   std::vector<std::uint8_t> directoryBytes_;
 };
 

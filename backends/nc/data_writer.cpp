@@ -159,16 +159,11 @@ bool DataWriter::Finish(std::span<const Channel> channels,
   for (std::size_t i = 0; i < channels.size(); ++i) {
     const std::vector<SampleEntry>& index = indices[i];
     DirectoryEntry& entry = directory_[i];
+    entry = DescribeIndex(channels[i].type, channels[i].interval, index);
     entry.indexOffset = End();
     std::uint8_t* const bytes = Pend(index.size() * kIndexEntrySize);
     if (!index.empty()) std::memcpy(bytes, index.data(), index.size() * kIndexEntrySize);
     entry.indexChecksum = Checksum(bytes, index.size() * kIndexEntrySize);
-    entry.count = static_cast<std::uint32_t>(index.size());
-    entry.type = static_cast<std::uint32_t>(channels[i].type);
-    entry.first = index.empty() ? 0 : index.front().tick;
-    entry.last = index.empty() ? 0 : index.back().tick;
-    entry.interval = CommonInterval(index);
-    entry.declared = channels[i].interval;
   }
   std::uint8_t* const bytes = Pend(directorySize);
   for (std::size_t i = 0; i < directory_.size(); ++i) {

@@ -54,7 +54,6 @@ class DataWriter {
 
   /// Reads what was written, which may not be on disk yet.
   bool ReadAt(std::uint64_t offset, void* buffer, std::size_t count, io::Error& error) const;
-  bool Sync(io::Error& error) { return file_.Sync(error); }
   bool Close(io::Error& error) { return file_.Close(error); }
 
  private:

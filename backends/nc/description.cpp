@@ -6,6 +6,7 @@
 
 #include "backends/io/input_file.h"
 #include "backends/nc/attributes.h"
+#include "backends/nc/names.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -197,6 +198,17 @@ bool CheckChannelTexts(const char* name, const char* interpretation, io::Error& 
                      kLongestText);
   }
   return true;
+}
+
+void DescribeTimes(const Times& files, std::span<const Times> channels, Description* description) {
+  for (std::uint32_t i = 0; i < files.Count(); ++i) description->times.Append(files.At(i));
+  for (std::size_t i = 0; i < channels.size(); ++i) {
+    Channel& channel = description->channels[i];
+    // Its samples are among the files, so equal in number means equal.
+    channel.hasOwnTimes = channels[i].Count() != files.Count();
+    if (!channel.hasOwnTimes) continue;
+    for (std::uint32_t k = 0; k < channels[i].Count(); ++k) channel.times.Append(channels[i].At(k));
+  }
 }
 
 bool ParseDescription(const char* text, std::size_t size, Description* description,

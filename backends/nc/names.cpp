@@ -52,26 +52,25 @@ bool MakeCacheName(const char* folder, const char* base, CacheName* name, io::Er
   return true;
 }
 
-void SingleFileName(const std::string& base, const char* tag, std::string* name) {
-  name->assign(base).append(".").append(tag);
-}
-
-void FrameFileName(const std::string& base, const char* tag, int ticksPerFrame, int tick,
-                   std::string* name) {
-  const int divisor = ticksPerFrame > 0 ? ticksPerFrame : 1;
-  int frame = tick / divisor;
-  int rest = tick % divisor;
-  if (rest < 0) {
-    rest += divisor;
-    --frame;
+void DataFileName(const std::string& base, const FileLayout& layout, std::int32_t tick,
+                  std::string* name) {
+  name->assign(base);
+  if (layout.isPerFrame) {
+    const int divisor = layout.ticksPerFrame > 0 ? layout.ticksPerFrame : 1;
+    int frame = tick / divisor;
+    int rest = tick % divisor;
+    if (rest < 0) {
+      rest += divisor;
+      --frame;
+    }
+    name->append("Frame");
+    AppendNumber(name, frame);
+    if (rest != 0) {
+      name->append("Tick");
+      AppendNumber(name, rest);
+    }
   }
-  name->assign(base).append("Frame");
-  AppendNumber(name, frame);
-  if (rest != 0) {
-    name->append("Tick");
-    AppendNumber(name, rest);
-  }
-  name->append(".").append(tag);
+  name->append(".").append(layout.Tag());
 }
 
 bool IsDataFileName(std::string_view name, const std::string& base) {
@@ -83,10 +82,10 @@ bool IsDataFileName(std::string_view name, const std::string& base) {
   return name == ".ncx" || name == ".ncc";
 }
 
-bool IsDataFileName(std::string_view name, const std::string& base, bool isPerFrame,
-                    std::string_view tag) {
+bool IsDataFileName(std::string_view name, const std::string& base, const FileLayout& layout) {
+  const std::string_view tag = layout.Tag();
   const bool isSingle = name.size() == base.size() + 1 + tag.size();
-  return IsDataFileName(name, base) && name.ends_with(tag) && isSingle != isPerFrame;
+  return IsDataFileName(name, base) && name.ends_with(tag) && isSingle != layout.isPerFrame;
 }
 
 std::string RenamedDataFile(const std::string& name, const std::string& base,

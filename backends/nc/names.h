@@ -6,6 +6,7 @@
 
 #include "backends/io/error.h"
 #include "backends/nc/format.h"
+#include "backends/nc/layout.h"
 
 namespace kelsdk::nc {
 
@@ -23,19 +24,17 @@ struct CacheName {
 /// May throw std::bad_alloc.
 bool MakeCacheName(const char* folder, const char* base, CacheName* name, io::Error& error);
 
-/// BASE.TAG, replacing `*name` and reusing its memory.
-void SingleFileName(const std::string& base, const char* tag, std::string* name);
-
-/// BASEFrameF.TAG or, between frames, BASEFrameFTickT.TAG. F is the tick divided by the ticks per
-/// frame, rounded down, T the remainder; with 0 ticks per frame every tick is a frame.
-void FrameFileName(const std::string& base, const char* tag, int ticksPerFrame, int tick,
-                   std::string* name);
+/// The data file that holds a tick, replacing `*name` and reusing its memory. Single-file layout:
+/// BASE.TAG. Per-frame layout: BASEFrameF.TAG or, between frames, BASEFrameFTickT.TAG, where F is
+/// the tick divided by the ticks per frame, rounded down, T the remainder; with 0 ticks per frame
+/// every tick is a frame.
+void DataFileName(const std::string& base, const FileLayout& layout, std::int32_t tick,
+                  std::string* name);
 
 /// True for a name that some data file of the cache might have, whatever tag and layout.
 bool IsDataFileName(std::string_view name, const std::string& base);
-/// The same for one layout and tag.
-bool IsDataFileName(std::string_view name, const std::string& base, bool isPerFrame,
-                    std::string_view tag);
+/// The same for one layout and its tag.
+bool IsDataFileName(std::string_view name, const std::string& base, const FileLayout& layout);
 
 /// The name that a data file of one cache has as a file of another.
 std::string RenamedDataFile(const std::string& name, const std::string& base,

@@ -78,12 +78,11 @@ class Places {
 
 }  // namespace
 
-bool CheckPlacesAhead(const CacheName& name, bool isPerFrame, const char* tag, Error& error) {
+bool CheckPlacesAhead(const CacheName& name, const FileLayout& layout, Error& error) {
   Places places;
   if (!places.List(name, error)) return false;
   for (const std::string& fileName : places.Taken()) {
-    if (IsDataFileName(fileName, name.base, isPerFrame, tag) &&
-        !places.Check(fileName, false, error)) {
+    if (IsDataFileName(fileName, name.base, layout) && !places.Check(fileName, false, error)) {
       return false;
     }
   }
@@ -94,7 +93,7 @@ bool CheckPlaces(const CacheName& name, const Description& description, bool isK
   Places places;
   if (!places.List(name, error)) return false;
   return places.Taken().empty() ||
-         ForEachDataFile(description, name.base, [&](const std::string& fileName) {
+         DataFiles(name.base, description).ForEach([&](const std::string& fileName) {
            return !places.Taken().contains(fileName) || places.Check(fileName, isKept, error);
          });
 }

@@ -14,7 +14,7 @@ namespace kelsdk::nc {
 
 /// Before writing: refuses when a name that the cache may come to use is taken by what is no data
 /// file, or by a file of another cache.
-bool CheckPlacesAhead(const CacheName& name, bool isPerFrame, const char* tag, io::Error& error);
+bool CheckPlacesAhead(const CacheName& name, const FileLayout& layout, io::Error& error);
 
 /// The same, for just the names that the cache uses.
 /// @param isKept  what stands there has been kept under other names, so it may be anything but

@@ -1,9 +1,7 @@
 #include "backends/nc/publish.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <unordered_set>
 
 #include "backends/io/replace.h"
@@ -14,9 +12,6 @@ namespace kelsdk::nc {
 namespace {
 
 using io::Error;
-
-constexpr unsigned int kFolderMode = 0777;       // before the process's mask
-constexpr unsigned int kDescriptionMode = 0666;  // likewise
 
 // One call for each of 100,000 files takes minutes.
 constexpr std::uint32_t kMostFilesSyncedSingly = 64;
@@ -30,7 +25,7 @@ bool SyncDataFiles(const Partial& partial, const Description& description, Error
   if (description.isPerFrame && description.times.Count() > kMostFilesSyncedSingly) {
     return io::SyncFileSystemOf(partial.folder.c_str(), error);
   }
-  return ForEachDataFile(description, partial.name.base, [&](const std::string& fileName) {
+  return DataFiles(partial.name.base, description).ForEach([&](const std::string& fileName) {
     return SyncFile(partial.folder + fileName, error);
   });
 }
@@ -75,7 +70,7 @@ void RemoveReplaced(const CacheName& name, const Description& description) {
   Error ignored;
   if (!ListFolder(name.folder, &names, ignored)) return;
   std::unordered_set<std::string> own;
-  ForEachDataFile(description, name.base, [&own](const std::string& fileName) {
+  DataFiles(name.base, description).ForEach([&own](const std::string& fileName) {
     own.insert(fileName);
     return true;
   });
@@ -88,30 +83,11 @@ void RemoveReplaced(const CacheName& name, const Description& description) {
 
 }  // namespace
 
-bool CreatePartial(const CacheName& name, const Identity& identity, Partial* partial,
-                   Error& error) {
-  partial->name = partial->target = name;
-  partial->folder = name.folder + PartialFolderName(name.base, identity) + "/";
-  io::ReplaceTarget target;
-  if (!FindReplaceTarget(name.DescriptionPath().c_str(), &target, error)) return false;
-  if (::mkdir(partial->folder.c_str(), kFolderMode) != 0) {
-    return error.SetSystem(errno, "cannot make a folder beside the cache");
-  }
-  if (partial->description.Create(partial->DescriptionPath().c_str(), kDescriptionMode, error)) {
-    return true;
-  }
-  ::rmdir(partial->folder.c_str());
-  return false;
-}
-
-void DiscardPartial(Partial* partial) {
-  std::vector<std::string> names;
-  Error ignored;
-  if (ListFolder(partial->folder, &names, ignored)) {
-    for (const std::string& name : names) ::unlink((partial->folder + name).c_str());
-  }
-  ::rmdir(partial->folder.c_str());
-  partial->description.Close(ignored);
+bool FinishAndPublish(CacheWriter* writer, Error& error) {
+  Partial partial;
+  Description description;
+  return writer->Finish(&partial, &description, error) &&
+         Publish(&partial, &description, false, error);
 }
 
 bool Publish(Partial* partial, Description* description, bool isOlderKept, Error& error) {
@@ -125,7 +101,7 @@ bool Publish(Partial* partial, Description* description, bool isOlderKept, Error
 
 bool CompletePublication(Partial* partial, const Description& description, Error& error) {
   const bool placed =
-      ForEachDataFile(description, partial->name.base, [&](const std::string& fileName) {
+      DataFiles(partial->name.base, description).ForEach([&](const std::string& fileName) {
         return PlaceDataFile(*partial, description.identity, fileName, error);
       });
   const std::string target = partial->target.DescriptionPath();

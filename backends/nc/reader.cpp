@@ -1,20 +1,9 @@
 #include "backends/nc/reader.h"
 
-#include <algorithm>
-
 namespace kelsdk::nc {
 namespace {
 
 using io::Error;
-
-// An array of a group is copied once more than one read by itself. Up to this size that costs less
-// than the system call it saves: measured with eight channels in the page cache, groups are 1.13
-// times as fast at 12 KB an array, as fast at 36 KB, and 0.93 times at 120 KB.
-constexpr std::uint64_t kLargestGroupedArray = 32u << 10;
-
-// What a group may take in memory, and how far apart its arrays may stand.
-constexpr std::uint64_t kLargestGroup = 1u << 20;
-constexpr std::uint64_t kWidestGap = 4096;
 
 bool NameFile(const std::string& name, Error& error) {
   const Error reason = error;
@@ -26,16 +15,16 @@ bool NameFile(const std::string& name, Error& error) {
 bool CacheReader::Open(const CacheName& name, Error& error) {
   name_ = name;
   if (!ReadDescription(name.DescriptionPath(), &description_, error)) return false;
-  lastRead_.assign(description_.channels.size(), 0);
+  prefetch_.Start(description_.channels.size());
   if (!description_.isPerFrame) return OpenSingle(error);
   for (const Channel& channel : description_.channels) {
-    intervals_.push_back(CommonInterval(description_.TimesOf(channel)));
+    extents_.push_back(Times(description_.TimesOf(channel)).ToExtent());
   }
   return true;
 }
 
 bool CacheReader::OpenSingle(Error& error) {
-  SingleFileName(name_.base, description_.Tag(), &fileName_);
+  Files().Name(0, &fileName_);
   path_ = name_.folder + fileName_;
   if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
     return true;
@@ -61,15 +50,8 @@ bool CacheReader::CheckAgainstDescription(Error& error) const {
 }
 
 Extent CacheReader::ExtentOf(std::uint32_t channel) const {
-  if (description_.isPerFrame) {
-    const TimeRuns& times = description_.TimesOf(description_.channels[channel]);
-    const std::uint32_t count = times.Count();
-    if (count == 0) return {};
-    return {count, times.At(0), times.At(count - 1), intervals_[channel]};
-  }
-  if (channel >= data_.Directory().size()) return {};
-  const DirectoryEntry& entry = data_.Directory()[channel];
-  return {entry.count, entry.first, entry.last, entry.interval};
+  if (description_.isPerFrame) return extents_[channel];
+  return channel < data_.Directory().size() ? data_.Directory()[channel].samples : Extent();
 }
 
 bool CacheReader::TimesOf(std::uint32_t channel, Times* times, Error& error) {
@@ -86,8 +68,8 @@ bool CacheReader::TimesOf(std::uint32_t channel, Times* times, Error& error) {
 bool CacheReader::OpenFrame(std::int32_t tick, Error& error) {
   if (openTick_ == tick) return true;
   openTick_.reset();  // until the file is open and checked, whatever throws before that
-  group_.Clear();
-  FrameFileName(name_.base, description_.Tag(), description_.ticksPerFrame, tick, &fileName_);
+  prefetch_.Clear();
+  Files().NameAt(tick, &fileName_);
   path_.assign(name_.folder).append(fileName_);
   if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
     openTick_ = tick;
@@ -117,77 +99,38 @@ bool CacheReader::EntryAt(std::uint32_t channel, std::int32_t tick, SampleEntry*
   std::span<const SampleEntry> index;
   Error ignored;
   if (!data_.Index(channel, &index, ignored)) return false;
-  const std::uint32_t upTo = Times(index).CountUpTo(tick);
-  if (upTo == 0 || index[upTo - 1].tick != tick) return false;
-  *entry = index[upTo - 1];
-  return true;
+  const SampleEntry* const found = FindEntry(index, tick);
+  if (found != nullptr) *entry = *found;
+  return found != nullptr;
 }
 
 bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
                         void* array, Error& error) {
   const EType type = description_.channels[channel].type;
-  NoteRead(channel, tick);
-  if (groupReads_) {
-    if (const std::uint8_t* stored = group_.Find(entry)) {
+  prefetch_.NoteRead(channel, tick);
+  if (prefetches_) {
+    if (const std::uint8_t* stored = prefetch_.Find(entry)) {
       return UnpackArray(type, entry, stored, array, error);
     }
-    const FileRange group =
-        entry.storedSize <= kLargestGroupedArray ? GroupAround(channel, entry) : RangeOf(entry);
-    if (group.Size() > entry.storedSize) {
-      return group_.Read(data_.File(), group, type, entry, array, error);
+    const FileRange range = ChooseRange(channel, entry);
+    if (range.Size() > entry.storedSize) {
+      return prefetch_.Read(data_.File(), range, type, entry, array, error);
     }
   }
   return FetchArray(data_.File(), type, entry, array, &scratch_, error);
 }
 
-void CacheReader::NoteRead(std::uint32_t channel, std::int32_t tick) {
-  if (tick != currentTick_) ++timesRead_;
-  currentTick_ = tick;
-  lastRead_[channel] = timesRead_;
-}
-
-// The bytes from this array on, and before it, that hold the arrays of the channels which the
-// caller read at the time before and has yet to read at this one.
-FileRange CacheReader::GroupAround(std::uint32_t channel, const SampleEntry& entry) {
-  FileRange group = RangeOf(entry);
-  candidates_.clear();
-  for (std::uint32_t other = 0; other < lastRead_.size(); ++other) {
-    if (other == channel || lastRead_[other] + 1 != timesRead_) continue;
-    SampleEntry candidate;
-    if (EntryAt(other, entry.tick, &candidate) && candidate.storedSize <= kLargestGroupedArray)
-      candidates_.push_back(RangeOf(candidate));
-  }
-  std::sort(candidates_.begin(), candidates_.end(),
-            [](const FileRange& a, const FileRange& b) { return a.begin < b.begin; });
-  for (const FileRange& next : candidates_) {
-    if (next.begin >= group.end && next.begin - group.end <= kWidestGap &&
-        next.end - group.begin <= kLargestGroup) {
-      group.end = next.end;
+// The bytes of this array and of those near it that are due.
+FileRange CacheReader::ChooseRange(std::uint32_t channel, const SampleEntry& entry) {
+  if (!Prefetch::IsWorthwhile(entry)) return RangeOf(entry);
+  prefetch_.ForgetOffers();
+  for (std::uint32_t other = 0; other < description_.channels.size(); ++other) {
+    SampleEntry due;
+    if (other != channel && prefetch_.IsDue(other) && EntryAt(other, entry.tick, &due)) {
+      prefetch_.Offer(due);
     }
   }
-  std::reverse(candidates_.begin(), candidates_.end());
-  for (const FileRange& previous : candidates_) {
-    if (previous.end <= group.begin && group.begin - previous.end <= kWidestGap &&
-        group.end - previous.begin <= kLargestGroup) {
-      group.begin = previous.begin;
-    }
-  }
-  return group;
-}
-
-bool CacheReader::DataFileName(std::uint32_t file, std::string* name) const {
-  if (file >= DataFileCount()) return false;
-  if (description_.isPerFrame) {
-    FrameFileName(name_.base, description_.Tag(), description_.ticksPerFrame,
-                  description_.times.At(file), name);
-  } else {
-    SingleFileName(name_.base, description_.Tag(), name);
-  }
-  return true;
-}
-
-std::uint32_t CacheReader::DataFileCount() const {
-  return description_.isPerFrame ? description_.times.Count() : 1;
+  return prefetch_.RangeAround(entry);
 }
 
 }  // namespace kelsdk::nc

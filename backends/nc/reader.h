@@ -3,14 +3,14 @@
 #include <string>
 #include <vector>
 
-#include "backends/nc/array_fetch.h"
 #include "backends/nc/data_reader.h"
-#include "backends/nc/session.h"
+#include "backends/nc/open_cache.h"
+#include "backends/nc/prefetch.h"
 
 namespace kelsdk::nc {
 
 /// A cache open for reading.
-class CacheReader : public Session {
+class CacheReader : public OpenCache {
  public:
   /// Single-file layout: reads the description and the end of the data file. Per-frame layout:
   /// reads the description alone.
@@ -18,7 +18,7 @@ class CacheReader : public Session {
 
   /// With it on, a read takes along the arrays beside it that its caller has been reading at each
   /// time.
-  void SetGroupReads(bool enable) { groupReads_ = enable; }
+  void SetPrefetching(bool enable) { prefetches_ = enable; }
 
   const Description& Info() const override { return description_; }
   Extent ExtentOf(std::uint32_t channel) const override;
@@ -27,33 +27,25 @@ class CacheReader : public Session {
               io::Error& error) override;
   bool Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick, void* array,
              io::Error& error) override;
-  bool DataFileName(std::uint32_t file, std::string* name) const override;
-  std::uint32_t DataFileCount() const override;
+  DataFiles Files() const override { return {name_.base, description_}; }
 
  private:
   bool OpenSingle(io::Error& error);
   bool OpenFrame(std::int32_t tick, io::Error& error);
   bool CheckAgainstDescription(io::Error& error) const;
-  void NoteRead(std::uint32_t channel, std::int32_t tick);
   bool EntryAt(std::uint32_t channel, std::int32_t tick, SampleEntry* entry);
-  FileRange GroupAround(std::uint32_t channel, const SampleEntry& entry);
+  FileRange ChooseRange(std::uint32_t channel, const SampleEntry& entry);
 
   CacheName name_;
   Description description_;
-  std::vector<std::uint32_t> intervals_;  // per-frame layout: by channel, between its samples
+  std::vector<Extent> extents_;           // per-frame layout: by channel
   DataReader data_;                       // the data file, or that of the time read last
   std::optional<std::int32_t> openTick_;  // per-frame layout: whose file is open
   std::string fileName_;
   std::string path_;
   std::vector<std::uint8_t> scratch_;
-
-  // Reading several channels at each time.
-  bool groupReads_ = false;
-  GroupBuffer group_;
-  std::int32_t currentTick_ = 0;
-  std::uint64_t timesRead_ = 2;          // counts the changes of time; channels start at 0: unread
-  std::vector<std::uint64_t> lastRead_;  // by channel, timesRead_ when it was read last
-  std::vector<FileRange> candidates_;
+  bool prefetches_ = false;
+  Prefetch prefetch_;
 };
 
 }  // namespace kelsdk::nc

@@ -126,15 +126,24 @@ bool LoadRecordHeader(const std::uint8_t* bytes, RecordHeader* header) {
   return true;
 }
 
+DirectoryEntry DescribeIndex(EType type, std::uint32_t declared,
+                             std::span<const SampleEntry> samples) {
+  DirectoryEntry entry;
+  entry.samples = Times(samples).ToExtent();
+  entry.type = static_cast<std::uint32_t>(type);
+  entry.declared = declared;
+  return entry;
+}
+
 void StoreDirectoryEntry(const DirectoryEntry& entry, std::uint8_t* bytes) {
   FieldWriter out(bytes, kDirectoryEntrySize);
   out.Put(entry.indexOffset);
   out.Put(entry.indexChecksum);
-  out.Put(entry.count);
+  out.Put(entry.samples.count);
   out.Put(entry.type);
-  out.Put(entry.first);
-  out.Put(entry.last);
-  out.Put(entry.interval);
+  out.Put(entry.samples.first);
+  out.Put(entry.samples.last);
+  out.Put(entry.samples.interval);
   out.Put(entry.declared);
 }
 
@@ -143,11 +152,11 @@ DirectoryEntry LoadDirectoryEntry(const std::uint8_t* bytes) {
   DirectoryEntry entry;
   entry.indexOffset = in.U64();
   entry.indexChecksum = in.U64();
-  entry.count = in.U32();
+  entry.samples.count = in.U32();
   entry.type = in.U32();
-  entry.first = in.I32();
-  entry.last = in.I32();
-  entry.interval = in.U32();
+  entry.samples.first = in.I32();
+  entry.samples.last = in.I32();
+  entry.samples.interval = in.U32();
   entry.declared = in.U32();
   return entry;
 }

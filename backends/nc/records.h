@@ -2,13 +2,14 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <type_traits>
 
 #include "backends/io/error.h"
 #include "backends/nc/element_type.h"
 #include "backends/nc/format.h"
+#include "backends/nc/layout.h"
 #include "backends/nc/timeline.h"
-#include "host/KelTime.h"
 
 namespace kelsdk::nc {
 
@@ -16,14 +17,9 @@ namespace kelsdk::nc {
 // stands before it. Storing fills exactly the size that format.h gives; loading checks signature
 // and checksum, and gives false for anything else.
 
-struct FileHeader {
+struct FileHeader : FileLayout {
   Identity identity = {};
   std::uint64_t created = 0;  ///< nanoseconds since 1970
-  std::int32_t ticksPerFrame = 0;
-  KelFrameRate exactRate = {0,
-                            0};  ///< where the ticks per frame are cut; not valid: they are exact
-  bool isCompact = false;        ///< tag "ncc"
-  bool isPerFrame = false;       ///< the file holds one time of many
 };
 
 struct RecordHeader {
@@ -43,11 +39,8 @@ struct RecordHeader {
 struct DirectoryEntry {
   std::uint64_t indexOffset = 0;
   std::uint64_t indexChecksum = 0;
-  std::uint32_t count = 0;  ///< samples
-  std::uint32_t type = 0;
-  std::int32_t first = 0;      ///< tick of the first sample
-  std::int32_t last = 0;       ///< tick of the last sample
-  std::uint32_t interval = 0;  ///< between all neighbours; 0 when irregular or fewer than two
+  Extent samples;
+  std::uint32_t type = 0;      ///< of the channel's elements
   std::uint32_t declared = 0;  ///< the channel's declared interval, 0 for none
 };
 
@@ -73,6 +66,9 @@ bool LoadFileHeader(const std::uint8_t* bytes, FileHeader* header, io::Error& er
 void StoreRecordHeader(const RecordHeader& header, std::uint8_t* bytes);
 bool LoadRecordHeader(const std::uint8_t* bytes, RecordHeader* header);
 
+/// Says of an index what does not depend on where it stands.
+DirectoryEntry DescribeIndex(EType type, std::uint32_t declared,
+                             std::span<const SampleEntry> samples);
 void StoreDirectoryEntry(const DirectoryEntry& entry, std::uint8_t* bytes);
 DirectoryEntry LoadDirectoryEntry(const std::uint8_t* bytes);
 

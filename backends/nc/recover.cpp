@@ -9,6 +9,7 @@
 #include "backends/io/replace.h"
 #include "backends/nc/data_files.h"
 #include "backends/nc/data_writer.h"
+#include "backends/nc/file_ends.h"
 #include "backends/nc/owners.h"
 #include "backends/nc/remains.h"
 #include "backends/nc/scan.h"
@@ -34,11 +35,9 @@ bool ScanFile(const std::string& path, Scan* scan, Error& error) {
 bool IsFinished(const std::string& path, const Scan& scan) {
   io::InputFile file;
   Error ignored;
-  std::uint8_t bytes[kTrailerSize];
-  Trailer trailer;
-  return file.Open(path.c_str(), ignored) && file.Size() >= kTrailerSize &&
-         file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, ignored) &&
-         LoadTrailer(bytes, &trailer) && trailer.dataEnd == scan.end;
+  FileEnd end;
+  return file.Open(path.c_str(), ignored) && end.Read(file, ignored) && end.HasTrailer() &&
+         end.GetTrailer().dataEnd == scan.end;
 }
 
 // Cuts a file after its last whole time block and gives it its indices.
@@ -84,13 +83,12 @@ bool IsNamedAfterItsTime(const Scan& scan, const std::string& base, const std::s
   }
   if (!tick) return false;
   std::string expected;
-  FrameFileName(base, scan.header.isCompact ? "ncc" : "ncx", scan.header.ticksPerFrame, *tick,
-                &expected);
+  DataFileName(base, scan.header, *tick, &expected);
   return expected == fileName;
 }
 
 bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salvage,
-              const Report& report, Error& error) {
+              const io::Report& report, Error& error) {
   const std::string path = remains.partial.folder + fileName;
   Scan scan;
   Error why;
@@ -113,10 +111,7 @@ bool SaveFile(const Remains& remains, const std::string& fileName, Salvage* salv
   Description& description = salvage->description;
   description.identity = scan.header.identity;
   description.created = scan.header.created;
-  description.isCompact = scan.header.isCompact;
-  description.isPerFrame = scan.header.isPerFrame;
-  description.ticksPerFrame = scan.header.ticksPerFrame;
-  description.exactRate = scan.header.exactRate;
+  description.SetLayout(scan.header);
   if (!MergeChannels(scan, salvage)) {
     return error.Set(Error::eDamaged, "%.100s has other channels than the files before it",
                      fileName.c_str());
@@ -130,26 +125,19 @@ void SortUnique(std::vector<std::int32_t>* ticks) {
   ticks->erase(std::unique(ticks->begin(), ticks->end()), ticks->end());
 }
 
-void DescribeTimes(Salvage* salvage) {
-  for (const std::int32_t tick : salvage->ticks) salvage->description.times.Append(tick);
-  for (std::size_t i = 0; i < salvage->channelTicks.size(); ++i) {
-    std::vector<std::int32_t>& ticks = salvage->channelTicks[i];
-    SortUnique(&ticks);
-    Channel& channel = salvage->description.channels[i];
-    channel.hasOwnTimes = ticks != salvage->ticks;
-    if (!channel.hasOwnTimes) continue;
-    for (const std::int32_t tick : ticks) channel.times.Append(tick);
-  }
-}
-
 // Completes the data files and describes what they hold. Nothing is saved of a cache without a
 // whole time block.
-bool Rebuild(const Remains& remains, Salvage* salvage, const Report& report, Error& error) {
+bool Rebuild(const Remains& remains, Salvage* salvage, const io::Report& report, Error& error) {
   for (const std::string& fileName : remains.dataFiles) {
     if (!SaveFile(remains, fileName, salvage, report, error)) return false;
   }
   SortUnique(&salvage->ticks);
-  if (salvage->description.isPerFrame) DescribeTimes(salvage);
+  if (salvage->description.isPerFrame) {
+    for (auto& ticks : salvage->channelTicks) SortUnique(&ticks);
+    DescribeTimes(Times(salvage->ticks),
+                  std::vector<Times>(salvage->channelTicks.begin(), salvage->channelTicks.end()),
+                  &salvage->description);
+  }
   return true;
 }
 
@@ -159,7 +147,7 @@ std::uint32_t CountBlocks(const Remains& remains) {
   if (description.isPerFrame) return description.times.Count();
   std::string fileName;
   const CacheName& name = remains.partial.name;
-  SingleFileName(remains.begunAs.value_or(name.base), description.Tag(), &fileName);
+  DataFiles(remains.begunAs.value_or(name.base), description).Name(0, &fileName);
   Scan scan;
   Error ignored;
   if (!ScanFile((remains.begunAs ? name.folder : remains.partial.folder) + fileName, &scan,
@@ -183,7 +171,7 @@ bool RemoveEmptied(const Remains& remains, Error& error) {
 // Puts a cache into its place, or beside what stands there.
 class Placing {
  public:
-  Placing(Remains* remains, bool force, const Report& report)
+  Placing(Remains* remains, bool force, const io::Report& report)
       : remains_(*remains), name_(remains->partial.name), force_(force), report_(report) {}
 
   // Before anything is changed.
@@ -259,15 +247,15 @@ class Placing {
   Remains& remains_;
   const CacheName& name_;
   const bool force_;
-  const Report& report_;
+  const io::Report& report_;
   Standing standing_;
   bool isNewer_ = false;  // than what is recovered
 };
 
 enum EOutcome { eSaved, eFailed, eNothingWhole };
 
-EOutcome RecoverOne(Remains* remains, bool force, std::uint32_t* blockCount, const Report& report,
-                    Error& error) {
+EOutcome RecoverOne(Remains* remains, bool force, std::uint32_t* blockCount,
+                    const io::Report& report, Error& error) {
   Placing placing(remains, force, report);
   if (!placing.Look(error)) return eFailed;
   Salvage salvage;
@@ -286,7 +274,8 @@ EOutcome RecoverOne(Remains* remains, bool force, std::uint32_t* blockCount, con
 
 }  // namespace
 
-bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount, const Report& report) {
+bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount,
+             const io::Report& report) {
   *blockCount = 0;
   Error error;
   std::optional<Remains> remains;

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
+#include "backends/io/report.h"
 #include "backends/nc/names.h"
-#include "backends/nc/report.h"
 
 namespace kelsdk::nc {
 
@@ -11,6 +11,7 @@ namespace kelsdk::nc {
 /// newest. It takes the name unless a whole cache, or a newer one, stands there: then it goes
 /// beside it, or with `force` in the place of the whole one, which is kept under another name. May
 /// throw std::bad_alloc.
-bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount, const Report& report);
+bool Recover(const CacheName& name, bool force, std::uint32_t* blockCount,
+             const io::Report& report);
 
 }  // namespace kelsdk::nc

@@ -5,7 +5,7 @@
 #include "backends/io/beside.h"
 #include "backends/io/input_file.h"
 #include "backends/nc/data_files.h"
-#include "backends/nc/scan.h"
+#include "backends/nc/file_ends.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -37,7 +37,7 @@ class DataFileSearch {
 
   // eNotFound when one is nowhere; any other error leaves open where it is.
   bool FindAll(Error& error) {
-    return ForEachDataFile(*remains_.complete, name_.base, [&](const std::string& fileName) {
+    return DataFiles(name_.base, *remains_.complete).ForEach([&](const std::string& fileName) {
       const std::vector<std::string>& here = remains_.dataFiles;
       if (std::binary_search(here.begin(), here.end(), fileName) || IsPlaced(fileName)) return true;
       if (unclear_) {
@@ -81,7 +81,7 @@ std::uint64_t CreationOf(const Remains& remains) {
     FileHeader header;
     Error ignored;
     if (file.Open((remains.partial.folder + fileName).c_str(), ignored) &&
-        RecordScanner(file, file.Size()).ReadFileHeader(&header, ignored)) {
+        ReadFileHeader(file, &header, ignored)) {
       return header.created;
     }
   }
@@ -146,7 +146,7 @@ bool IsMoreUrgent(const Remains& remains, const Remains& other) {
   return remains.created > other.created;
 }
 
-void SayLeft(const Remains& remains, const Report& report) {
+void SayLeft(const Remains& remains, const io::Report& report) {
   report.Say("%s: another attempt, left as it is; recover again saves it",
              remains.partial.folder.c_str());
 }
@@ -178,7 +178,7 @@ bool IsLeftover(const Partial& partial, const Identity& identity) {
 
 }  // namespace
 
-bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Report& report,
+bool FindRemains(const CacheName& name, std::optional<Remains>* found, const io::Report& report,
                  Error& error) {
   std::vector<std::string> names;
   if (!ListFolder(name.folder, &names, error)) return false;
@@ -209,7 +209,7 @@ bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Rep
   return true;
 }
 
-std::uint32_t CountLeftovers(const CacheName& name, const Report& report) {
+std::uint32_t CountLeftovers(const CacheName& name, const io::Report& report) {
   std::vector<std::string> names;
   Error ignored;
   std::uint32_t count = 0;

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "backends/io/report.h"
 #include "backends/nc/description.h"
 #include "backends/nc/publish.h"
-#include "backends/nc/report.h"
 
 namespace kelsdk::nc {
 
@@ -24,10 +24,10 @@ struct Remains {
 /// The remains to recover next: those whose publication was interrupted, else the newest; the
 /// others are named. Finishes on the way what lacked nothing but the cleaning up. May throw
 /// std::bad_alloc.
-bool FindRemains(const CacheName& name, std::optional<Remains>* found, const Report& report,
+bool FindRemains(const CacheName& name, std::optional<Remains>* found, const io::Report& report,
                  io::Error& error);
 
 /// The remains that no living writer holds. May throw std::bad_alloc.
-std::uint32_t CountLeftovers(const CacheName& name, const Report& report);
+std::uint32_t CountLeftovers(const CacheName& name, const io::Report& report);
 
 }  // namespace kelsdk::nc

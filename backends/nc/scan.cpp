@@ -5,6 +5,7 @@
 
 #include "backends/io/checked.h"
 #include "backends/nc/checksum.h"
+#include "backends/nc/file_ends.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -134,20 +135,9 @@ class Assembler {
 
 }  // namespace
 
-bool RecordScanner::ReadFileHeader(FileHeader* header, Error& error) {
-  std::uint8_t bytes[kHeaderSize];
-  if (end_ < kHeaderSize) {
-    return error.Set(Error::eCutShort, "a data file of %llu bytes, its header has %zu",
-                     static_cast<unsigned long long>(end_), kHeaderSize);
-  }
-  if (!file_.ReadAt(0, bytes, sizeof bytes, error)) return false;
-  position_ = kHeaderSize;
-  return LoadFileHeader(bytes, header, error);
-}
-
 bool RecordScanner::Next(RecordHeader* header, Error& error) {
   error.Clear();
-  if (position_ == end_) return false;
+  if (position_ >= end_) return false;
   std::uint8_t bytes[kRecordHeaderSize];
   const auto at = static_cast<unsigned long long>(position_);
   if (!io::RangeFits(position_, kRecordHeaderSize, end_)) {
@@ -175,8 +165,8 @@ bool RecordScanner::Next(RecordHeader* header, Error& error) {
 bool ScanRecords(const io::InputFile& file, std::uint64_t end, Scan* scan, Error& error,
                  RecordVisitor* visitor) {
   *scan = Scan();
+  if (!ReadFileHeader(file, &scan->header, error)) return false;
   RecordScanner scanner(file, end);
-  if (!scanner.ReadFileHeader(&scan->header, error)) return false;
   scan->end = kHeaderSize;
   Assembler assembler(file, scan);
   RecordHeader header;

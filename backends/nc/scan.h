@@ -16,8 +16,6 @@ class RecordScanner {
   /// @param end  where the records end at the latest; at most the file's size
   RecordScanner(const io::InputFile& file, std::uint64_t end) : file_(file), end_(end) {}
 
-  bool ReadFileHeader(FileHeader* header, io::Error& error);
-
   /// Takes the next record, whose payload lies inside the file. False at the end and at anything
   /// that is no whole record; `error` tells which, and is clear at the end.
   bool Next(RecordHeader* header, io::Error& error);
@@ -28,7 +26,7 @@ class RecordScanner {
  private:
   const io::InputFile& file_;
   std::uint64_t end_;
-  std::uint64_t position_ = 0;
+  std::uint64_t position_ = kHeaderSize;
 };
 
 /// What the records of a data file say without its indices, up to the last whole time block.

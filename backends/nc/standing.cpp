@@ -26,7 +26,7 @@ bool IsDataWhole(const CacheName& name, const Description& description) {
     return reader.Open(name, why) || !IsMissingOrDamaged(why);
   }
   // However many files the description claims, the first that is not there ends it.
-  return ForEachDataFile(description, name.base, [&](const std::string& fileName) {
+  return DataFiles(name.base, description).ForEach([&](const std::string& fileName) {
     Identity identity = {};
     return ReadFileIdentity(name.folder + fileName, &identity, why)
                ? identity == description.identity
@@ -52,7 +52,7 @@ std::vector<std::string> FilesToKeep(const CacheName& name, const Standing& stan
                                      const Description& ours,
                                      const std::vector<std::string>& names) {
   std::unordered_set<std::string> overwritten;
-  ForEachDataFile(ours, name.base, [&](const std::string& fileName) {
+  DataFiles(name.base, ours).ForEach([&](const std::string& fileName) {
     overwritten.insert(fileName);
     return true;
   });

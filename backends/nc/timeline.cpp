@@ -1,6 +1,7 @@
 #include "backends/nc/timeline.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 
 namespace kelsdk::nc {
@@ -8,10 +9,6 @@ namespace {
 
 std::uint32_t Distance(std::int32_t earlier, std::int32_t later) {
   return static_cast<std::uint32_t>(std::int64_t{later} - earlier);
-}
-
-bool IsBefore(const SampleEntry& entry, std::int64_t tick) {
-  return entry.tick < tick;
 }
 
 }  // namespace
@@ -62,18 +59,67 @@ std::uint32_t TimeRuns::CountUpTo(std::int64_t tick) const {
   return run.first + static_cast<std::uint32_t>((tick - run.start) / run.step) + 1;
 }
 
+std::uint32_t TimeRuns::CommonInterval() const {
+  if (Count() < 2) return 0;
+  const std::uint32_t interval = Distance(At(0), At(1));
+  for (std::size_t i = 0; i < runs_.size(); ++i) {
+    if (runs_[i].count > 1 && runs_[i].step != interval) return 0;
+    if (i > 0 && runs_[i].start - runs_[i - 1].End() != std::int64_t{interval}) return 0;
+  }
+  return interval;
+}
+
 std::uint32_t Times::Count() const {
-  return runs_ != nullptr ? runs_->Count() : static_cast<std::uint32_t>(entries_.size());
+  return runs_ != nullptr ? runs_->Count() : count_;
 }
 
 std::int32_t Times::At(std::uint32_t index) const {
-  return runs_ != nullptr ? runs_->At(index) : entries_[index].tick;
+  if (runs_ != nullptr) return runs_->At(index);
+  std::int32_t tick = 0;
+  std::memcpy(&tick, first_ + index * stride_, sizeof tick);
+  return tick;
 }
 
 std::uint32_t Times::CountUpTo(std::int64_t tick) const {
   if (runs_ != nullptr) return runs_->CountUpTo(tick);
-  const auto after = std::lower_bound(entries_.begin(), entries_.end(), tick + 1, IsBefore);
-  return static_cast<std::uint32_t>(after - entries_.begin());
+  std::uint32_t low = 0;
+  std::uint32_t high = count_;
+  while (low < high) {
+    const std::uint32_t middle = low + (high - low) / 2;
+    if (At(middle) <= tick) {
+      low = middle + 1;
+    } else {
+      high = middle;
+    }
+  }
+  return low;
+}
+
+std::optional<std::uint32_t> Times::Find(std::int32_t tick) const {
+  const std::uint32_t upTo = CountUpTo(tick);
+  if (upTo == 0 || At(upTo - 1) != tick) return std::nullopt;
+  return upTo - 1;
+}
+
+std::uint32_t Times::CommonInterval() const {
+  if (runs_ != nullptr) return runs_->CommonInterval();
+  if (count_ < 2) return 0;
+  const std::uint32_t interval = Distance(At(0), At(1));
+  for (std::uint32_t i = 2; i < count_; ++i) {
+    if (Distance(At(i - 1), At(i)) != interval) return 0;
+  }
+  return interval;
+}
+
+Extent Times::ToExtent() const {
+  const std::uint32_t count = Count();
+  if (count == 0) return {};
+  return {count, At(0), At(count - 1), CommonInterval()};
+}
+
+const SampleEntry* FindEntry(std::span<const SampleEntry> entries, std::int32_t tick) {
+  const auto found = Times(entries).Find(tick);
+  return found ? &entries[*found] : nullptr;
 }
 
 std::optional<std::uint32_t> FindSample(const Times& times, std::int32_t tick,
@@ -93,36 +139,16 @@ std::optional<std::int32_t> NextTime(const Times& times, std::int32_t tick) {
   return times.At(upTo);
 }
 
-std::uint32_t CommonInterval(std::span<const SampleEntry> entries) {
-  if (entries.size() < 2) return 0;
-  const std::uint32_t interval = Distance(entries[0].tick, entries[1].tick);
-  for (std::size_t i = 2; i < entries.size(); ++i) {
-    if (Distance(entries[i - 1].tick, entries[i].tick) != interval) return 0;
-  }
-  return interval;
-}
-
-std::uint32_t CommonInterval(const TimeRuns& times) {
-  if (times.Count() < 2) return 0;
-  const std::uint32_t interval = Distance(times.At(0), times.At(1));
-  const std::vector<TimeRuns::Run>& runs = times.Runs();
-  for (std::size_t i = 0; i < runs.size(); ++i) {
-    if (runs[i].count > 1 && runs[i].step != interval) return 0;
-    if (i > 0 && runs[i].start - runs[i - 1].End() != std::int64_t{interval}) return 0;
-  }
-  return interval;
-}
-
 void InsertSample(std::vector<SampleEntry>* entries, const SampleEntry& entry) {
   if (entries->empty() || entries->back().tick < entry.tick) {
     entries->push_back(entry);
     return;
   }
-  const auto place = std::lower_bound(entries->begin(), entries->end(), entry.tick, IsBefore);
-  if (place->tick == entry.tick) {
-    *place = entry;
+  const std::uint32_t upTo = Times(*entries).CountUpTo(entry.tick);
+  if (upTo > 0 && (*entries)[upTo - 1].tick == entry.tick) {
+    (*entries)[upTo - 1] = entry;
   } else {
-    entries->insert(place, entry);
+    entries->insert(entries->begin() + upTo, entry);
   }
 }
 

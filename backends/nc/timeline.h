@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -15,7 +16,17 @@ struct SampleEntry {
   std::uint64_t storedSize = 0;  ///< bytes in the file; as many as the array has: stored raw
   std::uint64_t checksum = 0;    ///< of the array, decoded
 };
-static_assert(sizeof(SampleEntry) == 32, "an index in memory takes what it takes on disk");
+static_assert(sizeof(SampleEntry) == 32 && offsetof(SampleEntry, tick) == 0,
+              "an index in memory takes what it takes on disk");
+
+/// The samples of a channel at a glance.
+struct Extent {
+  std::uint32_t count = 0;
+  std::int32_t first = 0;  ///< ticks; 0 without a sample
+  std::int32_t last = 0;   ///< ticks; 0 without a sample
+  std::uint32_t interval =
+      0;  ///< ticks between all neighbours; 0: they differ, or below two samples
+};
 
 /// Ascending times, kept as runs of equal steps: what a regular channel needs does not grow with
 /// the number of its samples.
@@ -39,26 +50,46 @@ class TimeRuns {
   std::uint32_t Count() const;
   std::int32_t At(std::uint32_t index) const;
   std::uint32_t CountUpTo(std::int64_t tick) const;
+  std::uint32_t CommonInterval() const;
 
  private:
   std::vector<Run> runs_;
 };
 
-/// The times of one channel wherever they are kept. Refers to them: as short-lived as they are.
+/// Ascending times wherever they are kept. Refers to them: as short-lived as they are.
 class Times {
  public:
-  explicit Times(std::span<const SampleEntry> entries) : entries_(entries) {}
+  Times() = default;
+  explicit Times(std::span<const SampleEntry> entries)
+      : Times(entries.data(), sizeof(SampleEntry), entries.size()) {}
+  explicit Times(std::span<const std::int32_t> ticks)
+      : Times(ticks.data(), sizeof(std::int32_t), ticks.size()) {}
   explicit Times(const TimeRuns& runs) : runs_(&runs) {}
 
   std::uint32_t Count() const;
   std::int32_t At(std::uint32_t index) const;
-  /// The samples at or before a tick.
+  /// The times at or before a tick.
   std::uint32_t CountUpTo(std::int64_t tick) const;
+  /// The time at exactly a tick.
+  std::optional<std::uint32_t> Find(std::int32_t tick) const;
+  /// The one interval between all neighbours; 0 when they differ or there are fewer than two.
+  std::uint32_t CommonInterval() const;
+  Extent ToExtent() const;
 
  private:
-  std::span<const SampleEntry> entries_;
+  Times(const void* first, std::size_t stride, std::size_t count)
+      : first_(static_cast<const std::uint8_t*>(first)),
+        stride_(stride),
+        count_(static_cast<std::uint32_t>(count)) {}
+
+  const std::uint8_t* first_ = nullptr;  // the ticks, so many bytes apart
+  std::size_t stride_ = 0;
+  std::uint32_t count_ = 0;
   const TimeRuns* runs_ = nullptr;
 };
+
+/// The entry at exactly a tick; null when there is none.
+const SampleEntry* FindEntry(std::span<const SampleEntry> entries, std::int32_t tick);
 
 /// The sample that answers for a time: the one at that tick, else the one a tick later (times are
 /// cut toward zero on their way in), else the last one before it. The last sample answers for
@@ -68,10 +99,6 @@ std::optional<std::uint32_t> FindSample(const Times& times, std::int32_t tick,
 
 /// The first time strictly after a tick.
 std::optional<std::int32_t> NextTime(const Times& times, std::int32_t tick);
-
-/// The one interval between all neighbours; 0 when they differ or there are fewer than two samples.
-std::uint32_t CommonInterval(std::span<const SampleEntry> entries);
-std::uint32_t CommonInterval(const TimeRuns& runs);
 
 /// Puts a sample into its place by time; one of the same time is replaced. May throw
 /// std::bad_alloc.

@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "backends/nc/array_fetch.h"
+#include "backends/nc/arrays.h"
 #include "backends/nc/checksum.h"
+#include "backends/nc/data_files.h"
 #include "backends/nc/data_reader.h"
+#include "backends/nc/file_ends.h"
 #include "backends/nc/scan.h"
 
 namespace kelsdk::nc {
@@ -25,7 +27,7 @@ bool IsZero(std::span<const std::uint8_t> bytes) {
 // Collects the problems of one data file.
 class Problems {
  public:
-  Problems(const Report& report, const std::string& fileName)
+  Problems(const io::Report& report, const std::string& fileName)
       : report_(report), fileName_(fileName) {}
 
   bool None() const { return count_ == 0; }
@@ -45,7 +47,7 @@ class Problems {
   }
 
  private:
-  const Report& report_;
+  const io::Report& report_;
   const std::string& fileName_;
   int count_ = 0;
 };
@@ -98,7 +100,7 @@ class PayloadChecker : public RecordVisitor {
 // One data file against its records, its indices and the description.
 class FileVerifier {
  public:
-  FileVerifier(const CacheName& name, const Description& description, const Report& report)
+  FileVerifier(const CacheName& name, const Description& description, const io::Report& report)
       : name_(name), description_(description), report_(report) {}
 
   bool Verify(const std::string& fileName) {
@@ -107,12 +109,13 @@ class FileVerifier {
     io::InputFile file;
     scan_ = Scan();
     const std::string path = name_.folder + fileName;
-    if (!file.Open(path.c_str(), error)) {
+    FileEnd end;
+    if (!file.Open(path.c_str(), error) || !end.Read(file, error)) {
       problems.Add(error);
       return false;
     }
-    Trailer trailer;
-    const bool hasTrailer = ReadTrailer(file, &trailer, &problems);
+    const Trailer& trailer = end.GetTrailer();
+    const bool hasTrailer = HasTrailer(file, end, &problems);
     PayloadChecker checker(file, &problems);
     if (!ScanRecords(file, hasTrailer ? trailer.dataEnd : file.Size(), &scan_, error, &checker)) {
       problems.Add(error);
@@ -128,16 +131,10 @@ class FileVerifier {
   const Scan& Scanned() const { return scan_; }
 
  private:
-  bool ReadTrailer(const io::InputFile& file, Trailer* trailer, Problems* problems) {
-    std::uint8_t bytes[kTrailerSize];
-    Error error;
-    if (file.Size() < kTrailerSize ||
-        !file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, error) ||
-        !LoadTrailer(bytes, trailer) || trailer->dataEnd > file.Size()) {
-      problems->Add("the file lacks its trailer; it is cut short or was never completed");
-      return false;
-    }
-    return true;
+  static bool HasTrailer(const io::InputFile& file, const FileEnd& end, Problems* problems) {
+    if (end.HasTrailer() && end.GetTrailer().dataEnd <= file.Size()) return true;
+    problems->Add("the file lacks its trailer; it is cut short or was never completed");
+    return false;
   }
 
   void CheckAgainstTrailer(const Trailer& trailer, Problems* problems) {
@@ -154,11 +151,7 @@ class FileVerifier {
     if (header.identity != description_.identity) {
       problems->Add("the file belongs to another cache than the description");
     }
-    if (header.isCompact != description_.isCompact ||
-        header.isPerFrame != description_.isPerFrame ||
-        header.ticksPerFrame != description_.ticksPerFrame ||
-        header.exactRate.numerator != description_.exactRate.numerator ||
-        header.exactRate.denominator != description_.exactRate.denominator) {
+    if (!AreSame(header, description_)) {
       problems->Add("layout, form or frame rate differ from the description's");
     }
   }
@@ -198,7 +191,8 @@ class FileVerifier {
     std::uint64_t position = trailer.dataEnd;
     for (std::uint32_t i = 0; i < scan_.indices.size(); ++i) {
       CheckIndex(reader, i, problems);
-      const std::uint64_t size = std::uint64_t{reader.Directory()[i].count} * kIndexEntrySize;
+      const std::uint64_t size =
+          std::uint64_t{reader.Directory()[i].samples.count} * kIndexEntrySize;
       if (reader.Directory()[i].indexOffset != position || !PaddingIsZero(file, position + size)) {
         problems->Add("the index of channel %u is out of place", i);
       }
@@ -223,7 +217,7 @@ class FileVerifier {
     const bool same = index.size() == found.size() &&
                       (found.empty() || std::memcmp(index.data(), found.data(),
                                                     found.size() * sizeof(SampleEntry)) == 0);
-    if (!same || entry.interval != CommonInterval(found) ||
+    if (!same || entry.samples.interval != Times(found).CommonInterval() ||
         entry.declared != scan_.channels[channel].interval) {
       problems->Add("the index of channel %u differs from the records", channel);
     }
@@ -238,21 +232,16 @@ class FileVerifier {
 
   const CacheName& name_;
   const Description& description_;
-  const Report& report_;
+  const io::Report& report_;
   Scan scan_;
 };
 
-bool HasTime(const TimeRuns& times, std::int32_t tick) {
-  const std::uint32_t upTo = times.CountUpTo(tick);
-  return upTo > 0 && times.At(upTo - 1) == tick;
-}
-
 // A frame's file holds that time, in the channels that the description says.
 bool CheckFrame(const Description& description, std::int32_t tick, const Scan& scan,
-                const std::string& fileName, const Report& report) {
+                const std::string& fileName, const io::Report& report) {
   bool sound = true;
   for (std::uint32_t i = 0; i < description.channels.size(); ++i) {
-    const bool expected = HasTime(description.TimesOf(description.channels[i]), tick);
+    const bool expected = description.HasSample(i, tick);
     const std::size_t found = i < scan.indices.size() ? scan.indices[i].size() : 0;
     if (found == (expected ? 1 : 0) && (found == 0 || scan.indices[i].front().tick == tick)) {
       continue;
@@ -273,11 +262,11 @@ class TimesFound {
 
   void CountFile(std::int32_t tick) {
     for (std::size_t i = 0; i < counts_.size(); ++i) {
-      if (HasTime(description_.TimesOf(description_.channels[i]), tick)) ++counts_[i];
+      if (description_.HasSample(i, tick)) ++counts_[i];
     }
   }
 
-  bool AreAll(const Report& report) const {
+  bool AreAll(const io::Report& report) const {
     bool sound = true;
     for (std::size_t i = 0; i < counts_.size(); ++i) {
       const Channel& channel = description_.channels[i];
@@ -297,7 +286,7 @@ class TimesFound {
 
 }  // namespace
 
-bool Verify(const CacheName& name, const Report& report) {
+bool Verify(const CacheName& name, const io::Report& report) {
   Description description;
   Error error;
   if (!ReadDescription(name.DescriptionPath(), &description, error)) {
@@ -305,28 +294,27 @@ bool Verify(const CacheName& name, const Report& report) {
     return false;
   }
   FileVerifier verifier(name, description, report);
-  std::string fileName;
-  if (!description.isPerFrame) {
-    SingleFileName(name.base, description.Tag(), &fileName);
-    return verifier.Verify(fileName);
-  }
+  const DataFiles files(name.base, description);
   TimesFound found(description);
   bool sound = true;
   std::uint32_t broken = 0;
-  for (std::uint32_t i = 0; i < description.times.Count(); ++i) {
+  std::string fileName;
+  for (std::uint32_t i = 0; i < files.Count(); ++i) {
     if (broken == kMostBrokenFiles) {
       report.Say("%s: %u files are broken, the rest is not looked at", name.base.c_str(), broken);
       return false;
     }
-    const std::int32_t tick = description.times.At(i);
-    FrameFileName(name.base, description.Tag(), description.ticksPerFrame, tick, &fileName);
-    const bool whole = verifier.Verify(fileName) &&
-                       CheckFrame(description, tick, verifier.Scanned(), fileName, report);
+    files.Name(i, &fileName);
+    bool whole = verifier.Verify(fileName);
+    if (description.isPerFrame) {
+      const std::int32_t tick = description.times.At(i);
+      whole = whole && CheckFrame(description, tick, verifier.Scanned(), fileName, report);
+      found.CountFile(tick);
+    }
     broken += whole ? 0 : 1;
     sound = whole && sound;
-    found.CountFile(tick);
   }
-  return found.AreAll(report) && sound;
+  return (!description.isPerFrame || found.AreAll(report)) && sound;
 }
 
 }  // namespace kelsdk::nc

@@ -7,9 +7,10 @@
 #include <chrono>
 #include <cstring>
 
-#include "backends/nc/array_fetch.h"
+#include "backends/nc/arrays.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/codec.h"
+#include "backends/nc/file_ends.h"
 #include "backends/nc/owners.h"
 
 namespace kelsdk::nc {
@@ -46,10 +47,7 @@ FileHeader HeaderOf(const Description& description) {
   FileHeader header;
   header.identity = description.identity;
   header.created = description.created;
-  header.ticksPerFrame = description.ticksPerFrame;
-  header.exactRate = description.exactRate;
-  header.isCompact = description.isCompact;
-  header.isPerFrame = description.isPerFrame;
+  header.SetLayout(description);
   return header;
 }
 
@@ -60,7 +58,7 @@ CacheWriter::~CacheWriter() {
 }
 
 void CacheWriter::Discard() {
-  if (publishing_ || partial_.folder.empty()) return;
+  if (partial_.folder.empty()) return;
   try {
     DiscardPartial(&partial_);
     partial_.folder.clear();
@@ -69,22 +67,9 @@ void CacheWriter::Discard() {
   }
 }
 
-bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
-                        const KelFrameRate& exactRate, Error& error) {
-  const bool isCompact = tag != nullptr && std::strcmp(tag, "ncc") == 0;
-  if (!isCompact && (tag == nullptr || std::strcmp(tag, "ncx") != 0)) {
-    return error.Set(Error::eRefused, "the data-file tag is neither \"ncx\" nor \"ncc\"");
-  }
-  if (ticksPerFrame < 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
-  if (exactRate.IsValid() && !IsRateOfTicks(exactRate, ticksPerFrame)) {
-    return error.Set(Error::eRefused, "%u/%u frames per second are not %d ticks per frame",
-                     exactRate.numerator, exactRate.denominator, ticksPerFrame);
-  }
-  if (!CheckPlacesAhead(name, isPerFrame, tag, error)) return false;
-  description_.isPerFrame = isPerFrame;
-  description_.isCompact = isCompact;
-  description_.ticksPerFrame = ticksPerFrame;
-  description_.exactRate = exactRate;
+bool CacheWriter::Begin(const CacheName& name, const FileLayout& layout, Error& error) {
+  if (!CheckPlacesAhead(name, layout, error)) return false;
+  description_.SetLayout(layout);
   description_.created = Now();
   if (!MakeIdentity(&description_.identity, error)) return false;
   Partial partial;
@@ -92,11 +77,11 @@ bool CacheWriter::Begin(const CacheName& name, bool isPerFrame, const char* tag,
   partial_ = std::move(partial);
   fileName_.reserve(name.base.size() + kLongestNameEnding);
   path_.reserve(partial_.folder.size() + fileName_.capacity());
-  if (isPerFrame) {
+  if (layout.isPerFrame) {
     fileTimes_.reserve(kIndexReserve);
     return true;
   }
-  SingleFileName(name.base, tag, &fileName_);
+  Files().Name(0, &fileName_);
   return data_.Create(partial_.folder + fileName_, HeaderOf(description_), error);
 }
 
@@ -216,12 +201,11 @@ bool CacheWriter::AddRepeat(std::uint32_t channel, std::int32_t tick, std::uint3
     return error.Set(Error::eRefused, "channel %u can not repeat channel %u there", channel,
                      ofChannel);
   }
-  const std::vector<SampleEntry>& samples = indices_[ofChannel];
-  const std::uint32_t upTo = Times(samples).CountUpTo(ofTick);
-  if (upTo == 0 || samples[upTo - 1].tick != ofTick) {
+  const SampleEntry* const repeated = FindEntry(indices_[ofChannel], ofTick);
+  if (repeated == nullptr) {
     return error.Set(Error::eRefused, "channel %u has nothing at tick %d", ofChannel, ofTick);
   }
-  SampleEntry entry = samples[upTo - 1];
+  SampleEntry entry = *repeated;
   entry.tick = tick;
   if (!PrepareSample(channel, error)) return false;
   data_.AddRepeat(channel, channels[channel].type, entry);
@@ -243,8 +227,7 @@ bool CacheWriter::StoreArray(std::uint32_t channel, const void* array, SampleEnt
 bool CacheWriter::OpenForBlock(Error& error) {
   if (data_.IsOpen()) return true;
   const int tick = blockTick_;
-  FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame, tick,
-                &fileName_);
+  Files().NameAt(tick, &fileName_);
   path_.assign(partial_.folder).append(fileName_);
   declared_ = 0;
   blockCount_ = 0;
@@ -257,17 +240,15 @@ bool CacheWriter::OpenForBlock(Error& error) {
 bool CacheWriter::ReopenFrame(Error& error) {
   io::InputFile file;
   if (!file.Open(path_.c_str(), error)) return false;
-  std::uint8_t bytes[kTrailerSize];
-  Trailer trailer;
-  if (file.Size() < kTrailerSize ||
-      !file.ReadAt(file.Size() - kTrailerSize, bytes, sizeof bytes, error) ||
-      !LoadTrailer(bytes, &trailer) || trailer.identity != description_.identity) {
+  FileEnd end;
+  if (!end.Read(file, error) || !end.HasTrailer() ||
+      end.GetTrailer().identity != description_.identity) {
     return error.Set(Error::eDamaged, "the frame's file has been changed by others");
   }
   file.Close();
-  declared_ = trailer.channelCount;
-  blockCount_ = trailer.blockCount;
-  return data_.Reopen(path_, trailer.dataEnd, error);
+  declared_ = end.GetTrailer().channelCount;
+  blockCount_ = end.GetTrailer().blockCount;
+  return data_.Reopen(path_, end.GetTrailer().dataEnd, error);
 }
 
 void CacheWriter::DeclareChannels() {
@@ -293,10 +274,8 @@ bool CacheWriter::EndBlock(Error& error) {
 bool CacheWriter::FinishFrame(Error& error) {
   for (std::size_t i = 0; i < indices_.size(); ++i) {
     frameIndices_[i].clear();
-    const std::uint32_t upTo = Times(indices_[i]).CountUpTo(blockTick_);
-    if (upTo > 0 && indices_[i][upTo - 1].tick == blockTick_) {
-      frameIndices_[i].push_back(indices_[i][upTo - 1]);
-    }
+    const SampleEntry* const entry = FindEntry(indices_[i], blockTick_);
+    if (entry != nullptr) frameIndices_[i].push_back(*entry);
   }
   DeclareChannels();
   return data_.EndBlock(blockTick_, blockArrays_, error) &&
@@ -316,32 +295,22 @@ bool CacheWriter::FinishSingle(Error& error) {
          data_.Close(error);
 }
 
-bool CacheWriter::Finish(Error& error) {
+bool CacheWriter::Finish(Partial* partial, Description* description, Error& error) {
   if (!EndBlock(error)) return false;
   ArmFailure();
   if (!description_.isPerFrame && !FinishSingle(error)) return Fail(error);
-  if (description_.isPerFrame) DescribeTimes();
-  publishing_ = true;
-  return Publish(&partial_, &description_, false, error) || Fail(error);
-}
-
-void CacheWriter::DescribeTimes() {
-  for (const std::int32_t tick : fileTimes_) description_.times.Append(tick);
-  for (std::size_t i = 0; i < indices_.size(); ++i) {
-    const std::vector<SampleEntry>& index = indices_[i];
-    Channel& channel = description_.channels[i];
-    // Its samples are among the files, so equal in number means equal.
-    channel.hasOwnTimes = index.size() != fileTimes_.size();
-    if (!channel.hasOwnTimes) continue;
-    for (const SampleEntry& entry : index) channel.times.Append(entry.tick);
+  if (description_.isPerFrame) {
+    DescribeTimes(Times(fileTimes_), std::vector<Times>(indices_.begin(), indices_.end()),
+                  &description_);
   }
+  *partial = std::move(partial_);
+  *description = std::move(description_);
+  partial_.folder.clear();
+  return true;
 }
 
 Extent CacheWriter::ExtentOf(std::uint32_t channel) const {
-  const std::vector<SampleEntry>& index = indices_[channel];
-  if (index.empty()) return {};
-  return {static_cast<std::uint32_t>(index.size()), index.front().tick, index.back().tick,
-          CommonInterval(index)};
+  return Times(indices_[channel]).ToExtent();
 }
 
 bool CacheWriter::TimesOf(std::uint32_t channel, Times* times, Error&) {
@@ -360,26 +329,10 @@ bool CacheWriter::Fetch(std::uint32_t channel, const SampleEntry& entry, std::in
   if (data_.IsOpen() && (!description_.isPerFrame || entry.tick == blockTick_)) {
     return FetchArray(data_, type, entry, array, &scratch_, error);
   }
-  FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame, entry.tick,
-                &fileName_);
+  Files().NameAt(entry.tick, &fileName_);
   path_.assign(partial_.folder).append(fileName_);
   io::InputFile file;
   return file.Open(path_.c_str(), error) && FetchArray(file, type, entry, array, &scratch_, error);
-}
-
-bool CacheWriter::DataFileName(std::uint32_t file, std::string* name) const {
-  if (file >= DataFileCount()) return false;
-  if (description_.isPerFrame) {
-    FrameFileName(partial_.name.base, description_.Tag(), description_.ticksPerFrame,
-                  fileTimes_[file], name);
-  } else {
-    SingleFileName(partial_.name.base, description_.Tag(), name);
-  }
-  return true;
-}
-
-std::uint32_t CacheWriter::DataFileCount() const {
-  return description_.isPerFrame ? static_cast<std::uint32_t>(fileTimes_.size()) : 1;
 }
 
 }  // namespace kelsdk::nc

@@ -4,25 +4,22 @@
 #include <vector>
 
 #include "backends/nc/data_writer.h"
-#include "backends/nc/publish.h"
-#include "backends/nc/session.h"
+#include "backends/nc/open_cache.h"
+#include "backends/nc/partial.h"
 
 namespace kelsdk::nc {
 
-/// A cache being written. Its files gather in a folder of their own until Finish puts them in the
-/// place of an older cache; ending the object without that leaves them for `recover`, unless
-/// nothing has been written. A failed write is remembered: from then on nothing more is written and
-/// Finish refuses.
+/// A cache being written. Its files gather in a folder of their own; ending the object without
+/// Finish leaves them for `recover`, unless nothing has been written. A failed write is remembered:
+/// from then on nothing more is written and Finish refuses.
 ///
 /// Operations may throw std::bad_alloc.
-class CacheWriter : public Session {
+class CacheWriter : public OpenCache {
  public:
   CacheWriter() = default;
   ~CacheWriter() override;
 
-  /// @param exactRate  where the ticks per frame are cut from a rate; else not valid
-  bool Begin(const CacheName& name, bool isPerFrame, const char* tag, int ticksPerFrame,
-             const KelFrameRate& exactRate, io::Error& error);
+  bool Begin(const CacheName& name, const FileLayout& layout, io::Error& error);
 
   /// Small time blocks go to disk many at a time and do not survive the writer: for copies.
   void LetBlocksWait() { data_.LetBlocksWait(); }
@@ -41,9 +38,10 @@ class CacheWriter : public Session {
                  std::int32_t ofTick, io::Error& error);
   /// Does nothing outside a block.
   bool EndBlock(io::Error& error);
-  bool Finish(io::Error& error);
+  /// Completes the data files and hands over what is left to publish.
+  bool Finish(Partial* partial, Description* description, io::Error& error);
 
-  /// Gives up: removes what has been written, unless Finish has begun to publish it.
+  /// Gives up: removes what has been written, unless Finish has handed it over.
   void Discard();
 
   const Description& Info() const override { return description_; }
@@ -53,8 +51,7 @@ class CacheWriter : public Session {
               io::Error& error) override;
   bool Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick, void* array,
              io::Error& error) override;
-  bool DataFileName(std::uint32_t file, std::string* name) const override;
-  std::uint32_t DataFileCount() const override;
+  DataFiles Files() const override { return {partial_.name.base, description_, Times(fileTimes_)}; }
 
  private:
   bool CheckSample(std::uint32_t channel, std::int32_t tick, io::Error& error) const;
@@ -69,7 +66,6 @@ class CacheWriter : public Session {
   bool StoreArray(std::uint32_t channel, const void* array, SampleEntry* entry, io::Error& error);
   bool FinishFrame(io::Error& error);
   bool FinishSingle(io::Error& error);
-  void DescribeTimes();
 
   Partial partial_;
   Description description_;
@@ -88,7 +84,6 @@ class CacheWriter : public Session {
   std::int32_t blockTick_ = 0;
   std::uint32_t blockArrays_ = 0;
   bool holdsData_ = false;
-  bool publishing_ = false;
   io::Error failure_;
 };
 

@@ -24,6 +24,8 @@ struct Header {
   std::uint64_t OffsetOf(std::uint32_t sample) const {
     return kHeaderSize + sample * SampleBytes();
   }
+  /// Bytes of a file that holds every sample claimed.
+  std::uint64_t FileSize() const { return OffsetOf(sampleCount); }
   /// The whole samples of those claimed that a file of `fileSize` bytes holds.
   std::uint32_t WholeSamples(std::uint64_t fileSize) const;
 };

@@ -12,6 +12,7 @@ class Reader {
   bool Open(const char* path, io::Error& error);
 
   const Header& header() const { return header_; }
+  std::uint64_t FileSize() const { return file_.Size(); }
   std::uint32_t WholeSamples() const { return header_.WholeSamples(file_.Size()); }
 
   /// Reads the first `*pointCount` points of a sample, or as many as it has, straight into `points`

@@ -103,13 +103,13 @@ bool FindFreeName(const std::string& target, std::string* name, io::Error& error
 
 // Keeps the file that is about to be replaced under a name of its own, which it may have from a
 // recovery that was interrupted.
-bool KeepOlder(const std::string& target, const Report& report, io::Error& error) {
+bool KeepOlder(const std::string& target, const io::Report& report, io::Error& error) {
   for (unsigned int attempt = 1; attempt <= io::kMostNames; ++attempt) {
     const std::string name = NameBeside(target, io::kOlderSuffix, attempt);
     if (io::Link(target.c_str(), name.c_str(), error) ||
         (error.kind() == io::Error::eExists && io::IsSameFile(target.c_str(), name.c_str()))) {
       error.Clear();
-      report(("the older file is kept as " + name).c_str());
+      report.Say("the older file is kept as %s", name.c_str());
       return io::SyncFolderOf(name.c_str(), error);
     }
     if (error.kind() != io::Error::eExists) break;
@@ -147,8 +147,7 @@ bool Complete(const Partial& partial, io::OutputFile* file, const Header& header
               io::Error& error) {
   unsigned char bytes[kHeaderSize];
   EncodeHeader(header, bytes);
-  if (!file->WriteAt(0, bytes, sizeof bytes, error) ||
-      !file->Truncate(header.OffsetOf(header.sampleCount), error)) {
+  if (!file->WriteAt(0, bytes, sizeof bytes, error) || !file->Truncate(header.FileSize(), error)) {
     return false;
   }
   const struct timespec times[] = {{0, UTIME_OMIT}, partial.written};
@@ -157,7 +156,8 @@ bool Complete(const Partial& partial, io::OutputFile* file, const Header& header
 }
 
 bool Publish(const Partial& partial, io::OutputFile* file, const Header& header,
-             const io::ReplaceTarget& target, bool force, const Report& report, io::Error& error) {
+             const io::ReplaceTarget& target, bool force, const io::Report& report,
+             io::Error& error) {
   const Standing standing = LookAtStanding(target, partial);
   if (force && standing.isNewer) {
     return error.Set(io::Error::eRefused,
@@ -174,15 +174,14 @@ bool Publish(const Partial& partial, io::OutputFile* file, const Header& header,
       !io::SyncFolderOf(name.c_str(), error) || !file->Close(error)) {
     return false;
   }
-  std::string line = std::to_string(header.sampleCount) + " whole samples saved as " + name;
-  if (beside) line += "; " + target.path + " stays as it is";
-  report(line.c_str());
+  const std::string stays = beside ? "; " + target.path + " stays as it is" : "";
+  report.Say("%u whole samples saved as %s%s", header.sampleCount, name.c_str(), stays.c_str());
   return true;
 }
 
 }  // namespace
 
-bool Recover(const char* path, bool force, std::uint32_t* sampleCount, const Report& report,
+bool Recover(const char* path, bool force, std::uint32_t* sampleCount, const io::Report& report,
              io::Error& error) {
   io::ReplaceTarget target;
   if (!io::FindReplaceTarget(path, &target, error)) return false;
@@ -192,14 +191,14 @@ bool Recover(const char* path, bool force, std::uint32_t* sampleCount, const Rep
   for (const Partial& partial : FindPartials(target.path)) {
     if (newest) {
       if (IsLeftover(partial.path)) {
-        report(
-            (partial.path + ": an older attempt, left as it is; recover again saves it").c_str());
+        report.Say("%s: an older attempt, left as it is; recover again saves it",
+                   partial.path.c_str());
       }
     } else if (io::OutputFile opened; OpenPartial(partial.path, &opened, &header, error)) {
       file = std::move(opened);
       newest = partial;
     } else {
-      report((partial.path + ": " + error.text()).c_str());
+      report.Say("%s: %s", partial.path.c_str(), error.text());
     }
   }
   if (!newest) {
@@ -210,7 +209,7 @@ bool Recover(const char* path, bool force, std::uint32_t* sampleCount, const Rep
   return true;
 }
 
-std::uint32_t CountLeftovers(const char* path, const Report& report) {
+std::uint32_t CountLeftovers(const char* path, const io::Report& report) {
   io::ReplaceTarget target;
   io::Error ignored;
   // Whatever stands there, the path is followed.
@@ -219,7 +218,7 @@ std::uint32_t CountLeftovers(const char* path, const Report& report) {
   for (const Partial& partial : FindPartials(target.path)) {
     if (!IsLeftover(partial.path)) continue;
     ++count;
-    report((partial.path + ": left by a writer that died").c_str());
+    report.Say("%s: left by a writer that died", partial.path.c_str());
   }
   return count;
 }

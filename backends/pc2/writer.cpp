@@ -92,7 +92,7 @@ bool Writer::End(io::Error& error) {
   }
   if (hasGap_ && !WriteHeader(header_, error)) return false;
   const char* target = target_.path.c_str();
-  if (!file_.Truncate(header_.OffsetOf(header_.sampleCount), error) || !file_.Sync(error) ||
+  if (!file_.Truncate(header_.FileSize(), error) || !file_.Sync(error) ||
       !io::Rename(partialPath_.c_str(), target, error)) {
     return false;
   }

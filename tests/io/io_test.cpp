@@ -106,7 +106,7 @@ TEST_F(Io, AFileThatEndsEarlyIsTold) {
     EXPECT_EQ(error.kind(), Error::eCutShort);
     EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
     error.Clear();
-    EXPECT_FALSE(in.ReadSplitAt(10, read.data(), 20, read.data() + 20, 30, error));
+    EXPECT_FALSE(in.ReadScatter(10, RunsOver(read, {20, 30}).data(), 2, error));
     EXPECT_EQ(error.kind(), Error::eCutShort);
     EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
   }

@@ -27,7 +27,7 @@ TEST(Description, WhatIsUnderstood) {
   EXPECT_TRUE(description.isPerFrame);
   EXPECT_TRUE(description.isCompact);
   EXPECT_EQ(description.identity[15], 15);
-  EXPECT_DOUBLE_EQ(description.ExactTicksPerFrame(), 250.25);
+  EXPECT_DOUBLE_EQ(ExactTicks(description.ticksPerFrame, description.exactRate), 250.25);
   ASSERT_EQ(description.channels.size(), 2u);
   EXPECT_EQ(description.channels[1].name, "a<\xC3\xA9");
   EXPECT_EQ(description.channels[1].interval, 7u);

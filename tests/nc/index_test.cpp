@@ -42,7 +42,7 @@ class DataFile {
   // With the checksums of what has changed. Without its trailer the file is read by its records.
   void Store(bool withTrailer = true) {
     for (std::uint32_t i = 0; i < directory.size(); ++i) {
-      const std::size_t size = directory[i].count * kIndexEntrySize;
+      const std::size_t size = directory[i].samples.count * kIndexEntrySize;
       directory[i].indexChecksum = Checksum(&bytes_[directory[i].indexOffset], size);
       StoreDirectoryEntry(directory[i], &bytes_[trailer.directory + i * kDirectoryEntrySize]);
     }
@@ -155,13 +155,13 @@ TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
        [](DataFile& file) { std::swap(file.Index(0)[1], file.Index(0)[2]); }, true},
       {"two entries of one time",
        [](DataFile& file) { file.Index(0)[2].tick = file.Index(0)[1].tick; }, true},
-      {"another first time", [](DataFile& file) { ++file.directory[0].first; }, true},
-      {"another last time", [](DataFile& file) { --file.directory[0].last; }, true},
+      {"another first time", [](DataFile& file) { ++file.directory[0].samples.first; }, true},
+      {"another last time", [](DataFile& file) { --file.directory[0].samples.last; }, true},
       {"an array where the records have ended",
        [](DataFile& file) { file.Index(0)[1].offset = file.trailer.dataEnd; }, true},
       {"an entry less",
        [](DataFile& file) {
-         file.directory[0].last = file.Index(0)[--file.directory[0].count - 1].tick;
+         file.directory[0].samples.last = file.Index(0)[--file.directory[0].samples.count - 1].tick;
        },
        false},
       {"a time between its neighbours", [](DataFile& file) { ++file.Index(0)[1].tick; }, false},
@@ -172,7 +172,8 @@ TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
          file.Index(0)[0].tick = tick;
        },
        false},
-      {"an interval that is none", [](DataFile& file) { file.directory[1].interval = 250; }, true},
+      {"an interval that is none", [](DataFile& file) { file.directory[1].samples.interval = 250; },
+       true},
       {"an interval that nobody declared", [](DataFile& file) { file.directory[0].declared = 250; },
        true},
       {"a block more", [](DataFile& file) { ++file.trailer.blockCount; }, true},

@@ -1,6 +1,7 @@
 #include <filesystem>
 
 #include "backends/nc/description.h"
+#include "backends/nc/names.h"
 #include "tests/nc/nc_test.h"
 
 namespace kelsdk::nc {

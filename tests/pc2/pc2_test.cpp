@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <limits>
 #include <optional>
 
 #include "backends/io/endian.h"
@@ -114,6 +115,44 @@ TEST_F(PC2, OddButSoundFiles) {
   EXPECT_EQ(cache.Fetch(3), 18.0F);
   fs::resize_file(path_, 100);
   EXPECT_FALSE(cache.Fetch(3));
+}
+
+TEST_F(PC2, VerifyTellsEveryProblem) {
+  constexpr float kNone = std::numeric_limits<float>::quiet_NaN();
+  const struct {
+    const char* problems;
+    Bytes file;
+  } rows[] = {
+      {"", MakePC2(2, 3, 72)},
+      {"", MakePC2(0, 5, 0)},
+      {"", MakePC2(300000000, 0, 0)},  // room for a sample is not asked for
+      {"holds 2 whole samples of 3 claimed\n", MakePC2(2, 3, 71)},
+      {"4 bytes after the last sample\n", MakePC2(2, 3, 76)},
+      {"the start frame is no number\nthe sample rate gives the samples no frames\n",
+       MakePC2(1, 1, 12, kNone, 0)},
+      {"1 samples of 12 bytes claimed, 11 bytes left\n", MakePC2(1, 1, 11)},
+      {"version 2, only 1 is known\n",
+       [] {
+         Bytes file = MakePC2(2, 3, 72);
+         file[12] = 2;
+         return file;
+       }()},
+  };
+  const auto note = [](void* lines, const char* line) {
+    static_cast<std::string*>(lines)->append(line).append("\n");
+  };
+  const std::string path = folder_.File("a.pc2");
+  for (const auto& row : rows) {
+    WriteBytes(path, row.file);
+    std::string lines;
+    const bool sound = zuPointCache2IO::verify(path.c_str(), note, &lines);
+    EXPECT_EQ(lines, row.problems);
+    EXPECT_EQ(sound, lines.empty());
+  }
+  zuPointCache2IO reader;
+  WriteBytes(path, MakePC2(2, 3, 24));
+  ASSERT_TRUE(reader.initialize(path.c_str(), zuPointCache2IO::readMode));
+  EXPECT_EQ(reader.promisedSize(), 32U + 72);
 }
 
 TEST_F(PC2, PathsThatCannotBe) {

@@ -50,23 +50,4 @@ inline FileRange RangeOf(const SampleEntry& entry) {
   return {entry.offset, entry.offset + entry.storedSize};
 }
 
-/// Arrays that stand side by side in a file, read with one system call and handed out from memory.
-class GroupBuffer {
- public:
-  /// Reads `group`; an array in it that is stored raw goes straight to its place and is not kept.
-  /// May throw std::bad_alloc.
-  bool Read(const io::InputFile& file, const FileRange& group, EType type, const SampleEntry& entry,
-            void* array, io::Error& error);
-
-  /// The stored form of an array, when it is here.
-  const std::uint8_t* Find(const SampleEntry& entry) const;
-
-  void Clear() { before_ = after_ = FileRange(); }
-
- private:
-  std::vector<std::uint8_t> bytes_;  // only grows
-  FileRange before_;                 // of the file, at the start of bytes_
-  FileRange after_;                  // right behind it
-};
-
 }  // namespace kelsdk::nc

@@ -1,4 +1,4 @@
-// The operations on whole caches that need no open one: converting, verifying, recovering.
+// The operations of the interface on whole caches, which need no open one.
 #include "backends/io/guard.h"
 #include "backends/nc/convert.h"
 #include "backends/nc/owners.h"
@@ -18,17 +18,17 @@ nc::ConvertOptions OptionsOf(int ticksPerFrame,
   return {ticksPerFrame, options.exactRate, options.firstSample, options.sampleCount};
 }
 
-// What the two conversions share around their work.
-template <typename Work>
-bool Convert(const char* folder, const char* baseName,
-             const zuCacheFileInterface::conversionWatch& watch, Work&& work) {
+// Runs the body of an operation on the cache of a name. A failure's reason goes to `report`.
+template <typename Result, typename Body>
+Result Run(const char* folder, const char* baseName, Result onFailure, const io::Report& report,
+           Body&& body) {
   Error error;
-  const bool converted = io::Guarded(error, false, [&] {
+  const Result result = io::Guarded(error, onFailure, [&] {
     nc::CacheName name;
-    return nc::MakeCacheName(folder, baseName, &name, error) && work(name, error);
+    return nc::MakeCacheName(folder, baseName, &name, error) ? body(name, error) : onFailure;
   });
-  if (!converted && watch.report != nullptr) watch.report(watch.context, error.text());
-  return converted;
+  if (result == onFailure && error) report.Say("%s", error.text());
+  return result;
 }
 
 }  // namespace
@@ -50,33 +50,31 @@ bool zuCacheFileInterface::convertFromPc2(const char* pc2FileName, const char* f
                                           const char* dataFileTag, int ticksPerFrame,
                                           const conversionOptions& options,
                                           const conversionWatch& watch) {
-  return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
-    return nc::ConvertFromPc2(pc2FileName, name, format == eFilePerFrame, dataFileTag,
-                              OptionsOf(ticksPerFrame, options), {watch.proceed, watch.context},
-                              error);
-  });
+  return Run(folder, baseName, false, {watch.report, watch.context},
+             [&](const nc::CacheName& name, Error& error) {
+               return nc::ConvertFromPc2(pc2FileName, name, format == eFilePerFrame, dataFileTag,
+                                         OptionsOf(ticksPerFrame, options),
+                                         {watch.proceed, watch.context}, error);
+             });
 }
 
 bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* folder,
                                         const char* baseName, unsigned int channelIndex,
                                         int ticksPerFrame, const conversionOptions& options,
                                         const conversionWatch& watch) {
-  return Convert(folder, baseName, watch, [&](const nc::CacheName& name, Error& error) {
-    return nc::ConvertToPc2(pc2FileName, name, channelIndex, OptionsOf(ticksPerFrame, options),
-                            {watch.proceed, watch.context}, error);
-  });
+  return Run(folder, baseName, false, {watch.report, watch.context},
+             [&](const nc::CacheName& name, Error& error) {
+               return nc::ConvertToPc2(pc2FileName, name, channelIndex,
+                                       OptionsOf(ticksPerFrame, options),
+                                       {watch.proceed, watch.context}, error);
+             });
 }
 
 bool zuCacheFileInterface::verify(const char* folder, const char* baseName, reportFunction report,
                                   void* context) {
-  const nc::Report lines{report, context};
-  Error error;
-  nc::CacheName name;
-  const bool sound = io::Guarded(error, false, [&] {
-    return nc::MakeCacheName(folder, baseName, &name, error) && nc::Verify(name, lines);
-  });
-  if (error) lines.Say("%s", error.text());
-  return sound;
+  const io::Report lines{report, context};
+  return Run(folder, baseName, false, lines,
+             [&](const nc::CacheName& name, Error&) { return nc::Verify(name, lines); });
 }
 
 bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
@@ -87,44 +85,33 @@ bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
 bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
                                    const recoverOptions& options, unsigned int& blockCount,
                                    reportFunction report, void* context) {
-  const nc::Report lines{report, context};
-  Error error;
-  nc::CacheName name;
+  const io::Report lines{report, context};
   blockCount = 0;
-  const bool saved = io::Guarded(error, false, [&] {
-    return nc::MakeCacheName(folder, baseName, &name, error) &&
-           nc::Recover(name, options.force, &blockCount, lines);
+  const bool saved = Run(folder, baseName, false, lines, [&](const nc::CacheName& name, Error&) {
+    return nc::Recover(name, options.force, &blockCount, lines);
   });
-  if (error) lines.Say("%s", error.text());
   if (!saved) blockCount = 0;
   return saved;
 }
 
 unsigned int zuCacheFileInterface::leftovers(const char* folder, const char* baseName,
                                              reportFunction report, void* context) {
-  Error error;
-  nc::CacheName name;
-  return io::Guarded(error, 0U, [&] {
-    return nc::MakeCacheName(folder, baseName, &name, error)
-               ? nc::CountLeftovers(name, {report, context})
-               : 0U;
+  return Run(folder, baseName, 0U, {}, [&](const nc::CacheName& name, Error&) {
+    return nc::CountLeftovers(name, {report, context});
   });
 }
 
 unsigned int zuCacheFileInterface::dataFilesInTheWay(const char* folder, const char* baseName,
                                                      fileFunction told, void* context) {
-  Error error;
-  nc::CacheName name;
   unsigned int count = 0;
-  io::Guarded(error, false, [&] {
-    return nc::MakeCacheName(folder, baseName, &name, error) &&
-           nc::ForEachInTheWay(
-               name,
-               [&](const std::string& fileName, bool isReplaceable) {
-                 ++count;
-                 if (told != nullptr) told(context, fileName.c_str(), isReplaceable);
-               },
-               error);
+  Run(folder, baseName, false, {}, [&](const nc::CacheName& name, Error& error) {
+    return nc::ForEachInTheWay(
+        name,
+        [&](const std::string& fileName, bool isReplaceable) {
+          ++count;
+          if (told != nullptr) told(context, fileName.c_str(), isReplaceable);
+        },
+        error);
   });
   return count;
 }

@@ -18,6 +18,7 @@ using kelsdk::alembic::Property;
 using kelsdk::alembic::TimeSampling;
 using kelsdk::io::Error;
 using kelsdk::io::Guarded;
+using kelsdk::io::SetFromException;
 
 struct AlembicInterface::Impl {
   std::unique_ptr<ChannelList> channels;
@@ -162,13 +163,13 @@ bool AlembicInterface::GetChannelTypeIsFloat(unsigned int channelIndex) {
 }
 
 bool AlembicInterface::GetChannelBuffer(unsigned int channelIndex, float* buffer,
-                                        unsigned int count, const KelTime& time) {
+                                        unsigned int count, const KelTime& time) try {
   if (impl == nullptr || !impl->Has(channelIndex)) return false;
   if (buffer == nullptr && count != 0)
     return impl->error.Set(Error::eRefused, "no buffer for %u elements", count);
-  return Guarded(impl->error, false, [&] {
-    return impl->channels->Read(channelIndex, time.GetSeconds(), buffer, count, impl->error);
-  });
+  return impl->channels->Read(channelIndex, time.GetSeconds(), buffer, count, impl->error);
+} catch (...) {
+  return SetFromException(impl->error);
 }
 
 const char* AlembicInterface::GetErrorString() const {

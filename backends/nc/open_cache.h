@@ -3,24 +3,17 @@
 #include <cstdint>
 
 #include "backends/io/error.h"
+#include "backends/nc/data_files.h"
 #include "backends/nc/description.h"
 #include "backends/nc/timeline.h"
 
 namespace kelsdk::nc {
 
-/// The samples of a channel at a glance.
-struct Extent {
-  std::uint32_t count = 0;
-  std::int32_t first = 0;      ///< ticks; 0 without a sample
-  std::int32_t last = 0;       ///< ticks; 0 without a sample
-  std::uint32_t interval = 0;  ///< ticks between all neighbours; 0: irregular, or below two samples
-};
-
 /// An open cache, being read or being written: what catalogue, time and data queries ask of it.
 /// Channel and sample numbers are in range. Operations may throw std::bad_alloc.
-class Session {
+class OpenCache {
  public:
-  virtual ~Session() = default;
+  virtual ~OpenCache() = default;
 
   virtual const Description& Info() const = 0;
   virtual Extent ExtentOf(std::uint32_t channel) const = 0;
@@ -33,9 +26,7 @@ class Session {
   /// the caller asked for.
   virtual bool Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
                      void* array, io::Error& error) = 0;
-  /// The data file of a number counted from 0; its name alone.
-  virtual bool DataFileName(std::uint32_t file, std::string* name) const = 0;
-  virtual std::uint32_t DataFileCount() const = 0;
+  virtual DataFiles Files() const = 0;
 };
 
 /// Equal intervals, or fewer than two samples.
@@ -43,10 +34,10 @@ bool IsRegular(const Extent& extent);
 
 /// The interval between two samples of a regular channel, and what the last sample of any channel
 /// holds for: that of the channel, else the one declared for it, else the ticks per frame.
-std::uint32_t SamplingInterval(const Session& session, std::uint32_t channel);
+std::uint32_t SamplingInterval(const OpenCache& cache, std::uint32_t channel);
 
 /// The sample that answers for a time. False, with `error` set, when none does.
-bool FindSampleAt(Session& session, std::uint32_t channel, std::int32_t tick, SampleEntry* entry,
+bool FindSampleAt(OpenCache& cache, std::uint32_t channel, std::int32_t tick, SampleEntry* entry,
                   io::Error& error);
 
 }  // namespace kelsdk::nc

@@ -3,6 +3,7 @@
 #include "backends/io/guard.h"
 #include "backends/pc2/reader.h"
 #include "backends/pc2/recover.h"
+#include "backends/pc2/verify.h"
 #include "backends/pc2/writer.h"
 #include "backends/zuPointCache2IO.h"
 
@@ -22,12 +23,6 @@ void Show(const pc2::Header& header, zuPointCache2IO* shown) {
   shown->startFrame = header.startFrame;
   shown->sampleRate = header.sampleRate;
   shown->sampleCount = header.sampleCount;
-}
-
-auto Teller(zuPointCache2IO::reportFunction report, void* context) {
-  return [=](const char* line) {
-    if (report != nullptr) report(context, line);
-  };
 }
 
 }  // namespace
@@ -95,6 +90,20 @@ unsigned int zuPointCache2IO::wholeSampleCount() const {
   return impl != nullptr ? impl->reader.WholeSamples() : 0;
 }
 
+std::uint64_t zuPointCache2IO::promisedSize() const {
+  if (impl == nullptr || version != pc2::kVersion) return 0;
+  return impl->reader.header().FileSize();
+}
+
+bool zuPointCache2IO::verify(const char* fileName, reportFunction report, void* context) {
+  const io::Report lines{report, context};
+  io::Error error;
+  const bool sound = io::Guarded(
+      error, false, [&] { return pc2::Verify(fileName != nullptr ? fileName : "", lines); });
+  if (error) lines.Say("%s", error.text());
+  return sound;
+}
+
 bool zuPointCache2IO::recover(const char* fileName, unsigned int& savedCount, reportFunction report,
                               void* context) {
   return recover(fileName, {}, savedCount, report, context);
@@ -102,13 +111,13 @@ bool zuPointCache2IO::recover(const char* fileName, unsigned int& savedCount, re
 
 bool zuPointCache2IO::recover(const char* fileName, const recoverOptions& options,
                               unsigned int& savedCount, reportFunction report, void* context) {
-  const auto tell = Teller(report, context);
+  const io::Report lines{report, context};
   io::Error error;
   const bool recovered = io::Guarded(error, false, [&] {
-    return pc2::Recover(fileName != nullptr ? fileName : "", options.force, &savedCount, tell,
+    return pc2::Recover(fileName != nullptr ? fileName : "", options.force, &savedCount, lines,
                         error);
   });
-  if (!recovered) tell(error.text());
+  if (!recovered) lines.Say("%s", error.text());
   return recovered;
 }
 
@@ -116,7 +125,7 @@ unsigned int zuPointCache2IO::leftovers(const char* fileName, reportFunction rep
                                         void* context) {
   io::Error error;
   return io::Guarded(error, 0U, [&] {
-    return fileName != nullptr ? pc2::CountLeftovers(fileName, Teller(report, context)) : 0U;
+    return fileName != nullptr ? pc2::CountLeftovers(fileName, {report, context}) : 0U;
   });
 }
 
