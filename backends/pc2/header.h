@@ -33,8 +33,8 @@ struct Header {
 /// False when the bytes do not begin with the signature.
 bool DecodeHeader(const unsigned char (&bytes)[kHeaderSize], Header* header, io::Error& error);
 
-/// Refuses a number of points that cannot be: the format stores it signed, and a sample must fit the
-/// 32-bit sizes of its readers. The number of samples has no sign and no limit.
+/// Refuses a number of points that cannot be: the format stores it signed, and a sample must fit
+/// the 32-bit sizes of its readers. The number of samples has no sign and no limit.
 bool CheckCounts(const Header& header, io::Error& error);
 
 void EncodeHeader(const Header& header, unsigned char (&bytes)[kHeaderSize]);
