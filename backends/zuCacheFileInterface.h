@@ -26,6 +26,9 @@ struct zuCacheData {
 /// docs/nc-format.md gives the files byte by byte.
 class zuCacheFileInterface {
  public:
+  /// The clock of NC caches.
+  static constexpr int kTicksPerSecond = 6000;
+
   enum cacheFileFormat : int {
     eSingleFile = 0,    ///< one data file for all times
     eFilePerFrame = 1,  ///< one data file per frame

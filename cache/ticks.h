@@ -6,9 +6,9 @@
 
 namespace kelsdk {
 
-inline constexpr double kTicksPerSecond = 6000.0;
+inline constexpr double kTicksPerSecond = zuCacheFileInterface::kTicksPerSecond;
 inline constexpr long long kUnitsPerTick = 7697693;  // KelTime::kUnitsPerSecond / 6000
-static_assert(kUnitsPerTick * 6000 == KelTime::kUnitsPerSecond);
+static_assert(kUnitsPerTick * zuCacheFileInterface::kTicksPerSecond == KelTime::kUnitsPerSecond);
 
 /// The smallest rate accepted, frames per second: 2 to the power -52.
 inline constexpr double kSmallestRate = 2.220446049250313e-16;

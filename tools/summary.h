@@ -10,7 +10,7 @@
 
 namespace kelcache {
 
-inline constexpr int kTicksPerSecond = 6000;
+inline constexpr int kTicksPerSecond = kelsdk::zuCacheFileInterface::kTicksPerSecond;
 
 /// How far a sample may lie beside its place when it was rounded to a tick; a little more than half
 /// of one, so that rounding does not lose a frame that lies right between two.

@@ -3,11 +3,12 @@
 #include <cstdint>
 
 #include "backends/io/error.h"
+#include "backends/zuCacheFileInterface.h"
 #include "host/KelTime.h"
 
 namespace kelsdk::nc {
 
-constexpr std::uint64_t kTicksPerSecond = 6000;
+constexpr std::uint64_t kTicksPerSecond = zuCacheFileInterface::kTicksPerSecond;
 
 /// Ticks of a frame, not cut to whole ones; `exactRate` may be not valid.
 inline double ExactTicks(std::int32_t ticksPerFrame, const KelFrameRate& exactRate) {
