@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <ranges>
 #include <utility>
 
 namespace kelsdk::alembic {
@@ -79,9 +78,16 @@ std::uint32_t TimeSampling::FloorUniform(double seconds, std::uint32_t sampleCou
 }
 
 std::uint32_t TimeSampling::FloorCyclic(double seconds, std::uint32_t sampleCount) const {
-  const auto samples = std::views::iota(std::uint32_t{0}, sampleCount);
-  const auto timeOf = [this](std::uint32_t sample) { return TimeOf(sample); };
-  const std::uint32_t after = *std::ranges::upper_bound(samples, seconds, {}, timeOf);
+  // The first sample after `seconds`, which the first one is not and the last one is.
+  std::uint32_t after = 1;
+  for (std::uint32_t last = sampleCount - 1; after < last;) {
+    const std::uint32_t middle = after + (last - after) / 2;
+    if (TimeOf(middle) > seconds) {
+      last = middle;
+    } else {
+      after = middle + 1;
+    }
+  }
   const bool exact = TimeOf(after - 1) == seconds;
   return !exact && Near(TimeOf(after), seconds) ? after : after - 1;
 }
