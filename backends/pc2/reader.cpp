@@ -1,7 +1,6 @@
 #include "backends/pc2/reader.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace kelsdk::pc2 {
 
@@ -51,9 +50,11 @@ bool Reader::Read(std::uint32_t sample, float* points, std::uint32_t* pointCount
 
 bool Reader::ReadRun(std::uint32_t first, std::uint32_t count, float* points, io::Error& error) {
   if (count == 0) return true;
-  // A last one beyond 32 bits becomes a number that no file has.
-  const std::uint64_t end = std::min<std::uint64_t>(std::uint64_t{first} + count,
-                                                    std::numeric_limits<std::uint32_t>::max());
+  const std::uint64_t end = std::uint64_t{first} + count;
+  if (end > header_.sampleCount) {
+    return error.Set(io::Error::eRefused, "samples to %llu asked for, the file has %u",
+                     static_cast<unsigned long long>(end), header_.sampleCount);
+  }
   return HasSample(static_cast<std::uint32_t>(end - 1), error) &&
          file_.ReadAt(header_.OffsetOf(first), points, header_.SampleBytes() * count, error);
 }
