@@ -123,10 +123,34 @@ class zuCacheFileInterface {
   /// publish.
   void discardWrite();
 
+  /// The form of the arrays behind the tag "ncc": that of all caches before version 2.1, where each
+  /// array stands by itself, and the usual one, where it is predicted from earlier ones.
+  static constexpr unsigned int kFirstCompactEncoding = 1;
+  static constexpr unsigned int kCompactEncoding = 2;
+
   /// As above, noting the exact frame rate where 6000 / rate is no whole number of ticks, such as
-  /// 24000/1001, whose ticks per frame are 250. Refused when the two do not agree.
+  /// 24000/1001, whose ticks per frame are 250 (not valid: none). Refused when the two do not
+  /// agree.
   bool initFileWrite(const char* folder, const char* baseName, cacheFileFormat format,
-                     const char* dataFileTag, int ticksPerFrame, const KelFrameRate& exactRate);
+                     const char* dataFileTag, int ticksPerFrame, const KelFrameRate& exactRate,
+                     unsigned int compactEncoding = kCompactEncoding);
+  /// The form of the open cache's arrays, 0 when they are stored as they are.
+  unsigned int compactEncoding() const;
+
+  /// What the arrays of a cache that is open for reading take, in bytes: by themselves, and on
+  /// disk. An array that several samples share counts once. Only of a cache in one file: false for
+  /// any other, and when its indices cannot be read.
+  bool arraySizes(unsigned long long& arrayBytes, unsigned long long& storedBytes) const;
+
+  /// Lets the values of a channel move by at most so much, in their own unit, where that takes less
+  /// room: what is read differs from what was written by no more, in double precision. NaN and
+  /// infinities stay, as does any array of which a value cannot be kept within the bound. Refused
+  /// for integers, for a cache that is not in compact encoding 2, and once an array has been
+  /// written since the channel was added.
+  bool setMaximumError(unsigned int channelIndex, double maximumError);
+  /// What setMaximumError was told when the cache was written, 0 when it was not; false for an
+  /// unknown channel.
+  bool maximumError(unsigned int channelIndex, double& maximumError) const;
   /// The exact frame rate, where one is noted.
   bool exactFrameRate(KelFrameRate& rate) const;
 
@@ -158,6 +182,8 @@ class zuCacheFileInterface {
     KelFrameRate exactRate = {0, 0};  ///< noted with an NC cache; frames are frames of it
     unsigned int firstSample = 0;     ///< of the PC2 file
     unsigned int sampleCount = ~0u;   ///< or as many as there are
+    unsigned int compactEncoding = kCompactEncoding;  ///< of a compact NC cache
+    double maximumError = 0;  ///< of its points, as setMaximumError takes it; 0: none moves
   };
 
   /// Follows a conversion, which may run for minutes.

@@ -68,7 +68,7 @@ std::string DescriptionOf(const Bytes& file, int form) {
   if (file.size() >= kHeaderSize) {
     std::copy_n(file.begin() + 16, description.identity.size(), description.identity.begin());
   }
-  description.isCompact = (form & 1) != 0;
+  description.encoding = (form & 1) == 0 ? eRaw : (form & 4) != 0 ? ePredicted : eBytePlanes;
   description.isPerFrame = (form & 2) != 0;
   description.ticksPerFrame = 250;
   for (int type = 2; type <= 6; ++type) {

@@ -280,10 +280,13 @@ bool ConvertFromPc2(const char* pc2FileName, const CacheName& name, bool isPerFr
   FileLayout layout;
   std::uint32_t channel = 0;
   const bool converted = io::Guarded(error, false, [&] {
-    return MakeLayout(isPerFrame, tag, options.ticksPerFrame, options.exactRate, &layout, error) &&
+    return MakeLayout(isPerFrame, tag, options.ticksPerFrame, options.exactRate,
+                      options.compactEncoding, &layout, error) &&
            writer.Begin(name, layout, error) &&
            writer.AddChannel(name.base.c_str(), "Points", zuCacheData::eNCFloatVectorArray,
                              times.Interval(), &channel, error) &&
+           (options.maximumError == 0 ||
+            writer.SetMaximumError(channel, options.maximumError, error)) &&
            CopySamples(file, range, times, writer, channel, proceed, error) &&
            FinishAndPublish(&writer, error);
   });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backends/io/error.h"
+#include "backends/nc/layout.h"
 #include "backends/nc/names.h"
 #include "host/KelTime.h"
 
@@ -23,6 +24,8 @@ struct ConvertOptions {
   KelFrameRate exactRate = {0, 0};  ///< where the ticks per frame are cut; else not valid
   std::uint32_t firstSample = 0;
   std::uint32_t sampleCount = ~0u;  ///< or as many as there are
+  std::uint32_t compactEncoding = ePredicted;
+  double maximumError = 0;  ///< of the points in an NC cache; 0: none moves
 };
 
 /// Writes the samples of a PC2 file as one channel of float vectors named after the base name, each

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "backends/io/endian.h"
 #include "backends/nc/checksum.h"
 
 namespace kelsdk::nc {
@@ -25,14 +26,17 @@ struct iovec RunOf(const void* bytes, std::size_t size) {
 bool DataWriter::Create(const std::string& path, const FileHeader& header, io::Error& error) {
   if (!file_.Create(path.c_str(), kDataFileMode, error)) return false;
   end_ = 0;
+  encoding_ = header.encoding;
   pending_.clear();
   StoreFileHeader(header, Pend(kHeaderSize));
   return true;
 }
 
-bool DataWriter::Reopen(const std::string& path, std::uint64_t dataEnd, io::Error& error) {
+bool DataWriter::Reopen(const std::string& path, const FileLayout& layout, std::uint64_t dataEnd,
+                        io::Error& error) {
   if (!file_.OpenExisting(path.c_str(), error)) return false;
   end_ = dataEnd;
+  encoding_ = layout.encoding;
   pending_.clear();
   return file_.Truncate(dataEnd, error);
 }
@@ -58,7 +62,12 @@ bool DataWriter::ReadAt(std::uint64_t offset, void* buffer, std::size_t count,
 }
 
 void DataWriter::AddChannel(std::uint32_t index, const Channel& channel) {
-  const std::string payload = channel.name + channel.interpretation;
+  std::string payload = channel.name + channel.interpretation;
+  if (encoding_ == ePredicted) {
+    char bytes[sizeof channel.maximumError];
+    io::StoreLittle(bytes, channel.maximumError);
+    payload.append(bytes, sizeof bytes);
+  }
   RecordHeader header;
   header.kind = eChannelRecord;
   header.channel = index;

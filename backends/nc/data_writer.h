@@ -25,7 +25,8 @@ class DataWriter {
   bool Create(const std::string& path, const FileHeader& header, io::Error& error);
 
   /// Goes on with a file that Finish has ended: cuts the indices off.
-  bool Reopen(const std::string& path, std::uint64_t dataEnd, io::Error& error);
+  bool Reopen(const std::string& path, const FileLayout& layout, std::uint64_t dataEnd,
+              io::Error& error);
 
   /// From here on the end of a block is as small as what else waits: for a writer whose blocks are
   /// of no use without the end.
@@ -63,6 +64,7 @@ class DataWriter {
 
   io::OutputFile file_;
   bool blocksWait_ = false;
+  EEncoding encoding_ = eRaw;
   std::uint64_t end_ = 0;                  ///< bytes on disk
   std::vector<std::uint8_t> pending_;      ///< whole records that follow them
   std::vector<DirectoryEntry> directory_;  ///< kept from file to file for its memory alone

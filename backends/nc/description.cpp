@@ -1,6 +1,8 @@
 #include "backends/nc/description.h"
 
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <cstring>
 #include <pugixml.hpp>
 
@@ -76,6 +78,7 @@ bool ReadChannel(const pugi::xml_node& node, Description* description, io::Error
   const char* type = attributes.Text("type");
   Channel channel;
   channel.interval = attributes.OptionalNumber<std::uint32_t>("interval", 0);
+  channel.maximumError = attributes.OptionalNumber<double>("maximumError", 0);
   if (!attributes.Done()) return false;
   if (!CheckChannelTexts(name, interpretation, error)) return false;
   std::uint32_t number = 0;
@@ -86,6 +89,10 @@ bool ReadChannel(const pugi::xml_node& node, Description* description, io::Error
   channel.name = name;
   channel.interpretation = interpretation;
   channel.type = static_cast<EType>(number);
+  if (node.attribute("maximumError") &&
+      !CheckMaximumError(*description, channel.type, channel.maximumError, error)) {
+    return false;
+  }
   for (const pugi::xml_node& child : node.children()) {
     if (std::strcmp(child.name(), "times") != 0 || channel.hasOwnTimes ||
         !description->isPerFrame || child.first_attribute()) {
@@ -117,10 +124,15 @@ bool ReadRootAttributes(const pugi::xml_node& root, Description* description, io
   const char* const replaced = attributes.OptionalText("replaces");
   description->created = attributes.OptionalNumber<std::uint64_t>("created", 0);
   description->isPerFrame = attributes.Choice("layout", "single", "perFrame");
-  description->isCompact = attributes.Choice("data", "ncx", "ncc");
+  const bool isCompact = attributes.Choice("data", "ncx", "ncc");
+  const auto encoding = attributes.OptionalNumber<std::uint32_t>("encoding", isCompact ? 1 : 0);
   const auto ticksPerFrame = attributes.Number<std::int32_t>("ticksPerFrame");
   const char* const exactRate = attributes.OptionalText("frameRate");
   if (!attributes.Done()) return false;
+  if (isCompact ? encoding != eBytePlanes && encoding != ePredicted : encoding != eRaw) {
+    return error.Set(io::Error::eUnsupported, "arrays of encoding %u", encoding);
+  }
+  description->encoding = static_cast<EEncoding>(encoding);
   description->ticksPerFrame = *ticksPerFrame;
   if (description->ticksPerFrame < 0) {
     return error.Set(io::Error::eDamaged, "%d ticks per frame", description->ticksPerFrame);
@@ -178,6 +190,12 @@ void WriteTimes(pugi::xml_node parent, const TimeRuns& times) {
   parent.append_child("times").text().set(text.c_str());
 }
 
+// As few digits as read back as the same number.
+std::string FormatNumber(double number) {
+  char text[32];
+  return {text, std::to_chars(text, text + sizeof text, number).ptr};
+}
+
 class StringWriter : public pugi::xml_writer {
  public:
   void write(const void* bytes, std::size_t size) override {
@@ -187,6 +205,17 @@ class StringWriter : public pugi::xml_writer {
 };
 
 }  // namespace
+
+bool CheckMaximumError(const FileLayout& layout, EType type, double maximumError,
+                       io::Error& error) {
+  if (layout.encoding != ePredicted || ElementWidth(type) == 0 ||
+      type == zuCacheData::eNCInt32Array) {
+    return error.Set(io::Error::eRefused,
+                     "a maximum error is for real numbers in compact encoding %d", ePredicted);
+  }
+  if (maximumError > 0 && std::isfinite(maximumError)) return true;
+  return error.Set(io::Error::eRefused, "a maximum error of %g", maximumError);
+}
 
 bool CheckChannelTexts(const char* name, const char* interpretation, io::Error& error) {
   if (name == nullptr || *name == 0) {
@@ -254,6 +283,7 @@ std::string FormatDescription(const Description& description) {
   root.append_attribute("created") = std::to_string(description.created).c_str();
   root.append_attribute("layout") = description.isPerFrame ? "perFrame" : "single";
   root.append_attribute("data") = description.Tag();
+  if (description.encoding == ePredicted) root.append_attribute("encoding") = ePredicted;
   root.append_attribute("ticksPerFrame") = description.ticksPerFrame;
   if (description.exactRate.IsValid()) {
     const std::string rate = std::to_string(description.exactRate.numerator) + "/" +
@@ -266,6 +296,9 @@ std::string FormatDescription(const Description& description) {
     node.append_attribute("interpretation") = channel.interpretation.c_str();
     node.append_attribute("type") = kElementTypes[channel.type].name;
     if (channel.interval != 0) node.append_attribute("interval") = channel.interval;
+    if (channel.maximumError != 0) {
+      node.append_attribute("maximumError") = FormatNumber(channel.maximumError).c_str();
+    }
     if (channel.hasOwnTimes) WriteTimes(node, channel.times);
   }
   if (description.isPerFrame) WriteTimes(root, description.times);

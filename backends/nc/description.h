@@ -17,6 +17,7 @@ struct Channel {
   std::string interpretation;
   EType type = zuCacheData::eNCUnknownData;
   std::uint32_t interval = 0;  ///< declared, in ticks; 0: the ticks per frame
+  double maximumError = 0;     ///< that values may have been moved by; 0: none has
   bool hasOwnTimes = false;    ///< per-frame layout: `times` and not those of the files
   TimeRuns times;
 };
@@ -49,6 +50,9 @@ bool ReadDescription(const std::string& path, Description* description, io::Erro
 
 /// May throw std::bad_alloc.
 std::string FormatDescription(const Description& description);
+
+/// Refuses a maximum error that a channel of this type in this layout cannot have.
+bool CheckMaximumError(const FileLayout& layout, EType type, double maximumError, io::Error& error);
 
 /// What addChannel and a description ask of a channel's texts: a name that is not empty, and
 /// neither text missing or too long.

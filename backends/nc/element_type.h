@@ -34,6 +34,12 @@ constexpr std::size_t ElementSize(EType type) {
   return IsElementType(index) ? kElementTypes[index].elementSize : 0;
 }
 
+/// Values of an element; 0 likewise.
+constexpr std::size_t ElementWidth(EType type) {
+  const auto index = static_cast<std::uint32_t>(type);
+  return IsElementType(index) ? kElementTypes[index].elementWidth : 0;
+}
+
 /// Bytes of an array: 32 bits times at most 24, so it cannot wrap.
 constexpr std::uint64_t ArraySize(EType type, std::uint32_t elementCount) {
   return std::uint64_t{elementCount} * ElementSize(type);

@@ -13,19 +13,24 @@ bool CheckExactRate(const KelFrameRate& exactRate, std::int32_t ticksPerFrame, E
 }
 
 bool AreSame(const FileLayout& a, const FileLayout& b) {
-  return a.isCompact == b.isCompact && a.isPerFrame == b.isPerFrame &&
+  return a.encoding == b.encoding && a.isPerFrame == b.isPerFrame &&
          a.ticksPerFrame == b.ticksPerFrame && a.exactRate.numerator == b.exactRate.numerator &&
          a.exactRate.denominator == b.exactRate.denominator;
 }
 
 bool MakeLayout(bool isPerFrame, const char* tag, int ticksPerFrame, const KelFrameRate& exactRate,
-                FileLayout* layout, Error& error) {
+                unsigned int compactEncoding, FileLayout* layout, Error& error) {
   const bool isCompact = tag != nullptr && std::strcmp(tag, "ncc") == 0;
   if (!isCompact && (tag == nullptr || std::strcmp(tag, "ncx") != 0)) {
     return error.Set(Error::eRefused, "the data-file tag is neither \"ncx\" nor \"ncc\"");
   }
+  if (compactEncoding != eBytePlanes && compactEncoding != ePredicted) {
+    return error.Set(Error::eRefused, "compact encoding %u is none that is served",
+                     compactEncoding);
+  }
   if (ticksPerFrame < 0) return error.Set(Error::eRefused, "%d ticks per frame", ticksPerFrame);
-  *layout = {isCompact, isPerFrame, ticksPerFrame, exactRate};
+  const auto encoding = isCompact ? static_cast<EEncoding>(compactEncoding) : eRaw;
+  *layout = {encoding, isPerFrame, ticksPerFrame, exactRate};
   return CheckExactRate(exactRate, ticksPerFrame, error);
 }
 

@@ -22,16 +22,16 @@ void Prefetch::NoteRead(std::uint32_t channel, std::int32_t tick) {
   lastRead_[channel] = timesRead_;
 }
 
-bool Prefetch::IsWorthwhile(const SampleEntry& entry) {
-  return entry.storedSize <= kLargestArray;
+bool Prefetch::IsWorthwhile(const FileRange& range) {
+  return range.Size() <= kLargestArray;
 }
 
-void Prefetch::Offer(const SampleEntry& entry) {
-  if (IsWorthwhile(entry)) offers_.push_back(RangeOf(entry));
+void Prefetch::Offer(const FileRange& range) {
+  if (IsWorthwhile(range)) offers_.push_back(range);
 }
 
-FileRange Prefetch::RangeAround(const SampleEntry& entry) {
-  FileRange range = RangeOf(entry);
+FileRange Prefetch::RangeAround(const FileRange& own) {
+  FileRange range = own;
   std::sort(offers_.begin(), offers_.end(),
             [](const FileRange& a, const FileRange& b) { return a.begin < b.begin; });
   for (const FileRange& next : offers_) {
@@ -50,31 +50,27 @@ FileRange Prefetch::RangeAround(const SampleEntry& entry) {
   return range;
 }
 
-bool Prefetch::Read(const io::InputFile& file, const FileRange& range, EType type,
-                    const SampleEntry& entry, void* array, io::Error& error) {
-  const FileRange own = RangeOf(entry);
-  const bool straight = IsStoredRaw(type, entry);
+bool Prefetch::Read(const io::InputFile& file, const FileRange& range, const FileRange& own,
+                    void* straight, io::Error& error) {
   Clear();
-  const FileRange before{range.begin, straight ? own.begin : range.end};
-  const FileRange after{straight ? own.end : range.end, range.end};
+  const FileRange before{range.begin, straight != nullptr ? own.begin : range.end};
+  const FileRange after{straight != nullptr ? own.end : range.end, range.end};
   const auto beforeSize = static_cast<std::size_t>(before.Size());
   const auto afterSize = static_cast<std::size_t>(after.Size());
   if (bytes_.size() < beforeSize + afterSize) bytes_.resize(beforeSize + afterSize);
   struct iovec runs[] = {{bytes_.data(), beforeSize},
-                         {array, straight ? static_cast<std::size_t>(own.Size()) : 0},
+                         {straight, straight != nullptr ? static_cast<std::size_t>(own.Size()) : 0},
                          {bytes_.data() + beforeSize, afterSize}};
   if (!file.ReadScatter(range.begin, runs, 3, error)) return false;
   before_ = before;
   after_ = after;
-  if (straight) return VerifyArray(type, entry, array, error);
-  return UnpackArray(type, entry, Find(entry), array, error);
+  return true;
 }
 
-const std::uint8_t* Prefetch::Find(const SampleEntry& entry) const {
-  const FileRange own = RangeOf(entry);
-  if (own.Size() == 0) return nullptr;
-  if (before_.Contains(own)) return bytes_.data() + (own.begin - before_.begin);
-  if (after_.Contains(own)) return bytes_.data() + before_.Size() + (own.begin - after_.begin);
+const std::uint8_t* Prefetch::Find(const FileRange& range) const {
+  if (range.Size() == 0) return nullptr;
+  if (before_.Contains(range)) return bytes_.data() + (range.begin - before_.begin);
+  if (after_.Contains(range)) return bytes_.data() + before_.Size() + (range.begin - after_.begin);
   return nullptr;
 }
 

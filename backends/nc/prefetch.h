@@ -21,20 +21,21 @@ class Prefetch {
   void NoteRead(std::uint32_t channel, std::int32_t tick);
   bool IsDue(std::uint32_t channel) const { return lastRead_[channel] + 1 == timesRead_; }
 
-  /// The stored form of an array, when it is here.
-  const std::uint8_t* Find(const SampleEntry& entry) const;
+  /// The bytes of a range, when they are here.
+  const std::uint8_t* Find(const FileRange& range) const;
 
   /// Whether an array is small enough that what reading it along saves is worth its copy.
-  static bool IsWorthwhile(const SampleEntry& entry);
+  static bool IsWorthwhile(const FileRange& range);
   /// Begins a new choice of what to read along.
   void ForgetOffers() { offers_.clear(); }
   /// An array of the same file that is due.
-  void Offer(const SampleEntry& entry);
+  void Offer(const FileRange& range);
   /// The run of the file with an array and those offered that stand near it.
-  FileRange RangeAround(const SampleEntry& entry);
-  /// Reads the run. An array that is stored raw goes straight to its place and is not kept.
-  bool Read(const io::InputFile& file, const FileRange& range, EType type, const SampleEntry& entry,
-            void* array, io::Error& error);
+  FileRange RangeAround(const FileRange& own);
+  /// Reads a run. The array in it that is stored raw, where `straight` is not null, goes there and
+  /// is not kept.
+  bool Read(const io::InputFile& file, const FileRange& range, const FileRange& own, void* straight,
+            io::Error& error);
 
   /// Forgets the arrays: another file follows.
   void Clear() { before_ = after_ = FileRange(); }

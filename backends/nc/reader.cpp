@@ -1,5 +1,7 @@
 #include "backends/nc/reader.h"
 
+#include <algorithm>
+
 namespace kelsdk::nc {
 namespace {
 
@@ -16,6 +18,7 @@ bool CacheReader::Open(const CacheName& name, Error& error) {
   name_ = name;
   if (!ReadDescription(name.DescriptionPath(), &description_, error)) return false;
   prefetch_.Start(description_.channels.size());
+  arrays_.Start(description_.channels.size());
   if (!description_.isPerFrame) return OpenSingle(error);
   for (const Channel& channel : description_.channels) {
     extents_.push_back(Times(description_.TimesOf(channel)).ToExtent());
@@ -69,6 +72,7 @@ bool CacheReader::OpenFrame(std::int32_t tick, Error& error) {
   if (openTick_ == tick) return true;
   openTick_.reset();  // until the file is open and checked, whatever throws before that
   prefetch_.Clear();
+  arrays_.Forget();
   Files().NameAt(tick, &fileName_);
   path_.assign(name_.folder).append(fileName_);
   if (data_.Open(path_, description_.identity, error) && CheckAgainstDescription(error)) {
@@ -104,33 +108,61 @@ bool CacheReader::EntryAt(std::uint32_t channel, std::int32_t tick, SampleEntry*
   return found != nullptr;
 }
 
-bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
-                        void* array, Error& error) {
-  const EType type = description_.channels[channel].type;
-  prefetch_.NoteRead(channel, tick);
-  if (prefetches_) {
-    if (const std::uint8_t* stored = prefetch_.Find(entry)) {
-      return UnpackArray(type, entry, stored, array, error);
-    }
-    const FileRange range = ChooseRange(channel, entry);
-    if (range.Size() > entry.storedSize) {
-      return prefetch_.Read(data_.File(), range, type, entry, array, error);
+bool CacheReader::SumArrays(std::uint64_t* arrayBytes, std::uint64_t* storedBytes, Error& error) {
+  struct Array {
+    std::uint64_t offset, size, storedSize;
+  };
+  std::vector<Array> arrays;
+  for (std::uint32_t channel = 0; channel < description_.channels.size(); ++channel) {
+    std::span<const SampleEntry> index;
+    if (!data_.Index(channel, &index, error)) return false;
+    for (const SampleEntry& entry : index) {
+      arrays.push_back({entry.offset, ArraySize(TypeOf(channel), entry.count), entry.storedSize});
     }
   }
-  return FetchArray(data_.File(), type, entry, array, &scratch_, error);
+  std::sort(arrays.begin(), arrays.end(),
+            [](const Array& a, const Array& b) { return a.offset < b.offset; });
+  const auto end = std::unique(arrays.begin(), arrays.end(),
+                               [](const Array& a, const Array& b) { return a.offset == b.offset; });
+  *arrayBytes = *storedBytes = 0;
+  for (auto array = arrays.begin(); array != end; ++array) {
+    *arrayBytes += array->size;
+    *storedBytes += array->storedSize;
+  }
+  return true;
+}
+
+bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
+                        void* array, Error& error) {
+  const EType type = TypeOf(channel);
+  prefetch_.NoteRead(channel, tick);
+  const std::uint8_t* found = nullptr;
+  if (prefetches_) {
+    const FileRange own = RangeOf(type, entry);
+    found = prefetch_.Find(own);
+    const FileRange range = found != nullptr ? own : ChooseRange(channel, entry, own);
+    if (range.Size() > own.Size()) {
+      void* const straight = IsStoredRaw(type, entry) ? array : nullptr;
+      if (!prefetch_.Read(data_.File(), range, own, straight, error)) return false;
+      if (straight != nullptr) return VerifyArray(type, entry, array, error);
+      found = prefetch_.Find(own);
+    }
+  }
+  return arrays_.Fetch(data_.File(), channel, type, entry, found, array, error);
 }
 
 // The bytes of this array and of those near it that are due.
-FileRange CacheReader::ChooseRange(std::uint32_t channel, const SampleEntry& entry) {
-  if (!Prefetch::IsWorthwhile(entry)) return RangeOf(entry);
+FileRange CacheReader::ChooseRange(std::uint32_t channel, const SampleEntry& entry,
+                                   const FileRange& own) {
+  if (!Prefetch::IsWorthwhile(own)) return own;
   prefetch_.ForgetOffers();
   for (std::uint32_t other = 0; other < description_.channels.size(); ++other) {
     SampleEntry due;
     if (other != channel && prefetch_.IsDue(other) && EntryAt(other, entry.tick, &due)) {
-      prefetch_.Offer(due);
+      prefetch_.Offer(RangeOf(TypeOf(other), due));
     }
   }
-  return prefetch_.RangeAround(entry);
+  return prefetch_.RangeAround(own);
 }
 
 }  // namespace kelsdk::nc

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "backends/nc/arrays.h"
 #include "backends/nc/data_reader.h"
 #include "backends/nc/open_cache.h"
 #include "backends/nc/prefetch.h"
@@ -20,6 +21,9 @@ class CacheReader : public OpenCache {
   /// time.
   void SetPrefetching(bool enable) { prefetches_ = enable; }
 
+  /// Bytes of all arrays of a cache in one file, each counted once: by themselves and as stored.
+  bool SumArrays(std::uint64_t* arrayBytes, std::uint64_t* storedBytes, io::Error& error);
+
   const Description& Info() const override { return description_; }
   Extent ExtentOf(std::uint32_t channel) const override;
   bool TimesOf(std::uint32_t channel, Times* times, io::Error& error) override;
@@ -34,7 +38,8 @@ class CacheReader : public OpenCache {
   bool OpenFrame(std::int32_t tick, io::Error& error);
   bool CheckAgainstDescription(io::Error& error) const;
   bool EntryAt(std::uint32_t channel, std::int32_t tick, SampleEntry* entry);
-  FileRange ChooseRange(std::uint32_t channel, const SampleEntry& entry);
+  FileRange ChooseRange(std::uint32_t channel, const SampleEntry& entry, const FileRange& own);
+  EType TypeOf(std::uint32_t channel) const { return description_.channels[channel].type; }
 
   CacheName name_;
   Description description_;
@@ -43,7 +48,7 @@ class CacheReader : public OpenCache {
   std::optional<std::int32_t> openTick_;  // per-frame layout: whose file is open
   std::string fileName_;
   std::string path_;
-  std::vector<std::uint8_t> scratch_;
+  ArrayReader arrays_;
   bool prefetches_ = false;
   Prefetch prefetch_;
 };

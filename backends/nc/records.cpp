@@ -15,6 +15,17 @@ using io::StoreLittle;
 constexpr std::size_t kChecksumSize = 8;
 constexpr std::uint32_t kCompactFlag = 1;
 constexpr std::uint32_t kPerFrameFlag = 2;
+constexpr std::uint32_t kPredictedFlag = 4;
+
+std::uint32_t FlagsOf(const FileLayout& layout) {
+  return (layout.IsCompact() ? kCompactFlag : 0) | (layout.isPerFrame ? kPerFrameFlag : 0) |
+         (layout.encoding == ePredicted ? kPredictedFlag : 0);
+}
+
+EEncoding EncodingOf(std::uint32_t flags) {
+  if ((flags & kCompactFlag) == 0) return eRaw;
+  return (flags & kPredictedFlag) != 0 ? ePredicted : eBytePlanes;
+}
 
 // Writes fields one after the other; the rest of the structure stays zero.
 class FieldWriter {
@@ -62,7 +73,7 @@ void StoreFileHeader(const FileHeader& header, std::uint8_t* bytes) {
   FieldWriter out(bytes, kHeaderSize);
   out.Put(kFileSignature, sizeof kFileSignature);
   out.Put(kFormatVersion);
-  out.Put((header.isCompact ? kCompactFlag : 0) | (header.isPerFrame ? kPerFrameFlag : 0));
+  out.Put(FlagsOf(header));
   out.Put(header.identity.data(), header.identity.size());
   out.Put(header.created);
   out.Put(header.ticksPerFrame);
@@ -85,7 +96,7 @@ bool LoadFileHeader(const std::uint8_t* bytes, FileHeader* header, io::Error& er
                      kFormatVersion);
   }
   const std::uint32_t flags = in.U32();
-  header->isCompact = (flags & kCompactFlag) != 0;
+  header->encoding = EncodingOf(flags);
   header->isPerFrame = (flags & kPerFrameFlag) != 0;
   header->identity = TakeIdentity(in);
   header->created = in.U64();

@@ -44,7 +44,7 @@ bool IsFinished(const std::string& path, const Scan& scan) {
 bool FinishFile(const std::string& path, const Scan& scan, Error& error) {
   if (IsFinished(path, scan)) return true;
   DataWriter writer;
-  return writer.Reopen(path, scan.end, error) &&
+  return writer.Reopen(path, scan.header, scan.end, error) &&
          writer.Finish(scan.channels, scan.indices, scan.header.identity, scan.blockCount, error) &&
          writer.Close(error);
 }

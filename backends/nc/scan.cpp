@@ -4,6 +4,7 @@
 #include <string>
 
 #include "backends/io/checked.h"
+#include "backends/io/endian.h"
 #include "backends/nc/checksum.h"
 #include "backends/nc/file_ends.h"
 
@@ -20,7 +21,10 @@ bool IsKind(std::uint32_t kind) {
 // Gathers the samples of a block until its end shows that it is whole.
 class Assembler {
  public:
-  Assembler(const io::InputFile& file, Scan* scan) : file_(file), scan_(*scan) {}
+  Assembler(const io::InputFile& file, Scan* scan)
+      : file_(file),
+        scan_(*scan),
+        boundSize_(scan->header.encoding == ePredicted ? sizeof(double) : 0) {}
 
   bool Take(const RecordHeader& header, std::uint64_t recordEnd, Error& error) {
     switch (header.kind) {
@@ -40,7 +44,9 @@ class Assembler {
  private:
   bool TakeChannel(const RecordHeader& header, Error& error) {
     if (header.channel != scan_.channels.size() || header.count > header.storedSize ||
-        header.storedSize > std::uint64_t{2} * kLongestText || !IsElementType(header.type)) {
+        header.storedSize - header.count < boundSize_ ||
+        header.storedSize > std::uint64_t{2} * kLongestText + boundSize_ ||
+        !IsElementType(header.type)) {
       return error.Set(Error::eDamaged, "channel record %u makes no sense", header.channel);
     }
     std::string text(static_cast<std::size_t>(header.storedSize), '\0');
@@ -50,9 +56,16 @@ class Assembler {
     }
     Channel channel;
     channel.name = text.substr(0, header.count);
-    channel.interpretation = text.substr(header.count);
+    channel.interpretation = text.substr(header.count, text.size() - header.count - boundSize_);
+    if (boundSize_ != 0) {
+      channel.maximumError = io::LoadLittle<double>(text.data() + text.size() - boundSize_);
+    }
     channel.type = static_cast<EType>(header.type);
     channel.interval = header.interval;
+    if (channel.maximumError != 0 &&
+        !CheckMaximumError(scan_.header, channel.type, channel.maximumError, error)) {
+      return false;
+    }
     scan_.channels.push_back(std::move(channel));
     scan_.indices.emplace_back();
     return true;
@@ -128,6 +141,7 @@ class Assembler {
 
   const io::InputFile& file_;
   Scan& scan_;
+  std::size_t boundSize_;  // bytes of a channel's maximum error
   std::size_t wholeChannels_ = 0;
   std::vector<Taken> block_;
   std::vector<StoredArray> arrays_;

@@ -52,11 +52,13 @@ class Problems {
   int count_ = 0;
 };
 
-// Reads the payload of every record: stored form, padding and, through the codec, the array.
+// Reads the payload of every record: stored form, padding and the array.
 class PayloadChecker : public RecordVisitor {
  public:
-  PayloadChecker(const io::InputFile& file, Problems* problems)
-      : file_(file), problems_(*problems) {}
+  PayloadChecker(const io::InputFile& file, std::size_t channelCount, Problems* problems)
+      : file_(file), channelCount_(channelCount), problems_(*problems) {
+    arrays_.Start(channelCount);
+  }
 
   void Visit(const RecordHeader& header, std::uint64_t headerOffset) override {
     if (header.kind != eArrayRecord && header.kind != eChannelRecord) return;
@@ -88,11 +90,18 @@ class PayloadChecker : public RecordVisitor {
     const auto size = static_cast<std::size_t>(ArraySize(type, header.count));
     if (array_.size() < size) array_.resize(size);
     Error error;
-    if (!UnpackArray(type, entry, stored_.data(), array_.data(), error)) problems_.Add(error);
+    if (IsStoredRaw(type, entry)) {
+      VerifyArray(type, entry, stored_.data(), error);
+    } else if (header.channel < channelCount_) {
+      arrays_.Fetch(file_, header.channel, type, entry, nullptr, array_.data(), error);
+    }
+    if (error) problems_.Add(error);
   }
 
   const io::InputFile& file_;
+  std::size_t channelCount_;  // of the description; others are a problem of their own
   Problems& problems_;
+  ArrayReader arrays_;
   std::vector<std::uint8_t> stored_;
   std::vector<std::uint8_t> array_;
 };
@@ -116,7 +125,7 @@ class FileVerifier {
     }
     const Trailer& trailer = end.GetTrailer();
     const bool hasTrailer = HasTrailer(file, end, &problems);
-    PayloadChecker checker(file, &problems);
+    PayloadChecker checker(file, description_.channels.size(), &problems);
     if (!ScanRecords(file, hasTrailer ? trailer.dataEnd : file.Size(), &scan_, error, &checker)) {
       problems.Add(error);
       return false;
@@ -169,7 +178,8 @@ class FileVerifier {
       }
       const Channel& described = description_.channels[i];
       if (found.name != described.name || found.interpretation != described.interpretation ||
-          found.type != described.type || found.interval != described.interval) {
+          found.type != described.type || found.interval != described.interval ||
+          found.maximumError != described.maximumError) {
         problems->Add("channel %zu differs from the description's", i);
       }
     }

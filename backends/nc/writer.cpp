@@ -106,12 +106,26 @@ bool CacheWriter::AddChannel(const char* name, const char* interpretation, EType
   const std::size_t count = description_.channels.size();
   description_.channels.reserve(count + 1);
   latest_.reserve(count + 1);
+  coders_.reserve(count + 1);
   indices_.reserve(count + 1);
   frameIndices_.resize(count + 1);
   description_.channels.push_back(std::move(channel));
   latest_.emplace_back();
+  coders_.emplace_back();
+  arrays_.Start(count + 1);
   indices_.push_back(std::move(samples));
   *index = static_cast<std::uint32_t>(count);
+  return true;
+}
+
+bool CacheWriter::SetMaximumError(std::uint32_t channel, double maximumError, Error& error) {
+  if (!CanWrite(error)) return false;
+  Channel& of = description_.channels[channel];
+  if (channel < everDeclared_) {
+    return error.Set(Error::eRefused, "channel %u may have arrays already", channel);
+  }
+  if (!CheckMaximumError(description_, of.type, maximumError, error)) return false;
+  of.maximumError = maximumError;
   return true;
 }
 
@@ -178,15 +192,19 @@ bool CacheWriter::AddArray(std::uint32_t channel, std::int32_t tick, const void*
   SampleEntry entry;
   entry.tick = tick;
   entry.count = count;
-  entry.checksum = Checksum(array, static_cast<std::size_t>(ArraySize(type, count)));
   if (!PrepareSample(channel, error)) return false;
+  encoded_ = {};
+  const bool moves = description_.channels[channel].maximumError != 0;
+  if (moves) array = Encode(channel, array, count);
+  entry.checksum = Checksum(array, static_cast<std::size_t>(ArraySize(type, count)));
   const SampleEntry& latest = latest_[channel];
   if (!description_.isPerFrame && IsRepeat(latest, entry)) {
     entry.offset = latest.offset;
     entry.storedSize = latest.storedSize;
     data_.AddRepeat(channel, type, entry);
-  } else if (!StoreArray(channel, array, &entry, error)) {
-    return Fail(error);
+  } else {
+    if (!moves) Encode(channel, array, count);
+    if (!StoreArray(channel, array, &entry, error)) return Fail(error);
   }
   NoteSample(channel, entry);
   return true;
@@ -213,14 +231,35 @@ bool CacheWriter::AddRepeat(std::uint32_t channel, std::int32_t tick, std::uint3
   return true;
 }
 
+// Encodes an array in the cache's form and gives the array that is read from it.
+const void* CacheWriter::Encode(std::uint32_t channel, const void* array, std::uint32_t count) {
+  const Channel& of = description_.channels[channel];
+  if (description_.encoding == eBytePlanes) {
+    std::size_t size = 0;
+    if (EncodeArray(of.type, array, count, &bytePlanes_, &size))
+      encoded_ = {bytePlanes_.data(), size};
+  } else if (description_.encoding == ePredicted) {
+    const std::uint64_t offset = data_.End() + kRecordHeaderSize;
+    if (coders_[channel].Encode(&predicted_, of.type, array, count, of.maximumError, offset,
+                                description_.isPerFrame)) {
+      encoded_ = predicted_.Stored();
+    }
+    return predicted_.Decoded();
+  }
+  return array;
+}
+
 bool CacheWriter::StoreArray(std::uint32_t channel, const void* array, SampleEntry* entry,
                              Error& error) {
   const EType type = description_.channels[channel].type;
-  std::size_t encodedSize = 0;
-  const bool compact =
-      description_.isCompact && EncodeArray(type, array, entry->count, &scratch_, &encodedSize);
-  return data_.AddArray(channel, type, array, compact ? scratch_.data() : nullptr, encodedSize,
-                        entry, error);
+  if (!data_.AddArray(channel, type, array, encoded_.empty() ? nullptr : encoded_.data(),
+                      encoded_.size(), entry, error)) {
+    return false;
+  }
+  if (description_.encoding == ePredicted && !description_.isPerFrame) {
+    coders_[channel].NoteWritten(entry->offset, entry->storedSize);
+  }
+  return true;
 }
 
 // The single data file is always open; a frame's is opened with its first array.
@@ -248,13 +287,14 @@ bool CacheWriter::ReopenFrame(Error& error) {
   file.Close();
   declared_ = end.GetTrailer().channelCount;
   blockCount_ = end.GetTrailer().blockCount;
-  return data_.Reopen(path_, end.GetTrailer().dataEnd, error);
+  return data_.Reopen(path_, description_, end.GetTrailer().dataEnd, error);
 }
 
 void CacheWriter::DeclareChannels() {
   for (; declared_ < description_.channels.size(); ++declared_) {
     data_.AddChannel(declared_, description_.channels[declared_]);
   }
+  everDeclared_ = std::max(everDeclared_, declared_);
 }
 
 bool CacheWriter::EndBlock(Error& error) {
@@ -326,13 +366,18 @@ bool CacheWriter::Locate(std::uint32_t channel, std::uint32_t sample, SampleEntr
 bool CacheWriter::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t, void* array,
                         Error& error) {
   const EType type = description_.channels[channel].type;
-  if (data_.IsOpen() && (!description_.isPerFrame || entry.tick == blockTick_)) {
-    return FetchArray(data_, type, entry, array, &scratch_, error);
+  if (!description_.isPerFrame) {
+    return arrays_.Fetch(data_, channel, type, entry, nullptr, array, error);
+  }
+  arrays_.Forget();
+  if (data_.IsOpen() && entry.tick == blockTick_) {
+    return arrays_.Fetch(data_, channel, type, entry, nullptr, array, error);
   }
   Files().NameAt(entry.tick, &fileName_);
   path_.assign(partial_.folder).append(fileName_);
   io::InputFile file;
-  return file.Open(path_.c_str(), error) && FetchArray(file, type, entry, array, &scratch_, error);
+  return file.Open(path_.c_str(), error) &&
+         arrays_.Fetch(file, channel, type, entry, nullptr, array, error);
 }
 
 }  // namespace kelsdk::nc

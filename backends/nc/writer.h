@@ -1,8 +1,11 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
+#include "backends/nc/array_coder.h"
+#include "backends/nc/arrays.h"
 #include "backends/nc/data_writer.h"
 #include "backends/nc/open_cache.h"
 #include "backends/nc/partial.h"
@@ -27,6 +30,10 @@ class CacheWriter : public OpenCache {
   /// @param interval  the declared sampling interval in ticks, 0 for the ticks per frame
   bool AddChannel(const char* name, const char* interpretation, EType type, std::uint32_t interval,
                   std::uint32_t* index, io::Error& error);
+
+  /// Lets the values of a channel move by so much, in their own unit, where that takes less room.
+  /// Refused once an array has been written since the channel was added.
+  bool SetMaximumError(std::uint32_t channel, double maximumError, io::Error& error);
 
   /// Ends the block before it.
   bool BeginBlock(std::int32_t tick, io::Error& error);
@@ -63,6 +70,7 @@ class CacheWriter : public OpenCache {
   bool OpenForBlock(io::Error& error);
   bool ReopenFrame(io::Error& error);
   void DeclareChannels();
+  const void* Encode(std::uint32_t channel, const void* array, std::uint32_t count);
   bool StoreArray(std::uint32_t channel, const void* array, SampleEntry* entry, io::Error& error);
   bool FinishFrame(io::Error& error);
   bool FinishSingle(io::Error& error);
@@ -71,12 +79,17 @@ class CacheWriter : public OpenCache {
   Description description_;
   DataWriter data_;
   std::uint32_t declared_ = 0;                     // channels with a record in the open data file
+  std::uint32_t everDeclared_ = 0;                 // in any data file
   std::uint32_t blockCount_ = 0;                   // in the open data file
   std::vector<std::vector<SampleEntry>> indices_;  // by channel
   std::vector<SampleEntry> latest_;                // by channel, the array written last
+  std::vector<ArrayCoder> coders_;                 // by channel
   std::vector<std::int32_t> fileTimes_;            // per-frame layout: the files, ascending
   std::vector<std::vector<SampleEntry>> frameIndices_;
-  std::vector<std::uint8_t> scratch_;
+  PredictedEncoder predicted_;
+  std::vector<std::uint8_t> bytePlanes_;
+  std::span<const std::uint8_t> encoded_;  // of the array being written; empty: as it is
+  ArrayReader arrays_;
   std::string fileName_;
   std::string path_;
 

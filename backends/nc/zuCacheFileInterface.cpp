@@ -72,13 +72,14 @@ bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseNam
 
 bool zuCacheFileInterface::initFileWrite(const char* folder, const char* baseName,
                                          cacheFileFormat format, const char* dataFileTag,
-                                         int ticksPerFrame, const KelFrameRate& exactRate) {
+                                         int ticksPerFrame, const KelFrameRate& exactRate,
+                                         unsigned int compactEncoding) {
   return Run(impl, OnNothingOpen{}, false, [&](Impl& self) {
     Opening opening(&self.writer);
     nc::FileLayout layout;
     return opening.Done(nc::MakeCacheName(folder, baseName, &self.name, self.error) &&
                         nc::MakeLayout(format == eFilePerFrame, dataFileTag, ticksPerFrame,
-                                       exactRate, &layout, self.error) &&
+                                       exactRate, compactEncoding, &layout, self.error) &&
                         self.writer->Begin(self.name, layout, self.error));
   });
 }
@@ -98,6 +99,20 @@ bool zuCacheFileInterface::addChannel(const char* channelName, const char* inter
                                          &index, impl->error);
     if (added) channelIndex = index;
     return added;
+  });
+}
+
+bool zuCacheFileInterface::setMaximumError(unsigned int channelIndex, double maximumError) {
+  return impl != nullptr && impl->Target(OnChannel{channelIndex}) != nullptr &&
+         Run(impl, OnWriter{}, false, [&](nc::CacheWriter& writer) {
+           return writer.SetMaximumError(channelIndex, maximumError, impl->error);
+         });
+}
+
+bool zuCacheFileInterface::maximumError(unsigned int channelIndex, double& maximumError) const {
+  return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
+    maximumError = cache.Info().channels[channelIndex].maximumError;
+    return true;
   });
 }
 
@@ -159,6 +174,26 @@ zuCacheFileInterface::cacheFileFormat zuCacheFileInterface::format() const {
 int zuCacheFileInterface::getTicksPerFrame() const {
   const nc::Description* const info = InfoOf(impl);
   return info != nullptr ? info->ticksPerFrame : 0;
+}
+
+unsigned int zuCacheFileInterface::compactEncoding() const {
+  const nc::Description* const info = InfoOf(impl);
+  return info != nullptr ? info->encoding : nc::eRaw;
+}
+
+bool zuCacheFileInterface::arraySizes(unsigned long long& arrayBytes,
+                                      unsigned long long& storedBytes) const {
+  return Run(impl, OnCache{}, false, [&](const nc::OpenCache&) {
+    if (!impl->reader || impl->reader->Info().isPerFrame) {
+      return impl->error.Set(Error::eRefused, "array sizes are told of a cache in one file");
+    }
+    std::uint64_t arrays = 0;
+    std::uint64_t stored = 0;
+    if (!impl->reader->SumArrays(&arrays, &stored, impl->error)) return false;
+    arrayBytes = arrays;
+    storedBytes = stored;
+    return true;
+  });
 }
 
 bool zuCacheFileInterface::exactFrameRate(KelFrameRate& rate) const {

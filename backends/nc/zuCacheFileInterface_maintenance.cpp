@@ -15,7 +15,8 @@ namespace {
 
 nc::ConvertOptions OptionsOf(int ticksPerFrame,
                              const zuCacheFileInterface::conversionOptions& options) {
-  return {ticksPerFrame, options.exactRate, options.firstSample, options.sampleCount};
+  return {ticksPerFrame,       options.exactRate,       options.firstSample,
+          options.sampleCount, options.compactEncoding, options.maximumError};
 }
 
 // Runs the body of an operation on the cache of a name. A failure's reason goes to `report`.

@@ -25,7 +25,7 @@ TEST(Description, WhatIsUnderstood) {
   ASSERT_TRUE(ParseDescription(kByHand.data(), kByHand.size(), &description, error))
       << error.text();
   EXPECT_TRUE(description.isPerFrame);
-  EXPECT_TRUE(description.isCompact);
+  EXPECT_EQ(description.encoding, eBytePlanes);
   EXPECT_EQ(description.identity[15], 15);
   EXPECT_DOUBLE_EQ(ExactTicks(description.ticksPerFrame, description.exactRate), 250.25);
   ASSERT_EQ(description.channels.size(), 2u);

@@ -7,6 +7,8 @@ class Speed : public NcTest {
  protected:
   static constexpr unsigned int kChannels = 8;
   static constexpr unsigned int kElements = 500;
+  // By then each place among the arrays that others are predicted from has been taken.
+  static constexpr int kWarm = 17;
 
   static CacheSpec ManyChannels(int frames) {
     constexpr EType kType = zuCacheData::eNCFloatArray;
@@ -37,7 +39,7 @@ class Speed : public NcTest {
 
 TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
   for (const Form& form : kForms) {
-    ASSERT_TRUE(Write(Folder(), "shot", form.Of(ManyChannels(30))));
+    ASSERT_TRUE(Write(Folder(), "shot", form.Of(ManyChannels(40))));
     // A frame's file is opened, asked its size and its end is read.
     const unsigned long perTime = form.format == Cache::eSingleFile ? 0 : 3;
     for (const bool groups : {false, true}) {
@@ -53,20 +55,21 @@ TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
             EXPECT_TRUE(cache.getArrayDataAtTime(c, frame * 250, data, count));
           }
         };
-        for (int frame = 0; frame < 10; ++frame) play(frame);
-        ExpectCost(10, 30, perTime + (groups ? 1 : channels), play);
+        for (int frame = 0; frame < kWarm; ++frame) play(frame);
+        ExpectCost(kWarm, 40, perTime + (groups ? 1 : channels), play);
       }
     }
   }
 }
 
 TEST_F(Speed, WritingAllocatesNothingAndCallsOnceForABlockOfSmallArrays) {
+  std::memcpy(array_, MakeArray(zuCacheData::eNCFloatArray, kElements, 0).data(), sizeof array_);
   for (const Form& form : kForms) {
     SCOPED_TRACE(form.Name());
     Cache cache;
-    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", form.Of(ManyChannels(10))));
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", form.Of(ManyChannels(kWarm))));
     // A frame's file is made, locked and finished as well.
-    ExpectCost(10, 200, form.format == Cache::eSingleFile ? 1 : 4, [&](int frame) {
+    ExpectCost(kWarm, 200, form.format == Cache::eSingleFile ? 1 : 4, [&](int frame) {
       array_[0] = static_cast<float>(frame);
       cache.beginWriteAtTime(frame * 250);
       for (unsigned int c = 0; c < kChannels; ++c) {

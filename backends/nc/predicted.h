@@ -1,0 +1,102 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "backends/io/error.h"
+#include "backends/nc/bit_groups.h"
+#include "backends/nc/element_type.h"
+
+namespace kelsdk::nc {
+
+// The second compact form: the values of an array predicted from those before them and from an
+// earlier array, the differences packed. docs/nc-format.md gives the bytes.
+
+constexpr std::uint8_t kPredictedForm = 2;
+
+/// Bases from an array to one that has none, at most.
+constexpr std::uint32_t kDeepestBase = 4;
+
+/// Bytes that must be readable behind the stored form of an array.
+constexpr std::size_t kDecodeSlack = kUnpackSlack;
+
+/// What the stored form begins with, as far as others than the codec are concerned.
+struct PredictedHeader {
+  std::uint8_t depth = 0;            ///< greater than the base's, at most kDeepestBase
+  std::uint32_t baseDistance = 0;    ///< from the base's payload to this one, in units of
+                                     ///< kAlignment; 0 without a base
+  std::uint32_t baseStoredSize = 0;  ///< bytes; 0 without a base
+
+  bool HasBase() const { return baseDistance != 0; }
+};
+
+/// How the words of an array's values are turned into keys.
+struct KeyRule {
+  std::uint8_t shift = 0;  ///< lowest bits left away
+  double step = 0;         ///< of the grid; 0 without one
+
+  bool operator==(const KeyRule&) const = default;
+};
+
+/// The keys of an array, what another array is predicted from: all of its first component, then all
+/// of the next. Its memory is reused.
+struct ArrayKeys {
+  KeyRule rule;
+  std::vector<std::uint8_t> words;
+};
+
+/// Encodes one array after the other; its memory is reused. May throw std::bad_alloc.
+class PredictedEncoder {
+ public:
+  /// @param base    of the same type and count; null without a base
+  /// @param bound   how far a value may move at most, in the values' unit; 0: not at all
+  /// @param header  what the stored form begins with; the base is left out where it is of no use
+  /// @param keys    out: of the array as it is decoded
+  /// @return false when the stored form would not be smaller than the array, which is then to be
+  ///         stored as Decoded gives it
+  bool Encode(EType type, const void* array, std::uint32_t elementCount, const ArrayKeys* base,
+              double bound, PredictedHeader header, ArrayKeys* keys);
+
+  /// The stored form of the array encoded last, in this object's memory.
+  std::span<const std::uint8_t> Stored() const { return {stored_.data(), storedSize_}; }
+  /// The array encoded last as it is decoded: its own memory where no value moves. A bound that
+  /// cannot be kept for every value moves none.
+  const void* Decoded() const { return decoded_; }
+
+ private:
+  bool TryGrid(EType type, const void* array, std::size_t valueCount, double bound, KeyRule* rule);
+
+  std::vector<std::uint8_t> stored_;
+  std::size_t storedSize_ = 0;
+  std::vector<std::uint8_t> moved_;
+  const void* decoded_ = nullptr;
+  ArrayKeys rekeyed_;
+};
+
+/// Reads what the stored form of an array begins with. The bytes may be anything.
+bool LoadPredictedHeader(std::span<const std::uint8_t> stored, PredictedHeader* header,
+                         io::Error& error);
+
+/// Decodes one array after the other; its memory is reused. May throw std::bad_alloc.
+class PredictedDecoder {
+ public:
+  /// The stored bytes may be anything; kDecodeSlack more behind them must be readable.
+  /// @param base   of the same type and count; null where the header names none
+  /// @param array  filled, with rubbish on failure; null where only the keys are wanted
+  /// @param keys   out: likewise
+  bool Decode(EType type, std::span<const std::uint8_t> stored, std::uint32_t elementCount,
+              const ArrayKeys* base, void* array, ArrayKeys* keys, io::Error& error);
+
+ private:
+  ArrayKeys rekeyed_;
+};
+
+/// The keys of an array that is stored as it is.
+void KeysOfRaw(EType type, const void* array, std::uint32_t elementCount, ArrayKeys* keys);
+
+/// The array whose keys these are.
+void ArrayOfKeys(EType type, const ArrayKeys& keys, std::uint32_t elementCount, void* array);
+
+}  // namespace kelsdk::nc
