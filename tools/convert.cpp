@@ -46,6 +46,9 @@ struct ConvertOptions {
   bool snapFrames = false;
   bool perFrame = false;
   bool compact = false;
+  unsigned int compactEncoding = zuCacheFileInterface::kCompactEncoding;
+  std::string maxErrorText;  // as typed
+  std::optional<MaxError> maxError;
   bool force = false;
   unsigned int jobs = 1;
 };
@@ -117,6 +120,11 @@ std::uint64_t PC2ToNC(Source& source, const std::string& out, const ConvertOptio
   const ChannelSummary& channel = source.summary().FindChannel(options.channel);
   auto part = PartOf(source, channel, options.range);
   if (!options.snapFrames) part.exactRate = rate.exactRate;
+  part.compactEncoding = options.compactEncoding;
+  if (options.maxError) {
+    const auto track = MakeTrack(source, channel, options.range, EResample::eNone);
+    part.maximumError = options.maxError->Of(*track);
+  }
   const auto layout =
       options.perFrame ? zuCacheFileInterface::eFilePerFrame : zuCacheFileInterface::eSingleFile;
   Watch watch(progress, out);
@@ -127,6 +135,7 @@ std::uint64_t PC2ToNC(Source& source, const std::string& out, const ConvertOptio
     throw Failed(out, "Conversion from PC2 to NC failed: " + watch.why);
   }
   watch.bar.reset();
+  SayHowFarValuesMove(out, target.baseName, part.maximumError);
   SayWhenTimesMove(source, options.snapFrames ? rate.ticksPerFrame : rate.exactTicks);
   return watch.samples;
 }
@@ -162,6 +171,8 @@ std::uint64_t CopyAny(Source& source, const std::string& out, Format to,
   copy.snapFrames = options.snapFrames;
   copy.perFrame = options.perFrame;
   copy.compact = options.compact;
+  copy.compactEncoding = options.compactEncoding;
+  copy.maxError = options.maxError;
   copy.progress = progress;
   return Copy(source, copy);
 }
@@ -203,6 +214,13 @@ void ExpectOptionsFor(Format to, const std::string& out, const ConvertOptions& o
   if (!hasLayouts && (options.perFrame || options.compact || options.snapFrames)) {
     throw ToolError(eUsage,
                     out + ": --per-frame, --compact and --snap-frames are for NC caches (.xml)");
+  }
+  const bool isNewest = options.compactEncoding == zuCacheFileInterface::kCompactEncoding;
+  if (!options.compact && (options.maxError || !isNewest)) {
+    throw ToolError(eUsage, out + ": --max-error and --compact-encoding go with --compact");
+  }
+  if (options.maxError && !isNewest) {
+    throw ToolError(eUsage, out + ": compact encoding 1 is lossless; --max-error needs encoding 2");
   }
   if (hasLayouts && options.pad != EPad::eNone) {
     throw ToolError(eUsage, out + ": --pad is for PC2 files; NC caches hold arrays of any length");
@@ -295,6 +313,7 @@ void AddConvert(CLI::App& app, Work* work) {
       "all, also after Ctrl-C.");
   verb->footer(
       "Examples:\n  kelcache convert shot.pc2 shot.xml --rate 24 --compact\n"
+      "  kelcache convert shot.pc2 small.xml --compact --max-error 0.01%\n"
       "  kelcache convert body.abc body.pc2 --channel /body/.geom/P\n"
       "  kelcache convert *.pc2 --to xml --jobs 4");
   verb->add_option("FILES", options->files, "IN OUT, or with --to any number of inputs")
@@ -327,9 +346,22 @@ void AddConvert(CLI::App& app, Work* work) {
       ->type_name("FRAME")
       ->check(AnyNumber());
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
-  verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
+  verb->add_flag("--compact", options->compact,
+                 "NC: compression (ncc), lossless without --max-error");
+  verb->add_option("--compact-encoding", options->compactEncoding,
+                   "NC: 2, or 1 for versions before 2.1, which takes more room")
+      ->transform(OneOf({"1", "2"}))
+      ->type_name("1|2")
+      ->capture_default_str();
+  verb->add_option("--max-error", options->maxErrorText,
+                   "With --compact: let values, but no integers, move by this much at most, in the "
+                   "cache's unit, or in percent of the longest side of a channel's bounding box "
+                   "over all frames")
+      ->type_name("NUMBER|PERCENT%")
+      ->check(NumberOrPercentage());
   verb->add_flag("--force", options->force, "Replace a cache that is there");
   verb->callback([=] {
+    if (!options->maxErrorText.empty()) options->maxError = ParseMaxError(options->maxErrorText);
     TakeTo(options.get());
     if (!options->resampleWord.empty()) options->resample = kResample.at(options->resampleWord);
     if (!options->padWord.empty()) options->pad = kPad.at(options->padWord);

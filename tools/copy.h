@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/max_error.h"
 #include "tools/sink.h"
 #include "tools/track.h"
 
@@ -36,6 +37,8 @@ struct CopyOptions {
   bool snapFrames = false;  ///< frames go to whole ticks per frame, whatever the exact rate
   bool perFrame = false;
   bool compact = false;
+  unsigned int compactEncoding = kelsdk::zuCacheFileInterface::kCompactEncoding;
+  std::optional<MaxError> maxError;  ///< that values may move by in a compact copy
   bool progress = true;
   FrameMap map;
 };

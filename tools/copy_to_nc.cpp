@@ -118,6 +118,7 @@ std::vector<SinkChannel> DescribeChannels(Source& source, const CopyOptions& opt
     sink.type = channel.elementType ? *channel.elementType : TypeOfWideIntegers(source, *track);
     const bool byFrame = options.resample != EResample::eNone;
     sink.interval = ticks.IntervalOf(byFrame ? 1 : IntervalFrames(source, channel));
+    if (options.maxError) sink.maximumError = options.maxError->Of(*track);
     described.push_back(sink);
   }
   return described;
@@ -198,11 +199,15 @@ class Copier {
                      " fall on one tick, 1/6000 s, and an NC cache holds one sample there");
   }
 
+  static bool CanRepeat(const SinkChannel& from, const SinkChannel& to) {
+    return from.type == to.type && from.maximumError <= to.maximumError;
+  }
+
   void Take(const Step& step, Sink& sink) {
     Track& track = *tracks_[step.channel];
     if (const auto run = track.RunAt(step.moment)) {
       const auto place = repeats_.FindOrNote(*run, track, {step.channel, step.ticks});
-      if (place && channels_[place->channel].type == channels_[step.channel].type &&
+      if (place && CanRepeat(channels_[place->channel], channels_[step.channel]) &&
           sink.Repeat(step.channel, step.ticks, place->channel, place->ticks)) {
         return;
       }
@@ -234,11 +239,14 @@ std::uint64_t CopyToNC(Source& source, const CopyOptions& options) {
   }
   if (total == 0) throw Failed(source.summary().file, "no sample lies in the frames asked for");
   const std::vector<SinkChannel> channels = DescribeChannels(source, options, tracks, ticks);
-  const NCLayout layout{options.perFrame, options.compact, ticks.ticksPerFrame(),
-                        ticks.exactRate()};
+  const NCLayout layout{options.perFrame, options.compact, ticks.ticksPerFrame(), ticks.exactRate(),
+                        options.compactEncoding};
   const auto sink = MakeNCSink(options.target, layout, channels);
   Copier(tracks, ticks, channels, options, total).Run(*sink);
   sink->Finish();
+  for (const SinkChannel& channel : channels) {
+    SayHowFarValuesMove(options.target, channel.name, channel.maximumError);
+  }
   return total;
 }
 

@@ -54,6 +54,7 @@ ChannelSummary SummariseChannel(CacheFile& cache, int index) {
   channel.value = ValueTypeOf(elementType);
   const bool holdsArrays = kelsdk::GetTypeSize(elementType) != 0;
   channel.type = holdsArrays ? TypeText(channel.value, channel.components) : "none";
+  cache.NC().maximumError(IndexOf(channel), channel.maximumError);
   SummariseTimes(cache, &channel);
   return channel;
 }
@@ -71,6 +72,18 @@ void SummariseFiles(CacheFile& cache, CacheSummary* summary) {
   }
 }
 
+CompactSummary SummariseCompact(zuCacheFileInterface& cache) {
+  CompactSummary compact;
+  compact.encoding = cache.compactEncoding();
+  unsigned long long arrays = 0;
+  unsigned long long stored = 0;
+  if (cache.arraySizes(arrays, stored)) {
+    compact.arrayBytes = arrays;
+    compact.storedBytes = stored;
+  }
+  return compact;
+}
+
 void Summarise(CacheFile& cache, CacheSummary* summary) {
   summary->onTicks = true;
   const int count = cache->GetChannelCount(nullptr);
@@ -86,6 +99,7 @@ void Summarise(CacheFile& cache, CacheSummary* summary) {
     summary->frameRateSource = "stored";
   }
   SummariseFiles(cache, summary);
+  if (cache.NC().compactEncoding() != 0) summary->compact = SummariseCompact(cache.NC());
 }
 
 Moment MomentOf(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,

@@ -59,7 +59,8 @@ Json ChannelJson(const ChannelSummary& channel) {
           {"start", OrNull(channel.start)},
           {"end", OrNull(channel.end)},
           {"sampling", OrNull(channel.sampling)},
-          {"interval", OrNull(channel.interval)}};
+          {"interval", OrNull(channel.interval)},
+          {"maximumError", channel.maximumError}};
 }
 
 void PrintJson(const CacheSummary& summary) {
@@ -88,6 +89,11 @@ void PrintJson(const CacheSummary& summary) {
     for (const DataFileSummary& file : summary.dataFiles) {
       json["dataFiles"].push_back({{"name", file.name}, {"size", file.size}});
     }
+  }
+  if (summary.compact) {
+    json["compact"] = {{"encoding", summary.compact->encoding},
+                       {"arrayBytes", OrNull(summary.compact->arrayBytes)},
+                       {"storedBytes", OrNull(summary.compact->storedBytes)}};
   }
   if (summary.pc2) {
     json["pc2"] = {{"version", summary.pc2->version},
@@ -127,7 +133,18 @@ void PrintChannel(const ChannelSummary& channel) {
   if (channel.start) line += ", " + Seconds(*channel.start) + " to " + Seconds(*channel.end);
   if (channel.sampling) line += ", " + *channel.sampling;
   if (channel.interval) line += " every " + Seconds(*channel.interval);
+  if (channel.maximumError != 0) line += ", within " + RoundedText(channel.maximumError);
   PrintLine(stdout, line);
+}
+
+std::string CompactText(const CompactSummary& compact) {
+  std::string text = "encoding " + std::to_string(compact.encoding);
+  if (!compact.arrayBytes || *compact.storedBytes == 0) return text;
+  char ratio[32];
+  std::snprintf(ratio, sizeof ratio, "%.2f",
+                double(*compact.arrayBytes) / double(*compact.storedBytes));
+  return text + ", arrays of " + SizeText(*compact.arrayBytes) + " in " +
+         SizeText(*compact.storedBytes) + ", " + ratio + " times smaller";
 }
 
 std::string RateText(const CacheSummary& summary) {
@@ -156,6 +173,7 @@ void PrintText(const CacheSummary& summary) {
                 : ", the header promises " + std::to_string(*summary.promisedSize);
   }
   PrintRow("size", size);
+  if (summary.compact) PrintRow("compact", CompactText(*summary.compact));
   if (!summary.complete) {
     PrintRow("complete", "no: " + summary.WhatIsMissing());
   }

@@ -57,11 +57,12 @@ class NCSink : public Sink {
         layout.perFrame ? zuCacheFileInterface::eFilePerFrame : zuCacheFileInterface::eSingleFile;
     Expect(writer_.initFileWrite(name.folder.c_str(), name.baseName.c_str(), form,
                                  layout.compact ? "ncc" : "ncx", layout.ticksPerFrame,
-                                 layout.exactRate));
+                                 layout.exactRate, layout.compactEncoding));
     for (const SinkChannel& channel : channels) {
       unsigned int index = 0;
       Expect(writer_.addChannel(channel.name.c_str(), channel.interpretation.c_str(), channel.type,
                                 channel.interval, index));
+      if (channel.maximumError != 0) Expect(writer_.setMaximumError(index, channel.maximumError));
     }
   }
   ~NCSink() override { writer_.discardWrite(); }

@@ -13,6 +13,7 @@ struct SinkChannel {
   std::string interpretation;
   ElementType type = kelsdk::zuCacheData::eNCFloatVectorArray;
   unsigned int interval = 0;  ///< declared, in ticks; 0: none
+  double maximumError = 0;    ///< that its values may move by
 };
 
 /// A cache being written. Ended without Finish, it leaves nothing behind.
@@ -37,6 +38,7 @@ struct NCLayout {
   bool compact = false;
   int ticksPerFrame = 250;
   kelsdk::KelFrameRate exactRate = {0, 0};  ///< where the ticks per frame are cut; else not valid
+  unsigned int compactEncoding = kelsdk::zuCacheFileInterface::kCompactEncoding;
 };
 
 std::unique_ptr<Sink> MakeNCSink(const std::string& file, const NCLayout& layout,

@@ -33,11 +33,19 @@ struct ChannelSummary {
   std::optional<ElementType> elementType;  ///< of an NC channel that holds the values; empty where
                                            ///< that depends on them
   double declaredTicks = 0;                ///< what a copy declares as the interval; 0: nothing
+  double maximumError = 0;                 ///< that values were let move by when it was written
 };
 
 struct DataFileSummary {
   std::string name;
   std::uint64_t size = 0;
+};
+
+/// Of a compact NC cache.
+struct CompactSummary {
+  unsigned int encoding = 0;
+  std::optional<std::uint64_t> arrayBytes;   ///< of all arrays, each counted once
+  std::optional<std::uint64_t> storedBytes;  ///< of these on disk
 };
 
 struct PC2Summary {
@@ -64,6 +72,7 @@ struct CacheSummary {
   std::vector<ChannelSummary> channels;
   std::vector<DataFileSummary> dataFiles;
   std::optional<PC2Summary> pc2;
+  std::optional<CompactSummary> compact;
 
   /// Frames per second.
   std::optional<double> frameRate() const {

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "tools/options.h"
+#include "tools/track.h"
+
+namespace kelcache {
+
+/// How far --max-error lets values move.
+struct MaxError {
+  double amount = 0;       ///< above 0
+  bool isPercent = false;  ///< of the longest side of a channel's box over all frames
+
+  /// The bound for one channel, in its own unit; 0 where nothing may move: for integers, and where
+  /// the box has no size. Visits every moment of the track for a percentage. Throws eFailed.
+  double Of(Track& track) const;
+};
+
+/// "0.0005" or "0.01%".
+std::optional<MaxError> ParseMaxError(const std::string& text);
+
+/// For Option::check of what ParseMaxError takes.
+CLI::Validator NumberOrPercentage();
+
+/// Says on standard error how far values may be from the source's; of 0 nothing.
+void SayHowFarValuesMove(const std::string& target, const std::string& channel,
+                         double maximumError);
+
+}  // namespace kelcache
