@@ -34,12 +34,15 @@ void SetChecksum(std::uint8_t* bytes, std::size_t size) {
 void RepairRecords(Bytes* file) {
   std::uint64_t position = kHeaderSize;
   while (RangeFits(position, kRecordHeaderSize, file->size())) {
-    SetChecksum(file->data() + position, kRecordHeaderSize);
+    std::uint8_t* const record = file->data() + position;
+    SetChecksum(record, kRecordHeaderSize);
     RecordHeader header;
-    LoadRecordHeader(file->data() + position, &header);
+    LoadRecordHeader(record, &header);
     position += kRecordHeaderSize;
     if (header.kind != eArrayRecord && header.kind != eChannelRecord) continue;
     if (!RangeFits(position, header.storedSize, file->size())) return;
+    header.storedChecksum = Checksum(file->data() + position, header.storedSize);
+    StoreRecordHeader(header, record);
     position = AlignUp(position + header.storedSize);
   }
 }
@@ -68,7 +71,7 @@ std::string DescriptionOf(const Bytes& file, int form) {
   if (file.size() >= kHeaderSize) {
     std::copy_n(file.begin() + 16, description.identity.size(), description.identity.begin());
   }
-  description.encoding = (form & 1) == 0 ? eRaw : (form & 4) != 0 ? ePredicted : eBytePlanes;
+  description.encoding = (form & 1) == 0 ? eRaw : (form & 16) != 0 ? ePredicted : eBytePlanes;
   description.isPerFrame = (form & 2) != 0;
   description.ticksPerFrame = 250;
   for (int type = 2; type <= 6; ++type) {
@@ -108,7 +111,7 @@ bool ReadsWhole(zuCacheFileInterface& cache, std::size_t fileSize) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const kelsdk::fuzz::ScratchFolder scratch;
   if (size == 0) return 0;
-  const int form = data[0];
+  const int form = data[0];  // 1 compact, 2 per frame, 4 repaired, 8 read in groups, 16 predicted
   Bytes file(data + 1, data + size);
   if ((form & 4) != 0 && file.size() >= kHeaderSize + kTrailerSize) {
     SetChecksum(file.data(), kHeaderSize);

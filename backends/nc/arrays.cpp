@@ -126,7 +126,8 @@ const ArrayReader::Kept* ArrayReader::FindKept(const RecordChain::Link& link) co
   const KeptByDepth& all = kept_[link.record.channel];
   const auto* const end = all.begin() + link.form.depth;
   const auto* const found = std::find_if(all.begin(), end, [&](const Kept& kept) {
-    return base != 0 && kept.offset == base && kept.count == link.record.count;
+    return base != 0 && kept.offset == base && kept.count == link.record.count &&
+           kept.storedSize == link.form.baseStoredSize;
   });
   return found != end ? found : nullptr;
 }
@@ -163,6 +164,7 @@ bool ArrayReader::DecodeLink(EType type, const RecordChain::Link& link, void* ar
   const Kept* const base = FindKept(link);
   Kept& place = kept_[link.record.channel][link.form.depth];
   place.offset = 0;
+  place.storedSize = link.record.storedSize;
   place.count = count;
   place.checksum = link.record.checksum;
   if (link.isRaw) {

@@ -123,6 +123,7 @@ class ArrayReader {
  private:
   struct Kept {
     std::uint64_t offset = 0;  // of its payload; 0 for none
+    std::uint64_t storedSize = 0;
     std::uint32_t count = 0;
     std::uint64_t checksum = 0;  // of the array, decoded
     ArrayKeys keys;

@@ -73,7 +73,9 @@ class PayloadChecker : public RecordVisitor {
     }
     const auto at = static_cast<unsigned long long>(headerOffset);
     if (Checksum(stored_.data(), storedSize) != header.storedChecksum) {
-      problems_.Add("the record at %llu does not match its stored checksum", at);
+      const bool isArray = header.kind == eArrayRecord;
+      problems_.Add("the record at %llu%s does not match its stored checksum", at,
+                    isArray ? (", of tick " + std::to_string(header.tick) + ",").c_str() : "");
     } else if (header.kind == eArrayRecord) {
       CheckArray(header);
     }

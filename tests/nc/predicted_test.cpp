@@ -1,0 +1,354 @@
+#include "backends/nc/predicted.h"
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <set>
+
+#include "backends/nc/checksum.h"
+#include "backends/nc/records.h"
+#include "tests/nc/nc_test.h"
+
+namespace kelsdk::nc {
+namespace {
+
+constexpr EType kAllTypes[] = {zuCacheData::eNCDoubleArray, zuCacheData::eNCDoubleVectorArray,
+                               zuCacheData::eNCInt32Array, zuCacheData::eNCFloatArray,
+                               zuCacheData::eNCFloatVectorArray};
+
+std::size_t WordSize(EType type) {
+  return ElementSize(type) / ElementWidth(type);
+}
+
+// What values can be like: smooth, of any bits at all, mostly still, all the same, few bits.
+const char* const kKinds[] = {"smooth", "any bits", "outliers", "constant", "coarse"};
+
+Bytes MakeValues(EType type, const std::string& kind, std::size_t elements, int seed) {
+  std::mt19937_64 random(static_cast<unsigned int>(seed) * 31 + elements);
+  Bytes bytes = MakeArray(type, elements, kind == "smooth" ? seed : 1);
+  const std::size_t word = WordSize(type);
+  for (std::size_t at = 0; at < bytes.size(); at += word) {
+    const std::uint64_t bits = random();
+    if (kind == "any bits" || (kind == "outliers" && bits % 20 == 0)) {
+      std::memcpy(&bytes[at], &bits, word);
+    } else if (kind == "constant") {
+      std::fill_n(&bytes[at], word, std::uint8_t{0x80});
+    } else if (kind == "coarse") {
+      std::fill_n(&bytes[at], word / 2, std::uint8_t{0});
+    }
+  }
+  return bytes;
+}
+
+Bytes DecodeWith(const PredictedEncoder& encoder, EType type, std::size_t elements,
+                 const ArrayKeys* base, ArrayKeys* keys) {
+  const std::span<const std::uint8_t> stored = encoder.Stored();
+  Bytes padded(stored.begin(), stored.end());
+  padded.resize(stored.size() + kDecodeSlack);
+  Bytes array(elements * ElementSize(type));
+  PredictedDecoder decoder;
+  io::Error error;
+  EXPECT_TRUE(decoder.Decode(type, {padded.data(), stored.size()},
+                             static_cast<std::uint32_t>(elements), base, array.data(), keys, error))
+      << error.text();
+  return array;
+}
+
+TEST(Predicted, GivesEveryBitBack) {
+  for (const EType type : kAllTypes) {
+    for (const std::size_t elements : {1UL, 2UL, 31UL, 33UL, 1023UL, 1025UL, 2100UL}) {
+      for (const char* const kind : kKinds) {
+        SCOPED_TRACE(std::string(kElementTypes[type].name) + " x " + std::to_string(elements) +
+                     ", " + kind);
+        PredictedEncoder encoder;
+        ArrayKeys keys[2];
+        ArrayKeys decoded[2];
+        for (std::uint8_t depth = 0; depth < 2; ++depth) {
+          const Bytes array = MakeValues(type, kind, elements, depth);
+          PredictedHeader header;
+          header.depth = depth;
+          header.baseDistance = depth;
+          encoder.Encode(type, array.data(), static_cast<std::uint32_t>(elements),
+                         depth != 0 ? &keys[0] : nullptr, 0, header, &keys[depth]);
+          EXPECT_EQ(DecodeWith(encoder, type, elements, depth != 0 ? &decoded[0] : nullptr,
+                               &decoded[depth]),
+                    array);
+          Bytes again(array.size());
+          ArrayOfKeys(type, keys[depth], static_cast<std::uint32_t>(elements), again.data());
+          EXPECT_EQ(again, array);
+          EXPECT_GE(encoder.Stored().size(), array.size() / kBestCompression);
+        }
+      }
+    }
+  }
+}
+
+TEST(Predicted, KeepsValuesWithinTheBound) {
+  constexpr std::size_t kElements = 500;
+  for (const EType type : kAllTypes) {
+    if (type == zuCacheData::eNCInt32Array) continue;
+    for (const double bound : {1e-300, 1e-9, 1e-5, 0.003, 1.0, 1e5}) {
+      SCOPED_TRACE(std::string(kElementTypes[type].name) + " within " + std::to_string(bound));
+      PredictedEncoder encoder;
+      ArrayKeys keys[2];
+      ArrayKeys decoded[2];
+      for (std::uint8_t depth = 0; depth < 2; ++depth) {
+        const Bytes array = MakeArray(type, kElements, depth);
+        PredictedHeader header;
+        header.depth = depth;
+        header.baseDistance = depth;
+        const bool isSmaller =
+            encoder.Encode(type, array.data(), kElements, depth != 0 ? &keys[0] : nullptr, bound,
+                           header, &keys[depth]);
+        const auto* const moved = static_cast<const std::uint8_t*>(encoder.Decoded());
+        const Bytes expected(moved, moved + array.size());
+        EXPECT_EQ(DecodeWith(encoder, type, kElements, depth != 0 ? &decoded[0] : nullptr,
+                             &decoded[depth]),
+                  expected);
+        double largest = 0;
+        for (std::size_t at = 0; at < array.size(); at += WordSize(type)) {
+          const auto value = [&](const Bytes& bytes) {
+            return WordSize(type) == sizeof(double)
+                       ? io::LoadLittle<double>(&bytes[at])
+                       : static_cast<double>(io::LoadLittle<float>(&bytes[at]));
+          };
+          largest = std::max(largest, std::fabs(value(expected) - value(array)));
+        }
+        EXPECT_LE(largest, bound);
+        EXPECT_EQ(isSmaller && bound >= 0.003, bound >= 0.003);
+      }
+    }
+  }
+}
+
+TEST(Predicted, LeavesWhatIsNoNumberAsItIs) {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  for (const float odd : {kInfinity, -kInfinity, std::numeric_limits<float>::quiet_NaN(), 1e38f}) {
+    std::vector<float> values(100, 1.5f);
+    values[7] = odd;
+    PredictedEncoder encoder;
+    ArrayKeys keys;
+    encoder.Encode(zuCacheData::eNCFloatArray, values.data(), 100, nullptr, 1e-3, {}, &keys);
+    EXPECT_EQ(encoder.Decoded(), values.data()) << odd;
+  }
+}
+
+// A cache of 20 frames in two channels, whose records a test may falsify. Its points lie anywhere
+// and move a little.
+class Bases : public NcTest {
+ protected:
+  static constexpr int kFrames = 20;
+  static constexpr std::size_t kElements = 200;
+
+  static Bytes MakeFrame(int frame) {
+    std::mt19937 random(7);
+    std::vector<float> values(3 * kElements);
+    for (float& value : values) {
+      value = static_cast<float>(random() % 1000) + 0.001f * static_cast<float>(frame);
+    }
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(values.data());
+    return {bytes, bytes + values.size() * sizeof(float)};
+  }
+
+  void SetUp() override {
+    spec_ = Form{Cache::eSingleFile, "ncc"}.Of({});
+    for (const char* name : {"P", "Q"}) {
+      spec_.channels.push_back({name, zuCacheData::eNCFloatVectorArray});
+    }
+    for (int i = 0; i < kFrames; ++i) {
+      for (const unsigned int channel : {0u, 1u}) {
+        const int shift = channel == 0 ? 0 : 50;
+        spec_.samples.push_back({channel, i * 250, MakeFrame(i + shift)});
+      }
+    }
+    ASSERT_TRUE(Write(Folder(), "shot", spec_));
+    path_ = folder_.File("shot.ncc");
+    bytes_ = test::ReadBytes(path_);
+    for (std::size_t at = kHeaderSize; at + kRecordHeaderSize <= bytes_.size(); at += kAlignment) {
+      RecordHeader record;
+      if (LoadRecordHeader(&bytes_[at], &record) && record.kind == eArrayRecord) {
+        places_.emplace(std::pair(record.channel, record.tick / 250), at);
+      }
+    }
+    ASSERT_EQ(places_.size(), std::size_t{2 * kFrames});
+  }
+
+  std::uint8_t* PayloadOf(unsigned int channel, int frame) {
+    return &bytes_[places_.at({channel, frame}) + kRecordHeaderSize];
+  }
+
+  // Makes the checksums of a record what they are to be, and puts the file in its place.
+  void Seal(unsigned int channel, int frame) {
+    std::uint8_t* const at = &bytes_[places_.at({channel, frame})];
+    RecordHeader record;
+    ASSERT_TRUE(LoadRecordHeader(at, &record));
+    record.storedChecksum = Checksum(at + kRecordHeaderSize, record.storedSize);
+    StoreRecordHeader(record, at);
+    test::WriteBytes(path_, bytes_);
+  }
+
+  // The frames of the first channel that cannot be read, each with a cache opened for it alone and
+  // with one that reads them all; whatever can be read is right.
+  std::set<int> Unreadable() {
+    std::set<int> unreadable;
+    Cache all;
+    EXPECT_TRUE(all.initFileRead("shot", Folder().c_str()));
+    for (int frame = 0; frame < kFrames; ++frame) {
+      Cache one;
+      EXPECT_TRUE(one.initFileRead("shot", Folder().c_str()));
+      const auto array = ReadArray(one, 0, frame * 250);
+      EXPECT_EQ(ReadArray(all, 0, frame * 250), array) << "frame " << frame;
+      if (!array) unreadable.insert(frame);
+      if (array) {
+        EXPECT_EQ(*array, spec_.samples[static_cast<std::size_t>(2 * frame)].array);
+      }
+    }
+    return unreadable;
+  }
+
+  CacheSpec spec_;
+  std::string path_;
+  Bytes bytes_;
+  std::map<std::pair<std::uint32_t, int>, std::size_t> places_;  // of records, by channel and frame
+};
+
+TEST_F(Bases, AreReadInAnyOrderWithFewReads) {
+  Cache cache;
+  ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
+  const auto reads = [&](const std::vector<int>& frames) {
+    const unsigned long before = test::SystemCallCount();
+    for (const int frame : frames) {
+      EXPECT_EQ(ReadArray(cache, 0, frame * 250),
+                spec_.samples[static_cast<std::size_t>(2 * frame)].array);
+    }
+    return test::SystemCallCount() - before;
+  };
+  std::vector<int> forward(kFrames);
+  std::iota(forward.begin(), forward.end(), 0);
+  EXPECT_LE(reads(forward), kFrames + 1u) << "with the index";
+  EXPECT_LE(reads({forward.rbegin(), forward.rend()}), 2u * kFrames);
+  EXPECT_LE(reads({15, 18, 14, 1, 13}), 25u);
+  EXPECT_EQ(reads({13, 13}), 0u) << "again";
+}
+
+TEST_F(Bases, DamagedTakeThoseThatStandOnThemAlong) {
+  struct Row {
+    int damaged;
+    std::set<int> lost;
+  };
+  for (const Row& row : {Row{12, {12, 13, 14, 15}}, Row{7, {7}}, Row{16, {16, 17, 18, 19}}}) {
+    SCOPED_TRACE("frame " + std::to_string(row.damaged));
+    const Bytes whole = bytes_;
+    PayloadOf(0, row.damaged)[40] ^= 1;
+    test::WriteBytes(path_, bytes_);
+    EXPECT_EQ(Unreadable(), row.lost);
+    const std::string said = Verifies("shot").message();
+    for (const int frame : row.lost) {
+      EXPECT_NE(said.find("tick " + std::to_string(frame * 250)), std::string::npos) << said;
+    }
+    bytes_ = whole;
+  }
+}
+
+TEST_F(Bases, ThatAreNoneAreRefused) {
+  const auto distance = [&](unsigned int channel, int from, int to) {
+    return static_cast<std::uint32_t>((places_.at({channel, from}) - places_.at({0, to})) /
+                                      kAlignment);
+  };
+  const auto store = [&](int offset) {
+    return [=, this](std::uint64_t value) {
+      io::StoreLittle(PayloadOf(0, 3) + offset, static_cast<std::uint32_t>(value));
+    };
+  };
+  struct Row {
+    const char* lie;
+    std::function<void()> tell;
+  };
+  const Row rows[] = {
+      {"itself", [&] { store(4)(1); }},
+      {"before the file", [&] { store(4)(0xffffffff); }},
+      {"another channel", [&] { store(4)(distance(0, 3, 2) - (distance(1, 2, 2))); }},
+      {"no record", [&] { store(4)(distance(0, 3, 2) + 1); }},
+      {"another size", [&] { store(8)(100); }},
+      {"as deep", [&] { PayloadOf(0, 3)[1] = 1; }},
+      {"too deep", [&] { PayloadOf(0, 3)[1] = 9; }},
+      {"an unknown form", [&] { PayloadOf(0, 3)[0] = 3; }},
+      {"an unknown prediction", [&] { PayloadOf(0, 3)[12] = 3; }},
+      {"too many bits left away", [&] { PayloadOf(0, 3)[2] = 32; }},
+  };
+  const Bytes whole = bytes_;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.lie);
+    bytes_ = whole;
+    row.tell();
+    Seal(0, 3);
+    EXPECT_EQ(Unreadable(), std::set<int>{3});
+    EXPECT_FALSE(Verifies("shot"));
+  }
+}
+
+TEST_F(Bases, OfOtherCountsAreNotTaken) {
+  CacheSpec spec = Form{Cache::eSingleFile, "ncc"}.Of({});
+  spec.channels = {{"P", zuCacheData::eNCFloatVectorArray}};
+  for (int i = 0; i < 40; ++i) {
+    spec.samples.push_back(
+        {0, i * 250, MakeArray(spec.channels[0].type, 50 + static_cast<unsigned>(i / 3), i)});
+  }
+  ASSERT_TRUE(Write(Folder(), "counts", spec));
+  EXPECT_EQ(ReadCache(Folder(), "counts"), ContentsOf(spec));
+  EXPECT_TRUE(Verifies("counts"));
+}
+
+TEST_F(NcTest, AMaximumErrorIsKeptWithTheChannel) {
+  const auto begin = [&](Cache& cache, const char* tag, unsigned int encoding, EType type) {
+    unsigned int channel = 0;
+    EXPECT_TRUE(cache.initFileWrite(Folder().c_str(), "shot", Cache::eSingleFile, tag, 250, {},
+                                    encoding) &&
+                cache.addChannel("P", "Points", type, channel));
+  };
+  constexpr EType kPoints = zuCacheData::eNCFloatVectorArray;
+  struct Row {
+    const char* name;
+    const char* tag;
+    unsigned int encoding;
+    EType type;
+    double bound;
+  };
+  for (const Row& row : {Row{"raw", "ncx", 2, kPoints, 0.1}, Row{"first", "ncc", 1, kPoints, 0.1},
+                         Row{"integers", "ncc", 2, zuCacheData::eNCInt32Array, 0.1},
+                         Row{"none", "ncc", 2, kPoints, 0}, Row{"negative", "ncc", 2, kPoints, -1},
+                         Row{"not a number", "ncc", 2, kPoints, std::nan("")}}) {
+    Cache cache;
+    begin(cache, row.tag, row.encoding, row.type);
+    EXPECT_FALSE(cache.setMaximumError(0, row.bound)) << row.name;
+    EXPECT_FALSE(cache.setMaximumError(1, 0.1)) << "an unknown channel";
+  }
+  const CacheSpec spec = Frames(20, 100);
+  for (const bool dies : {false, true}) {
+    Cache cache;
+    begin(cache, "ncc", 2, kPoints);
+    ASSERT_TRUE(cache.setMaximumError(0, 0.01));
+    for (const Sample& sample : spec.samples) {
+      Bytes array = sample.array;
+      ASSERT_TRUE(cache.beginWriteAtTime(sample.tick) &&
+                  cache.addArrayData(0, sample.tick, array.data(), 100) && cache.endWriteAtTime());
+    }
+    EXPECT_FALSE(cache.setMaximumError(0, 0.02)) << "after an array";
+    EXPECT_EQ(!dies && cache.endFileWrite(), !dies);
+  }
+  unsigned int blocks = 0;
+  Cache::recoverOptions force;
+  force.force = true;
+  ASSERT_TRUE(Cache::recover(Folder().c_str(), "shot", force, blocks, nullptr, nullptr));
+  Cache cache;
+  double bound = 0;
+  ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()) && cache.maximumError(0, bound));
+  EXPECT_EQ(bound, 0.01) << "of the cache that was recovered";
+  EXPECT_EQ(cache.compactEncoding(), 2u);
+  EXPECT_TRUE(Verifies("shot"));
+}
+
+}  // namespace
+}  // namespace kelsdk::nc
