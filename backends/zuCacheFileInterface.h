@@ -123,8 +123,8 @@ class zuCacheFileInterface {
   /// publish.
   void discardWrite();
 
-  /// The form of the arrays behind the tag "ncc": that of all caches before version 2.1, where each
-  /// array stands by itself, and the usual one, where it is predicted from earlier ones.
+  /// The form of the arrays behind the tag "ncc": the first, where each stands by itself and which
+  /// the earliest readers know, and the usual one, where they are predicted from earlier ones.
   static constexpr unsigned int kFirstCompactEncoding = 1;
   static constexpr unsigned int kCompactEncoding = 2;
 

@@ -349,7 +349,7 @@ void AddConvert(CLI::App& app, Work* work) {
   verb->add_flag("--compact", options->compact,
                  "NC: compression (ncc), lossless without --max-error");
   verb->add_option("--compact-encoding", options->compactEncoding,
-                   "NC: 2, or 1 for versions before 2.1, which takes more room")
+                   "NC: 2, or 1, which takes more room, for readers that know no other")
       ->transform(OneOf({"1", "2"}))
       ->type_name("1|2")
       ->capture_default_str();
