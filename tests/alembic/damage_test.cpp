@@ -160,8 +160,8 @@ void UseWithFailures(const std::string& path) {
 
 TEST_F(AlembicDamage, FailuresInTurnAreErrors) {
   const auto use = [path = TestData("abc/tiny.abc")] { UseWithFailures(path); };
-  EXPECT_GT(FailEachAllocation(use), 50u);
-  EXPECT_GT(FailEachSystemCall(use), 4u);
+  EXPECT_GT(FailEach<FailAllocation>(use), 50u);
+  EXPECT_GT(FailEach<FailSystemCall>(use), 4u);
 }
 
 TEST_F(AlembicDamage, AFileCutShortWhileOpenIsAnError) {

@@ -70,7 +70,7 @@ TEST_F(CacheOpening, SucceedsWholeOrEndsTheBackEnd) {
     // What was asked of a back-end and refused, or may be asked next, it tells in its own words.
     EXPECT_STREQ(cache_->GetErrorString(), row.calls.empty() ? "" : WordsOf(row.format));
     if (row.outcome != "done") continue;
-    FailEachAllocation(
+    FailEach<FailAllocation>(
         [&] {
           cache_->CloseFile(nullptr);
           status_.Clear();
@@ -99,7 +99,7 @@ TEST_F(CacheOpening, WithoutScratchBufferGivesTheWriteUp) {
     const long blocks = OutstandingBlocks();
     std::string calls;
     long blocksLeft = 0;
-    FailEachAllocation(
+    FailEach<FailAllocation>(
         [&] {
           cache_->CloseFile(nullptr);
           TakeCalls();

@@ -218,7 +218,8 @@ TEST_F(Host, PropertiesCompareTagsAndKeepNoAddress) {
   EXPECT_TRUE(existed);
   EXPECT_FALSE(KelProperty::Create(nullptr, KelEnumDT, "p", "", true, &existed).IsValid());
   EXPECT_FALSE(existed);
-  FailEachAllocation([&] { KelProperty::Create(object, KelEnumDT, "q", "label", false, nullptr); });
+  FailEach<FailAllocation>(
+      [&] { KelProperty::Create(object, KelEnumDT, "q", "label", false, nullptr); });
   manager->Destroy();
 }
 
@@ -241,7 +242,7 @@ TEST_F(Host, TextsReplaceJoinAndRunOutOfMemory) {
   text += text;
   EXPECT_STREQ(text.Left(100), "a\\b/ca\\b/c");
   EXPECT_STREQ(KelString() + nullptr + "", "");
-  const unsigned long failures = FailEachAllocation([] {
+  const unsigned long failures = FailEach<FailAllocation>([] {
     const KelString folder("/some/folder");
     const KelString path = folder + "/" + KelString("name") + ".pc2";
     EXPECT_STREQ(path, path.IsValid() ? "/some/folder/name.pc2" : "");
