@@ -15,8 +15,7 @@ const CacheSpec kDied = Frames(3, 10, 40);
 class Recovery : public NcTest {
  protected:
   // A folder for each row of a table.
-  void Begin(const char* why) {
-    trace_ = why;
+  void Begin() {
     said_.clear();
     fs::remove_all(folder_.path());
     fs::create_directory(folder_.path());
@@ -34,7 +33,7 @@ class Recovery : public NcTest {
     unsigned int blocks = 0;
     const bool recovered =
         Cache::recover(Folder().c_str(), "shot", options, blocks, test::AddLine, &said_);
-    EXPECT_EQ(recovered, blocks > 0) << trace_;
+    EXPECT_EQ(recovered, blocks > 0) << said_;
     return blocks;
   }
 
@@ -42,10 +41,6 @@ class Recovery : public NcTest {
   unsigned int Leftovers() const {
     return Cache::leftovers(Folder().c_str(), "shot", nullptr, nullptr);
   }
-  bool Holds(const std::string& base, const CacheSpec& spec) const {
-    return ReadCache(Folder(), base.c_str()) == ContentsOf(spec) && Verifies(base.c_str());
-  }
-
   // Sets the cache "shot" back to where its description was about to be put in place.
   void TakeBackDescription() {
     Description description;
@@ -57,7 +52,6 @@ class Recovery : public NcTest {
     fs::rename(path, partial + "/shot.xml");
   }
 
-  std::string trace_;
   std::string said_;
 };
 
@@ -82,7 +76,7 @@ TEST_F(Recovery, LosesNothingThatStands) {
   };
   for (const Form& form : kForms) {
     for (const auto& row : rows) {
-      Begin(row.why);
+      Begin();
       SCOPED_TRACE(form.Name() + ", " + row.why);
       const bool isSingle = form.format == Cache::eSingleFile;
       const std::string ending = (isSingle ? "." : "Frame1.") + std::string(form.tag);
@@ -134,7 +128,7 @@ TEST_F(Recovery, WhatBearsTheNamesWithoutADescription) {
   EXPECT_TRUE(Holds("shot", kDied));
   EXPECT_EQ(test::ReadBytes(folder_.File("shot.before-recover.ncx")), orphan);
 
-  Begin("no data file");
+  Begin();  // no data file
   Die(kDied);
   test::WriteBytes(folder_.File("shot.ncx"), {'x'});
   EXPECT_EQ(Recover(true), 0u) << "not over it";
@@ -177,8 +171,8 @@ TEST_F(Recovery, AnAttemptWithoutAWholeBlockIsPutAway) {
 TEST_F(Recovery, APublicationThatHadBegunGoesOn) {
   const CacheSpec other = Form{Cache::eSingleFile, "ncc"}.Of(kOlder);
   for (const bool newer : {false, true}) {
-    Begin(newer ? "a newer cache stands" : "an older cache stands");
-    SCOPED_TRACE(trace_);
+    Begin();
+    SCOPED_TRACE(newer ? "a newer cache stands" : "an older cache stands");
     if (!newer) {
       ASSERT_TRUE(Write(Folder(), "shot", other));
       fs::copy(folder_.path(), folder_.path() + ".kept");
@@ -200,7 +194,7 @@ TEST_F(Recovery, APublicationThatHadBegunGoesOn) {
     EXPECT_EQ(test::NamesIn(folder_.path()).size(), newer ? 4u : 3u);
   }
 
-  Begin("one of its files is gone");
+  Begin();  // one of its files is gone
   const CacheSpec frames = Form{Cache::eFilePerFrame, "ncx"}.Of(kDied);
   ASSERT_TRUE(Write(Folder(), "shot", frames));
   TakeBackDescription();

@@ -44,7 +44,7 @@ TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
       for (const unsigned int channels : {1u, kChannels}) {
         SCOPED_TRACE(form.Name() + std::to_string(channels) + (groups ? " in groups" : " singly"));
         Cache cache;
-        ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
+        ASSERT_TRUE(Open(cache));
         cache.setOptimizeMultiChannelRead(groups);
         const auto play = [&](int frame) {
           for (unsigned int c = 0; c < channels; ++c) {

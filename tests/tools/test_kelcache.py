@@ -206,11 +206,11 @@ class Converting(CommandTest):
         for path in sorted((DATA / "pc2").glob("*.pc2")):
             # At 25 frames a second the sample times of that file fall on ticks.
             between = path.stem == "jelly_drop"
-            rates = [["--rate", 24]] + [["--rate", 25]] * between
+            rates = [["--rate", 24], ["--rate", 23.976]] + [["--rate", 25]] * between
             for more in [rate + layout for rate in rates for layout in layouts]:
                 done = run("convert", path, nc, "--force", *more)
                 self.assertEqual((done.returncode, "rounded to ticks" in done.stderr),
-                                 (DONE, between and 24 in more))
+                                 (DONE, 23.976 in more or between and 24 in more))
                 self.run_done("diff", path, nc)
                 self.run_done("verify", nc)
                 self.run_done("convert", nc, back, "--force")
