@@ -63,8 +63,7 @@ class AlembicDamage : public FileTest {
 // tiny.abc, one field changed at a time: refused, or noticed by Verify while the rest stays.
 const struct {
   const char* why;
-  std::size_t offset;
-  std::size_t width;
+  std::size_t offset, width;
   std::uint64_t value;
   std::optional<int> channels;  // none: refused at open
   const char* words;

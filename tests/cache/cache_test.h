@@ -74,11 +74,6 @@ class CacheTest : public FileTest {
     Renew();
     Status();
   }
-  void TearDown() override {
-    object_.reset();
-    status_.Clear();
-    FileTest::TearDown();
-  }
 
   void Renew() { cache_ = object_.emplace().get(); }
 

@@ -13,10 +13,10 @@ inline void AddLine(void* context, const char* line) {
 }
 
 /// A scratch folder for each test, and a failure for one that leaves KelMalloc blocks or open files
-/// behind. What a test holds must have ended by its own end.
+/// behind, in whatever its fixture holds too.
 class FileTest : public testing::Test {
  protected:
-  void TearDown() override {
+  ~FileTest() override {
     EXPECT_EQ(OutstandingBlocks(), blocks_) << "KelMalloc blocks leaked";
     EXPECT_EQ(OpenDescriptors(), descriptors_) << "open files leaked";
   }
