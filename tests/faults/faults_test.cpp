@@ -70,11 +70,9 @@ struct Operation {
   const char* name;
   EOperation operation;
   unsigned long fewestPoints;
-};
 
-void PrintTo(const Operation& operation, std::ostream* out) {
-  *out << operation.name;
-}
+  friend void PrintTo(const Operation& one, std::ostream* out) { *out << one.name; }
+};
 
 constexpr Operation kOperations[] = {
     {"read", eRead, 5},         {"write", eWrite, 12},
@@ -103,22 +101,16 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
 
   void Operate() {
     unsigned int saved = 0;
-    switch (operation_) {
-      case eRead: ReadInBothWays(); break;
-      case eWrite: WriteCache(target_, targetPath_, newer_, steps_); break;
-      case eRecover:
-      case eRecoverByForce:
-        Recover(target_, targetPath_, work_, operation_ == eRecoverByForce, saved);
-        break;
-      case eFromPC2:
-      case eToPC2: Convert(); break;
-    }
+    if (operation_ == eRead) ReadInBothWays();
+    if (operation_ == eWrite) WriteCache(target_, targetPath_, newer_, steps_);
+    if (Recovers()) Recover(target_, targetPath_, work_, operation_ == eRecoverByForce, saved);
+    if (operation_ >= eFromPC2) Convert();
   }
 
   // Opens, reads in both ways, closes. Whatever fails, what is delivered is right.
   void ReadInBothWays() {
-    const StoreObject object(target_, targetPath_);
-    if (object.cache == nullptr) return;
+    const CacheObject object(target_.format, targetPath_);
+    if (object.get() == nullptr) return;
     double values[kValues] = {-1};
     double expected[kValues];
     float* fetched = nullptr;
@@ -146,8 +138,8 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
   }
 
   void Convert() {
-    const StoreObject object(source_, sourcePath_);
-    if (object.cache == nullptr) return;
+    const CacheObject object(source_.format, sourcePath_);
+    if (object.get() == nullptr) return;
     converted_ = source_.IsNC()
                      ? object->ConvertFromNCToPC2(24, 0, nullptr)
                      : object->ConvertFromPC2ToNC(store_.files, 24, store_.binary, nullptr);
@@ -203,9 +195,8 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
 TEST_P(Faults, EveryPointInTurn) {
   const Operation& operation = std::get<1>(GetParam());
   for (const Fault& fault : kFaults) {
-    bool reached = true;
     unsigned long visited = 0;
-    for (; reached && !HasFailure(); ++visited) {
+    for (bool reached = true; reached && !HasFailure(); ++visited) {
       SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(visited + 1));
       Restore();
       steps_.done = 0;
