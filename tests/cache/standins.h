@@ -24,7 +24,6 @@ struct Answers {
 
 inline Answers answers;
 inline std::string calls;
-inline unsigned int timesCounted;  ///< how often the NC back-end was asked for its channels
 
 /// The calls since it was last asked: "one(1, 2); another()".
 inline std::string TakeCalls() {
