@@ -86,103 +86,86 @@ TEST_F(CacheOpening, SucceedsWholeOrEndsTheBackEnd) {
   EXPECT_EQ(TakeCalls(), "");
 }
 
+// Which names are looked for, and what is then asked of the back-end. The current folder is that of
+// the files.
 TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
-  const std::string back = std::regex_replace(Path("any"), std::regex("/"), "\\");
-  std::filesystem::create_directory(folder_.File("sub"));
-  const auto before = std::filesystem::current_path();
-  std::filesystem::current_path(folder_.path());
-  const struct {
-    std::string absolute, relative, opened;
-  } rows[] = {
-      // shot.pc2 must exist, and the name as it stands is opened.
-      {back, "none", "here/shot.any"},
-      {"/nowhere/x.pc2", Path("pc2"), "here/shot.pc2"},
-      {"", "sub\\..\\shot.any", "here/shot.any"},
-      {"shot.pc2", "", "shot.pc2"},
+  using Ask = bool (*)(KelCache&, double rate, KelStatus*);
+  const Ask open = [](KelCache& cache, double, KelStatus* status) {
+    return cache.OpenFileForRead(status);
   };
-  for (const auto& row : rows) {
-    Renew();
-    TakeCalls();
-    object_->Name(kPC2, row.absolute, row.relative);
-    EXPECT_TRUE(cache_->OpenFileForRead(nullptr)) << row.absolute;
-    EXPECT_EQ(CallsHere(), "zuPointCache2IO(); initialize(" + row.opened + ", 0)");
-  }
-  // Writing has no fallback and needs no file.
-  object_->Name(kNC, "new.any", "shot.any");
-  EXPECT_TRUE(cache_->OpenFileForWrite(KelCache::eNCFilePerFrame, 29.97, "c", KelCache::eNCBinaryC,
-                                       KelCache::eNCInt32Array, "w", nullptr));
-  EXPECT_EQ(TakeCalls(),
-            "zuCacheFileInterface(); initFileWrite(./, new, 1, ncc, 200); addChannel(c, w, 4)");
-  std::filesystem::current_path(before);
-  cache_->CloseFile(nullptr);
-  object_->Name(kNC, "C:\\cache\\b.pc2", "/rel\\a.x.pc2");
-  EXPECT_EQ(Outcome(cache_->OpenFileForRead(&status_)),
-            "1 Cache file not found: C:/cache/b.xml, /rel/a.x.xml");
-}
-
-// The very file, whatever its extension, where a format has one file.
-TEST_F(CacheOpening, NamedFilesAreOpenedAsTheyAreNamed) {
-  const std::string odd = folder_.File("odd.bin");
-  WriteBytes(odd, {0});
-  const struct {
-    KelCache::EFileFormat format;
-    std::string name, outcome, calls;
-  } rows[] = {
-      {kPC2, odd, "done", "zuPointCache2IO(); initialize(here/odd.bin, 0)"},
-      {kAbc, odd, "done", "AlembicInterface(1); Open(here/odd.bin, 1)"},
-      {kNC, Path("xml"), "done",
-       "zuCacheFileInterface(); initFileRead(shot, here/); setOptimizeMultiChannelRead(1)"},
-      {kPC2, Path("any"), "1 Cache file not found: " + Path("any"), ""},
-      {KelCache::eUnknownFormat, odd, "1 Invalid/unspecified cache format", ""},
+  // The very file, whatever its extension, where a format has one file.
+  const Ask named = [](KelCache& cache, double, KelStatus* status) {
+    return cache.OpenNamedFileForRead(status);
   };
-  for (const auto& row : rows) {
-    object_->Name(row.format, row.name, Path("pc2"));
-    EXPECT_EQ(Outcome(cache_->OpenNamedFileForRead(&status_)), row.outcome);
-    EXPECT_EQ(CallsHere(), row.calls);
-    EXPECT_EQ(cache_->OpenNamedFileForRead(nullptr), row.outcome == "done") << "as it is";
-    cache_->CloseFile(nullptr);
-    TakeCalls();
-  }
-}
-
-TEST_F(CacheOpening, ConversionsNameSourceAndTarget) {
+  // Has no fallback and needs no file.
+  const Ask write = [](KelCache& cache, double rate, KelStatus* status) {
+    return cache.OpenFileForWrite(KelCache::eNCFilePerFrame, rate, "c", KelCache::eNCBinaryC,
+                                  KelCache::eNCInt32Array, "w", status);
+  };
+  const Ask toNC = [](KelCache& cache, double rate, KelStatus* status) {
+    return cache.ConvertFromPC2ToNC(KelCache::eNCFilePerFrame, rate, KelCache::eNCBinaryC, status);
+  };
+  // The target is the source with its last three characters replaced.
+  const Ask toPC2 = [](KelCache& cache, double rate, KelStatus* status) {
+    return cache.ConvertFromNCToPC2(rate, 5, status);
+  };
   const std::string here = folder_.path() + "/";
+  const std::string back = std::regex_replace(Path("any"), std::regex("/"), "\\");
+  const std::string pc2 = "zuPointCache2IO(); initialize(";
+  const std::string nc = "zuCacheFileInterface(); initFile";
   const struct {
+    Ask ask;
     KelCache::EFileFormat format;
     std::string absolute, relative;
     double rate;
     std::string outcome, calls;
   } rows[] = {
-      {kPC2, Path("pc2"), "", 29.97, "done",
+      // shot.pc2 must exist, and the name as it stands is opened.
+      {open, kPC2, back, "none", 24, "done", pc2 + "here/shot.any, 0)"},
+      {open, kPC2, "/nowhere/x.pc2", Path("pc2"), 24, "done", pc2 + "here/shot.pc2, 0)"},
+      {open, kPC2, "", "sub\\..\\shot.any", 24, "done", pc2 + "here/shot.any, 0)"},
+      {open, kPC2, "shot.pc2", "", 24, "done", pc2 + "shot.pc2, 0)"},
+      {open, kNC, "C:\\cache\\b.pc2", "/rel\\a.x.pc2", 24,
+       "1 Cache file not found: C:/cache/b.xml, /rel/a.x.xml", ""},
+      {write, kNC, "new.any", "shot.any", 29.97, "done",
+       nc + "Write(./, new, 1, ncc, 200); addChannel(c, w, 4)"},
+      {named, kPC2, here + "odd.bin", Path("pc2"), 24, "done", pc2 + "here/odd.bin, 0)"},
+      {named, kAbc, here + "odd.bin", "", 24, "done", "AlembicInterface(1); Open(here/odd.bin, 1)"},
+      {named, kNC, Path("xml"), "", 24, "done",
+       nc + "Read(shot, here/); setOptimizeMultiChannelRead(1)"},
+      {named, kPC2, here + "none", "shot.pc2", 24, "1 Cache file not found: " + here + "none", ""},
+      {named, KelCache::eUnknownFormat, here + "odd.bin", "", 24,
+       "1 Invalid/unspecified cache format", ""},
+      {toNC, kPC2, Path("pc2"), "", 29.97, "done",
        "convertFromPc2(here/shot.pc2, here/, shot, 1, ncc, 200)"},
-      // shot.pc2 is looked for, shot.any is read.
-      {kPC2, "C:\\no\\x.pc2", here + "a\\..\\shot.any", 24, "done",
+      {toNC, kPC2, "C:\\no\\x.pc2", here + "a\\..\\shot.any", 24, "done",
        "convertFromPc2(here/shot.any, here/, shot, 1, ncc, 250)"},
-      // The target is the source with its last three characters replaced.
-      {kNC, here + "long.cache", "", 24, "done",
+      {toPC2, kNC, here + "long.cache", "", 24, "done",
        "convertToPc2(here/long.capc2, here/, long, 5, 250)"},
-      {kNC, Path("xml"), "", 0, "1 Invalid sampling rate", ""},
-      {kNC, "/no/x.xml", "/rel/y.any", 24, "1 Cache file not found: /no/x.xml, /rel/y.xml", ""},
-      {kAbc, Path("pc2"), "", 24, "untouched", ""},
+      {toPC2, kNC, Path("xml"), "", 0, "1 Invalid sampling rate", ""},
+      {toPC2, kNC, "/no/x.xml", "/rel/y.any", 24, "1 Cache file not found: /no/x.xml, /rel/y.xml",
+       ""},
+      {toNC, kAbc, Path("pc2"), "", 24, "untouched", ""},
   };
-  WriteBytes(here + "long.cache", {0});
+  for (const char* name : {"odd.bin", "long.cache"}) WriteBytes(here + name, {0});
+  std::filesystem::create_directory(here + "sub");
+  const auto before = std::filesystem::current_path();
+  std::filesystem::current_path(here);
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.absolute + row.calls);
-    object_->Name(row.format, row.absolute, row.relative);
-    const auto convert = [&] {
-      return row.format == kNC ? cache_->ConvertFromNCToPC2(row.rate, 5, &status_)
-                               : cache_->ConvertFromPC2ToNC(KelCache::eNCFilePerFrame, row.rate,
-                                                            KelCache::eNCBinaryC, &status_);
-    };
-    Status();
-    EXPECT_EQ(Outcome(convert()), row.outcome);
-    EXPECT_EQ(CallsHere(), row.calls);
-    answers.refused = {"convertFromPc2", "convertToPc2"};
-    EXPECT_FALSE(convert());
-    EXPECT_EQ(Status().ends_with("failed"), row.outcome == "done");
+    SCOPED_TRACE(row.absolute + row.relative + row.calls);
+    Renew();
     answers.refused = {};
     TakeCalls();
+    Status();
+    object_->Name(row.format, row.absolute, row.relative);
+    EXPECT_EQ(Outcome(row.ask(*cache_, row.rate, &status_)), row.outcome);
+    EXPECT_EQ(CallsHere(), row.calls);
+    answers.refused = {"convertFromPc2", "convertToPc2"};
+    const bool isOpen = cache_->IsOpen(nullptr);
+    EXPECT_EQ(row.ask(*cache_, row.rate, &status_), isOpen) << "as it is";
+    EXPECT_EQ(Status().ends_with("failed"), !isOpen && row.outcome == "done");
   }
+  std::filesystem::current_path(before);
 }
 
 }  // namespace
