@@ -183,19 +183,34 @@ TEST_F(AlembicReading, SamplesComeAsStored) {
 }
 
 // The last sample has two points.
-TEST_F(AlembicReading, TellsOfAllAndKeepsToTheRoomGiven) {
+TEST_F(AlembicReading, KeepsToTheRoomGiven) {
   ASSERT_NO_FATAL_FAILURE(Open(TestData("abc/tiny.abc")));
   std::vector<float> values(6);
   EXPECT_TRUE(archive_.GetChannelBuffer(0, values.data(), 1, KelTime::FromSeconds(99)));
   EXPECT_EQ(values, (std::vector<float>{3, 2, -0.5, 0, 0, 0})) << "the caller's room";
-  std::string lines;
-  EXPECT_TRUE(archive_.ListTree(AddLine, &lines));
-  EXPECT_EQ(lines,
-            "/\n"
-            "  dot\n"
-            "    P  array float32[3]  point  4 samples, 24 fps from 0.5 s\n"
-            "    id  scalar int32  4 samples, constant, 24 fps from 0.5 s\n"
-            "    tag  array string  1 sample\n");
+}
+
+TEST_F(AlembicReading, TellsWhatAnArchiveHolds) {
+  const char* const rows[][2] = {
+      {"abc/tiny.abc",
+       "/\n"
+       "  dot\n"
+       "    P  array float32[3]  point  4 samples, 24 fps from 0.5 s\n"
+       "    id  scalar int32  4 samples, constant, 24 fps from 0.5 s\n"
+       "    tag  array string  1 sample\n"},
+      {"abc/cyclic_3.abc",
+       "  blur  AbcGeom_PolyMesh_v1\n"
+       "    .geom  AbcGeom_PolyMesh_v1\n"
+       "      .selfBnds  scalar float64[6]  box  14 samples, 3 times every 0.0416667 s from "},
+      {"abc/acyclic.abc",
+       "P  array float32[3]  point  8 samples, 8 times of its own from -0.5 s\n"},
+      {"abc/instances.abc", "\n    leaf_alone  instance\n      .instanceSource  scalar string"}};
+  for (const auto& [name, expected] : rows) {
+    AlembicInterface archive(true);
+    std::string lines;
+    EXPECT_TRUE(archive.Open(TestData(name).c_str(), 1) && archive.ListTree(AddLine, &lines));
+    EXPECT_NE(lines.find(expected), lines.npos) << name << " is\n" << lines;
+  }
 }
 
 }  // namespace
