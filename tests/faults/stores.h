@@ -91,41 +91,28 @@ inline bool WriteSample(const Store& store, KelCache* cache, const Animation& an
   return cache->EndWriteAt(nullptr);
 }
 
-// As short as can be, but lets the other process run.
-inline void Pause() {
-  ::usleep(10);
-}
-
 /// How far a writer has come: 1 when open, then 1 more for each sample, before closing and after
-/// it. A writer waits where it has come further than it may.
-struct Steps {
-  std::atomic<unsigned int> done{0};
-  std::atomic<unsigned int> may{~0U};
-
-  void Next() {
-    ++done;
-    while (done > may) Pause();
-  }
-};
+/// it.
+using Steps = std::atomic<unsigned int>;
 
 /// Writes until something fails, and closes. Allocates nothing itself. Without `close` the object
 /// is destroyed in its open state.
 inline void WriteCache(const Store& store, const std::string& path, const Animation& animation,
                        Steps& steps, bool close = true) {
-  steps.done = 0;
+  steps = 0;
   const CacheObject object(store.format, path);
   if (object.get() == nullptr || !OpenForWrite(store, object.get(), animation)) return;
-  steps.Next();
+  ++steps;
   unsigned int sample = 0;
   while (sample < animation.samples && WriteSample(store, object.get(), animation, sample)) {
-    steps.Next();
+    ++steps;
     ++sample;
   }
   if (!close) return;
   const bool isWhole = sample == animation.samples;
-  if (isWhole) steps.Next();
+  if (isWhole) ++steps;
   object->CloseFile(nullptr);
-  if (isWhole) steps.Next();
+  if (isWhole) ++steps;
 }
 
 /// All that the cache hands out; nothing when it is refused.
@@ -220,7 +207,7 @@ class StoreTest : public FileTest {
 
   // The samples whose writing has returned, of those that were to be written.
   unsigned int Confirmed(unsigned int samples) const {
-    return std::min(samples, std::max(steps_.done.load(), 1U) - 1);
+    return std::min(samples, std::max(steps_.load(), 1U) - 1);
   }
 
   /// What may be of the older cache, and of the newer, after an operation that was interrupted.

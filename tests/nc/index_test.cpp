@@ -80,17 +80,6 @@ class Index : public NcTest {
   }
 };
 
-TEST_F(Index, WithoutItTheRecordsSayTheSame) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    const CacheSpec spec = WriteOdd(tag);
-    EXPECT_TRUE(Holds("shot", spec));
-    File file(DataFile("shot", spec.tag));
-    EXPECT_EQ(file.trailer.blockCount, 6u);
-    file.Store(false);
-    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
-  }
-}
-
 // Records whose checksums hold and which still cannot be. The file is read up to the last time
 // block before them.
 TEST_F(Index, RecordsThatCannotBeEndTheScan) {

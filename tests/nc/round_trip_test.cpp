@@ -55,16 +55,6 @@ TEST_F(RoundTrip, EveryTypeFormRateAndTime) {
   }
 }
 
-TEST_F(RoundTrip, EqualNeighboursAreStoredOnce) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    CacheSpec spec = Form{Cache::eSingleFile, tag}.Of(Frames(50, 1000));
-    for (Sample& sample : spec.samples) sample.array = spec.samples[0].array;
-    ASSERT_TRUE(Write(Folder(), "still", spec));
-    EXPECT_LT(test::ReadBytes(DataFile("still", tag)).size(), 12000u + 10000u);
-    EXPECT_TRUE(Holds("still", spec));
-  }
-}
-
 // An array that another channel holds is stored once where both lie in one file, and whatever a
 // channel declares is there again, by the index and by the records alone.
 TEST_F(RoundTrip, RepeatsAcrossChannelsIntervalsAndExactRates) {
