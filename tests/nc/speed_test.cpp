@@ -22,16 +22,6 @@ class Speed : public NcTest {
     return spec;
   }
 
-  // What `body` costs for each of some frames.
-  template <typename Body>
-  static void ExpectCost(int from, int to, unsigned long callsEach, Body&& body) {
-    const unsigned long allocations = test::AllocationCount();
-    const unsigned long calls = test::SystemCallCount();
-    for (int frame = from; frame < to; ++frame) body(frame);
-    EXPECT_EQ(test::AllocationCount() - allocations, 0u);
-    EXPECT_EQ(test::SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
-  }
-
   float array_[kElements] = {};
 };
 
@@ -54,7 +44,7 @@ TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
           }
         };
         for (int frame = 0; frame < 10; ++frame) play(frame);
-        ExpectCost(10, 30, perTime + (groups ? 1 : channels), play);
+        test::ExpectCost(10, 30, perTime + (groups ? 1 : channels), play);
       }
     }
   }
@@ -66,7 +56,7 @@ TEST_F(Speed, WritingAllocatesNothingAndCallsOnceForABlockOfSmallArrays) {
     Cache cache;
     ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", form.Of(ManyChannels(10))));
     // A frame's file is made, locked and finished as well.
-    ExpectCost(10, 200, form.format == Cache::eSingleFile ? 1 : 4, [&](int frame) {
+    test::ExpectCost(10, 200, form.format == Cache::eSingleFile ? 1 : 4, [&](int frame) {
       array_[0] = static_cast<float>(frame);
       cache.beginWriteAtTime(frame * 250);
       for (unsigned int c = 0; c < kChannels; ++c) {
