@@ -227,51 +227,6 @@ TEST_F(PC2, RecoversTheSamplesBeforeTheFirstGap) {
   }
 }
 
-TEST_F(PC2, RecoveryLosesNothingThatStands) {
-  const struct {
-    const char* why;
-    Bytes standing;  // empty: nothing
-    bool force;
-    const char* savedAs;
-    const char* keptAs;
-  } cases[] = {
-      {"nothing", {}, false, "sim.pc2", nullptr},
-      {"nothing, by force", {}, true, "sim.pc2", nullptr},
-      {"whole", MakePC2(1, 2, 24), false, "sim.recovered2.pc2", "sim.pc2"},
-      {"whole, by force", MakePC2(1, 2, 24), true, "sim.pc2", "sim.before-recover2.pc2"},
-      {"cut short", MakePC2(1, 2, 23), false, "sim.pc2", "sim.before-recover2.pc2"},
-      {"of another kind", Bytes(100, 'x'), false, "sim.pc2", "sim.before-recover2.pc2"},
-  };
-  const char* const taken[] = {"sim.recovered.pc2", "sim.before-recover.pc2"};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.why);
-    const ScratchFolder folder;
-    for (const char* name : taken) WriteBytes(folder.File(name), {'t'});
-    const std::string path = folder.File("sim.pc2");
-    if (!c.standing.empty()) WriteBytes(path, c.standing);
-    WriteAndDie(path, {0, 1, 2});
-    EXPECT_EQ(Recover(path, c.force), 3U);
-    EXPECT_EQ(FirstValue(folder.File(c.savedAs), 2), 2.0F);
-    EXPECT_TRUE(c.keptAs == nullptr || ReadBytes(folder.File(c.keptAs)) == c.standing);
-    EXPECT_EQ(NamesIn(folder.path()).size(), c.keptAs != nullptr ? 4U : 3U);
-    for (const char* name : taken) EXPECT_EQ(ReadBytes(folder.File(name)), Bytes{'t'});
-  }
-}
-
-TEST_F(PC2, OlderAttemptsAreNotPutOverNewerFiles) {
-  for (const std::vector<unsigned int>& samples : {std::vector<unsigned int>{0, 1, 2}, {0}}) {
-    WriteAndDie(path_, samples);
-    ::usleep(20000);  // the system's file times are that coarse
-  }
-  EXPECT_EQ(Leftovers(path_), 2U);
-  EXPECT_EQ(Recover(path_), 1U) << "the newest first";
-  EXPECT_EQ(Recover(path_, true), 0U) << "older than what stands there now";
-  EXPECT_EQ(Leftovers(path_), 1U);
-  EXPECT_EQ(Recover(path_), 3U);
-  EXPECT_EQ(FirstValue(folder_.File("shot.recovered.pc2"), 2), 2.0F);
-  EXPECT_EQ(fs::file_size(path_), 32 + 24U);
-}
-
 // Permissions bind everybody but the superuser: look at them as another user.
 TEST_F(PC2, AReadOnlyFileIsNotReplaced) {
   WriteBytes(path_, MakePC2(1, 1, 12));
