@@ -151,6 +151,9 @@ class Making(CommandTest):
                               for channel in info["channels"]], [(c, "regular") for c in "pvifd"])
             self.assertEqual(len(info["dataFiles"]), 6 if "--per-frame" in more else 1)
             self.assertEqual(self.run_done("verify", path), "")
+            for channel in "pvifd":
+                self.assertIn("6 frames (-2 to 3), 300 points",
+                              self.run_done("play", path, "--channel", channel))
 
             # A reader that was made from the format's description alone agrees.
             lines = subprocess.run([sys.executable, READER, self.folder, "many"],
