@@ -12,10 +12,12 @@
 
 // Compiled once more for the vectors that most machines have, and chosen when it runs. All that is
 // called is taken into these functions, so that nothing of it is left for machines without them.
-#if defined(__x86_64__)
-#define KEL_WITH_AVX2 [[gnu::flatten, gnu::target("avx2,bmi,bmi2,lzcnt,popcnt")]]
-#else
+#if !defined(__x86_64__)
 #define KEL_WITH_AVX2
+#elif defined(__clang__)  // which cannot be asked for lzcnt
+#define KEL_WITH_AVX2 [[gnu::flatten, gnu::target("avx2,bmi,bmi2,popcnt")]]
+#else
+#define KEL_WITH_AVX2 [[gnu::flatten, gnu::target("avx2,bmi,bmi2,popcnt,lzcnt")]]
 #endif
 
 namespace kelsdk::nc {
@@ -41,11 +43,15 @@ constexpr std::uint8_t kOnGrid = 1;
 using Predictions = std::array<std::uint8_t, kMostComponents>;
 
 bool HasAvx2() {
-#if defined(__x86_64__)
-  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi2") &&
-         __builtin_cpu_supports("lzcnt");
-#else
+#if !defined(__x86_64__)
   return false;
+#else
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+         __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("popcnt")
+#if !defined(__clang__)
+         && __builtin_cpu_supports("lzcnt")
+#endif
+      ;
 #endif
 }
 

@@ -63,8 +63,7 @@ class AlembicDamage : public FileTest {
 // tiny.abc, one field changed at a time: refused, or noticed by Verify while the rest stays.
 const struct {
   const char* why;
-  std::size_t offset;
-  std::size_t width;
+  std::size_t offset, width;
   std::uint64_t value;
   std::optional<int> channels;  // none: refused at open
   const char* words;
@@ -160,8 +159,8 @@ void UseWithFailures(const std::string& path) {
 
 TEST_F(AlembicDamage, FailuresInTurnAreErrors) {
   const auto use = [path = TestData("abc/tiny.abc")] { UseWithFailures(path); };
-  EXPECT_GT(FailEachAllocation(use), 50u);
-  EXPECT_GT(FailEachSystemCall(use), 4u);
+  EXPECT_GT(FailEach<FailAllocation>(use), 50u);
+  EXPECT_GT(FailEach<FailSystemCall>(use), 4u);
 }
 
 TEST_F(AlembicDamage, AFileCutShortWhileOpenIsAnError) {

@@ -46,16 +46,16 @@ class OgawaWriter {
   // Each gives the slot that refers to what it wrote.
 
   std::uint64_t Data(std::string_view bytes) {
-    const std::uint64_t slot = position_ | kDataBit;
-    Put(bytes.size());
-    Put(bytes.data(), bytes.size());
-    return slot;
+    const std::uint64_t size = bytes.size();
+    Put(&size, sizeof size);
+    Put(bytes.data(), size);
+    return (position_ - size - sizeof size) | kDataBit;
   }
 
-  std::uint64_t Group(const std::vector<std::uint64_t>& slots) {
+  std::uint64_t Group(std::vector<std::uint64_t> slots) {
     const std::uint64_t slot = position_;
-    Put(slots.size());
-    for (const std::uint64_t one : slots) Put(one);
+    slots.insert(slots.begin(), slots.size());
+    Put(slots.data(), slots.size() * sizeof slot);
     return slot;
   }
 
@@ -116,7 +116,7 @@ class OgawaWriter {
     const std::uint64_t root =
         Group({layout, library, topObject, kEmptyData, Data(times), kEmptyData});
     out_.seekp(8);
-    Put(root);
+    Put(&root, sizeof root);
     out_.close();
     if (!out_) throw std::runtime_error("cannot write an archive");
   }
@@ -148,7 +148,6 @@ class OgawaWriter {
     out_.write(static_cast<const char*>(bytes), static_cast<std::streamsize>(size));
     position_ += size;
   }
-  void Put(std::uint64_t number) { Put(&number, sizeof number); }
 
   std::ofstream out_;
   std::uint64_t position_ = 0;

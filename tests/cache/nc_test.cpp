@@ -8,9 +8,8 @@ namespace {
 
 constexpr int kTypes = 7;
 // Whether a channel of a type takes arrays of doubles, floats, integers.
-constexpr bool kTakes[kTypes][3] = {
-    {false, false, false}, {false, false, false}, {true, true, false}, {true, true, false},
-    {false, false, true},  {true, true, false},   {true, true, false}};
+constexpr bool kTakes[kTypes][3] = {{0, 0, 0}, {0, 0, 0}, {1, 1, 0}, {1, 1, 0},
+                                    {0, 0, 1}, {1, 1, 0}, {1, 1, 0}};
 
 constexpr int kOdd = (1 << 24) + 1;  // which is no float
 

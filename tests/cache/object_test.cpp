@@ -31,8 +31,7 @@ TEST_F(CacheMaking, PropertiesStayUntilTheyAreReset) {
   EXPECT_FALSE(type.GetFlag(KelPropertyFlags::eStatic));
   EXPECT_TRUE(type.GetFlag(KelPropertyFlags::eSavable));
   auto* copy = static_cast<KelCache*>(cache_->Clone(KelObject::eDeepClone, nullptr, nullptr));
-  KelString relative;
-  KelString absolute;
+  KelString relative, absolute;
   copy->GetCacheFileName(relative, absolute);
   EXPECT_STREQ(relative, "caches\\a b.pc2");
   EXPECT_STREQ(absolute, "C:\\caches\\a b.pc2");
@@ -73,8 +72,7 @@ TEST_F(CacheMaking, NamesThatAreNotStored) {
   EXPECT_EQ(Status(), "");
   EXPECT_FALSE(refusing->SetCacheFileFormat(KelCache::ePC2Format, &status_));
   EXPECT_EQ(Status(), "");
-  KelString relative;
-  KelString absolute;
+  KelString relative, absolute;
   refusing->GetCacheFileName(relative, absolute);
   EXPECT_TRUE(relative.IsEmpty() && absolute.IsEmpty());
 

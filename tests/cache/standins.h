@@ -1,5 +1,6 @@
 #pragma once
 
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -23,7 +24,6 @@ struct Answers {
 
 inline Answers answers;
 inline std::string calls;
-inline unsigned int timesCounted;  ///< how often the NC back-end was asked for its channels
 
 /// The calls since it was last asked: "one(1, 2); another()".
 inline std::string TakeCalls() {
@@ -40,6 +40,12 @@ bool Note(const char* name, const Arguments&... arguments) {
   return !answers.refused.contains(name);
 }
 
+/// The words that each stand-in gives for an error.
+inline const char* WordsOf(KelCache::EFileFormat format) {
+  if (format == KelCache::ePC2Format) return "PC2 words";
+  return format == KelCache::eNCFormat ? "NC words" : "Alembic words";
+}
+
 /// A cache object over the stand-ins, with files of every format for it to find.
 class StandInTest : public CacheTest {
  protected:
@@ -48,6 +54,10 @@ class StandInTest : public CacheTest {
     answers = {};
     calls.clear();
     for (const char* name : {"pc2", "xml", "abc"}) WriteBytes(Path(name), {0});
+  }
+  /// TakeCalls() with the scratch folder written "here/".
+  std::string CallsHere() const {
+    return std::regex_replace(TakeCalls(), std::regex(folder_.path() + "/"), "here/");
   }
   std::string Path(const char* extension) const {
     return folder_.File(std::string("shot.") + extension);

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <functional>
 #include <random>
@@ -70,11 +69,9 @@ struct Operation {
   const char* name;
   EOperation operation;
   unsigned long fewestPoints;
-};
 
-void PrintTo(const Operation& operation, std::ostream* out) {
-  *out << operation.name;
-}
+  friend void PrintTo(const Operation& one, std::ostream* out) { *out << one.name; }
+};
 
 constexpr Operation kOperations[] = {
     {"read", eRead, 5},         {"write", eWrite, 12},
@@ -103,22 +100,16 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
 
   void Operate() {
     unsigned int saved = 0;
-    switch (operation_) {
-      case eRead: ReadInBothWays(); break;
-      case eWrite: WriteCache(target_, targetPath_, newer_, steps_); break;
-      case eRecover:
-      case eRecoverByForce:
-        Recover(target_, targetPath_, work_, operation_ == eRecoverByForce, saved);
-        break;
-      case eFromPC2:
-      case eToPC2: Convert(); break;
-    }
+    if (operation_ == eRead) ReadInBothWays();
+    if (operation_ == eWrite) WriteCache(target_, targetPath_, newer_, steps_);
+    if (Recovers()) Recover(target_, targetPath_, work_, operation_ == eRecoverByForce, saved);
+    if (operation_ >= eFromPC2) Convert();
   }
 
   // Opens, reads in both ways, closes. Whatever fails, what is delivered is right.
   void ReadInBothWays() {
-    const StoreObject object(target_, targetPath_);
-    if (object.cache == nullptr) return;
+    const CacheObject object(target_.format, targetPath_);
+    if (object.get() == nullptr) return;
     double values[kValues] = {-1};
     double expected[kValues];
     float* fetched = nullptr;
@@ -146,8 +137,8 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
   }
 
   void Convert() {
-    const StoreObject object(source_, sourcePath_);
-    if (object.cache == nullptr) return;
+    const CacheObject object(source_.format, sourcePath_);
+    if (object.get() == nullptr) return;
     converted_ = source_.IsNC()
                      ? object->ConvertFromNCToPC2(24, 0, nullptr)
                      : object->ConvertFromPC2ToNC(store_.files, 24, store_.binary, nullptr);
@@ -203,12 +194,11 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
 TEST_P(Faults, EveryPointInTurn) {
   const Operation& operation = std::get<1>(GetParam());
   for (const Fault& fault : kFaults) {
-    bool reached = true;
     unsigned long visited = 0;
-    for (; reached && !HasFailure(); ++visited) {
+    for (bool reached = true; reached && !HasFailure(); ++visited) {
       SCOPED_TRACE(std::string(fault.name) + ", point " + std::to_string(visited + 1));
       Restore();
-      steps_.done = 0;
+      steps_ = 0;
       converted_ = false;
       const long blocks = OutstandingBlocks();
       const int descriptors = OpenDescriptors();
@@ -242,45 +232,31 @@ class Killed : public StoreTest, public testing::WithParamInterface<Store> {};
 // The moments cover all of a writer's life; a quarter of them fall into its end, when the cache is
 // put in its place, short as that is.
 TEST_P(Killed, AtRandomMoments) {
-  using Clock = std::chrono::steady_clock;
   constexpr unsigned int kRounds = 125;
   constexpr Animation kOld = {1, 20};
   constexpr Animation kNew = {2, 60};
   constexpr unsigned int kLastStep = kNew.samples + 3;
   const Store store = GetParam();
   const std::string path = PathOf(store);
-  const auto write = [&] { WriteCache(store, path, kNew, steps_); };
   WriteCache(store, path, kOld, steps_);
   Keep();
-
-  // How long an undisturbed writer takes to each step.
-  Clock::duration spans[kLastStep] = {};
-  steps_.done = 0;
-  auto last = Clock::now();
-  const pid_t undisturbed = Start(write);
-  for (unsigned int step = 0; step < kLastStep; last += spans[step++]) {
-    while (steps_.done <= step) Pause();
-    spans[step] = Clock::now() - last;
-  }
-  ::waitpid(undisturbed, nullptr, 0);
-
   std::mt19937 random(7);
+  const auto below = [&](unsigned int limit) {
+    return static_cast<unsigned int>(random() % limit);
+  };
   unsigned int within = 0, closing = 0, confirmed = 0, found = 0;
   for (unsigned int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     Restore();
-    const auto step =
-        static_cast<unsigned int>(random() % 4 == 0 ? kLastStep - 1 : random() % kLastStep);
-    steps_.done = 0;
-    steps_.may = step;
-    const pid_t process = Start(write);
-    while (steps_.done < step) Pause();
-    const auto until = Clock::now() + spans[step] * static_cast<int>(random() % 100) / 100;
-    while (Clock::now() < until) Pause();
+    steps_ = 0;
+    const pid_t process = Start([&] { WriteCache(store, path, kNew, steps_); });
+    const unsigned int step = below(4) == 0 ? kLastStep - 1 : below(kLastStep);
+    while (steps_ < step) ::usleep(10);
+    ::usleep(below(200));
     ::kill(process, SIGKILL);
     ::waitpid(process, nullptr, 0);
 
-    (steps_.done < kLastStep - 1 ? within : closing)++;
+    (steps_ < kLastStep - 1 ? within : closing)++;
     const unsigned int sure = Confirmed(kNew.samples);
     const unsigned int stands = ExpectNothingLost(store, kOld, kNew, sure, {});
     if (stands > 0) ExpectOnlyFilesOfCaches(store);

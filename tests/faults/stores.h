@@ -7,13 +7,11 @@
 #include <atomic>
 #include <filesystem>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "backends/zuPointCache2IO.h"
-#include "cache/KelCache.h"
-#include "tests/support/fixture.h"
+#include "tests/cache/cache_test.h"
 
 namespace kelsdk::test {
 
@@ -27,16 +25,13 @@ struct Store {
   KelCache::ENCBinaryFormat binary = KelCache::eNCBinaryX;
 
   bool IsNC() const { return format == KelCache::eNCFormat; }
+  friend void PrintTo(const Store& store, std::ostream* out) { *out << store.name; }
 };
-
-inline void PrintTo(const Store& store, std::ostream* out) {
-  *out << store.name;
-}
 
 inline constexpr Store kPC2 = {"PC2", KelCache::ePC2Format};
 inline constexpr Store kStores[] = {
     kPC2,
-    {"NC_ncx", KelCache::eNCFormat, KelCache::eNCSingleFile, KelCache::eNCBinaryX},
+    {"NC_ncx", KelCache::eNCFormat},
     {"NC_ncc", KelCache::eNCFormat, KelCache::eNCSingleFile, KelCache::eNCBinaryC},
     {"NC_frames_ncx", KelCache::eNCFormat, KelCache::eNCFilePerFrame, KelCache::eNCBinaryX},
     {"NC_frames_ncc", KelCache::eNCFormat, KelCache::eNCFilePerFrame, KelCache::eNCBinaryC},
@@ -72,28 +67,6 @@ struct Animation {
   }
 };
 
-/// A cache object with a manager of its own, its file named `path`.
-class StoreObject {
- public:
-  StoreObject(const Store& store, const std::string& path) : manager_(KelManager::Create()) {
-    cache = manager_ != nullptr ? KelCache::Create(manager_, "cache") : nullptr;
-    if (cache == nullptr) return;
-    cache->SetCacheFileFormat(store.format, nullptr);
-    cache->SetCacheFileName("", path.c_str(), nullptr);
-  }
-  ~StoreObject() {
-    if (manager_ != nullptr) manager_->Destroy();
-  }
-  StoreObject(const StoreObject&) = delete;
-  StoreObject& operator=(const StoreObject&) = delete;
-  KelCache* operator->() const { return cache; }
-
-  KelCache* cache = nullptr;  ///< null when there was no memory
-
- private:
-  KelManager* manager_;
-};
-
 inline bool OpenForWrite(const Store& store, KelCache* cache, const Animation& animation) {
   if (!store.IsNC()) {
     return cache->OpenFileForWrite(0, 24, animation.samples, kPoints, nullptr);
@@ -118,47 +91,34 @@ inline bool WriteSample(const Store& store, KelCache* cache, const Animation& an
   return cache->EndWriteAt(nullptr);
 }
 
-// As short as can be, but lets the other process run.
-inline void Pause() {
-  ::usleep(10);
-}
-
 /// How far a writer has come: 1 when open, then 1 more for each sample, before closing and after
-/// it. A writer waits where it has come further than it may.
-struct Steps {
-  std::atomic<unsigned int> done{0};
-  std::atomic<unsigned int> may{~0U};
-
-  void Next() {
-    ++done;
-    while (done > may) Pause();
-  }
-};
+/// it.
+using Steps = std::atomic<unsigned int>;
 
 /// Writes until something fails, and closes. Allocates nothing itself. Without `close` the object
 /// is destroyed in its open state.
 inline void WriteCache(const Store& store, const std::string& path, const Animation& animation,
                        Steps& steps, bool close = true) {
-  steps.done = 0;
-  const StoreObject object(store, path);
-  if (object.cache == nullptr || !OpenForWrite(store, object.cache, animation)) return;
-  steps.Next();
+  steps = 0;
+  const CacheObject object(store.format, path);
+  if (object.get() == nullptr || !OpenForWrite(store, object.get(), animation)) return;
+  ++steps;
   unsigned int sample = 0;
-  while (sample < animation.samples && WriteSample(store, object.cache, animation, sample)) {
-    steps.Next();
+  while (sample < animation.samples && WriteSample(store, object.get(), animation, sample)) {
+    ++steps;
     ++sample;
   }
   if (!close) return;
   const bool isWhole = sample == animation.samples;
-  if (isWhole) steps.Next();
+  if (isWhole) ++steps;
   object->CloseFile(nullptr);
-  if (isWhole) steps.Next();
+  if (isWhole) ++steps;
 }
 
 /// All that the cache hands out; nothing when it is refused.
 inline std::optional<Contents> ReadCache(const Store& store, const std::string& path) {
-  const StoreObject object(store, path);
-  KelCache* const cache = object.cache;
+  const CacheObject object(store.format, path);
+  KelCache* const cache = object.get();
   if (!cache->OpenFileForRead(nullptr)) return std::nullopt;
   const auto channels = static_cast<unsigned int>(cache->GetChannelCount(nullptr));
   Contents contents(store.IsNC() ? cache->GetDataCount(0, nullptr)
@@ -182,15 +142,12 @@ inline std::optional<Contents> ReadCache(const Store& store, const std::string& 
 inline bool Recover(const Store& store, const std::string& path, const std::string& folder,
                     bool force, unsigned int& samples) {
   samples = 0;
-  if (store.IsNC()) {
-    zuCacheFileInterface::recoverOptions options;
-    options.force = force;
-    return zuCacheFileInterface::recover(folder.c_str(), "shot", options, samples, nullptr,
-                                         nullptr);
-  }
-  zuPointCache2IO::recoverOptions options;
-  options.force = force;
-  return zuPointCache2IO::recover(path.c_str(), options, samples, nullptr, nullptr);
+  zuCacheFileInterface::recoverOptions ofNC;
+  zuPointCache2IO::recoverOptions ofPC2;
+  ofNC.force = ofPC2.force = force;
+  return store.IsNC() ? zuCacheFileInterface::recover(folder.c_str(), "shot", ofNC, samples,
+                                                      nullptr, nullptr)
+                      : zuPointCache2IO::recover(path.c_str(), ofPC2, samples, nullptr, nullptr);
 }
 
 // Of a sample that was not confirmed may be there: all of it, nothing or, in a file made in its
@@ -250,7 +207,7 @@ class StoreTest : public FileTest {
 
   // The samples whose writing has returned, of those that were to be written.
   unsigned int Confirmed(unsigned int samples) const {
-    return std::min(samples, std::max(steps_.done.load(), 1U) - 1);
+    return std::min(samples, std::max(steps_.load(), 1U) - 1);
   }
 
   /// What may be of the older cache, and of the newer, after an operation that was interrupted.
@@ -306,7 +263,7 @@ class StoreTest : public FileTest {
   void ExpectOnlyFilesOfCaches(const Store& store) {
     std::size_t files = 0;
     for (const std::string& cache : Caches(store)) {
-      const StoreObject object(store, work_ + cache);
+      const CacheObject object(store.format, work_ + cache);
       EXPECT_TRUE(object->OpenFileForRead(nullptr));
       files += 1;
       if (store.IsNC()) files += static_cast<std::size_t>(object->GetCacheDataFileCount(nullptr));

@@ -1,7 +1,9 @@
 // Files as the back-ends use them, on a system that moves less than asked, is interrupted or fails.
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <numeric>
+#include <utility>
 
 #include "backends/io/input_file.h"
 #include "backends/io/output_file.h"
@@ -29,6 +31,15 @@ class Io : public test::FileTest {
     ASSERT_TRUE(file->Create(path_.c_str(), 0600, error)) << error.text();
   }
 
+  static std::vector<struct iovec> RunsOver(Bytes& bytes, const std::vector<std::size_t>& lengths) {
+    std::vector<struct iovec> runs;
+    std::uint8_t* at = bytes.data();
+    for (const std::size_t length : lengths)
+      runs.push_back({std::exchange(at, at + length), length});
+    return runs;
+  }
+
+  // Writes and reads back with the n-th call interrupted.
   void ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n);
 
   const std::string path_ = folder_.File("file");
@@ -38,17 +49,6 @@ class Io : public test::FileTest {
 const std::vector<std::size_t> kShapes[] = {
     {64}, {1, 63}, {0, 10, 0, 0, 20, 34, 0}, {8, 8, 8, 8, 8, 8, 8, 8}, {0}, {}};
 
-std::vector<struct iovec> RunsOver(Bytes& bytes, const std::vector<std::size_t>& lengths) {
-  std::vector<struct iovec> runs;
-  std::size_t at = 0;
-  for (const std::size_t length : lengths) {
-    runs.push_back({bytes.data() + at, length});
-    at += length;
-  }
-  return runs;
-}
-
-// Writes and reads back with the n-th call interrupted.
 void Io::ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n) {
   const std::size_t size = std::accumulate(shape.begin(), shape.end(), std::size_t{0});
   Bytes written = Pattern(size);
@@ -122,50 +122,44 @@ TEST_F(Io, FailuresOfTheSystemAreToldApart) {
               {EACCES, Error::eDenied},    {EPERM, Error::eDenied},   {ENOENT, Error::eNotFound},
               {ENOTDIR, Error::eNotFound}, {EEXIST, Error::eExists},  {EISDIR, Error::eNotAFile},
               {ENOMEM, Error::eNoMemory}};
+  Bytes bytes = Pattern(20);
+  const auto runs = [&bytes] { return RunsOver(bytes, {5, 15}); };
+  const std::string to = path_ + "2";
+  Error ignored;
+  OutputFile out;
+  InputFile in;
+  Create(&out);
+  ASSERT_TRUE(out.WriteAt(0, bytes.data(), 20, ignored) && in.Open(path_.c_str(), ignored));
+  // Of three calls that a transfer takes, the second fails: what is left to do is named.
+  const struct {
+    const char* words;
+    unsigned long n;
+    std::function<bool(Error&)> call;
+  } operations[] = {
+      {"writing 12 bytes at 8", 2, [&](Error& e) { return out.WriteAt(0, bytes.data(), 20, e); }},
+      {"writing 12 bytes at 8", 2,
+       [&](Error& e) { return out.WriteGather(0, runs().data(), 2, e); }},
+      {"reading 12 bytes at 8", 2, [&](Error& e) { return in.ReadAt(0, bytes.data(), 20, e); }},
+      {"reading 12 bytes at 8", 2,
+       [&](Error& e) { return in.ReadScatter(0, runs().data(), 2, e); }},
+      {"setting the size to 7", 1, [&](Error& e) { return out.Truncate(7, e); }},
+      {"making the file durable", 1, [&](Error& e) { return out.Sync(e); }},
+      {"renaming into place", 1, [&](Error& e) { return Rename(path_.c_str(), to.c_str(), e); }},
+      {"making the folder durable", 2, [&](Error& e) { return SyncFolderOf(path_.c_str(), e); }},
+      {"making the file system durable", 2,
+       [&](Error& e) { return SyncFileSystemOf(folder_.path().c_str(), e); }},
+  };
+  const test::ShortenTransfers shorter(8);
   for (const auto& row : rows) {
-    OutputFile file;
-    Create(&file);
-    Bytes bytes = Pattern(20);
-    const test::ShortenTransfers shorter(8);
-    const auto expect = [&](const char* operation, auto&& call) {
+    for (const auto& operation : operations) {
+      SCOPED_TRACE(operation.words);
+      const test::FailSystemCall failure(operation.n, row.number);
       Error error;
-      EXPECT_FALSE(call(error)) << operation;
-      EXPECT_EQ(error.kind(), row.kind) << operation << ": " << error.text();
-      EXPECT_EQ(std::string(error.text()), operation + std::string(": ") + ::strerror(row.number));
-    };
-    auto runs = RunsOver(bytes, {5, 15});
-    const auto failing = [&](unsigned long n, auto&& call) {
-      return [n, &row, call](Error& error) {
-        const test::FailSystemCall failure(n, row.number);
-        return call(error);
-      };
-    };
-    // The second of three calls fails: what is left to do is named.
-    expect("writing 12 bytes at 8",
-           failing(2, [&](Error& error) { return file.WriteAt(0, bytes.data(), 20, error); }));
-    expect("writing 12 bytes at 8",
-           failing(2, [&](Error& error) { return file.WriteGather(0, runs.data(), 2, error); }));
-    expect("setting the size to 7",
-           failing(1, [&](Error& error) { return file.Truncate(7, error); }));
-    expect("making the file durable", failing(1, [&](Error& error) { return file.Sync(error); }));
-    expect("renaming into place", failing(1, [&](Error& error) {
-             return Rename(path_.c_str(), (path_ + "2").c_str(), error);
-           }));
-    expect("making the folder durable",
-           failing(2, [&](Error& error) { return SyncFolderOf(path_.c_str(), error); }));
-    expect("making the file system durable", failing(2, [&](Error& error) {
-             return SyncFileSystemOf(folder_.path().c_str(), error);
-           }));
-    Error ignored;
-    ASSERT_TRUE(file.WriteAt(0, bytes.data(), 20, ignored));
-    InputFile in;
-    ASSERT_TRUE(in.Open(path_.c_str(), ignored));
-    runs = RunsOver(bytes, {5, 15});
-    expect("reading 12 bytes at 8",
-           failing(2, [&](Error& error) { return in.ReadAt(0, bytes.data(), 20, error); }));
-    expect("reading 12 bytes at 8",
-           failing(2, [&](Error& error) { return in.ReadScatter(0, runs.data(), 2, error); }));
-    ASSERT_TRUE(Remove(path_.c_str(), ignored));
+      EXPECT_FALSE(operation.call(error));
+      EXPECT_EQ(error.kind(), row.kind);
+      EXPECT_EQ(std::string(error.text()),
+                operation.words + std::string(": ") + ::strerror(row.number));
+    }
   }
   // Some file systems cannot sync folders; that is no failure.
   for (const int number : {EINVAL, ENOTSUP}) {

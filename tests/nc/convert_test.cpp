@@ -72,50 +72,15 @@ TEST_F(Convert, TimesThatNoTickCanHoldWriteNothing) {
   }
 }
 
-// Rates of no whole ticks, and parts: what comes back is what the whole one holds there.
-TEST_F(Convert, PartsAndRatesOfNoWholeTicksComeBack) {
-  const struct {
-    float start;
-    float rate;
-    KelFrameRate frames;
-    unsigned int first;
-    unsigned int count;
-  } rows[] = {
-      {10, 1, {24000, 1001}, 0, ~0u}, {10, 1, {24000, 1001}, 2, 3}, {-3, 0.5f, {30000, 1001}, 1, 4},
-      {0, 0.25f, {0, 0}, 0, ~0u},     {12, 0.25f, {0, 0}, 2, 5},    {1.5f, 2, {0, 0}, 7, 1},
-      {0, 1, {0, 0}, 8, ~0u},
-  };
-  const std::vector<int> seeds = {5, 6, 7, 8, 9, 10, 11, 12};
-  for (const auto& row : rows) {
-    Cache::conversionOptions part;
-    part.exactRate = row.frames;
-    part.firstSample = row.first;
-    part.sampleCount = row.count;
-    const int ticks = row.frames.numerator == 30000 ? 200 : 250;
-    WritePc2(seeds, row.start, row.rate);
-    ASSERT_TRUE(Cache::convertFromPc2(pc2_.c_str(), Folder().c_str(), "shot", Cache::eSingleFile,
-                                      "ncx", ticks, part, {}));
-    const std::size_t count = std::min<std::size_t>(row.count, seeds.size() - row.first);
-    WritePc2({seeds.begin() + row.first, seeds.begin() + row.first + static_cast<long>(count)},
-             row.start + static_cast<float>(row.first) * row.rate, row.rate);
-    const Bytes expected = test::ReadBytes(pc2_);
-    part.firstSample = 0;
-    const bool converted =
-        Cache::convertToPc2(pc2_.c_str(), Folder().c_str(), "shot", 0, ticks, part, {});
-    ASSERT_EQ(converted, count != 0);  // no sample, no points to count
-    if (converted) {
-      EXPECT_EQ(test::ReadBytes(pc2_), expected) << row.start << " by " << row.rate;
-    }
+TEST_F(Convert, OptionsThatCannotBeAreRefused) {
+  WritePc2({5, 6, 7}, 0, 1);
+  Cache::conversionOptions options[2];
+  options[0].exactRate = {24, 1};  // which is 250 ticks
+  options[1].firstSample = 4;
+  for (const auto& wrong : options) {
+    EXPECT_FALSE(Cache::convertFromPc2(pc2_.c_str(), Folder().c_str(), "shot", Cache::eSingleFile,
+                                       "ncx", 200, wrong, {}));
   }
-  Cache::conversionOptions wrong;
-  wrong.exactRate = {24, 1};
-  WritePc2(seeds, 0, 1);
-  EXPECT_FALSE(Cache::convertFromPc2(pc2_.c_str(), Folder().c_str(), "shot", Cache::eSingleFile,
-                                     "ncx", 200, wrong, {}));
-  wrong = {};
-  wrong.firstSample = 9;
-  EXPECT_FALSE(Cache::convertFromPc2(pc2_.c_str(), Folder().c_str(), "shot", Cache::eSingleFile,
-                                     "ncx", 250, wrong, {}));
 }
 
 }  // namespace

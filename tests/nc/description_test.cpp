@@ -36,11 +36,7 @@ TEST(Description, WhatIsUnderstood) {
 }
 
 TEST(Description, WhatIsRefused) {
-  const struct {
-    const char* why;
-    const char* from;
-    const char* to;
-  } rows[] = {
+  const char* const rows[][3] = {
       {"cut short", "</nccache>", ""},
       {"a version from the future", "version=\"1\"", "version=\"2\""},
       {"no identity", "identity=\"000102030405060708090a0b0c0d0e0f\"", ""},
@@ -59,11 +55,11 @@ TEST(Description, WhatIsRefused) {
   };
   Description description;
   io::Error error;
-  for (const auto& row : rows) {
+  for (const auto& [why, from, to] : rows) {
     error.Clear();
-    const std::string text = With(kByHand, row.from, row.to);
-    EXPECT_FALSE(ParseDescription(text.data(), text.size(), &description, error)) << row.why;
-    EXPECT_STRNE(error.text(), "") << row.why;
+    const std::string text = With(kByHand, from, to);
+    EXPECT_FALSE(ParseDescription(text.data(), text.size(), &description, error)) << why;
+    EXPECT_STRNE(error.text(), "") << why;
   }
   std::string nested;
   while (nested.size() < 10u << 20) nested += "<a>";
@@ -75,11 +71,16 @@ TEST(Description, WhatIsRefused) {
 using DescriptionFile = NcTest;
 
 TEST_F(DescriptionFile, MismatchWithTheDataFiles) {
-  const auto describe = [this](const std::string& text) {
-    test::WriteBytes(folder_.File("shot.xml"), Bytes(text.begin(), text.end()));
+  std::string sound;
+  const auto read = [&](const char* name) {
+    const Bytes bytes = test::ReadBytes(folder_.File(name));
+    sound.assign(bytes.begin(), bytes.end());
+  };
+  const auto describe = [this](const char* name, const std::string& text) {
+    test::WriteBytes(folder_.File(name), Bytes(text.begin(), text.end()));
   };
   ASSERT_TRUE(Write(Folder(), "shot", Frames(2, 3)));
-  const Bytes bytes = test::ReadBytes(folder_.File("shot.xml"));
+  read("shot.xml");
   const struct {
     const char* from;
     const char* to;
@@ -90,7 +91,7 @@ TEST_F(DescriptionFile, MismatchWithTheDataFiles) {
               {"name=\"P\"", "name=\"Q\"", true},
               {"ticksPerFrame=\"250\"", "ticksPerFrame=\"251\"", true}};
   for (const auto& row : rows) {
-    describe(With({bytes.begin(), bytes.end()}, row.from, row.to));
+    describe("shot.xml", With(sound, row.from, row.to));
     EXPECT_EQ(ReadCache(Folder(), "shot").has_value(), row.opens) << row.to;
     EXPECT_FALSE(Verifies("shot")) << row.to;
   }
@@ -100,20 +101,17 @@ TEST_F(DescriptionFile, MismatchWithTheDataFiles) {
   frames.samples.push_back({1, 1000, Bytes(12)});
   ASSERT_TRUE(Write(Folder(), "frames", frames));
   EXPECT_TRUE(Verifies("frames"));
-  const std::string path = folder_.File("frames.xml");
-  const Bytes sound = test::ReadBytes(path);
+  read("frames.xml");
   for (const char* times :
        {"100:450:3", "-2147483648:1:2147484649", "750 1000", "0", "1000 1250"}) {
-    const std::string text =
-        With({sound.begin(), sound.end()}, "<times>1000<", "<times>" + std::string(times) + "<");
-    test::WriteBytes(path, Bytes(text.begin(), text.end()));
+    describe("frames.xml", With(sound, ">1000<", ">" + std::string(times) + "<"));
     EXPECT_FALSE(Verifies("frames")) << times;
   }
   // One line claims billions of files: no memory, no time.
-  describe(With(kByHand, "-250:250:4 1000", "-2147483648:1:4294967295"));
+  describe("shot.xml", With(kByHand, "-250:250:4 1000", "-2147483648:1:4294967295"));
   EXPECT_FALSE(Verifies("shot"));
   Cache cache;
-  ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str())) << cache.errorString();
+  ASSERT_TRUE(Open(cache)) << cache.errorString();
   EXPECT_EQ(cache.getDataCount(0), 0xFFFFFFFFu);
   EXPECT_FALSE(ReadArray(cache, 0, 0));
 }

@@ -9,11 +9,12 @@ namespace kelsdk::nc {
 namespace {
 
 constexpr auto kPoints = zuCacheData::eNCFloatVectorArray;
+constexpr auto kScalars = zuCacheData::eNCFloatArray;
 
 // The bytes of a data file, to be changed so that all checksums hold.
-class DataFile {
+class File {
  public:
-  explicit DataFile(std::string path) : path_(std::move(path)), bytes_(test::ReadBytes(path_)) {
+  explicit File(std::string path) : path_(std::move(path)), bytes_(test::ReadBytes(path_)) {
     EXPECT_TRUE(LoadTrailer(&bytes_[bytes_.size() - kTrailerSize], &trailer));
     for (std::uint32_t i = 0; i < trailer.channelCount; ++i) {
       directory.push_back(LoadDirectoryEntry(&bytes_[trailer.directory + i * kDirectoryEntrySize]));
@@ -77,23 +78,7 @@ class Index : public NcTest {
     EXPECT_TRUE(Write(Folder(), "shot", spec));
     return spec;
   }
-
-  std::string PathOf(const CacheSpec& spec) const {
-    return folder_.File(std::string("shot.") + spec.tag);
-  }
 };
-
-TEST_F(Index, WithoutItTheRecordsSayTheSame) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    const CacheSpec spec = WriteOdd(tag);
-    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
-    EXPECT_TRUE(Verifies("shot"));
-    DataFile file(PathOf(spec));
-    EXPECT_EQ(file.trailer.blockCount, 6u);
-    file.Store(false);
-    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
-  }
-}
 
 // Records whose checksums hold and which still cannot be. The file is read up to the last time
 // block before them.
@@ -105,34 +90,25 @@ TEST_F(Index, RecordsThatCannotBeEndTheScan) {
     std::function<void(RecordHeader&)> edit;
     std::size_t blocks;  // that are left
   } rows[] = {
-      {"nothing is wrong", eBlockEndRecord, 0, [](RecordHeader&) {}, 6},
-      {"a block counts an array more than it holds", eBlockEndRecord, 2,
-       [](RecordHeader& record) { ++record.count; }, 2},
-      {"a block counts none", eBlockEndRecord, 2, [](RecordHeader& record) { record.count = 0; },
-       2},
-      {"a block of another time than its arrays", eBlockEndRecord, 1,
-       [](RecordHeader& record) { ++record.tick; }, 1},
-      {"an array of another time than its block", eArrayRecord, 4,
-       [](RecordHeader& record) { ++record.tick; }, 5},
-      {"an array of no channel", eArrayRecord, 4, [](RecordHeader& record) { record.channel = 2; },
-       5},
-      {"an array of another type than its channel", eArrayRecord, 4,
-       [](RecordHeader& record) { record.type = zuCacheData::eNCFloatArray; }, 5},
-      {"a repeat of another size", eRepeatRecord, 0, [](RecordHeader& record) { ++record.count; },
-       1},
-      {"a repeat stored in another size", eRepeatRecord, 0,
-       [](RecordHeader& record) { --record.storedSize; }, 1},
-      {"a repeat of other values", eRepeatRecord, 0,
-       [](RecordHeader& record) { ++record.checksum; }, 1},
+      {"nothing is wrong", eBlockEndRecord, 0, [](auto&) {}, 6},
+      {"a block counts an array too many", eBlockEndRecord, 2, [](auto& r) { ++r.count; }, 2},
+      {"a block counts none", eBlockEndRecord, 2, [](auto& r) { r.count = 0; }, 2},
+      {"a block of another time", eBlockEndRecord, 1, [](auto& r) { ++r.tick; }, 1},
+      {"an array of another time", eArrayRecord, 4, [](auto& r) { ++r.tick; }, 5},
+      {"an array of no channel", eArrayRecord, 4, [](auto& r) { r.channel = 2; }, 5},
+      {"an array of another type", eArrayRecord, 4, [](auto& r) { r.type = kScalars; }, 5},
+      {"a repeat of another size", eRepeatRecord, 0, [](auto& r) { ++r.count; }, 1},
+      {"a repeat stored in another size", eRepeatRecord, 0, [](auto& r) { --r.storedSize; }, 1},
+      {"a repeat of other values", eRepeatRecord, 0, [](auto& r) { ++r.checksum; }, 1},
       {"a repeat of the middle of an array", eRepeatRecord, 0,
-       [](RecordHeader& record) { record.payloadOffset += kAlignment; }, 1},
+       [](auto& r) { r.payloadOffset += kAlignment; }, 1},
       {"a repeat of what comes after it", eRepeatRecord, 0,
-       [](RecordHeader& record) { record.payloadOffset += 0x1000; }, 1},
+       [](auto& r) { r.payloadOffset += 0x1000; }, 1},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);
     CacheSpec spec = WriteOdd("ncx");
-    DataFile file(PathOf(spec));
+    File file(DataFile("shot", spec.tag));
     file.EditRecord(row.kind, row.record, row.edit);
     file.Store();
     EXPECT_EQ(bool(Verifies("shot")), row.blocks == 6);
@@ -148,41 +124,38 @@ TEST_F(Index, RecordsThatCannotBeEndTheScan) {
 TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
   const struct {
     const char* why;
-    std::function<void(DataFile&)> edit;
+    std::function<void(File&)> edit;
     bool readsRight;
   } rows[] = {
-      {"two entries in the wrong order",
-       [](DataFile& file) { std::swap(file.Index(0)[1], file.Index(0)[2]); }, true},
-      {"two entries of one time",
-       [](DataFile& file) { file.Index(0)[2].tick = file.Index(0)[1].tick; }, true},
-      {"another first time", [](DataFile& file) { ++file.directory[0].samples.first; }, true},
-      {"another last time", [](DataFile& file) { --file.directory[0].samples.last; }, true},
+      {"two entries in the wrong order", [](auto& f) { std::swap(f.Index(0)[1], f.Index(0)[2]); },
+       true},
+      {"two entries of one time", [](auto& f) { f.Index(0)[2].tick = f.Index(0)[1].tick; }, true},
+      {"another first time", [](auto& f) { ++f.directory[0].samples.first; }, true},
+      {"another last time", [](auto& f) { --f.directory[0].samples.last; }, true},
       {"an array where the records have ended",
-       [](DataFile& file) { file.Index(0)[1].offset = file.trailer.dataEnd; }, true},
+       [](auto& f) { f.Index(0)[1].offset = f.trailer.dataEnd; }, true},
       {"an entry less",
-       [](DataFile& file) {
-         file.directory[0].samples.last = file.Index(0)[--file.directory[0].samples.count - 1].tick;
+       [](auto& f) {
+         f.directory[0].samples.last = f.Index(0)[--f.directory[0].samples.count - 1].tick;
        },
        false},
-      {"a time between its neighbours", [](DataFile& file) { ++file.Index(0)[1].tick; }, false},
+      {"a time between its neighbours", [](auto& f) { ++f.Index(0)[1].tick; }, false},
       {"the array of another time",
-       [](DataFile& file) {
-         const int tick = file.Index(0)[0].tick;
-         file.Index(0)[0] = file.Index(0)[1];
-         file.Index(0)[0].tick = tick;
+       [](auto& f) {
+         const int tick = f.Index(0)[0].tick;
+         f.Index(0)[0] = f.Index(0)[1];
+         f.Index(0)[0].tick = tick;
        },
        false},
-      {"an interval that is none", [](DataFile& file) { file.directory[1].samples.interval = 250; },
-       true},
-      {"an interval that nobody declared", [](DataFile& file) { file.directory[0].declared = 250; },
-       true},
-      {"a block more", [](DataFile& file) { ++file.trailer.blockCount; }, true},
-      {"a block less", [](DataFile& file) { --file.trailer.blockCount; }, true},
+      {"an interval that is none", [](auto& f) { f.directory[1].samples.interval = 250; }, true},
+      {"an interval that nobody declared", [](auto& f) { f.directory[0].declared = 250; }, true},
+      {"a block more", [](auto& f) { ++f.trailer.blockCount; }, true},
+      {"a block less", [](auto& f) { --f.trailer.blockCount; }, true},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.why);
     const CacheSpec spec = WriteOdd("ncx");
-    DataFile file(PathOf(spec));
+    File file(DataFile("shot", spec.tag));
     row.edit(file);
     file.Store();
     EXPECT_FALSE(Verifies("shot"));
@@ -196,7 +169,7 @@ TEST_F(Index, ADeclaredIntervalCountsWhileNoOtherIsKnown) {
   for (const Form& form : kForms) {
     for (const int second : {0, 300}) {
       SCOPED_TRACE(form.Name() + std::to_string(second));
-      Bytes array = MakeArray(kPoints, 10, 1);
+      const Bytes array = MakeArray(kPoints, 10, 1);
       const auto expectHeld = [&](Cache& cache) {
         const int interval = second != 0 ? second : 700;
         int rate = 0;
@@ -208,27 +181,21 @@ TEST_F(Index, ADeclaredIntervalCountsWhileNoOtherIsKnown) {
       };
       {
         Cache cache;
-        unsigned int index = 0;
-        ASSERT_TRUE(cache.initFileWrite(Folder().c_str(), "shot", form.format, form.tag, 250));
-        ASSERT_TRUE(cache.addChannel("a", "", kPoints, 700, index));
-        ASSERT_TRUE(cache.addChannel("b", "", kPoints, index));
-        ASSERT_TRUE(cache.beginWriteAtTime(0) && cache.addArrayData(0, 0, array.data(), 10));
-        ASSERT_TRUE(cache.addArrayData(1, 0, array.data(), 10));
-        if (second != 0) {
-          ASSERT_TRUE(cache.beginWriteAtTime(second) &&
-                      cache.addArrayData(0, second, array.data(), 10));
-        }
+        CacheSpec spec = form.Of({});
+        spec.channels = {{"a", kPoints, 700}, {"b", kPoints}};
+        spec.samples = {{0, 0, array}, {1, 0, array}};
+        if (second != 0) spec.samples.push_back({0, second, array});
+        ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", spec));
         expectHeld(cache);
         ASSERT_TRUE(cache.endFileWrite());
       }
-      Cache cache;
-      ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
-      expectHeld(cache);
-      if (form.format == Cache::eFilePerFrame) continue;
-      DataFile(folder_.File(std::string("shot.") + form.tag)).Store(false);
-      Cache byRecords;
-      ASSERT_TRUE(byRecords.initFileRead("shot", Folder().c_str()));
-      expectHeld(byRecords);
+      for (const bool byRecords : {false, true}) {
+        if (byRecords && form.format == Cache::eFilePerFrame) continue;
+        if (byRecords) File(DataFile("shot", form.tag)).Store(false);
+        Cache cache;
+        ASSERT_TRUE(Open(cache));
+        expectHeld(cache);
+      }
     }
   }
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "backends/nc/element_type.h"
@@ -28,6 +29,7 @@ struct Sample {
 struct ChannelSpec {
   const char* name;
   EType type;
+  unsigned int interval = 0;  ///< declared; none for 0
 };
 
 /// A cache to write: what to declare and what to write, in that order. Neighbours of one tick share
@@ -36,6 +38,7 @@ struct CacheSpec {
   Cache::cacheFileFormat format = Cache::eSingleFile;
   const char* tag = "ncx";
   int ticksPerFrame = 250;
+  KelFrameRate exactRate = {0, 0};
   std::vector<ChannelSpec> channels;
   std::vector<Sample> samples;
 };
@@ -75,24 +78,23 @@ inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
 /// Declares and writes all of it but the end.
 inline bool WriteOpen(Cache& cache, const std::string& folder, const char* base,
                       const CacheSpec& spec) {
-  if (!cache.initFileWrite(folder.c_str(), base, spec.format, spec.tag, spec.ticksPerFrame)) {
+  if (!cache.initFileWrite(folder.c_str(), base, spec.format, spec.tag, spec.ticksPerFrame,
+                           spec.exactRate)) {
     return false;
   }
   for (const ChannelSpec& channel : spec.channels) {
     unsigned int index = 0;
-    if (!cache.addChannel(channel.name, "Points", channel.type, index)) return false;
-  }
-  const Sample* last = nullptr;
-  for (const Sample& sample : spec.samples) {
-    const bool begins = last == nullptr || last->tick != sample.tick;
-    if (begins && !cache.beginWriteAtTime(sample.tick)) return false;
-    Bytes array = sample.array;
-    const std::size_t count = array.size() / ElementSize(spec.channels[sample.channel].type);
-    if (!cache.addArrayData(sample.channel, sample.tick, array.data(),
-                            static_cast<unsigned int>(count))) {
+    if (!cache.addChannel(channel.name, "Points", channel.type, channel.interval, index)) {
       return false;
     }
-    last = &sample;
+  }
+  std::optional<int> last;
+  for (const auto& [channel, tick, array] : spec.samples) {
+    if (std::exchange(last, tick) != tick && !cache.beginWriteAtTime(tick)) return false;
+    const auto count =
+        static_cast<unsigned int>(array.size() / ElementSize(spec.channels[channel].type));
+    void* data = const_cast<std::uint8_t*>(array.data());
+    if (!cache.addArrayData(channel, tick, data, count)) return false;
   }
   return cache.endWriteAtTime();
 }
@@ -166,6 +168,19 @@ inline CacheSpec Frames(int frames, std::size_t points, int seed = 0) {
 class NcTest : public test::FileTest {
  protected:
   std::string Folder() const { return folder_.path() + "/"; }
+
+  std::string DataFile(const std::string& base, const char* tag) const {
+    return folder_.File(base + "." + tag);
+  }
+
+  bool Open(Cache& cache, const char* base = "shot") const {
+    return cache.initFileRead(base, Folder().c_str());
+  }
+
+  /// Whether a cache holds just what was written, and verifies.
+  bool Holds(const std::string& base, const CacheSpec& spec) const {
+    return ReadCache(Folder(), base.c_str()) == ContentsOf(spec) && Verifies(base.c_str());
+  }
 
   testing::AssertionResult Verifies(const char* base) const {
     std::string said;

@@ -45,7 +45,7 @@ TEST_F(RoundTrip, EveryTypeFormRateAndTime) {
       EXPECT_TRUE(Verifies("shot"));
       for (const bool groups : {false, true}) {
         Cache cache;
-        ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str())) << cache.errorString();
+        ASSERT_TRUE(Open(cache)) << cache.errorString();
         cache.setOptimizeMultiChannelRead(groups);
         EXPECT_EQ(cache.format(), form.format);
         EXPECT_EQ(cache.getTicksPerFrame(), ticksPerFrame);
@@ -55,63 +55,49 @@ TEST_F(RoundTrip, EveryTypeFormRateAndTime) {
   }
 }
 
-TEST_F(RoundTrip, EqualNeighboursAreStoredOnce) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    CacheSpec spec = Form{Cache::eSingleFile, tag}.Of(Frames(50, 1000));
-    for (Sample& sample : spec.samples) sample.array = spec.samples[0].array;
-    ASSERT_TRUE(Write(Folder(), "still", spec));
-    EXPECT_LT(test::ReadBytes(folder_.File(std::string("still.") + tag)).size(), 12000u + 10000u);
-    EXPECT_TRUE(ReadCache(Folder(), "still") == ContentsOf(spec));
-  }
-}
-
 // An array that another channel holds is stored once where both lie in one file, and whatever a
 // channel declares is there again, by the index and by the records alone.
 TEST_F(RoundTrip, RepeatsAcrossChannelsIntervalsAndExactRates) {
   constexpr auto kPoints = zuCacheData::eNCFloatVectorArray;
   Bytes big = MakeArray(kPoints, 1000, 1);
   for (const Form& form : kForms) {
+    SCOPED_TRACE(form.Name());
     const bool single = form.format == Cache::eSingleFile;
+    CacheSpec spec = form.Of({});
+    spec.exactRate = {24000, 1001};
+    spec.channels = {{"a", kPoints, 500}, {"b", kPoints}, {"s", zuCacheData::eNCFloatArray}};
     Cache cache;
-    unsigned int index = 0;
-    ASSERT_TRUE(
-        cache.initFileWrite(Folder().c_str(), "c", form.format, form.tag, 250, {24000, 1001}));
-    ASSERT_TRUE(cache.addChannel("a", "", kPoints, 500, index));
-    ASSERT_TRUE(cache.addChannel("b", "", kPoints, 0, index));
-    ASSERT_TRUE(cache.addChannel("other type", "", zuCacheData::eNCFloatArray, index));
-    ASSERT_TRUE(cache.beginWriteAtTime(0) && cache.addArrayData(0, 0, big.data(), 1000));
-    EXPECT_TRUE(cache.repeatArrayData(1, 0, 0, 0)) << form.Name();
-    EXPECT_FALSE(cache.repeatArrayData(2, 0, 0, 0)) << "of another type";
-    EXPECT_FALSE(cache.repeatArrayData(1, 0, 0, 250)) << "of nothing";
-    EXPECT_FALSE(cache.repeatArrayData(1, 0, 9, 0)) << "of no channel";
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "c", spec) && cache.beginWriteAtTime(0));
+    ASSERT_TRUE(cache.addArrayData(0, 0, big.data(), 1000) && cache.repeatArrayData(1, 0, 0, 0));
+    ASSERT_TRUE(cache.beginWriteAtTime(250));
+    EXPECT_FALSE(cache.repeatArrayData(2, 250, 0, 0)) << "of another type";
+    EXPECT_FALSE(cache.repeatArrayData(1, 250, 0, 250)) << "of nothing";
+    EXPECT_FALSE(cache.repeatArrayData(1, 250, 9, 0)) << "of no channel";
     EXPECT_FALSE(cache.repeatArrayData(1, 7, 0, 0)) << "outside its block";
-    ASSERT_TRUE(cache.endWriteAtTime() && cache.beginWriteAtTime(250));
-    EXPECT_EQ(cache.repeatArrayData(1, 250, 0, 0), single) << form.Name();
+    EXPECT_EQ(cache.repeatArrayData(1, 250, 0, 0), single);
     ASSERT_TRUE(cache.endFileWrite());
-    EXPECT_TRUE(Verifies("c")) << form.Name();
-    Contents expected = {{{0, big}}, {{0, big}}, {}};
-    if (single) expected[1][250] = big;
-    EXPECT_TRUE(ReadCache(Folder(), "c") == expected) << form.Name();
+    spec.samples = {{0, 0, big}, {1, 0, big}};
+    if (single) spec.samples.push_back({1, 250, big});
+    EXPECT_TRUE(Holds("c", spec));
 
     Cache reader;
     KelFrameRate rate;
     unsigned int interval = 0;
-    ASSERT_TRUE(reader.initFileRead("c", Folder().c_str()));
-    EXPECT_TRUE(reader.exactFrameRate(rate) && rate == (KelFrameRate{24000, 1001}));
+    ASSERT_TRUE(Open(reader, "c"));
+    EXPECT_TRUE(reader.exactFrameRate(rate) && rate == spec.exactRate);
     EXPECT_TRUE(reader.declaredInterval(0, interval) && interval == 500);
     EXPECT_TRUE(reader.declaredInterval(1, interval) && interval == 0);
     EXPECT_FALSE(reader.declaredInterval(3, interval));
     if (!single) continue;
-    const std::string data = folder_.File(std::string("c.") + form.tag);
-    EXPECT_LT(test::ReadBytes(data).size(), 2 * big.size()) << form.Name();
-    Bytes bytes = test::ReadBytes(data);
+    Bytes bytes = test::ReadBytes(DataFile("c", form.tag));
+    EXPECT_LT(bytes.size(), 2 * big.size());
     bytes.pop_back();
-    test::WriteBytes(data, bytes);
-    EXPECT_TRUE(ReadCache(Folder(), "c") == expected) << form.Name();
+    test::WriteBytes(DataFile("c", form.tag), bytes);
+    EXPECT_TRUE(ReadCache(Folder(), "c") == ContentsOf(spec)) << "by its records";
   }
-  Cache refused;
-  EXPECT_FALSE(
-      refused.initFileWrite(Folder().c_str(), "d", Cache::eSingleFile, "ncx", 250, {25, 1}));
+  CacheSpec refused;
+  refused.exactRate = {25, 1};
+  EXPECT_FALSE(Write(Folder(), "d", refused));
 }
 
 TEST_F(RoundTrip, FramesHaveFilesOfTheirOwn) {

@@ -24,16 +24,6 @@ class Speed : public NcTest {
     return spec;
   }
 
-  // What `body` costs for each of some frames.
-  template <typename Body>
-  static void ExpectCost(int from, int to, unsigned long callsEach, Body&& body) {
-    const unsigned long allocations = test::AllocationCount();
-    const unsigned long calls = test::SystemCallCount();
-    for (int frame = from; frame < to; ++frame) body(frame);
-    EXPECT_EQ(test::AllocationCount() - allocations, 0u);
-    EXPECT_EQ(test::SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
-  }
-
   float array_[kElements] = {};
 };
 
@@ -46,7 +36,7 @@ TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
       for (const unsigned int channels : {1u, kChannels}) {
         SCOPED_TRACE(form.Name() + std::to_string(channels) + (groups ? " in groups" : " singly"));
         Cache cache;
-        ASSERT_TRUE(cache.initFileRead("shot", Folder().c_str()));
+        ASSERT_TRUE(Open(cache));
         cache.setOptimizeMultiChannelRead(groups);
         const auto play = [&](int frame) {
           for (unsigned int c = 0; c < channels; ++c) {
@@ -56,7 +46,7 @@ TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
           }
         };
         for (int frame = 0; frame < kWarm; ++frame) play(frame);
-        ExpectCost(kWarm, 40, perTime + (groups ? 1 : channels), play);
+        test::ExpectCost(kWarm, 40, perTime + (groups ? 1 : channels), play);
       }
     }
   }
@@ -69,7 +59,7 @@ TEST_F(Speed, WritingAllocatesNothingAndCallsOnceForABlockOfSmallArrays) {
     Cache cache;
     ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", form.Of(ManyChannels(kWarm))));
     // A frame's file is made, locked and finished as well.
-    ExpectCost(kWarm, 200, form.format == Cache::eSingleFile ? 1 : 4, [&](int frame) {
+    test::ExpectCost(kWarm, 200, form.format == Cache::eSingleFile ? 1 : 4, [&](int frame) {
       array_[0] = static_cast<float>(frame);
       cache.beginWriteAtTime(frame * 250);
       for (unsigned int c = 0; c < kChannels; ++c) {

@@ -98,11 +98,8 @@ TEST_F(Writing, WhatIsNoDataFileIsNotReplaced) {
     const std::string folder = scratch.path() + "/";
     const Bytes notes = {'n', 'o'};
     const std::string path = scratch.File(row.name);
-    if (row.isFolder) {
-      std::filesystem::create_directory(path);
-    } else {
-      test::WriteBytes(path, notes);
-    }
+    if (row.isFolder) std::filesystem::create_directory(path);
+    if (!row.isFolder) test::WriteBytes(path, notes);
     EXPECT_EQ(Cache::dataFilesInTheWay(folder.c_str(), "shot", nullptr, nullptr), row.inTheWay);
     const CacheSpec spec = row.form.Of(Frames(2, 3));
     Cache cache;
@@ -111,9 +108,7 @@ TEST_F(Writing, WhatIsNoDataFileIsNotReplaced) {
       EXPECT_EQ(std::string(cache.errorString()).find(row.name), 0u) << cache.errorString();
       EXPECT_EQ(test::NamesIn(scratch.path()).size(), 1u);
     }
-    if (!row.isFolder) {
-      EXPECT_EQ(test::ReadBytes(path), notes);
-    }
+    EXPECT_TRUE(row.isFolder || test::ReadBytes(path) == notes);
   }
 
   // What comes while it is written is found at the end.

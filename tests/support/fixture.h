@@ -12,11 +12,22 @@ inline void AddLine(void* context, const char* line) {
   static_cast<std::string*>(context)->append(line).append("\n");
 }
 
+/// Calls `body` with the numbers from `from` to before `to`: it allocates nothing and makes so many
+/// system calls each time.
+template <typename Number, typename Body>
+void ExpectCost(Number from, Number to, unsigned long callsEach, const Body& body) {
+  const unsigned long allocations = AllocationCount();
+  const unsigned long calls = SystemCallCount();
+  for (Number i = from; i < to; ++i) body(i);
+  EXPECT_EQ(AllocationCount() - allocations, 0U);
+  EXPECT_EQ(SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
+}
+
 /// A scratch folder for each test, and a failure for one that leaves KelMalloc blocks or open files
-/// behind. What a test holds must have ended by its own end.
+/// behind, in whatever its fixture holds too.
 class FileTest : public testing::Test {
  protected:
-  void TearDown() override {
+  ~FileTest() override {
     EXPECT_EQ(OutstandingBlocks(), blocks_) << "KelMalloc blocks leaked";
     EXPECT_EQ(OpenDescriptors(), descriptors_) << "open files leaked";
   }

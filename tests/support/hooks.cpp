@@ -1,6 +1,7 @@
 #include "tests/support/hooks.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -8,9 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdarg>
-#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
@@ -20,57 +19,22 @@
 #include "host/KelMemory.h"
 
 namespace kelsdk::test {
+
+namespace fs = std::filesystem;
+using namespace hooks;
+
 namespace {
 
-// A countdown to one event: 0 means disarmed.
-struct Trigger {
-  std::atomic<unsigned long> count{0};
-  std::atomic<unsigned long> left{0};
-  std::atomic<bool> reached{false};
-  std::atomic<bool> sticky{false};
-
-  void Arm(unsigned long n, bool keepFailing) {
-    reached = false;
-    sticky = keepFailing;
-    left = n;
-  }
-  void Disarm() {
-    left = 0;
-    sticky = false;
-  }
-  bool Fires() {
-    ++count;
-    if (left == 0) return sticky && reached;
-    if (--left != 0) return false;
-    reached = true;
-    return true;
-  }
-};
-
-Trigger allocations;
-Trigger systemCalls;
-std::atomic<int> systemCallError{0};
-std::atomic<bool> die{false};
-std::atomic<bool> onlyKelMalloc{false};
-std::atomic<long> outstanding{0};
-std::atomic<std::size_t> mostBytes{SIZE_MAX};
-std::atomic<bool> recording{false};
-std::vector<DiskEvent> events;
-
-void Note(DiskEvent event) {
-  if (recording && (events.empty() || events.back() != event)) events.push_back(std::move(event));
-}
+constexpr int kDie = -1;  // in place of an error number
 
 void* CountedMalloc(std::size_t size) {
-  if (allocations.Fires()) return nullptr;
-  void* block = std::malloc(size);
+  void* block = allocations.Fires() ? nullptr : std::malloc(size);
   if (block != nullptr) ++outstanding;
   return block;
 }
 
 void* CountedRealloc(void* block, std::size_t size) {
-  if (allocations.Fires()) return nullptr;
-  void* resized = std::realloc(block, size);
+  void* resized = allocations.Fires() ? nullptr : std::realloc(block, size);
   if (block == nullptr && resized != nullptr) ++outstanding;
   return resized;
 }
@@ -81,16 +45,17 @@ void CountedFree(void* block) {
 }
 
 // Before any test or static object of a test makes an object.
-[[maybe_unused]] const bool installed = [] {
-  KelSetMemoryHandlers(CountedMalloc, CountedRealloc, CountedFree);
-  return true;
-}();
+[[maybe_unused]] const bool installed =
+    KelSetMemoryHandlers(CountedMalloc, CountedRealloc, CountedFree);
 
-}  // namespace
+void* NewBlock(std::size_t size) {
+  const bool fails = failing == EAllocations::eAll && allocations.Fires();
+  return fails ? nullptr : std::malloc(size != 0 ? size : 1);
+}
 
 bool SystemCallFails() {
   if (!systemCalls.Fires()) return false;
-  if (die) ::_exit(kDiedStatus);
+  if (systemCallError == kDie) ::_exit(kDiedStatus);
   errno = systemCallError;
   return true;
 }
@@ -99,19 +64,21 @@ std::size_t Shortened(std::size_t count) {
   return std::min<std::size_t>(count, mostBytes);
 }
 
-// As many of the runs as are to be moved, the last one cut.
-std::vector<struct iovec> Shortened(const struct iovec* runs, int count) {
-  std::vector<struct iovec> kept(runs, runs + count);
-  std::size_t left = mostBytes;
-  for (struct iovec& run : kept) {
-    run.iov_len = std::min(run.iov_len, left);
-    left -= run.iov_len;
+// As many of the runs as are to be moved, the last one cut. Allocates nothing.
+struct ShortenedRuns {
+  ShortenedRuns(const struct iovec* first, int count) {
+    std::size_t left = mostBytes;
+    std::transform(first, first + count, runs, [&left](struct iovec run) {
+      run.iov_len = std::min(run.iov_len, left);
+      left -= run.iov_len;
+      return run;
+    });
   }
-  return kept;
-}
+  struct iovec runs[IOV_MAX];
+};
 
-bool ShortensTransfers() {
-  return mostBytes != SIZE_MAX;
+void Note(DiskEvent event) {
+  if (events.empty() || events.back() != event) events.push_back(std::move(event));
 }
 
 // Notes what has been done to an open file, if it has.
@@ -119,15 +86,14 @@ template <typename Result>
 Result Noted(DiskEvent::EKind kind, int fd, Result result) {
   if (!recording || result < 0) return result;
   const int kept = errno;
-  Note({kind, std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fd))});
+  Note({kind, fs::read_symlink("/proc/self/fd/" + std::to_string(fd))});
   errno = kept;
   return result;
 }
 
 // Of a path whose last component may be gone.
-std::string RealPath(const std::filesystem::path& path) {
-  return std::filesystem::canonical(std::filesystem::absolute(path).parent_path()) /
-         path.filename();
+std::string RealPath(const fs::path& path) {
+  return fs::canonical(fs::absolute(path).parent_path()) / path.filename();
 }
 
 int NotedRename(const char* from, const char* to, int result) {
@@ -135,89 +101,36 @@ int NotedRename(const char* from, const char* to, int result) {
   return result;
 }
 
-bool NewFails() {
-  return !onlyKelMalloc && allocations.Fires();
-}
+}  // namespace
 
-unsigned long AllocationCount() {
-  return allocations.count;
-}
-long OutstandingBlocks() {
-  return outstanding;
-}
-unsigned long SystemCallCount() {
-  return systemCalls.count;
+bool hooks::Trigger::Fires() {
+  ++count;
+  if (left == 0) return andAllLater && reached;
+  if (--left != 0) return false;
+  return reached = true;
 }
 
 int OpenDescriptors() {
-  const std::filesystem::directory_iterator first("/proc/self/fd");
+  const fs::directory_iterator first("/proc/self/fd");
   return static_cast<int>(std::distance(begin(first), end(first)));
 }
 
-FailAllocation::FailAllocation(unsigned long n, EAllocations which) {
-  onlyKelMalloc = which == EAllocations::eKelMalloc;
-  allocations.Arm(n, false);
-}
-FailAllocation::~FailAllocation() {
-  allocations.Disarm();
-  onlyKelMalloc = false;
-}
-bool FailAllocation::Reached() const {
-  return allocations.reached;
-}
-
-FailSystemCall::FailSystemCall(unsigned long n, int errorNumber, bool andAllLater) {
-  systemCallError = errorNumber;
-  systemCalls.Arm(n, andAllLater);
-}
-FailSystemCall::~FailSystemCall() {
-  systemCalls.Disarm();
-}
-bool FailSystemCall::Reached() const {
-  return systemCalls.reached;
-}
-
-ShortenTransfers::ShortenTransfers(std::size_t most) {
-  mostBytes = most;
-}
-ShortenTransfers::~ShortenTransfers() {
-  mostBytes = SIZE_MAX;
-}
-
-RecordDisk::RecordDisk() {
-  recording = true;
-}
-RecordDisk::~RecordDisk() {
-  recording = false;
-  events.clear();
-}
-const std::vector<DiskEvent>& RecordDisk::Events() const {
-  return events;
-}
-
 void DieAtSystemCall(unsigned long n) {
-  die = true;
-  systemCalls.Arm(n, false);
+  systemCallError = kDie;
+  systemCalls.Arm(n);
 }
 
 }  // namespace kelsdk::test
 
-using kelsdk::test::DiskEvent;
-using kelsdk::test::NewFails;
-using kelsdk::test::Noted;
-using kelsdk::test::NotedRename;
-using kelsdk::test::Shortened;
-using kelsdk::test::ShortensTransfers;
-using kelsdk::test::SystemCallFails;
+using namespace kelsdk::test;
 
 // The forms for arrays come down to these, except under the address sanitizer, which has its own.
 void* operator new(std::size_t size) {
-  void* block = NewFails() ? nullptr : std::malloc(size != 0 ? size : 1);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
+  if (void* block = NewBlock(size)) return block;
+  throw std::bad_alloc();
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return NewFails() ? nullptr : std::malloc(size != 0 ? size : 1);
+  return NewBlock(size);
 }
 void operator delete(void* block) noexcept {
   std::free(block);
@@ -225,18 +138,13 @@ void operator delete(void* block) noexcept {
 void operator delete(void* block, std::size_t) noexcept {
   std::free(block);
 }
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-  std::free(block);
-}
 
 // The linker turns a call of X into one of __wrap_X, and __real_X into X itself.
-#define WRAP_AS(result, name, parameters, call)                  \
+#define WRAP(result, name, parameters, call)                     \
+  result __real_##name parameters;                               \
   result __wrap_##name parameters {                              \
     return SystemCallFails() ? static_cast<result>(-1) : (call); \
   }
-#define WRAP(result, name, parameters, arguments) \
-  result __real_##name parameters;                \
-  WRAP_AS(result, name, parameters, __real_##name arguments)
 
 extern "C" {
 int __real_open(const char* path, int flags, ...);
@@ -252,34 +160,23 @@ int __wrap_posix_fadvise(int fd, off_t offset, off_t length, int advice) {
   return SystemCallFails() ? errno : __real_posix_fadvise(fd, offset, length, advice);
 }
 
-ssize_t __real_pread(int fd, void* buffer, size_t count, off_t offset);
-WRAP_AS(ssize_t, pread, (int fd, void* buffer, size_t count, off_t offset),
-        __real_pread(fd, buffer, Shortened(count), offset))
-ssize_t __real_pwrite(int fd, const void* buffer, size_t count, off_t offset);
-WRAP_AS(ssize_t, pwrite, (int fd, const void* buffer, size_t count, off_t offset),
-        Noted(DiskEvent::eWrite, fd, __real_pwrite(fd, buffer, Shortened(count), offset)))
-ssize_t __real_preadv(int fd, const struct iovec* runs, int count, off_t offset);
-WRAP_AS(ssize_t, preadv, (int fd, const struct iovec* runs, int count, off_t offset),
-        __real_preadv(fd, ShortensTransfers() ? Shortened(runs, count).data() : runs, count,
-                      offset))
-ssize_t __real_pwritev(int fd, const struct iovec* runs, int count, off_t offset);
-WRAP_AS(ssize_t, pwritev, (int fd, const struct iovec* runs, int count, off_t offset),
-        Noted(DiskEvent::eWrite, fd,
-              __real_pwritev(fd, ShortensTransfers() ? Shortened(runs, count).data() : runs, count,
-                             offset)))
-int __real_ftruncate(int fd, off_t size);
-WRAP_AS(int, ftruncate, (int fd, off_t size),
-        Noted(DiskEvent::eWrite, fd, __real_ftruncate(fd, size)))
-int __real_fsync(int fd);
-WRAP_AS(int, fsync, (int fd), Noted(DiskEvent::eSync, fd, __real_fsync(fd)))
-int __real_syncfs(int fd);
-WRAP_AS(int, syncfs, (int fd), Noted(DiskEvent::eSyncAll, fd, __real_syncfs(fd)))
-int __real_rename(const char* from, const char* to);
-WRAP_AS(int, rename, (const char* from, const char* to),
-        NotedRename(from, to, __real_rename(from, to)))
-WRAP(int, fstat, (int fd, struct stat* entry), (fd, entry))
-WRAP(int, link, (const char* from, const char* to), (from, to))
-WRAP(int, unlink, (const char* path), (path))
-WRAP(int, flock, (int fd, int operation), (fd, operation))
-WRAP(int, fchmod, (int fd, mode_t mode), (fd, mode))
+WRAP(ssize_t, pread, (int fd, void* buffer, size_t count, off_t offset),
+     __real_pread(fd, buffer, Shortened(count), offset))
+WRAP(ssize_t, pwrite, (int fd, const void* buffer, size_t count, off_t offset),
+     Noted(DiskEvent::eWrite, fd, __real_pwrite(fd, buffer, Shortened(count), offset)))
+WRAP(ssize_t, preadv, (int fd, const struct iovec* runs, int count, off_t offset),
+     __real_preadv(fd, ShortenedRuns(runs, count).runs, count, offset))
+WRAP(ssize_t, pwritev, (int fd, const struct iovec* runs, int count, off_t offset),
+     Noted(DiskEvent::eWrite, fd,
+           __real_pwritev(fd, ShortenedRuns(runs, count).runs, count, offset)))
+WRAP(int, ftruncate, (int fd, off_t size), Noted(DiskEvent::eWrite, fd, __real_ftruncate(fd, size)))
+WRAP(int, fsync, (int fd), Noted(DiskEvent::eSync, fd, __real_fsync(fd)))
+WRAP(int, syncfs, (int fd), Noted(DiskEvent::eSyncAll, fd, __real_syncfs(fd)))
+WRAP(int, rename, (const char* from, const char* to),
+     NotedRename(from, to, __real_rename(from, to)))
+WRAP(int, fstat, (int fd, struct stat* entry), __real_fstat(fd, entry))
+WRAP(int, link, (const char* from, const char* to), __real_link(from, to))
+WRAP(int, unlink, (const char* path), __real_unlink(path))
+WRAP(int, flock, (int fd, int operation), __real_flock(fd, operation))
+WRAP(int, fchmod, (int fd, mode_t mode), __real_fchmod(fd, mode))
 }

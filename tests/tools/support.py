@@ -49,12 +49,25 @@ class CommandTest(unittest.TestCase):
     def info(self, path):
         return json.loads(self.run_done("info", path, "--json"))
 
+    def run_found(self, *words):
+        found = run(*words)
+        self.assertEqual(found.returncode, FOUND, (words, found.stderr))
+        return found.stdout + found.stderr
+
     def expect_error(self, status, line, *words):
+        """One line that says so, which starts with the command's name."""
         failed = run(*words)
-        self.assertEqual(failed.returncode, status, failed.stderr)
-        self.assertEqual(failed.stdout, "")
-        self.assertEqual(failed.stderr.count("\n"), 1, failed.stderr)
-        self.assertIn(line, failed.stderr)
+        self.assertEqual((failed.returncode, failed.stdout), (status, ""), (words, failed.stderr))
+        self.assertRegex(failed.stderr, r"\Akelcache: .*\n\Z", words)
+        self.assertIn(line, failed.stderr, words)
+
+    def dump(self, path, *more):
+        return json.loads(self.run_done("dump", path, *more))
+
+    def make(self, name, *more, points=50, frames=6):
+        path = self.folder / name
+        self.run_done("make", path, "--points", points, "--frames", frames, *more)
+        return path
 
     def pc2(self, name, points, samples, data, start=0.0, rate=1.0):
         path = self.folder / name

@@ -3,10 +3,10 @@ full, options, help, what a terminal shows."""
 
 import fcntl
 import os
+import pathlib
 import pty
 import re
 import resource
-import shutil
 import signal
 import struct
 import subprocess
@@ -37,40 +37,30 @@ class Interruption(CommandTest):
         other = self.sparse_pc2("other.pc2")
         make = ["--points", 10000, "--frames", 1000000]
         out = self.folder / "out.xml"
-        verbs = [
-            ["make", self.folder / "out.pc2", *make],
-            ["make", out, *make],
-            ["make", out, "--per-frame", "--compact", *make],
-            ["convert", source, out],
-            ["convert", source, out, "--from", 1],
-            ["retime", source, self.folder / "out.pc2", "--offset", 1],
-        ]
+        verbs = [["make", self.folder / "out.pc2", *make],
+                 ["make", out, *make],
+                 ["make", out, "--per-frame", "--compact", *make],
+                 ["convert", source, out],
+                 ["convert", source, out, "--from", 1],
+                 ["retime", source, self.folder / "out.pc2", "--offset", 1],
+                 ["convert", source, other, "--to", "xml"]]
+        # Of several inputs none is begun any more.
+        more = {6: ["kelcache: 2 files, 0 converted, 0 failed, 2 not done"]}
         before = self.contents()
         for i, words in enumerate(verbs):
             running = begin(*words)
             self.wait_until(running, lambda: self.contents() != before)
-            self.expect_ended(running, SIGNALS[i % 3])
+            self.expect_ended(running, SIGNALS[i % 3], *more.get(i, []))
             self.assertEqual(self.contents(), before, words)
-        # Of several inputs none is begun any more.
-        running = begin("convert", source, other, "--to", "xml")
-        self.wait_until(running, lambda: self.contents() != before)
-        self.expect_ended(running, signal.SIGINT,
-                          "kelcache: 2 files, 0 converted, 0 failed, 2 not done")
-        self.assertEqual(self.contents(), before)
 
     def test_readers_end_at_once(self):
         path = self.sparse_pc2("in.pc2")
         for words in (["play", path, "--loop", 1000000], ["verify", path, path]):
             for number in SIGNALS:
                 running = begin(*words)
-                caught = f"/proc/{running.pid}/status"
-                bit = 1 << (number - 1)
-
-                def handles():
-                    with open(caught) as status:
-                        (mask,) = [line for line in status if line.startswith("SigCgt")]
-                    return int(mask.split()[1], 16) & bit
-                self.wait_until(running, handles)
+                status = pathlib.Path(f"/proc/{running.pid}/status")
+                self.wait_until(running, lambda: 1 << (number - 1) & int(
+                    re.search(r"SigCgt:\s*(\w+)", status.read_text())[1], 16))
                 self.expect_ended(running, number)
 
     def test_what_was_ignored_stays_so(self):
@@ -100,10 +90,8 @@ class Statuses(CommandTest):
             for verb in (["info", path], ["play", path], ["dump", path, "--sample", 0],
                          ["verify", path], ["diff", path, path], ["retime", path, out, "--rate", 9],
                          ["convert", path, out]):
-                failed = run(*verb)
-                self.assertEqual(failed.returncode, FAILED, verb)
-                self.assertIn(words, failed.stderr, verb)
-                self.assertEqual(failed.stderr.count(str(path)), 1, failed.stderr)
+                self.expect_error(FAILED, words, *verb)
+                self.assertEqual(run(*verb).stderr.count(str(path)), 1, verb)
 
     def test_of_several_inputs_the_worst_wins(self):
         sound = self.pc2("sound.pc2", 1, 1, [0] * 3)
@@ -114,19 +102,16 @@ class Statuses(CommandTest):
                                 (USAGE, damaged, unknown), (FAILED, none, damaged, unknown, sound)]:
             self.assertEqual(run("verify", *inputs).returncode, status, inputs)
         # One whole, one cut short; then both targets are there.
-        convert = ["convert", sound, damaged, "--to", "xml"]
-        self.assertEqual(run(*convert).returncode, FOUND)
-        self.assertEqual(run(*convert).returncode, FAILED)
-        self.assertEqual(run("convert", sound, "--to", "xml").returncode, FAILED)
+        for status in (FOUND, FAILED):
+            self.assertEqual(run("convert", sound, damaged, "--to", "xml").returncode, status)
 
     def test_verify_tells_a_disk_that_fails_from_damage(self):
         # A file that opens, and whose reads fail.
         self.assertEqual(run("verify", "/proc/self/mem", "--as", "pc2").returncode, FAILED)
-        path = self.folder / "cache.xml"
-        self.run_done("make", path, "--points", 9, "--frames", 3)
+        path = self.make("cache.xml")
         data = path.with_suffix(".ncx")
         data.unlink()
-        self.assertEqual(run("verify", path).returncode, FOUND)
+        self.run_found("verify", path)
         data.symlink_to(data.name)
         self.assertEqual(run("verify", path).returncode, FAILED)
 
@@ -138,86 +123,93 @@ class FullDisks(CommandTest):
                ["retime", DATA / "pc2" / "jelly_drop.pc2", "out.pc2", "--offset", 1],
                ["convert", DATA / "pc2" / "jelly_drop.pc2", "out.xml"]]
 
-    def expect_told(self, reason, folder, **more):
+    def test_are_told_of_and_left_empty(self):
+        most = 20000
         for words in self.WRITERS:
             target = next(str(word) for word in words if str(word).startswith("out."))
-            failed = run(*words, cwd=folder, **more)
+            failed = run(*words, cwd=self.folder, preexec_fn=lambda: resource.setrlimit(
+                resource.RLIMIT_FSIZE, (most, most)))
             self.assertEqual(failed.returncode, FAILED, failed.stderr)
-            self.assertRegex(failed.stderr, f"^kelcache: .*writing .*: {reason}\n$")
+            self.assertRegex(failed.stderr, "^kelcache: .*writing .*: File too large\n$")
             if words[0] == "make":
                 self.assertTrue(failed.stderr.startswith(f"kelcache: {target}: "), failed.stderr)
-            self.assertEqual(os.listdir(folder), [], words)
-
-    def test_a_limit_on_the_file_size(self):
-        most = 20000
-        self.expect_told("File too large", self.folder, preexec_fn=lambda: resource.setrlimit(
-            resource.RLIMIT_FSIZE, (most, most)))
-
-    def test_a_disk_without_room(self):
-        if os.geteuid() != 0 or shutil.which("mount") is None:
-            self.skipTest("only root can make a small disk")
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16k", "none", self.folder],
-                                 capture_output=True)
-        if mounted.returncode != 0:
-            self.skipTest("this system lets no disk be mounted")
-        self.addCleanup(subprocess.run, ["umount", self.folder])
-        self.expect_told("No space left on device", self.folder)
+            self.assertEqual(self.contents(), [], words)
 
 
-class MakingTheImpossible(CommandTest):
-    def test_is_refused_before_anything_is_written(self):
-        for words, target, points, frames, *more in [
-                ("takes 4294967304 bytes", "a.pc2", 357913942, 1),
-                ("2147483647 are the most", "a.pc2", 1, 2147483648),
-                ("does not fit the 32-bit float", "a.pc2", 1, 1, "--start", 1e39),
-                ("does not fit the 32-bit float", "a.pc2", 1, 1, "--start", 16777217),
-                ("takes 4294967304 bytes", "a.xml", 178956971, 1, "--channels", "a,b", "--type",
-                 "float,doubleVector"),
-                ("frame 8589935 lies beyond", "a.xml", 1, 8589936),
-                ("frame -8589935 lies beyond", "a.xml", 1, 1, "--start", -8589935),
-                ("not 1 to 2147483647 ticks", "a.xml", 1, 1, "--fps", 7000)]:
-            self.expect_error(USAGE, words, "make", self.folder / target, "--points", points,
-                              "--frames", frames, *more)
-        self.assertEqual(self.contents(), [])
+class Refused(CommandTest):
+    """What is asked for and cannot be: told in words, before anything is written."""
 
-    def test_a_rate_of_no_whole_ticks_is_noted(self):
-        path = self.folder / "a.xml"
-        self.run_done("make", path, "--points", 1, "--frames", 100, "--fps", 29.97)
-        info = self.info(path)
-        self.assertEqual((info["exactFrameRate"], info["ticksPerFrame"]), ("30000/1001", 200))
-        self.assertIn("100 frames (0 to 99)", self.run_done("play", path))
+    def expect_usage(self, *rows):
+        before = self.contents()
+        for words, *line in rows:
+            self.expect_error(USAGE, words, *line)
+        self.assertEqual(self.contents(), before)
 
+    def test_what_no_cache_can_hold(self):
+        def make(target, points, frames, *more):
+            return ["make", self.folder / target, "--points", points, "--frames", frames, *more]
+        self.expect_usage(
+            ("takes 4294967304 bytes", *make("a.pc2", 357913942, 1)),
+            ("2147483647 are the most", *make("a.pc2", 1, 2147483648)),
+            ("does not fit the 32-bit float", *make("a.pc2", 1, 1, "--start", 1e39)),
+            ("does not fit the 32-bit float", *make("a.pc2", 1, 1, "--start", 16777217)),
+            ("takes 4294967304 bytes", *make("a.xml", 178956971, 1, "--channels", "a,b", "--type",
+                                             "float,doubleVector")),
+            ("frame 8589935 lies beyond", *make("a.xml", 1, 8589936)),
+            ("frame -8589935 lies beyond", *make("a.xml", 1, 1, "--start", -8589935)),
+            ("not 1 to 2147483647 ticks", *make("a.xml", 1, 1, "--fps", 7000)))
 
-class Options(CommandTest):
-    def test_values_are_refused_in_words(self):
+    def test_values_of_options(self):
         path = self.pc2("one.pc2", 1, 1, [0] * 3)
         play, dump, retime = ["play", path], ["dump", path], ["retime", path, self.folder / "x.pc2"]
         make = ["make", self.folder / "x.xml", "--points", 1, "--frames"]
-        for option, words, *line in [
-                ("--loop", '"0" is not a whole number of at least 1', *play, "--loop", 0),
-                ("--loop", "at most 4294967295", *play, "--loop", 4294967296),
-                ("--jobs", "a whole number of at least 1", "verify", path, "--jobs", "2.5"),
-                ("--frames", "a whole number of at least 0", *make, "0x10"),
-                ("--frames", "a whole number of at least 0", *make, -1),
-                ("--fps", "a number above 0", *make, 1, "--fps", "nan"),
-                ("--start", "a finite number", *make, 1, "--start=-inf"),
-                ("--rate", "a number above 0", *play, "--rate", "inf"),
-                ("--from", "a finite number", *play, "--from", "nan"),
-                ("--to", "a finite number", *play, "--to", "1e999"),
-                ("--to", "neither a frame nor", "convert", path, "x.xml", "--to", "inf"),
-                ("--frame", "a finite number", *dump, "--frame", "1,5"),
-                ("--format", '"xml" is none of json, csv', *dump, "--frame", 1, "--format", "xml"),
-                ("--offset", "a finite number", *retime, "--offset", "nan"),
-                ("--scale", "a number above 0", *retime, "--scale", "0"),
-                ("--tolerance", "a number of at least 0", "diff", path, path, "--tolerance", "nan")]:
-            self.expect_error(USAGE, f"kelcache: {option}: ", *line)
-            self.expect_error(USAGE, words, *line)
-        self.assertEqual(self.contents(), ["one.pc2"])
+        self.expect_usage(
+            ('--loop: "0" is not a whole number of at least 1', *play, "--loop", 0),
+            ('--loop: "4294967296"', *play, "--loop", 4294967296),
+            ('--jobs: "2.5" is not a whole number of at least 1', "verify", path, "--jobs", "2.5"),
+            ('--frames: "0x10" is not a whole number of at least 0', *make, "0x10"),
+            ('--frames: "-1" is not a whole number of at least 0', *make, -1),
+            ('--fps: "nan" is not a number above 0', *make, 1, "--fps", "nan"),
+            ('--start: "-inf" is not a finite number', *make, 1, "--start=-inf"),
+            ('--rate: "inf" is not a number above 0', *play, "--rate", "inf"),
+            ('--from: "nan" is not a finite number', *play, "--from", "nan"),
+            ('--to: "1e999" is not a finite number', *play, "--to", "1e999"),
+            ('--to: "inf" is neither a frame nor', "convert", path, "x.xml", "--to", "inf"),
+            ('--frame: "1,5" is not a finite number', *dump, "--frame", "1,5"),
+            ('--format: "xml" is none of json, csv', *dump, "--frame", 1, "--format", "xml"),
+            ('--offset: "nan" is not a finite number', *retime, "--offset", "nan"),
+            ('--scale: "0" is not a number above 0', *retime, "--scale", "0"),
+            ('--tolerance: "nan" is not a number of at least 0', "diff", path, path, "--tolerance",
+             "nan"))
 
-    def test_numbers_are_decimal(self):
-        self.run_done("make", self.folder / "x.pc2", "--points", "010", "--frames", "+2")
-        pc2 = self.info(self.folder / "x.pc2")["pc2"]
-        self.assertEqual((pc2["points"], pc2["samples"]), (10, 2))
+    def test_mistakes_are_met_with_suggestions(self):
+        path = self.pc2("one.pc2", 1, 1, [0] * 3)
+        self.expect_usage(
+            ('no verb "conver"; did you mean convert?', "conver", "a", "b"),
+            ("did you mean recover?", "rec"),
+            ("did you mean dump?", "dmup"),
+            ("kelcache --help lists them", "frobnicate"),
+            ("did you mean play?", "help", "paly"),
+            ("--frobnicate: there is no such option", "--frobnicate"),
+            ("FILE is required; kelcache play --help tells more", "play"),
+            ("the extension tells no format", "info", "shot.cache"),
+            ("name its description", "info", "shot.ncx"),
+            ("no channel 1, it has 1", "play", path, "--channel", 1),
+            ("only Alembic", "info", path, "--tree"))
+
+
+class Accepted(CommandTest):
+    def test_a_rate_of_no_whole_ticks_is_noted(self):
+        path = self.make("a.xml", "--fps", 29.97, points="010", frames="+100")
+        info = self.info(path)
+        self.assertEqual((info["exactFrameRate"], info["ticksPerFrame"]), ("30000/1001", 200))
+        self.assertIn("100 frames (0 to 99), 10 points", self.run_done("play", path))
+
+    def test_another_extension(self):
+        path = self.pc2("cache.bin", 1, 1, [1, 2, 3])
+        self.assertEqual(self.dump(path, "--sample", 0, "--as", "pc2")["values"], [1, 2, 3])
+        self.pc2("UPPER.PC2", 1, 1, [1, 2, 3])
+        self.run_done("play", self.folder / "UPPER.PC2")
 
 
 class Help(CommandTest):
@@ -247,15 +239,6 @@ class Help(CommandTest):
             long = [line for line in narrow.splitlines() if len(line) > 40]
             self.assertTrue(all(line.startswith("  ") and line in usual.splitlines()
                                 or len(line.split()) == 2 for line in long), long)
-
-    def test_mistakes_are_met_with_suggestions(self):
-        for words, *line in [('no verb "conver"; did you mean convert?', "conver", "a", "b"),
-                             ("did you mean recover?", "rec"), ("did you mean dump?", "dmup"),
-                             ("kelcache --help lists them", "frobnicate"),
-                             ("did you mean play?", "help", "paly"),
-                             ("--frobnicate: there is no such option", "--frobnicate"),
-                             ("FILE is required; kelcache play --help tells more", "play")]:
-            self.expect_error(USAGE, words, *line)
 
 
 class Terminal(CommandTest):

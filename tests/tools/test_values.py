@@ -1,6 +1,5 @@
 """The kelcache command on values and times: exact, or refused in words."""
 
-import json
 import os
 import struct
 import subprocess
@@ -13,161 +12,143 @@ IDS = [[1 << 40, (1 << 40) + 1], [(1 << 40) + 2, -7]]
 
 
 class ValuesTest(CommandTest):
-    def dump(self, path, channel, sample=0):
-        return json.loads(self.run_done("dump", path, "--channel", channel, "--sample", sample))
+    def setUp(self):
+        super().setUp()
+        self.nc, self.out = self.folder / "cache.xml", self.folder / "out.pc2"
 
     def samples(self, path, channel=0):
         count = self.info(path)["channels"][channel]["samples"]
-        return [self.dump(path, channel, i)["values"] for i in range(count)]
+        return [self.dump(path, "--channel", channel, "--sample", i)["values"]
+                for i in range(count)]
+
+    def archive(self, name, *properties, **times):
+        return archives.write(self.folder / name, properties, **times)
 
     def points(self, counts):
         """Particles whose count changes: sample i holds the points (i, k, 0)."""
         samples = [[float(value) for k in range(count) for value in (i, k, 0)]
                    for i, count in enumerate(counts)]
-        return archives.write(self.folder / "points.abc", [("P", "float32", 3, samples)]), samples
+        return self.archive("points.abc", ("P", "float32", 3, samples)), samples
+
+    def convert(self, path, *more):
+        """Into an NC cache that holds the same."""
+        self.run_done("convert", path, self.nc, *more)
+        self.run_done("diff", path, self.nc)
+        self.run_done("verify", self.nc)
 
 
 class CountsThatVary(ValuesTest):
     def test_every_sample_has_its_own_length(self):
         path, samples = self.points([0, 2, 3, 1])
-        nc = self.folder / "points.xml"
-        self.run_done("convert", path, nc)
-        for cache in (path, nc):
+        self.convert(path)
+        for cache in (path, self.nc):
             self.assertEqual(self.samples(cache), samples)
             rows = self.run_done("play", cache, "--stats").splitlines()[1:5]
             self.assertEqual([row.split()[1] for row in rows], list("0231"))
-        self.run_done("diff", path, nc)
 
     def test_pc2_refuses_or_pads(self):
         path, samples = self.points([2, 2, 3, 1])
-        out = self.folder / "out.pc2"
-        self.expect_error(FAILED, "frame 2: 3 points after 2", "convert", path, out)
-        self.assertFalse(out.exists())
+        self.expect_error(FAILED, "frame 2: 3 points after 2", "convert", path, self.out)
+        self.assertFalse(self.out.exists())
         rests = {"zero": [[0, 0, 0]] * 2, "nan": [["nan"] * 3] * 2, "last": [[3, 0, 0]] * 2}
         for pad, rest in rests.items():
-            self.run_done("convert", path, out, "--pad", pad, "--force")
-            self.assertEqual(self.samples(out)[2], samples[2])
-            self.assertEqual(self.samples(out)[3], samples[3] + sum(rest, []))
+            self.run_done("convert", path, self.out, "--pad", pad, "--force")
+            self.assertEqual(self.samples(self.out)[2:], [samples[2], samples[3] + sum(rest, [])])
 
     def test_arrays_that_are_always_empty(self):
-        path = archives.write(self.folder / "none.abc", [("P", "float32", 3, [[], []]),
-                                                         ("id", "int32", 1, [[], [4]])])
-        nc = self.folder / "none.xml"
-        self.run_done("convert", path, nc)
-        for cache in (path, nc):
-            self.assertEqual(self.samples(cache), [[], []])
-            self.assertEqual(self.samples(cache, 1), [[], [4]])
+        path = self.archive("none.abc", ("P", "float32", 3, [[], []]),
+                            ("id", "int32", 1, [[], [4]]))
+        self.convert(path)
+        for cache in (path, self.nc):
+            self.assertEqual([self.samples(cache, i) for i in range(2)], [[[], []], [[], [4]]])
         self.assertIn("2 frames", self.run_done("play", path))
-        self.run_done("diff", path, nc)
 
 
 class Integers(ValuesTest):
     def test_types_that_hold_them(self):
-        path = archives.write(self.folder / "ids.abc", [
-            ("wide", "int64", 1, IDS), ("small", "int64", 1, [[-5, 7], [1 << 31, 8]][:1]),
-            ("byte", "uint8", 1, [[255]]), ("double", "float64", 1, [[0.1, 1e300]])])
-        nc = self.folder / "ids.xml"
-        self.run_done("convert", path, nc)
-        self.assertEqual([channel["type"] for channel in self.info(nc)["channels"]],
+        path = self.archive("ids.abc", ("wide", "int64", 1, IDS), ("small", "int64", 1, [[-5, 7]]),
+                            ("byte", "uint8", 1, [[255]]), ("double", "float64", 1, [[0.1, 1e300]]))
+        self.convert(path)
+        self.assertEqual([channel["type"] for channel in self.info(self.nc)["channels"]],
                          ["float64", "int32", "int32", "float64"])
         self.assertEqual(self.samples(path), IDS)
         for channel in range(4):
-            self.assertEqual(self.samples(nc, channel), self.samples(path, channel))
-        self.run_done("diff", path, nc)
+            self.assertEqual(self.samples(self.nc, channel), self.samples(path, channel))
 
     def test_neighbours_beyond_floats_differ(self):
-        a, b = (archives.write(self.folder / f"{name}.abc", [("id", "uint64", 1, [[value]])])
+        a, b = (self.archive(f"{name}.abc", ("id", "uint64", 1, [[value]]))
                 for name, value in (("a", (1 << 64) - 1), ("b", (1 << 64) - 2)))
-        found = run("diff", a, b)
-        self.assertEqual(found.returncode, FOUND)
-        self.assertIn("18446744073709551615 and 18446744073709551614", found.stdout)
+        self.assertIn("18446744073709551615 and 18446744073709551614", self.run_found("diff", a, b))
         self.expect_error(FAILED, "18446744073709551615 is neither a 32-bit integer nor exact",
-                          "convert", a, self.folder / "a.xml", "--rate", 24)
-        self.assertEqual(sorted(os.listdir(self.folder)), ["a.abc", "b.abc"])
+                          "convert", a, self.nc, "--rate", 24)
+        self.assertEqual(self.contents(), ["a.abc", "b.abc"])
 
     def test_repeats_stay_repeats_across_properties(self):
         big = [float(i) for i in range(3000)]
-        path = archives.write(self.folder / "many.abc", [
+        path = self.archive("many.abc", *(
             (f"P{i}", "float32", 3, [big if (i + j) % 2 else [0.0] * 3 for j in range(6)])
-            for i in range(50)])
-        nc = self.folder / "many.xml"
-        self.run_done("convert", path, nc)
-        self.assertLess((self.folder / "many.ncx").stat().st_size, 100_000)
-        self.run_done("diff", path, nc)
-        self.assertEqual(self.run_done("verify", nc), "")
-        self.run_done("convert", path, nc, "--per-frame", "--force")
-        self.run_done("diff", path, nc)
+            for i in range(50)))
+        self.convert(path)
+        self.assertLess(self.nc.with_suffix(".ncx").stat().st_size, 100_000)
+        self.convert(path, "--per-frame", "--force")
 
 
 class Times(ValuesTest):
     def film(self):
         """Two minutes at 24000/1001 frames per second, a point that counts."""
-        return archives.write(self.folder / "film.abc",
-                              [("P", "float32", 3, [[float(i), 0, 0] for i in range(2880)])],
-                              period=1001 / 24000, start=1001 / 24000)
+        return self.archive("film.abc", ("P", "float32", 3, [[float(i), 0, 0] for i in range(2880)]),
+                            period=1001 / 24000, start=1001 / 24000)
 
     def test_rates_of_no_whole_ticks(self):
-        path, nc, pc2 = self.film(), self.folder / "film.xml", self.folder / "film.pc2"
-        self.run_done("convert", path, nc)
-        info = self.info(nc)
+        path, direct = self.film(), self.folder / "direct.pc2"
+        self.convert(path)
+        info = self.info(self.nc)
         self.assertEqual((info["exactFrameRate"], info["ticksPerFrame"]), ("24000/1001", 250))
         self.assertEqual((info["firstFrame"], info["lastFrame"]), (1, 2880))
         self.assertAlmostEqual(info["end"], 2880 * 1001 / 24000, delta=0.5 / 6000)
         for frame in (1, 1440, 2880):
-            for cache in (path, nc):
-                found = json.loads(self.run_done("dump", cache, "--frame", frame))
-                self.assertEqual((found["sample"], found["frame"]), (frame - 1, frame))
-                self.assertEqual(found["values"][0], frame - 1)
+            for cache in (path, self.nc):
+                found = self.dump(cache, "--frame", frame)
+                self.assertEqual((found["sample"], found["frame"], found["values"][0]),
+                                 (frame - 1, frame, frame - 1))
         self.assertIn("11 frames (1430 to 1440)",
-                      self.run_done("play", nc, "--from", 1430, "--to", 1440))
-        self.run_done("diff", path, nc)
-        self.run_done("convert", nc, pc2)
-        self.assertEqual(struct.unpack("<ffi", pc2.read_bytes()[20:32]), (1, 1, 2880))
-        self.run_done("diff", path, pc2)
-        direct = self.folder / "direct.pc2"
+                      self.run_done("play", self.nc, "--from", 1430, "--to", 1440))
+        self.run_done("convert", self.nc, self.out)
+        self.assertEqual(struct.unpack("<ffi", self.out.read_bytes()[20:32]), (1, 1, 2880))
+        self.run_done("diff", path, self.out)
         self.run_done("convert", path, direct)
-        self.assertEqual(direct.read_bytes(), pc2.read_bytes())
+        self.assertEqual(direct.read_bytes(), self.out.read_bytes())
 
     def test_snapping_is_asked_for_and_found(self):
-        path, nc = self.film(), self.folder / "film.xml"
-        self.run_done("convert", path, nc, "--snap-frames")
-        self.assertEqual(self.info(nc)["frameRate"], 24)
-        found = run("diff", path, nc)
-        self.assertEqual(found.returncode, FOUND)
-        self.assertIn("frame rate 23.97602 and 24", found.stdout)
-        self.assertIn("sample 2879 at 120.12 and 120 s", found.stdout)
+        path = self.film()
+        self.run_done("convert", path, self.nc, "--snap-frames")
+        self.assertEqual(self.info(self.nc)["frameRate"], 24)
+        found = self.run_found("diff", path, self.nc)
+        self.assertIn("frame rate 23.97602 and 24", found)
+        self.assertIn("sample 2879 at 120.12 and 120 s", found)
 
     def test_samples_on_one_tick_are_refused(self):
-        path = archives.write(self.folder / "fast.abc",
-                              [("P", "float32", 3, [[0.0] * 3, [1.0] * 3, [2.0] * 3])],
-                              period=1 / 10000)
-        self.expect_error(FAILED, "fall on one tick", "convert", path, self.folder / "a.xml",
-                          "--rate", 24)
-        self.assertFalse((self.folder / "a.xml").exists())
+        path = self.archive("fast.abc", ("P", "float32", 3, [[i] * 3 for i in range(3)]),
+                            period=1 / 10000)
+        self.expect_error(FAILED, "fall on one tick", "convert", path, self.nc, "--rate", 24)
+        self.assertFalse(self.nc.exists())
 
     def test_irregular_samples_towards_pc2(self):
-        path, nc = DATA / "abc" / "acyclic.abc", self.folder / "a.xml"
-        self.run_done("convert", path, nc, "--rate", 24)
-        out = self.folder / "a.pc2"
-        for source in (path, nc):
-            rate = ["--rate", 24] if source == path else []
-            self.expect_error(FAILED, "not evenly spaced", "convert", source, out, *rate)
+        path = DATA / "abc" / "acyclic.abc"
+        self.run_done("convert", path, self.nc, "--rate", 24)
+        for source, *rate in [(path, "--rate", 24), (self.nc,)]:
+            self.expect_error(FAILED, "not evenly spaced", "convert", source, self.out, *rate)
         held, blended = self.folder / "held.pc2", self.folder / "blended.pc2"
-        self.run_done("convert", nc, held, "--resample", "hold")
-        self.run_done("convert", nc, blended, "--resample", "linear")
-        frames = [moment["frame"] for moment in
-                  (json.loads(self.run_done("dump", nc, "--sample", i)) for i in range(2))]
-        before, after = (self.dump(nc, 0, i)["values"] for i in range(2))
-        for frame in range(-12, int(frames[1]) + 1):
-            share = (frame - frames[0]) / (frames[1] - frames[0])
-            at = ["--frame", frame]
-            expected = [a + (b - a) * share for a, b in zip(before, after)]
-            values = json.loads(self.run_done("dump", blended, f"--frame={frame}"))["values"]
-            for one, other in zip(values, expected):
-                self.assertAlmostEqual(one, other, places=5)
-            if frame < frames[1]:
-                self.assertEqual(
-                    json.loads(self.run_done("dump", held, f"--frame={frame}"))["values"], before)
+        self.run_done("convert", self.nc, held, "--resample", "hold")
+        self.run_done("convert", self.nc, blended, "--resample", "linear")
+        before, after = (self.dump(self.nc, "--sample", i) for i in range(2))
+        for frame in range(-12, int(after["frame"]) + 1):
+            share = (frame - before["frame"]) / (after["frame"] - before["frame"])
+            values = self.dump(blended, f"--frame={frame}")["values"]
+            for one, a, b in zip(values, before["values"], after["values"]):
+                self.assertAlmostEqual(one, a + (b - a) * share, places=5)
+            if frame < after["frame"]:
+                self.assertEqual(self.dump(held, f"--frame={frame}")["values"], before["values"])
 
 
 class OneConversion(ValuesTest):
@@ -175,27 +156,23 @@ class OneConversion(ValuesTest):
 
     def headers(self, path):
         info = self.info(path)
-        return {key: info[key] for key in
-                ("format", "frameRate", "exactFrameRate", "firstFrame", "lastFrame")} | {
-                    "channels": [{key: channel[key] for key in
-                                  ("name", "type", "interpretation", "samples", "interval")}
-                                 for channel in info["channels"]]}
+        return [info[key] for key in
+                ("format", "frameRate", "exactFrameRate", "firstFrame", "lastFrame")] + [
+                    channel[key] for channel in info["channels"] for key in
+                    ("name", "type", "interpretation", "samples", "interval")]
 
     def test_whole_then_cut(self):
-        jelly = self.folder / "jelly.pc2"
-        jelly.write_bytes((DATA / "pc2" / "jelly_drop.pc2").read_bytes())
-        monkey = DATA / "pc2" / "monkey_wave.pc2"
-        made = {"monkey.xml": monkey, "jelly.xml": jelly}
-        for name, source in made.items():
-            run("convert", source, self.folder / name)
-        film = archives.write(self.folder / "film.abc", [
-            ("P", "float32", 3, [[float(i), 0, 0] for i in range(30)]),
-            ("still", "int32", 1, [[1]] * 30)], period=1001 / 30000)
+        jelly, monkey = (DATA / "pc2" / f"{name}.pc2" for name in ("jelly_drop", "monkey_wave"))
+        of_jelly, of_monkey = self.folder / "jelly.xml", self.folder / "monkey.xml"
+        run("convert", jelly, of_jelly)
+        run("convert", monkey, of_monkey)
+        film = self.archive("film.abc", ("P", "float32", 3, [[float(i), 0, 0] for i in range(30)]),
+                            ("still", "int32", 1, [[1]] * 30), period=1001 / 30000)
         (self.folder / "whole").mkdir()
         (self.folder / "part").mkdir()
-        ranges = {"jelly": (13, 14.5), "monkey": (12, 13), "film": (4, 4), "monkey_wave": (12, 13)}
-        for source in (jelly, monkey, self.folder / "monkey.xml", self.folder / "jelly.xml", film):
-            part = ["--from", ranges[source.stem][0], "--to", ranges[source.stem][1]]
+        for source, first, last in [(jelly, 13, 14.5), (of_jelly, 13, 14.5), (monkey, 12, 13),
+                                    (of_monkey, 12, 13), (film, 4, 4)]:
+            part = ["--from", first, "--to", last]
             for target in ("out.pc2", "out.xml"):
                 whole, cut, direct = (self.folder / folder / target
                                       for folder in ("whole", "part", ""))
@@ -204,55 +181,42 @@ class OneConversion(ValuesTest):
                 self.assertEqual(self.headers(direct), self.headers(cut), (source.name, target))
                 self.run_done("diff", direct, cut)
 
-    def test_retime_keeps_the_interval(self):
-        nc, one = self.folder / "shot.xml", self.folder / "one.xml"
-        self.run_done("convert", DATA / "pc2" / "monkey_wave.pc2", nc)
-        self.run_done("convert", nc, one, "--from", 12, "--to", 12)
-        for how, interval in [(("--offset", 5), 0.5 / 24), (("--scale", 2), 1 / 24),
-                              (("--rate", 12), 0.5 / 12)]:
-            for source in (nc, one):
-                out = self.folder / "out.xml"
-                self.run_done("retime", source, out, *how, "--force")
-                found = self.info(out)["channels"][0]["interval"]
-                self.assertAlmostEqual(found, interval, msg=(source.name, how))
-
 
 class WhatIsNotThere(ValuesTest):
     def test_channels(self):
         path = self.pc2("a.pc2", 1, 1, [0] * 3)
         for channel in ("foo", "7", "-1", "99999999999999999999"):
-            for verb in (["diff", path, path], ["convert", path, self.folder / "e.xml"],
+            for verb in (["diff", path, path], ["convert", path, self.nc],
                          ["play", path], ["dump", path, "--sample", 0]):
                 self.expect_error(USAGE, "no channel", *verb, f"--channel={channel}")
         mesh = DATA / "abc" / "mesh_24fps.abc"
-        by_name = self.run_done("dump", mesh, "--sample", 3, "--channel", "/wave/.geom/P")
-        self.assertEqual(by_name, self.run_done("dump", mesh, "--sample", 3))
+        self.assertEqual(self.dump(mesh, "--sample", 3, "--channel", "/wave/.geom/P"),
+                         self.dump(mesh, "--sample", 3))
 
     def test_options_that_the_target_can_not_take(self):
-        path, nc = self.pc2("a.pc2", 1, 1, [0] * 3), self.folder / "a.xml"
-        self.run_done("convert", path, nc)
-        for target, *options in [("b.pc2", "--compact"), ("b.pc2", "--per-frame"),
-                                 ("b.pc2", "--snap-frames"), ("b.xml", "--pad", "zero")]:
-            for verb in ("convert", "retime")[:1 if "--pad" in options or
-                                              "--snap-frames" in options else 2]:
-                more = ["--offset", 1] if verb == "retime" else []
-                self.expect_error(USAGE, "for NC caches" if target == "b.pc2" else "for PC2 files",
-                                  verb, nc, self.folder / target, *options, *more)
+        path = self.pc2("a.pc2", 1, 1, [0] * 3)
+        self.convert(path)
+        shift = ["retime", self.nc, self.out, "--offset", 1]
+        for words, *line in [("for NC caches", "convert", self.nc, self.out, "--compact"),
+                             ("for NC caches", "convert", self.nc, self.out, "--per-frame"),
+                             ("for NC caches", "convert", self.nc, self.out, "--snap-frames"),
+                             ("for NC caches", *shift, "--compact"),
+                             ("for NC caches", *shift, "--per-frame"),
+                             ("for PC2 files", "convert", path, "b.xml", "--pad", "zero")]:
+            self.expect_error(USAGE, words, *line)
 
     def test_two_inputs_with_one_target(self):
-        first = self.pc2("a.pc2", 1, 1, [0] * 3)
-        second = self.folder / "a.abc"
-        second.write_bytes((DATA / "abc" / "mesh_24fps.abc").read_bytes())
+        first, second = self.pc2("a.pc2", 1, 1, [0] * 3), self.points([1])[0].rename(
+            self.folder / "a.abc")
         self.expect_error(USAGE, f"is the target of both {first} and {second}",
                           "convert", "--to", "xml", first, second)
-        self.assertEqual(sorted(os.listdir(self.folder)), ["a.abc", "a.pc2"])
+        self.assertEqual(self.contents(), ["a.abc", "a.pc2"])
 
     def test_a_missing_data_file_is_named(self):
-        path = self.folder / "a.xml"
-        self.run_done("make", path, "--points", 3, "--frames", 4, "--per-frame")
+        path = self.make("a.xml", "--per-frame")
         (self.folder / "aFrame2.ncx").unlink()
         for verb in (["dump", path, "--frame", 2], ["diff", path, path],
-                     ["convert", path, self.folder / "b.xml"], ["play", path]):
+                     ["convert", path, self.nc], ["play", path]):
             self.expect_error(FAILED, "frame 2: aFrame2.ncx: cannot open: No such file", *verb)
 
     def test_damaged_archives_are_not_complete(self):
@@ -271,37 +235,33 @@ class ClaimsOfTinyFiles(ValuesTest):
     def expect_frugal(self, *words):
         # A sanitizer needs address space of its own.
         memory = "" if os.environ.get("KELCACHE_SANITIZE") else "ulimit -v 524288; "
-        limits = ["bash", "-c", memory + 'exec timeout 2 "$@"', "-", COMMAND]
-        done = subprocess.run([*limits, *map(str, words)], capture_output=True, text=True)
+        done = subprocess.run(["bash", "-c", memory + 'exec timeout 2 "$@"', "-", COMMAND,
+                               *map(str, words)], capture_output=True, text=True)
         self.assertIn(done.returncode, (DONE, FOUND, USAGE, FAILED), (words, done.stderr))
         self.assertNotIn("memory", done.stderr, words)
         return done
 
     def test_pc2(self):
         for points in (0, 1, 12):
-            path = self.folder / f"claims{points}.pc2"
-            path.write_bytes(struct.pack("<12siiffi", b"POINTCACHE2\0", 1, points, 0, 1,
-                                         2**31 - 1) + bytes(144))
-            out = ["--force", "--from", 0, "--to", 3]
+            path = self.pc2(f"claims{points}.pc2", points, 2**31 - 1, [0] * 36)
+            part = ["--force", "--from", 0, "--to", 3]
             for verb in (["info", path], ["play", path], ["play", path, "--from", 1, "--to", 3],
                          ["verify", path], ["diff", path, path], ["dump", path, "--sample", 0],
-                         ["convert", path, self.folder / "o.xml", "--force"],
-                         ["convert", path, self.folder / "o.xml", *out],
-                         ["convert", path, self.folder / "o.pc2", *out],
-                         ["retime", path, self.folder / "o.xml", "--offset", 1, "--force"]):
+                         ["convert", path, self.nc, "--force"], ["convert", path, self.nc, *part],
+                         ["convert", path, self.out, *part],
+                         ["retime", path, self.nc, "--offset", 1, "--force"]):
                 self.expect_frugal(*verb)
 
     def test_a_constant_of_four_billion_samples(self):
-        path = archives.write(self.folder / "claims.abc",
-                              [("P", "float32", 3, [[1.0, 2, 3]], 0xffffffff)])
+        path = self.archive("claims.abc", ("P", "float32", 3, [[1.0, 2, 3]], 0xffffffff))
         part = ["--from", 4_000_000_000, "--to", 4_000_000_003]
         self.assertIn("4 frames (4e+09 to 4e+09)", self.expect_frugal("play", path, *part).stdout)
         for verb in (["info", path], ["verify", path], ["dump", path, "--frame", 5],
-                     ["convert", path, self.folder / "part.pc2", *part]):
+                     ["convert", path, self.out, *part]):
             self.assertEqual(self.expect_frugal(*verb).returncode, DONE, verb)
-        self.assertEqual(self.samples(self.folder / "part.pc2"), [[1, 2, 3]] * 4)
+        self.assertEqual(self.samples(self.out), [[1, 2, 3]] * 4)
         self.assertIn("outside the range of ticks",
-                      self.expect_frugal("convert", path, self.folder / "a.xml").stderr)
+                      self.expect_frugal("convert", path, self.nc).stderr)
 
 
 if __name__ == "__main__":
