@@ -176,7 +176,7 @@ inline const std::uint8_t* UnpackGroup(const std::uint8_t* in, const std::uint8_
   if (kExceptionBytes + size > left) return nullptr;
   const unsigned int extra = *in;
   const auto wider = io::LoadLittle<std::uint32_t>(in + 1);
-  if (width + extra > kWordBits) return nullptr;
+  if (extra == 0 || width + extra > kWordBits) return nullptr;
   const std::size_t restSize = BytesOf(static_cast<std::size_t>(std::popcount(wider)) * extra);
   if (kExceptionBytes + size + restSize > left) return nullptr;
   in += kExceptionBytes;

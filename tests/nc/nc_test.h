@@ -39,6 +39,7 @@ struct CacheSpec {
   const char* tag = "ncx";
   int ticksPerFrame = 250;
   KelFrameRate exactRate = {0, 0};
+  unsigned int encoding = Cache::kCompactEncoding;
   std::vector<ChannelSpec> channels;
   std::vector<Sample> samples;
 };
@@ -47,28 +48,34 @@ struct CacheSpec {
 struct Form {
   Cache::cacheFileFormat format;
   const char* tag;
+  unsigned int encoding = Cache::kCompactEncoding;
 
-  std::string Name() const { return tag + std::string(format != 0 ? " per frame " : " "); }
+  std::string Name() const {
+    return tag + std::to_string(encoding) + (format != 0 ? " per frame " : " ");
+  }
   CacheSpec Of(CacheSpec spec) const {
     spec.format = format;
     spec.tag = tag;
+    spec.encoding = encoding;
     return spec;
   }
 };
 
 inline constexpr Form kForms[] = {{Cache::eSingleFile, "ncx"},
                                   {Cache::eSingleFile, "ncc"},
+                                  {Cache::eSingleFile, "ncc", Cache::kFirstCompactEncoding},
                                   {Cache::eFilePerFrame, "ncx"},
                                   {Cache::eFilePerFrame, "ncc"}};
 
-/// An array of something smooth, so that it compresses, and different for every seed.
+/// An array of something smooth, so that it compresses, that moves a little from seed to seed.
 inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
   const bool isWide =
       type == zuCacheData::eNCDoubleArray || type == zuCacheData::eNCDoubleVectorArray;
   const std::size_t width = isWide ? sizeof(double) : sizeof(float);
   Bytes bytes(elements * ElementSize(type));
   for (std::size_t at = 0; at < bytes.size(); at += width) {
-    const double value = std::sin(0.01 * double(at / width) + seed) * 100 + seed;
+    const auto i = double(at / width);
+    const double value = std::sin(0.01 * i) * 100 + (2 + std::sin(0.7 * i)) * 0.01 * seed;
     const auto narrow = static_cast<float>(value);
     std::memcpy(&bytes[at], isWide ? static_cast<const void*>(&value) : &narrow, width);
   }
@@ -79,7 +86,7 @@ inline Bytes MakeArray(EType type, std::size_t elements, int seed) {
 inline bool WriteOpen(Cache& cache, const std::string& folder, const char* base,
                       const CacheSpec& spec) {
   if (!cache.initFileWrite(folder.c_str(), base, spec.format, spec.tag, spec.ticksPerFrame,
-                           spec.exactRate)) {
+                           spec.exactRate, spec.encoding)) {
     return false;
   }
   for (const ChannelSpec& channel : spec.channels) {

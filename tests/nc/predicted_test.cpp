@@ -304,9 +304,9 @@ TEST_F(Bases, OfOtherCountsAreNotTaken) {
 TEST_F(NcTest, AMaximumErrorIsKeptWithTheChannel) {
   const auto begin = [&](Cache& cache, const char* tag, unsigned int encoding, EType type) {
     unsigned int channel = 0;
-    EXPECT_TRUE(cache.initFileWrite(Folder().c_str(), "shot", Cache::eSingleFile, tag, 250, {},
-                                    encoding) &&
-                cache.addChannel("P", "Points", type, channel));
+    EXPECT_TRUE(
+        cache.initFileWrite(Folder().c_str(), "shot", Cache::eSingleFile, tag, 250, {}, encoding) &&
+        cache.addChannel("P", "Points", type, channel));
   };
   constexpr EType kPoints = zuCacheData::eNCFloatVectorArray;
   struct Row {

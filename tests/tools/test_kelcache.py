@@ -166,6 +166,43 @@ class Making(CommandTest):
                 self.assertEqual([float32(value) for value in dump["values"]],
                                  [float32(value) for (value,) in values])
 
+    def test_caches_of_the_first_compact_encoding_are_read_as_ever(self):
+        old = DATA / "nc"
+        again = self.make("types.xml", "--channels", "a,b,c,d,e", "--type",
+                          "float64,float64[3],int32,float32,float32[3]")
+        for cache, equal in [("twist_box.xml", DATA / "pc2" / "twist_box.pc2"), ("types.xml", again)]:
+            self.run_done("verify", old / cache)
+            self.run_done("diff", old / cache, equal)
+            copy = self.folder / "copy.xml"
+            self.run_done("convert", old / cache, copy, "--compact", "--compact-encoding", 1, "--force")
+            self.assertEqual(self.info(copy)["compact"], self.info(old / cache)["compact"])
+
+    def test_a_maximum_error(self):
+        for path in sorted(DATA.glob("pc2/*.pc2")):
+            for bound in ["0.001%", "0.01%", "0.1%"]:
+                small = self.folder / "small.xml"
+                said = run("convert", path, small, "--compact", "--max-error", bound, "--force")
+                self.assertEqual(said.returncode, DONE)
+                info = self.info(small)
+                error = info["channels"][0]["maximumError"]
+                self.assertIn(f"values of channel small are within {error:.7g} of the source's",
+                              said.stderr)
+                self.run_done("diff", path, small, "--tolerance", repr(error))
+                self.run_done("verify", small)
+                sizes = info["compact"]
+                self.assertLess(2 * sizes["storedBytes"], sizes["arrayBytes"])
+        moved = self.folder / "moved.xml"
+        source = self.make("many.xml", "--channels", "p,i,d", "--type", "float32[3],int32,float64")
+        said = run("convert", source, moved, "--compact", "--max-error", 0.0005)
+        self.assertEqual((said.returncode, said.stderr.count("within 0.0005")), (DONE, 2))
+        self.assertEqual([channel["maximumError"] for channel in self.info(moved)["channels"]],
+                         [0.0005, 0, 0.0005])
+        self.run_done("diff", source, moved, "--tolerance", 0.0005)
+        for wrong in [["--max-error", 1], ["--compact", "--max-error", 0], ["--compact-encoding", 1],
+                      ["--compact", "--max-error", "1 %x"],
+                      ["--compact", "--compact-encoding", 1, "--max-error", 1]]:
+            self.expect_error(USAGE, "", "convert", source, self.folder / "no.xml", *wrong)
+
     def test_data_files_without_a_description_are_not_replaced_in_silence(self):
         source = self.make("source.xml")
         path = self.make("shot.xml")
