@@ -64,10 +64,11 @@ struct GridKeys {
   double step;
   double inverse = 1 / step;
 
+  // A sum this large has no bits left for a fraction: its lowest bits are the number, rounded.
+  static constexpr double kRounder = 0x1.8p52;
+
   /// The nearest step; 0 for what is beyond the largest key or no number.
   Word KeyOf(double value) const {
-    // A sum this large has no bits left for a fraction: its lowest bits are the number, rounded.
-    constexpr double kRounder = 0x1.8p52;
     const double steps = value * inverse;
     const auto rounded =
         std::bit_cast<std::uint64_t>(steps + kRounder) - std::bit_cast<std::uint64_t>(kRounder);
@@ -75,6 +76,10 @@ struct GridKeys {
   }
   Real ValueOf(Word key) const {
     return static_cast<Real>(static_cast<double>(static_cast<SignedOf<Word>>(key)) * step);
+  }
+  /// The value of the nearest step, for a value whose key is in range.
+  Real Nearest(double value) const {
+    return static_cast<Real>((value * inverse + kRounder - kRounder) * step);
   }
   Word ToKey(Word bits) const { return KeyOf(static_cast<double>(std::bit_cast<Real>(bits))); }
   Word ToBits(Word key) const { return std::bit_cast<Word>(ValueOf(key)); }

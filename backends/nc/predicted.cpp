@@ -185,7 +185,7 @@ std::uint32_t BitsOf(std::uint64_t difference) {
 // The prediction that leaves the fewest bits in some groups that stand for all.
 template <typename Word>
 std::uint8_t ChoosePrediction(const Word* keys, const Word* base, std::size_t count) {
-  constexpr std::size_t kSamples = 64;
+  constexpr std::size_t kSamples = 32;
   constexpr std::size_t kSpan = kHighestOrder + kGroupSize;
   const std::size_t stride = std::max(kGroupSize, count / kSamples);
   std::uint32_t bits[kPredictions] = {};
@@ -382,13 +382,14 @@ double ChooseStep(const Real* values, std::size_t count, double bound) {
 template <typename Real>
 bool MoveToGrid(const GridKeys<Real>& grid, double bound, const Real* values, std::size_t count,
                 Real* moved) {
-  bool within = true;
+  using Word = typename GridKeys<Real>::Word;  // as wide as a value, for vectors
+  Word beyond = 0;
   for (std::size_t i = 0; i < count; ++i) {
     const auto value = static_cast<double>(values[i]);
-    moved[i] = grid.ValueOf(grid.KeyOf(value));
-    within &= std::fabs(static_cast<double>(moved[i]) - value) <= bound;
+    moved[i] = grid.Nearest(value);
+    beyond |= std::fabs(static_cast<double>(moved[i]) - value) > bound ? Word{1} : Word{0};
   }
-  return within;
+  return beyond == 0;
 }
 
 template <typename Real>
