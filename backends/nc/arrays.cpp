@@ -78,7 +78,13 @@ bool RecordChain::FollowBase(Link* link, Error& error) {
     return size_ == 1 ||
            error.Set(Error::eDamaged, "the array at tick %d can be no base", link->record.tick);
   }
-  if (!LoadPredictedHeader(StoredOf(*link), &link->form, error)) return false;
+  io::ByteReader in(StoredOf(*link).data(), StoredOf(*link).size());
+  KeyRule rule;
+  Predictions predictions;
+  if (!LoadPredictedHeader(in, &link->form, &rule, &predictions)) {
+    return error.Set(Error::eDamaged, "the array at tick %d is in no form that is served",
+                     link->record.tick);
+  }
   // Each depth is below that of the array before: there are no circles, and few steps.
   if (size_ > 1 && link->form.depth >= links_[size_ - 2].form.depth) {
     return error.Set(Error::eDamaged, "the array at tick %d is too deep for a base",

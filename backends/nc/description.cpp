@@ -208,8 +208,7 @@ class StringWriter : public pugi::xml_writer {
 
 bool CheckMaximumError(const FileLayout& layout, EType type, double maximumError,
                        io::Error& error) {
-  if (layout.encoding != ePredicted || ElementWidth(type) == 0 ||
-      type == zuCacheData::eNCInt32Array) {
+  if (layout.encoding != ePredicted || ElementWidth(type) == 0 || IsInteger(type)) {
     return error.Set(io::Error::eRefused,
                      "a maximum error is for real numbers in compact encoding %d", ePredicted);
   }

@@ -40,6 +40,15 @@ constexpr std::size_t ElementWidth(EType type) {
   return IsElementType(index) ? kElementTypes[index].elementWidth : 0;
 }
 
+/// Bytes of a value; 0 likewise.
+constexpr std::size_t WordSize(EType type) {
+  return ElementWidth(type) != 0 ? ElementSize(type) / ElementWidth(type) : 0;
+}
+
+constexpr bool IsInteger(EType type) {
+  return type == zuCacheData::eNCInt32Array;
+}
+
 /// Bytes of an array: 32 bits times at most 24, so it cannot wrap.
 constexpr std::uint64_t ArraySize(EType type, std::uint32_t elementCount) {
   return std::uint64_t{elementCount} * ElementSize(type);

@@ -11,6 +11,14 @@ namespace kelsdk::nc {
 // Keys: whole numbers that stand for the values of an array and are near each other where the
 // values are. A rule turns the words of an array, its values' bits, into keys and back.
 
+/// How the words of an array's values are turned into keys.
+struct KeyRule {
+  std::uint8_t shift = 0;  ///< lowest bits left away
+  double step = 0;         ///< of the grid; 0 without one
+
+  bool operator==(const KeyRule&) const = default;
+};
+
 template <typename Word>
 constexpr unsigned int kBits = 8 * sizeof(Word);
 

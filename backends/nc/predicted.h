@@ -8,37 +8,15 @@
 #include "backends/io/error.h"
 #include "backends/nc/bit_groups.h"
 #include "backends/nc/element_type.h"
+#include "backends/nc/predicted_header.h"
 
 namespace kelsdk::nc {
 
 // The second compact form: the values of an array predicted from those before them and from an
 // earlier array, the differences packed. docs/nc-format.md gives the bytes.
 
-constexpr std::uint8_t kPredictedForm = 2;
-
-/// Bases from an array to one that has none, at most.
-constexpr std::uint32_t kDeepestBase = 4;
-
 /// Bytes that must be readable behind the stored form of an array.
 constexpr std::size_t kDecodeSlack = kUnpackSlack;
-
-/// What the stored form begins with, as far as others than the codec are concerned.
-struct PredictedHeader {
-  std::uint8_t depth = 0;            ///< greater than the base's, at most kDeepestBase
-  std::uint32_t baseDistance = 0;    ///< from the base's payload to this one, in units of
-                                     ///< kAlignment; 0 without a base
-  std::uint32_t baseStoredSize = 0;  ///< bytes; 0 without a base
-
-  bool HasBase() const { return baseDistance != 0; }
-};
-
-/// How the words of an array's values are turned into keys.
-struct KeyRule {
-  std::uint8_t shift = 0;  ///< lowest bits left away
-  double step = 0;         ///< of the grid; 0 without one
-
-  bool operator==(const KeyRule&) const = default;
-};
 
 /// The keys of an array, what another array is predicted from: all of its first component, then all
 /// of the next. Its memory is reused.
@@ -74,10 +52,6 @@ class PredictedEncoder {
   const void* decoded_ = nullptr;
   ArrayKeys rekeyed_;
 };
-
-/// Reads what the stored form of an array begins with. The bytes may be anything.
-bool LoadPredictedHeader(std::span<const std::uint8_t> stored, PredictedHeader* header,
-                         io::Error& error);
 
 /// Decodes one array after the other; its memory is reused. May throw std::bad_alloc.
 class PredictedDecoder {

@@ -18,10 +18,6 @@ constexpr EType kAllTypes[] = {zuCacheData::eNCDoubleArray, zuCacheData::eNCDoub
                                zuCacheData::eNCInt32Array, zuCacheData::eNCFloatArray,
                                zuCacheData::eNCFloatVectorArray};
 
-std::size_t WordSize(EType type) {
-  return ElementSize(type) / ElementWidth(type);
-}
-
 // What values can be like: smooth, of any bits at all, mostly still, all the same, few bits.
 const char* const kKinds[] = {"smooth", "any bits", "outliers", "constant", "coarse"};
 
