@@ -63,6 +63,9 @@ class BareFile {
   int descriptor_;
 };
 
+/// The unified fetch of one frame, its last value compared with that of the pose written there.
+void Fetch(const Object& cache, const Workload& workload, unsigned int frame, unsigned int pose,
+           unsigned int channel);
 /// The unified fetch of every pose, each compared with what was written in its last value.
 Contender Fetching(const Workload& workload, const std::shared_ptr<Object>& cache);
 /// The same bytes by bare reads, at an offset for each pose; doubles are converted to floats.
@@ -86,5 +89,9 @@ void MeasureConversions(Table& table, Case& in);
 void MeasureChannels(Table& table, unsigned int points);
 /// An archive of 1,000 meshes.
 void MeasureMeshes(Table& table, unsigned int points);
+/// An archive of 5,000 meshes x 24 frames: opening it with the first frame of all, and all frames.
+void MeasureScene(Table& table, unsigned int points);
+/// Frames that the system has dropped from memory, fetched with 5 ms of work between them.
+void MeasureCold(Table& table);
 
 }  // namespace kelbench

@@ -1,6 +1,9 @@
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cstring>
+#include <numeric>
+#include <random>
 
 #include "bench/paths.h"
 
@@ -48,6 +51,13 @@ Contender BareReadingDoubles(const Workload& workload, const std::string& path) 
             for (std::size_t i = 0; i < floats->size(); ++i) (*doubles)[i] = (*floats)[i];
             Keep(doubles->data());
           })};
+}
+
+std::vector<unsigned int> Shuffled(unsigned int frames) {
+  std::vector<unsigned int> order(frames);
+  std::iota(order.begin(), order.end(), 0U);
+  std::shuffle(order.begin(), order.end(), std::minstd_rand(1));
+  return order;
 }
 
 // The frames of a cache, as the doubles that are written.
@@ -120,6 +130,23 @@ void MeasurePC2(Table& table, Case& in) {
         "pc2 fetch", workload, workload.poses(), workload.frameBytes(), 0,
         Together(Fetching(workload, cache), BareReading(workload, path, EValue::eFloat, offsets),
                  in.Floats().Readers(EValue::eFloat)));
+  }
+  if (workload.IsWhole() && table.Wants("pc2 random")) {
+    const std::vector<unsigned int> order = Shuffled(workload.frames());
+    const auto file = std::make_shared<BareFile>(path, O_RDONLY);
+    const auto floats = std::make_shared<std::vector<float>>(workload.valueCount());
+    table.Row("pc2 random", workload, workload.frames(), workload.frameBytes(), 0,
+              {{"fetch",
+                [&] {
+                  for (const unsigned int frame : order) Fetch(*cache, workload, frame, frame, 0);
+                }},
+               {"read", [&] {
+                  for (const std::uint64_t frame : order) {
+                    file->Read(floats->data(), workload.frameBytes(),
+                               kHeaderSize + frame * workload.frameBytes());
+                    Keep(floats->data());
+                  }
+                }}});
   }
   if (table.Wants("pc2 doubles")) {
     table.Row("pc2 doubles", workload, workload.poses(), workload.frameBytes(), 0,
