@@ -13,6 +13,7 @@ constexpr std::uint64_t kHeaderBytes = 16;  // signature, frozen flag, version, 
 constexpr std::uint64_t kCountBytes = 8;    // before the slots of a group and the bytes of a block
 constexpr std::uint64_t kKeyBytes = 16;     // a hash of the values that follow it
 constexpr std::uint8_t kFrozen = 0xff;
+static_assert(OgawaFile::kBeforeValues == kCountBytes + kKeyBytes);
 
 using Ull = unsigned long long;  // for messages
 
@@ -119,6 +120,10 @@ bool OgawaFile::BlockSize(OgawaSlot slot, bool sparse, std::uint64_t& size, io::
   return read && CheckBlock(slot, size, "a sample", error);
 }
 
+bool OgawaFile::HasBlockSizeInMemory(OgawaSlot slot) const {
+  return file_.IsInMemory(slot.Offset());
+}
+
 void OgawaFile::ExpectBlockSize(OgawaSlot slot) const {
   if (!slot.IsEmpty() && slot.Offset() < Size()) file_.WillNeed(slot.Offset(), kCountBytes);
 }
@@ -146,7 +151,7 @@ bool OgawaFile::ReadValues(OgawaSlot slot, std::uint64_t expected, void* values,
   if (slot.IsEmpty()) return true;
   const std::uint64_t offset = slot.Offset();
   const std::uint64_t left = Size() - offset;
-  std::uint8_t head[kCountBytes + kKeyBytes];
+  std::uint8_t head[kBeforeValues];
   const std::uint64_t headBytes = std::min<std::uint64_t>(sizeof head, left);
   const std::uint64_t first = std::min({expected, room, left - headBytes});
   auto* bytes = static_cast<std::uint8_t*>(values);

@@ -36,6 +36,9 @@ struct OgawaGroup {
 /// cache and may throw std::bad_alloc; ReadValues reads straight into the caller's memory.
 class OgawaFile {
  public:
+  /// Of a sample's block: its size and its key.
+  static constexpr std::uint64_t kBeforeValues = 24;
+
   OgawaFile() = default;
 
   /// Refuses files of other kinds and ones that were never finished.
@@ -57,6 +60,9 @@ class OgawaFile {
 
   /// Bytes of a block, its key included.
   bool BlockSize(OgawaSlot slot, bool sparse, std::uint64_t& size, io::Error& error);
+
+  /// Whether BlockSize need not wait for the disk, as far as the system tells.
+  bool HasBlockSizeInMemory(OgawaSlot slot) const;
 
   /// Lets the system fetch the size of a block ahead of BlockSize.
   void ExpectBlockSize(OgawaSlot slot) const;

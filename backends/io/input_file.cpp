@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,12 @@ bool InputFile::Refresh(Error& error) {
   if (!S_ISREG(entry.st_mode)) return error.Set(Error::eNotAFile, "is not a regular file");
   size_ = static_cast<std::uint64_t>(entry.st_size);
   return true;
+}
+
+bool InputFile::IsInMemory(std::uint64_t offset) const {
+  char byte = 0;
+  const struct iovec run = {&byte, 1};
+  return ::preadv2(descriptor_, &run, 1, static_cast<off_t>(offset), RWF_NOWAIT) == 1;
 }
 
 void InputFile::WillNeed(std::uint64_t offset, std::uint64_t count) const {

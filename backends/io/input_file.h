@@ -19,6 +19,9 @@ class InputFile : public File {
   /// Asks the size again: the file may have grown or been cut since.
   bool Refresh(Error& error);
 
+  /// Whether the system holds the byte at `offset` in memory. False too where it does not tell.
+  bool IsInMemory(std::uint64_t offset) const;
+
   /// Tells the system that these bytes will be read soon, without waiting for them.
   void WillNeed(std::uint64_t offset, std::uint64_t count) const;
 

@@ -262,6 +262,10 @@ ssize_t __real_preadv(int fd, const struct iovec* runs, int count, off_t offset)
 WRAP_AS(ssize_t, preadv, (int fd, const struct iovec* runs, int count, off_t offset),
         __real_preadv(fd, ShortensTransfers() ? Shortened(runs, count).data() : runs, count,
                       offset))
+ssize_t __real_preadv2(int fd, const struct iovec* runs, int count, off_t offset, int flags);
+WRAP_AS(ssize_t, preadv2, (int fd, const struct iovec* runs, int count, off_t offset, int flags),
+        __real_preadv2(fd, ShortensTransfers() ? Shortened(runs, count).data() : runs, count,
+                       offset, flags))
 ssize_t __real_pwritev(int fd, const struct iovec* runs, int count, off_t offset);
 WRAP_AS(ssize_t, pwritev, (int fd, const struct iovec* runs, int count, off_t offset),
         Noted(DiskEvent::eWrite, fd,

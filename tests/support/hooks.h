@@ -15,8 +15,8 @@ namespace kelsdk::test {
 unsigned long AllocationCount();
 /// Blocks from KelMalloc that have not come back.
 long OutstandingBlocks();
-/// Wrapped system calls so far: open, pread, preadv, pwrite, pwritev, fstat, ftruncate, fsync,
-/// syncfs, rename, link, unlink, flock, fchmod, posix_fadvise.
+/// Wrapped system calls so far: open, pread, preadv, preadv2, pwrite, pwritev, fstat, ftruncate,
+/// fsync, syncfs, rename, link, unlink, flock, fchmod, posix_fadvise.
 unsigned long SystemCallCount();
 /// Open descriptors of this process.
 int OpenDescriptors();
