@@ -38,7 +38,21 @@ bool InputFile::Refresh(Error& error) {
 bool InputFile::IsInMemory(std::uint64_t offset) const {
   char byte = 0;
   const struct iovec run = {&byte, 1};
-  return ::preadv2(descriptor_, &run, 1, static_cast<off_t>(offset), RWF_NOWAIT) == 1;
+  bool tells = true;
+  return ReadFromMemory(offset, &run, 1, &tells) == 1;
+}
+
+std::size_t InputFile::ReadSome(std::uint64_t offset, void* buffer, std::size_t count) const {
+  const ssize_t got = ::pread(descriptor_, buffer, count, static_cast<off_t>(offset));
+  return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+std::size_t InputFile::ReadFromMemory(std::uint64_t offset, const struct iovec* runs, int runCount,
+                                      bool* tells) const {
+  const ssize_t got =
+      ::preadv2(descriptor_, runs, runCount, static_cast<off_t>(offset), RWF_NOWAIT);
+  if (got < 0 && (errno == EOPNOTSUPP || errno == ENOSYS)) *tells = false;
+  return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
 void InputFile::WillNeed(std::uint64_t offset, std::uint64_t count) const {
