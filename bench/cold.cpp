@@ -13,7 +13,7 @@ namespace {
 using kelsdk::zuCacheData;
 using kelsdk::zuCacheFileInterface;
 
-constexpr unsigned int kFetches = 40;
+constexpr unsigned int kFetches = 80;
 constexpr auto kWork = std::chrono::milliseconds(5);
 
 // One frame after the other: fetched, then worked on. Only the waiting for frames counts.

@@ -124,8 +124,10 @@ bool OgawaArchive::ReadValues(PropertyId property, std::uint64_t stored, void* v
   SampleSlots slots;
   if (!Locate(property, stored, slots, error)) return false;
   SampleList& list = *lists_[property];
-  if (!file_.ReadValues(slots.values, list.expectedBytes, values, room, valueBytes, error))
+  if (!file_.ReadValues(property, slots.values, list.expectedBytes, values, room, valueBytes,
+                        error)) {
     return false;
+  }
   list.expectedBytes = valueBytes;
   return CheckWhole(property, valueBytes, error);
 }

@@ -26,6 +26,7 @@ bool OgawaFile::Open(const char* path, io::Error& error) {
                      static_cast<Ull>(file_.Size()));
   }
   cache_.Start();
+  samples_.Forget();
   std::uint8_t header[kHeaderBytes];
   if (!file_.ReadAt(0, header, sizeof header, error)) return false;
   io::ByteReader in(header, sizeof header);
@@ -144,8 +145,9 @@ bool OgawaFile::ReadBlock(OgawaSlot slot, std::uint64_t most, const char* what,
   return cache_.Read(slot.Offset() + kCountBytes, bytes.data(), bytes.size(), error);
 }
 
-bool OgawaFile::ReadValues(OgawaSlot slot, std::uint64_t expected, void* values, std::uint64_t room,
-                           std::uint64_t& valueBytes, io::Error& error) const {
+bool OgawaFile::ReadValues(std::uint32_t stream, OgawaSlot slot, std::uint64_t expected,
+                           void* values, std::uint64_t room, std::uint64_t& valueBytes,
+                           io::Error& error) {
   valueBytes = 0;
   if (!CheckBlockStart(slot, "a sample", error)) return false;
   if (slot.IsEmpty()) return true;
@@ -157,7 +159,7 @@ bool OgawaFile::ReadValues(OgawaSlot slot, std::uint64_t expected, void* values,
   auto* bytes = static_cast<std::uint8_t*>(values);
   struct iovec runs[] = {{head, static_cast<std::size_t>(headBytes)},
                          {bytes, static_cast<std::size_t>(first)}};
-  if (!file_.ReadScatter(offset, runs, 2, error)) return false;
+  if (!samples_.ReadScatter(stream, offset, runs, 2, error)) return false;
   const auto size = io::LoadLittle<std::uint64_t>(head);
   if (!CheckBlock(slot, size, "a sample", error) || !ValueBytes(size, valueBytes, error)) {
     return false;

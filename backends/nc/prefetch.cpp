@@ -50,7 +50,7 @@ FileRange Prefetch::RangeAround(const SampleEntry& entry) {
   return range;
 }
 
-bool Prefetch::Read(const io::InputFile& file, const FileRange& range, EType type,
+bool Prefetch::Read(const io::SampleStream& arrays, const FileRange& range, EType type,
                     const SampleEntry& entry, void* array, io::Error& error) {
   const FileRange own = RangeOf(entry);
   const bool straight = IsStoredRaw(type, entry);
@@ -63,7 +63,7 @@ bool Prefetch::Read(const io::InputFile& file, const FileRange& range, EType typ
   struct iovec runs[] = {{bytes_.data(), beforeSize},
                          {array, straight ? static_cast<std::size_t>(own.Size()) : 0},
                          {bytes_.data() + beforeSize, afterSize}};
-  if (!file.ReadScatter(range.begin, runs, 3, error)) return false;
+  if (!arrays.ReadScatter(range.begin, runs, 3, error)) return false;
   before_ = before;
   after_ = after;
   if (straight) return VerifyArray(type, entry, array, error);

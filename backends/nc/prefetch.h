@@ -4,14 +4,14 @@
 #include <vector>
 
 #include "backends/io/error.h"
-#include "backends/io/input_file.h"
+#include "backends/io/sample_reader.h"
 #include "backends/nc/arrays.h"
 
 namespace kelsdk::nc {
 
-/// Reads an array together with those beside it that are due, with one system call, and hands these
-/// out from memory. Due are the channels that were read at the time before and not yet at this one.
-/// May throw std::bad_alloc.
+/// Reads an array together with those beside it that are due, with at most one system call, and
+/// hands these out from memory. Due are the channels that were read at the time before and not yet
+/// at this one. May throw std::bad_alloc.
 class Prefetch {
  public:
   /// `channelCount` is that of the cache.
@@ -33,8 +33,8 @@ class Prefetch {
   /// The run of the file with an array and those offered that stand near it.
   FileRange RangeAround(const SampleEntry& entry);
   /// Reads the run. An array that is stored raw goes straight to its place and is not kept.
-  bool Read(const io::InputFile& file, const FileRange& range, EType type, const SampleEntry& entry,
-            void* array, io::Error& error);
+  bool Read(const io::SampleStream& arrays, const FileRange& range, EType type,
+            const SampleEntry& entry, void* array, io::Error& error);
 
   /// Forgets the arrays: another file follows.
   void Clear() { before_ = after_ = FileRange(); }

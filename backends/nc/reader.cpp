@@ -107,17 +107,18 @@ bool CacheReader::EntryAt(std::uint32_t channel, std::int32_t tick, SampleEntry*
 bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
                         void* array, Error& error) {
   const EType type = description_.channels[channel].type;
+  const io::SampleStream arrays = data_.Arrays(channel);
   prefetch_.NoteRead(channel, tick);
-  if (prefetches_) {
+  if (prefetches_ && !arrays.Holds(entry.offset, entry.storedSize)) {
     if (const std::uint8_t* stored = prefetch_.Find(entry)) {
       return UnpackArray(type, entry, stored, array, error);
     }
     const FileRange range = ChooseRange(channel, entry);
     if (range.Size() > entry.storedSize) {
-      return prefetch_.Read(data_.File(), range, type, entry, array, error);
+      return prefetch_.Read(arrays, range, type, entry, array, error);
     }
   }
-  return FetchArray(data_.File(), type, entry, array, &scratch_, error);
+  return FetchArray(arrays, type, entry, array, &scratch_, error);
 }
 
 // The bytes of this array and of those near it that are due.

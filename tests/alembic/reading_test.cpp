@@ -62,7 +62,7 @@ TEST_F(AlembicReading, ListsPositionsFirstAndFindsThemByObject) {
   }
 }
 
-TEST_F(AlembicReading, FetchesWithOneSystemCallAndNoAllocation) {
+TEST_F(AlembicReading, FetchesWithAtMostOneSystemCallAndNoAllocation) {
   constexpr std::uint32_t kSamples = 700;
   OgawaWriter out(Path());
   std::vector<std::uint64_t> samples;
@@ -81,7 +81,9 @@ TEST_F(AlembicReading, FetchesWithOneSystemCallAndNoAllocation) {
   ASSERT_TRUE(archive.Open(Path().c_str(), 1)) << archive.GetErrorString();
   ASSERT_EQ(archive.GetChannelBufferLength(0), 50u);
   std::vector<float> values(150);
-  ASSERT_TRUE(archive.GetChannelBuffer(0, values.data(), 50, KelTime()));
+  for (int i = 0; i < 3; ++i) {  // the third begins to read ahead
+    ASSERT_TRUE(archive.GetChannelBuffer(0, values.data(), 50, KelTime::FromFrame(i, {24, 1})));
+  }
   const unsigned long allocations = AllocationCount();
   const unsigned long calls = SystemCallCount();
   for (std::uint32_t i = 0; i < kSamples; ++i) {

@@ -22,14 +22,14 @@ class Speed : public NcTest {
     return spec;
   }
 
-  // What `body` costs for each of some frames.
+  // What `body` costs for each of some frames, at the most.
   template <typename Body>
   static void ExpectCost(int from, int to, unsigned long callsEach, Body&& body) {
     const unsigned long allocations = test::AllocationCount();
     const unsigned long calls = test::SystemCallCount();
     for (int frame = from; frame < to; ++frame) body(frame);
     EXPECT_EQ(test::AllocationCount() - allocations, 0u);
-    EXPECT_EQ(test::SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
+    EXPECT_LE(test::SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
   }
 
   float array_[kElements] = {};
@@ -53,8 +53,9 @@ TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
             EXPECT_TRUE(cache.getArrayDataAtTime(c, frame * 250, data, count));
           }
         };
-        for (int frame = 0; frame < 10; ++frame) play(frame);
-        ExpectCost(10, 30, perTime + (groups ? 1 : channels), play);
+        // What is read along differs from the first time to the second.
+        for (int frame = 0; frame < 60; ++frame) play(frame % 30);
+        ExpectCost(0, 30, perTime + (groups ? 1 : channels), play);
       }
     }
   }

@@ -312,7 +312,7 @@ TEST_F(PC2, AReadOnlyFileIsNotReplaced) {
   EXPECT_EQ(WEXITSTATUS(result), 0);
 }
 
-TEST_F(PC2, ASampleAllocatesNothingAndMakesOneSystemCall) {
+TEST_F(PC2, ASampleAllocatesNothingAndMakesAtMostOneSystemCall) {
   PC2Object cache(path_);
   double doubles[6] = {};
   unsigned long allocations = 0;
@@ -330,7 +330,7 @@ TEST_F(PC2, ASampleAllocatesNothingAndMakesOneSystemCall) {
       }
     }
     EXPECT_EQ(AllocationCount(), allocations);
-    EXPECT_EQ(SystemCallCount(), calls + (write ? 99 : 2 * 99));
+    EXPECT_LE(SystemCallCount(), calls + (write ? 99 : 2 * 99));
     cache->CloseFile(nullptr);
   }
 }
