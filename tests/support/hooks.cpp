@@ -278,6 +278,8 @@ int __real_fsync(int fd);
 WRAP_AS(int, fsync, (int fd), Noted(DiskEvent::eSync, fd, __real_fsync(fd)))
 int __real_syncfs(int fd);
 WRAP_AS(int, syncfs, (int fd), Noted(DiskEvent::eSyncAll, fd, __real_syncfs(fd)))
+WRAP(int, sync_file_range, (int fd, off_t offset, off_t count, unsigned int flags),
+     (fd, offset, count, flags))
 int __real_rename(const char* from, const char* to);
 WRAP_AS(int, rename, (const char* from, const char* to),
         NotedRename(from, to, __real_rename(from, to)))

@@ -16,7 +16,7 @@ unsigned long AllocationCount();
 /// Blocks from KelMalloc that have not come back.
 long OutstandingBlocks();
 /// Wrapped system calls so far: open, pread, preadv, preadv2, pwrite, pwritev, fstat, ftruncate,
-/// fsync, syncfs, rename, link, unlink, flock, fchmod, posix_fadvise.
+/// fsync, syncfs, sync_file_range, rename, link, unlink, flock, fchmod, posix_fadvise.
 unsigned long SystemCallCount();
 /// Open descriptors of this process.
 int OpenDescriptors();
