@@ -26,6 +26,10 @@ void BareFile::Write(const void* bytes, std::size_t count, std::uint64_t offset)
   Require(::pwrite(descriptor_, bytes, count, off_t(offset)) == ssize_t(count), "pwrite");
 }
 
+void BareFile::Sync() const {
+  Require(::fsync(descriptor_) == 0, "fsync");
+}
+
 void Fetch(const Object& cache, const Workload& workload, unsigned int frame, unsigned int pose,
            unsigned int channel) {
   float* values = nullptr;
@@ -79,6 +83,17 @@ Contender BareOpening(const std::string& path) {
               Require(::pread(file.Descriptor(), header, sizeof header, 0) > 0, "pread");
             }
           }};
+}
+
+Contender Saving(const Contender& writing, std::function<void()> end,
+                 std::function<void()> cleanUp) {
+  return {writing.name,
+          [writing, end = std::move(end)] {
+            writing.before();
+            writing.pass();
+            end();
+          },
+          [] {}, std::move(cleanUp)};
 }
 
 std::vector<Contender> Together(Contender ours, Contender baseline, std::vector<Contender> peers) {

@@ -57,6 +57,7 @@ class BareFile {
   BareFile& operator=(const BareFile&) = delete;
   void Read(void* bytes, std::size_t count, std::uint64_t offset) const;
   void Write(const void* bytes, std::size_t count, std::uint64_t offset) const;
+  void Sync() const;
   int Descriptor() const { return descriptor_; }
 
  private:
@@ -76,6 +77,9 @@ Contender BareReading(const Workload& workload, const std::string& path, EValue 
 constexpr unsigned int kOpenings = 100;
 Contender Opening(const std::shared_ptr<Object>& cache);
 Contender BareOpening(const std::string& path);
+/// A way of writing, with its beginning and with what makes the file durable.
+Contender Saving(const Contender& writing, std::function<void()> end,
+                 std::function<void()> cleanUp);
 /// `ours`, `baseline`, then the peers.
 std::vector<Contender> Together(Contender ours, Contender baseline, std::vector<Contender> peers);
 

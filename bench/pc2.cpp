@@ -68,6 +68,7 @@ std::shared_ptr<std::vector<double>> AsDoubles(const Workload& workload) {
 }
 
 void MeasureWrite(Table& table, Case& in) {
+  if (!table.Wants("pc2 write") && !table.Wants("pc2 save")) return;
   const Workload& workload = in.workload;
   const auto doubles = AsDoubles(workload);
   const std::string path = in.scratch.File("written.pc2");
@@ -104,8 +105,16 @@ void MeasureWrite(Table& table, Case& in) {
         file->reset();
         std::remove((path + ".bare").c_str());
       }};
-  table.Row("pc2 write", workload, workload.frames(), workload.frameBytes(), 0,
-            Together(ours, bare, PeerWriters(workload, in.scratch)));
+  if (table.Wants("pc2 write")) {
+    table.Row("pc2 write", workload, workload.frames(), workload.frameBytes(), 0,
+              Together(ours, bare, PeerWriters(workload, in.scratch)));
+  }
+  if (!table.Wants("pc2 save")) return;
+  table.Row("pc2 save", workload, workload.frames(), workload.frameBytes(), 0,
+            {Saving(
+                 ours, [=] { (*cache)->CloseFile(nullptr); }, [=] { std::remove(path.c_str()); }),
+             Saving(
+                 bare, [=] { (*file)->Sync(); }, bare.after)});
 }
 
 }  // namespace
@@ -153,7 +162,7 @@ void MeasurePC2(Table& table, Case& in) {
               Together(ReadingDoubles(workload, cache), BareReadingDoubles(workload, path),
                        in.Floats().Readers(EValue::eDouble)));
   }
-  if (workload.IsWhole() && table.Wants("pc2 write")) MeasureWrite(table, in);
+  if (workload.IsWhole()) MeasureWrite(table, in);
 }
 
 }  // namespace kelbench
