@@ -245,21 +245,23 @@ bool OgawaArchive::LargestSample(PropertyId property, std::uint64_t& valueBytes,
   // False when there is more wrong than a damaged sample.
   const auto look = [&](std::uint64_t stored) {
     std::uint64_t bytes = 0;
+    bounds.Settle(static_cast<std::size_t>(stored));
     if (!ValueBytes(property, stored, bytes, damage)) return damage.kind() == io::Error::eDamaged;
     any = true;
     valueBytes = std::max(valueBytes, bytes);
     return true;
   };
   const auto canExceed = [&](std::uint64_t stored) {
-    return !any || SampleBytes(bounds.Most(stored)) > valueBytes;
+    const std::uint64_t most = bounds.Most(static_cast<std::size_t>(stored));
+    return most != 0 && (!any || SampleBytes(most) > valueBytes);
   };
   bool readable = look(0);
   if (readable && any) BoundByNeighbours(property, valueBytes, bounds);
   const std::uint64_t longest = bounds.Longest();
-  if (readable && longest != 0 && canExceed(longest)) readable = look(longest);
+  if (readable && canExceed(longest)) readable = look(longest);
   for (std::uint64_t stored = 1; readable && stored < bounds.Count(); ++stored) {
     if (stored % kSizesAhead == 1) ExpectSizes(property, stored, valueBytes, bounds);
-    if (stored != longest && canExceed(stored)) readable = look(stored);
+    if (canExceed(stored)) readable = look(stored);
   }
   if (readable && any) {
     lists_[property]->mostBytes = valueBytes;

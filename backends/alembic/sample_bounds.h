@@ -22,8 +22,12 @@ class SampleBounds {
   /// A block of the list begins at `offset`.
   void Note(std::uint64_t offset);
 
+  /// The size of a sample is known: there is nothing to bound any more.
+  void Settle(std::size_t sample) { ends_[sample] = begins_[sample]; }
+
   std::size_t Count() const { return begins_.size(); }
-  /// The most bytes that the block of a sample can take, from its beginning.
+  /// The most bytes that the block of a sample can take, from its beginning; 0 for a settled one
+  /// and for one that lies beyond the file.
   std::uint64_t Most(std::size_t sample) const { return ends_[sample] - begins_[sample]; }
   /// The sample whose block can be the longest, the first of equal ones; Count() is not 0.
   std::size_t Longest() const;
