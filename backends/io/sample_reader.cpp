@@ -22,6 +22,7 @@ void SampleReader::Forget() {
 
 bool SampleReader::ReadAt(std::uint32_t stream, std::uint64_t offset, void* buffer,
                           std::size_t count, Error& error) {
+  if (count == 0) return true;
   if (count > ReadWindow::kLargestRead) {
     struct iovec run = {buffer, count};
     return ReadLarge(stream, offset, &run, 1, count, error);

@@ -169,11 +169,14 @@ TEST_F(Samples, FailuresBeyondWhatIsAskedForAreNone) {
   }
   SampleReader fresh(file_);
   std::uint8_t bytes[kFrame];
-  for (std::uint64_t i = 0; i < 3; ++i) {
-    const test::FailAllocation failure(1);
-    EXPECT_TRUE(fresh.ReadAt(0, i * kFrame, bytes, kFrame, error_));
-    EXPECT_EQ(failure.Reached(), i == 2);
+  bool read = true;
+  {
+    const test::FailAllocation failure(1);  // of the window, for the third
+    for (std::uint64_t i = 0; i < 3; ++i) {
+      read = fresh.ReadAt(0, i * kFrame, bytes, kFrame, error_) && read;
+    }
   }
+  EXPECT_TRUE(read);
 }
 
 // What is not in memory is read with a second call, and the next one is asked for; where that is
