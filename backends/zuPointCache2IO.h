@@ -35,10 +35,10 @@ class zuPointCache2IO {
   /// @param sampleRate  frames from one sample to the next
   bool beginWriteData(int pointCount, int sampleCount, float startFrame, float sampleRate);
 
-  /// Reads the first `pointCount` points of a sample into `buffer` (pointCount x 3 floats) with one
-  /// positioned read. More points than the file has: only the file's are written, and `pointCount`
-  /// becomes their number. False, with `buffer` untouched, for a sample that the file does not hold
-  /// whole; after a device error its contents are unspecified.
+  /// Reads the first `pointCount` points of a sample into `buffer` (pointCount x 3 floats) with at
+  /// most one positioned read. More points than the file has: only the file's are written, and
+  /// `pointCount` becomes their number. False, with `buffer` untouched, for a sample that the file
+  /// does not hold whole; after a device error its contents are unspecified.
   bool readSample(unsigned int sampleIndex, float* buffer, unsigned int& pointCount);
 
   /// Writes one sample (the header's pointCount x 3 floats). Any order, any number of times; a

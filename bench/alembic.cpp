@@ -144,4 +144,57 @@ void MeasureMeshes(Table& table, unsigned int points) {
   table.Row("abc 1000 meshes, fetch", workload, kMeshes, workload.frameBytes(), 0, {ours, bare});
 }
 
+void MeasureScene(Table& table, unsigned int points) {
+  constexpr unsigned int kMeshes = 5000;
+  constexpr unsigned int kFrames = 24;
+  if (!table.Wants("abc 5000 meshes")) return;
+  const Scratch scratch;
+  const std::string path = scratch.File("scene.abc");
+  const Workload workload = Workload::Cloth(points, kFrames);
+  std::vector<std::uint64_t> offsets;
+  {
+    // As exporters write: all meshes of a frame, then those of the next.
+    OgawaWriter out(path);
+    std::vector<std::vector<std::uint64_t>> samples(kMeshes);
+    for (unsigned int frame = 0; frame < kFrames; ++frame) {
+      for (std::vector<std::uint64_t>& mesh : samples) {
+        offsets.push_back(out.Position() + kBeforeValues);
+        mesh.push_back(out.Sample(workload.Pose(frame), workload.frameBytes()));
+      }
+    }
+    std::vector<OgawaWriter::ObjectSpec> meshes;
+    for (unsigned int i = 0; i < kMeshes; ++i) {
+      meshes.push_back({"mesh" + std::to_string(i), OgawaWriter::MeshMetadata(),
+                        WriteMesh(out, EValue::eFloat, samples[i])});
+    }
+    out.Finish(out.Object(0, meshes), 1 / 24.0);
+  }
+  const Object cache(KelCache::eAlembicFormat, path);
+  const auto fetch = [&](unsigned int frames) {
+    for (unsigned int frame = 0; frame < frames; ++frame) {
+      for (unsigned int mesh = 0; mesh < kMeshes; ++mesh) {
+        Fetch(cache, workload, frame, frame, mesh);
+      }
+    }
+  };
+  const BareFile file(path, O_RDONLY);
+  std::vector<char> bytes(workload.frameBytes());
+  const auto read = [&](unsigned int frames) {
+    for (std::size_t block = 0; block < std::size_t{frames} * kMeshes; ++block) {
+      file.Read(bytes.data(), bytes.size(), offsets[block]);
+    }
+  };
+  table.Row("abc 5000 meshes, start", workload, kMeshes, 0, 0,
+            {{"open and first frame",
+              [&] {
+                Require(cache->OpenFileForRead(nullptr), "open");
+                fetch(1);
+                cache->CloseFile(nullptr);
+              }},
+             {"read", [&] { read(1); }}});
+  Require(cache->OpenFileForRead(nullptr), "open");
+  table.Row("abc 5000 meshes, fetch", workload, kMeshes * kFrames, workload.frameBytes(), 0,
+            {{"all frames", [&] { fetch(kFrames); }}, {"read", [&] { read(kFrames); }}});
+}
+
 }  // namespace kelbench

@@ -23,6 +23,8 @@ void Run(const std::vector<std::string>& words, const std::vector<std::string>& 
   }
   for (const unsigned int points : {100U, 10'000U}) MeasureChannels(table, points);
   MeasureMeshes(table, 8);
+  for (const unsigned int points : {8U, 100U}) MeasureScene(table, points);
+  MeasureCold(table);
   for (const std::string& file : files) {
     Case in(Workload::FromPC2(file));
     MeasureCompact(table, in);

@@ -13,6 +13,8 @@ struct Contender {
   std::function<void()> pass;
   std::function<void()> before = [] {};
   std::function<void()> after = [] {};
+  /// Seconds of the last pass that do not count.
+  std::function<double()> idle = [] { return 0.0; };
 };
 
 struct Timing {

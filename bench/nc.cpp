@@ -140,7 +140,8 @@ void MeasureFiles(Table& table, Case& in) {
 void MeasureWrite(Table& table, Case& in, const std::string& tag) {
   const Workload& workload = in.workload;
   const std::string row = tag + " write";
-  if (!workload.IsWhole() || !table.Wants(row)) return;
+  const std::string save = tag + " save";
+  if (!workload.IsWhole() || !(table.Wants(row) || table.Wants(save))) return;
   const std::string folder = in.scratch.File(row) + "/";
   std::filesystem::create_directory(folder);
   const auto floats = std::make_shared<std::vector<float>>(
@@ -151,6 +152,10 @@ void MeasureWrite(Table& table, Case& in, const std::string& tag) {
                                        tag == "ncc" ? KelCache::eNCBinaryC : KelCache::eNCBinaryX,
                                        KelCache::eNCFloatVectorArray, "Points", nullptr),
             "open for writing");
+  };
+  const auto clean = [=] {
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directory(folder);
   };
   const Contender ours = {
       "write",
@@ -163,8 +168,7 @@ void MeasureWrite(Table& table, Case& in, const std::string& tag) {
                  }),
       open, [=] {
         (*cache)->CloseFile(nullptr);
-        std::filesystem::remove_all(folder);
-        std::filesystem::create_directory(folder);
+        clean();
       }};
   const auto file = std::make_shared<std::unique_ptr<BareFile>>();
   const std::string barePath = in.scratch.File("bare");
@@ -180,8 +184,16 @@ void MeasureWrite(Table& table, Case& in, const std::string& tag) {
         file->reset();
         std::remove(barePath.c_str());
       }};
-  table.Row(row, workload, workload.frames(), workload.frameBytes(), 0,
-            Together(ours, bare, PeerWriters(workload, in.scratch)));
+  if (table.Wants(row)) {
+    table.Row(row, workload, workload.frames(), workload.frameBytes(), 0,
+              Together(ours, bare, PeerWriters(workload, in.scratch)));
+  }
+  if (!table.Wants(save)) return;
+  table.Row(save, workload, workload.frames(), workload.frameBytes(), 0,
+            {Saving(
+                 ours, [=] { (*cache)->CloseFile(nullptr); }, clean),
+             Saving(
+                 bare, [=] { (*file)->Sync(); }, bare.after)});
 }
 
 }  // namespace

@@ -26,15 +26,24 @@ void BareFile::Write(const void* bytes, std::size_t count, std::uint64_t offset)
   Require(::pwrite(descriptor_, bytes, count, off_t(offset)) == ssize_t(count), "pwrite");
 }
 
+void BareFile::Sync() const {
+  Require(::fsync(descriptor_) == 0, "fsync");
+}
+
+void Fetch(const Object& cache, const Workload& workload, unsigned int frame, unsigned int pose,
+           unsigned int channel) {
+  float* values = nullptr;
+  unsigned int length = 0;
+  Require(cache->Read(&values, length, KelTime::FromFrame(frame), channel) &&
+              length == workload.valueCount() &&
+              values[length - 1] == workload.Pose(pose)[length - 1],
+          "fetch");
+  Keep(values);
+}
+
 Contender Fetching(const Workload& workload, const std::shared_ptr<Object>& cache) {
   return {"fetch", VisitPoses(workload, [&workload, cache](unsigned int frame, unsigned int pose) {
-            float* values = nullptr;
-            unsigned int length = 0;
-            Require((*cache)->Read(&values, length, KelTime::FromFrame(frame), 0) &&
-                        length == workload.valueCount() &&
-                        values[length - 1] == workload.Pose(pose)[length - 1],
-                    "fetch");
-            Keep(values);
+            Fetch(*cache, workload, frame, pose, 0);
           })};
 }
 
@@ -74,6 +83,17 @@ Contender BareOpening(const std::string& path) {
               Require(::pread(file.Descriptor(), header, sizeof header, 0) > 0, "pread");
             }
           }};
+}
+
+Contender Saving(const Contender& writing, std::function<void()> end,
+                 std::function<void()> cleanUp) {
+  return {writing.name,
+          [writing, end = std::move(end)] {
+            writing.before();
+            writing.pass();
+            end();
+          },
+          [] {}, std::move(cleanUp)};
 }
 
 std::vector<Contender> Together(Contender ours, Contender baseline, std::vector<Contender> peers) {

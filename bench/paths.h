@@ -57,12 +57,16 @@ class BareFile {
   BareFile& operator=(const BareFile&) = delete;
   void Read(void* bytes, std::size_t count, std::uint64_t offset) const;
   void Write(const void* bytes, std::size_t count, std::uint64_t offset) const;
+  void Sync() const;
   int Descriptor() const { return descriptor_; }
 
  private:
   int descriptor_;
 };
 
+/// The unified fetch of one frame, its last value compared with that of the pose written there.
+void Fetch(const Object& cache, const Workload& workload, unsigned int frame, unsigned int pose,
+           unsigned int channel);
 /// The unified fetch of every pose, each compared with what was written in its last value.
 Contender Fetching(const Workload& workload, const std::shared_ptr<Object>& cache);
 /// The same bytes by bare reads, at an offset for each pose; doubles are converted to floats.
@@ -73,6 +77,9 @@ Contender BareReading(const Workload& workload, const std::string& path, EValue 
 constexpr unsigned int kOpenings = 100;
 Contender Opening(const std::shared_ptr<Object>& cache);
 Contender BareOpening(const std::string& path);
+/// A way of writing, with its beginning and with what makes the file durable.
+Contender Saving(const Contender& writing, std::function<void()> end,
+                 std::function<void()> cleanUp);
 /// `ours`, `baseline`, then the peers.
 std::vector<Contender> Together(Contender ours, Contender baseline, std::vector<Contender> peers);
 
@@ -86,5 +93,9 @@ void MeasureConversions(Table& table, Case& in);
 void MeasureChannels(Table& table, unsigned int points);
 /// An archive of 1,000 meshes.
 void MeasureMeshes(Table& table, unsigned int points);
+/// An archive of 5,000 meshes x 24 frames: opening it with the first frame of all, and all frames.
+void MeasureScene(Table& table, unsigned int points);
+/// Frames that the system has dropped from memory, fetched with 5 ms of work between them.
+void MeasureCold(Table& table);
 
 }  // namespace kelbench

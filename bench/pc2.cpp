@@ -1,6 +1,9 @@
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cstring>
+#include <numeric>
+#include <random>
 
 #include "bench/paths.h"
 
@@ -50,6 +53,13 @@ Contender BareReadingDoubles(const Workload& workload, const std::string& path) 
           })};
 }
 
+std::vector<unsigned int> Shuffled(unsigned int frames) {
+  std::vector<unsigned int> order(frames);
+  std::iota(order.begin(), order.end(), 0U);
+  std::shuffle(order.begin(), order.end(), std::minstd_rand(1));
+  return order;
+}
+
 // The frames of a cache, as the doubles that are written.
 std::shared_ptr<std::vector<double>> AsDoubles(const Workload& workload) {
   const float* const first = workload.Pose(0);
@@ -58,6 +68,7 @@ std::shared_ptr<std::vector<double>> AsDoubles(const Workload& workload) {
 }
 
 void MeasureWrite(Table& table, Case& in) {
+  if (!table.Wants("pc2 write") && !table.Wants("pc2 save")) return;
   const Workload& workload = in.workload;
   const auto doubles = AsDoubles(workload);
   const std::string path = in.scratch.File("written.pc2");
@@ -94,8 +105,16 @@ void MeasureWrite(Table& table, Case& in) {
         file->reset();
         std::remove((path + ".bare").c_str());
       }};
-  table.Row("pc2 write", workload, workload.frames(), workload.frameBytes(), 0,
-            Together(ours, bare, PeerWriters(workload, in.scratch)));
+  if (table.Wants("pc2 write")) {
+    table.Row("pc2 write", workload, workload.frames(), workload.frameBytes(), 0,
+              Together(ours, bare, PeerWriters(workload, in.scratch)));
+  }
+  if (!table.Wants("pc2 save")) return;
+  table.Row("pc2 save", workload, workload.frames(), workload.frameBytes(), 0,
+            {Saving(
+                 ours, [=] { (*cache)->CloseFile(nullptr); }, [=] { std::remove(path.c_str()); }),
+             Saving(
+                 bare, [=] { (*file)->Sync(); }, bare.after)});
 }
 
 }  // namespace
@@ -121,12 +140,29 @@ void MeasurePC2(Table& table, Case& in) {
         Together(Fetching(workload, cache), BareReading(workload, path, EValue::eFloat, offsets),
                  in.Floats().Readers(EValue::eFloat)));
   }
+  if (workload.IsWhole() && table.Wants("pc2 random")) {
+    const std::vector<unsigned int> order = Shuffled(workload.frames());
+    const auto file = std::make_shared<BareFile>(path, O_RDONLY);
+    const auto floats = std::make_shared<std::vector<float>>(workload.valueCount());
+    table.Row("pc2 random", workload, workload.frames(), workload.frameBytes(), 0,
+              {{"fetch",
+                [&] {
+                  for (const unsigned int frame : order) Fetch(*cache, workload, frame, frame, 0);
+                }},
+               {"read", [&] {
+                  for (const std::uint64_t frame : order) {
+                    file->Read(floats->data(), workload.frameBytes(),
+                               kHeaderSize + frame * workload.frameBytes());
+                    Keep(floats->data());
+                  }
+                }}});
+  }
   if (table.Wants("pc2 doubles")) {
     table.Row("pc2 doubles", workload, workload.poses(), workload.frameBytes(), 0,
               Together(ReadingDoubles(workload, cache), BareReadingDoubles(workload, path),
                        in.Floats().Readers(EValue::eDouble)));
   }
-  if (workload.IsWhole() && table.Wants("pc2 write")) MeasureWrite(table, in);
+  if (workload.IsWhole()) MeasureWrite(table, in);
 }
 
 }  // namespace kelbench

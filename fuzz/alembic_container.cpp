@@ -26,7 +26,7 @@ void ReadBothWays(OgawaFile& file, OgawaSlot slot) {
   std::uint64_t valueBytes = 0;
   std::vector<std::uint8_t> values(size);
   // A guess that is too small must change nothing but the number of system calls.
-  if (!file.ReadValues(slot, size / 3, values.data(), values.size(), valueBytes, error)) return;
+  if (!file.ReadValues(0, slot, size / 3, values.data(), values.size(), valueBytes, error)) return;
   Require(valueBytes + 16 == size || size == 0);
   if (valueBytes != 0) Require(std::memcmp(values.data(), block.data() + 16, valueBytes) == 0);
 }

@@ -24,8 +24,8 @@ struct Dimensions {
 /// its samples, read when asked for. Samples are named by property and by place among the stored
 /// ones (Property::StoredIndex), which must be below Property::StoredCount().
 ///
-/// All but ReadValues may throw std::bad_alloc; ReadValues allocates when it is the first of its
-/// property, and never again.
+/// All may throw std::bad_alloc. ReadValues allocates when it is the first of its property, and
+/// once when samples begin to be read ahead.
 class Archive {
  public:
   Archive() = default;

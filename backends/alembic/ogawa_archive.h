@@ -6,6 +6,7 @@
 
 #include "backends/alembic/archive.h"
 #include "backends/alembic/ogawa_file.h"
+#include "backends/alembic/sample_bounds.h"
 
 namespace kelsdk::alembic {
 
@@ -46,11 +47,18 @@ class OgawaArchive final : public Archive {
     std::size_t windowCount = 0;
     std::unique_ptr<OgawaSlot[]> window;
     std::uint64_t expectedBytes = ~std::uint64_t{0};  // of the next sample's values: the last one's
+    std::uint64_t mostBytes = ~std::uint64_t{0};      // of any sample's values, once that is known
   };
 
   bool Locate(PropertyId property, std::uint64_t stored, SampleSlots& slots, io::Error& error);
   bool OpenList(PropertyId property, io::Error& error);
-  void ExpectSizes(PropertyId property, std::uint64_t stored);
+  template <typename Visit>
+  bool VisitSlots(const OgawaGroup& group, std::uint64_t count, io::Error& error, Visit visit);
+  bool BoundByOwnList(PropertyId property, SampleBounds& bounds, io::Error& error);
+  void BoundByNeighbours(PropertyId property, std::uint64_t valueBytes, SampleBounds& bounds);
+  bool BoundByList(PropertyId other, SampleBounds& bounds);
+  void ExpectSizes(PropertyId property, std::uint64_t stored, std::uint64_t valueBytes,
+                   const SampleBounds& bounds);
   bool MoveWindow(SampleList& list, std::uint64_t slot, io::Error& error);
   bool CheckWhole(PropertyId property, std::uint64_t valueBytes, io::Error& error) const;
 

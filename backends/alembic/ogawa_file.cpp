@@ -13,6 +13,7 @@ constexpr std::uint64_t kHeaderBytes = 16;  // signature, frozen flag, version, 
 constexpr std::uint64_t kCountBytes = 8;    // before the slots of a group and the bytes of a block
 constexpr std::uint64_t kKeyBytes = 16;     // a hash of the values that follow it
 constexpr std::uint8_t kFrozen = 0xff;
+static_assert(OgawaFile::kBeforeValues == kCountBytes + kKeyBytes);
 
 using Ull = unsigned long long;  // for messages
 
@@ -25,6 +26,7 @@ bool OgawaFile::Open(const char* path, io::Error& error) {
                      static_cast<Ull>(file_.Size()));
   }
   cache_.Start();
+  samples_.Forget();
   std::uint8_t header[kHeaderBytes];
   if (!file_.ReadAt(0, header, sizeof header, error)) return false;
   io::ByteReader in(header, sizeof header);
@@ -119,6 +121,10 @@ bool OgawaFile::BlockSize(OgawaSlot slot, bool sparse, std::uint64_t& size, io::
   return read && CheckBlock(slot, size, "a sample", error);
 }
 
+bool OgawaFile::HasBlockSizeInMemory(OgawaSlot slot) const {
+  return file_.IsInMemory(slot.Offset());
+}
+
 void OgawaFile::ExpectBlockSize(OgawaSlot slot) const {
   if (!slot.IsEmpty() && slot.Offset() < Size()) file_.WillNeed(slot.Offset(), kCountBytes);
 }
@@ -139,20 +145,21 @@ bool OgawaFile::ReadBlock(OgawaSlot slot, std::uint64_t most, const char* what,
   return cache_.Read(slot.Offset() + kCountBytes, bytes.data(), bytes.size(), error);
 }
 
-bool OgawaFile::ReadValues(OgawaSlot slot, std::uint64_t expected, void* values, std::uint64_t room,
-                           std::uint64_t& valueBytes, io::Error& error) const {
+bool OgawaFile::ReadValues(std::uint32_t stream, OgawaSlot slot, std::uint64_t expected,
+                           void* values, std::uint64_t room, std::uint64_t& valueBytes,
+                           io::Error& error) {
   valueBytes = 0;
   if (!CheckBlockStart(slot, "a sample", error)) return false;
   if (slot.IsEmpty()) return true;
   const std::uint64_t offset = slot.Offset();
   const std::uint64_t left = Size() - offset;
-  std::uint8_t head[kCountBytes + kKeyBytes];
+  std::uint8_t head[kBeforeValues];
   const std::uint64_t headBytes = std::min<std::uint64_t>(sizeof head, left);
   const std::uint64_t first = std::min({expected, room, left - headBytes});
   auto* bytes = static_cast<std::uint8_t*>(values);
   struct iovec runs[] = {{head, static_cast<std::size_t>(headBytes)},
                          {bytes, static_cast<std::size_t>(first)}};
-  if (!file_.ReadScatter(offset, runs, 2, error)) return false;
+  if (!samples_.ReadScatter(stream, offset, runs, 2, error)) return false;
   const auto size = io::LoadLittle<std::uint64_t>(head);
   if (!CheckBlock(slot, size, "a sample", error) || !ValueBytes(size, valueBytes, error)) {
     return false;

@@ -5,6 +5,7 @@
 
 #include "backends/alembic/block_cache.h"
 #include "backends/io/input_file.h"
+#include "backends/io/sample_reader.h"
 
 namespace kelsdk::alembic {
 
@@ -33,9 +34,12 @@ struct OgawaGroup {
 
 /// The container: groups and blocks of bytes. Every offset and count is checked against the file's
 /// size before anything is read or allocated. Operations that read headers go through the block
-/// cache and may throw std::bad_alloc; ReadValues reads straight into the caller's memory.
+/// cache and may throw std::bad_alloc; ReadValues goes through a sample reader.
 class OgawaFile {
  public:
+  /// Of a sample's block: its size and its key.
+  static constexpr std::uint64_t kBeforeValues = 24;
+
   OgawaFile() = default;
 
   /// Refuses files of other kinds and ones that were never finished.
@@ -58,6 +62,9 @@ class OgawaFile {
   /// Bytes of a block, its key included.
   bool BlockSize(OgawaSlot slot, bool sparse, std::uint64_t& size, io::Error& error);
 
+  /// Whether BlockSize need not wait for the disk, as far as the system tells.
+  bool HasBlockSizeInMemory(OgawaSlot slot) const;
+
   /// Lets the system fetch the size of a block ahead of BlockSize.
   void ExpectBlockSize(OgawaSlot slot) const;
 
@@ -66,10 +73,10 @@ class OgawaFile {
                  std::vector<std::uint8_t>& bytes, io::Error& error);
 
   /// Reads the values of a sample's block, up to `room` bytes, and gives how many bytes of values
-  /// the block holds. One system call when it holds `expected` bytes or fewer, else two. Of
+  /// the block holds. At most one system call when it holds `expected` bytes or fewer, else two. Of
   /// `values`, what lies beyond the block's bytes is unspecified.
-  bool ReadValues(OgawaSlot slot, std::uint64_t expected, void* values, std::uint64_t room,
-                  std::uint64_t& valueBytes, io::Error& error) const;
+  bool ReadValues(std::uint32_t stream, OgawaSlot slot, std::uint64_t expected, void* values,
+                  std::uint64_t room, std::uint64_t& valueBytes, io::Error& error);
 
   /// Reads a whole block in pieces and forgets them. `scratch` grows to what a piece takes.
   bool ReadThrough(OgawaSlot slot, std::vector<std::uint8_t>& scratch, io::Error& error);
@@ -86,6 +93,7 @@ class OgawaFile {
 
   io::InputFile file_;
   BlockCache cache_{file_};
+  io::SampleReader samples_{file_};
   OgawaSlot root_;
 };
 

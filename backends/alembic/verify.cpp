@@ -105,7 +105,14 @@ bool Verifier::CheckSample(PropertyId id, std::uint64_t stored, io::Error& error
 }
 
 void Verifier::CheckSamples(PropertyId id) {
-  const std::uint64_t count = hierarchy_.properties[id].StoredCount();
+  const Property& property = hierarchy_.properties[id];
+  const std::uint64_t count = property.StoredCount();
+  if (property.kind == EPropertyKind::eArray && IsNumeric(property.type)) {
+    // Samples that are longer than the largest that is found are refused from then on.
+    std::uint64_t ignoredBytes = 0;
+    io::Error ignored;
+    archive_.LargestSample(id, ignoredBytes, ignored);
+  }
   for (std::uint64_t stored = 0; stored < count; ++stored) {
     io::Error error;
     if (CheckSample(id, stored, error)) continue;

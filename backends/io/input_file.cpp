@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -32,6 +33,26 @@ bool InputFile::Refresh(Error& error) {
   if (!S_ISREG(entry.st_mode)) return error.Set(Error::eNotAFile, "is not a regular file");
   size_ = static_cast<std::uint64_t>(entry.st_size);
   return true;
+}
+
+bool InputFile::IsInMemory(std::uint64_t offset) const {
+  char byte = 0;
+  const struct iovec run = {&byte, 1};
+  bool tells = true;
+  return ReadFromMemory(offset, &run, 1, &tells) == 1;
+}
+
+std::size_t InputFile::ReadSome(std::uint64_t offset, void* buffer, std::size_t count) const {
+  const ssize_t got = ::pread(descriptor_, buffer, count, static_cast<off_t>(offset));
+  return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+std::size_t InputFile::ReadFromMemory(std::uint64_t offset, const struct iovec* runs, int runCount,
+                                      bool* tells) const {
+  const ssize_t got =
+      ::preadv2(descriptor_, runs, runCount, static_cast<off_t>(offset), RWF_NOWAIT);
+  if (got < 0 && (errno == EOPNOTSUPP || errno == ENOSYS)) *tells = false;
+  return got > 0 ? static_cast<std::size_t>(got) : 0;
 }
 
 void InputFile::WillNeed(std::uint64_t offset, std::uint64_t count) const {

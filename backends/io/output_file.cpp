@@ -11,8 +11,15 @@
 #include "backends/io/runs.h"
 
 namespace kelsdk::io {
+namespace {
+
+// Smaller files are as fast without; of larger ones this much is still waiting at the end.
+constexpr std::uint64_t kHandedOverAtOnce = std::uint64_t{16} << 20;
+
+}  // namespace
 
 bool OutputFile::Create(const char* path, unsigned int mode, Error& error) {
+  handedOver_ = 0;
   descriptor_ = ::open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, mode);
   if (descriptor_ < 0) return error.SetSystem(errno, "cannot create");
   if (Lock(error)) return true;
@@ -23,6 +30,7 @@ bool OutputFile::Create(const char* path, unsigned int mode, Error& error) {
 }
 
 bool OutputFile::OpenExisting(const char* path, Error& error) {
+  handedOver_ = 0;
   descriptor_ = ::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK);
   if (descriptor_ < 0) return error.SetSystem(errno, "cannot open for writing");
   if (Lock(error)) return true;
@@ -67,6 +75,7 @@ bool OutputFile::WriteAt(std::uint64_t offset, const void* bytes, std::size_t co
     offset += done;
     count -= done;
   }
+  Written(offset);
   return true;
 }
 
@@ -82,7 +91,21 @@ bool OutputFile::WriteGather(std::uint64_t offset, struct iovec* runs, int runCo
     offset += static_cast<std::size_t>(put);
     left.Advance(static_cast<std::size_t>(put));
   }
+  Written(offset);
   return true;
+}
+
+void OutputFile::Written(std::uint64_t end) {
+  if (end <= handedOver_ || end - handedOver_ < kHandedOverAtOnce) return;
+  HandOver(end);
+  handedOver_ = end;
+}
+
+void OutputFile::HandOver(std::uint64_t end) const {
+  // Not waited for, and no promise: what goes wrong is told by Sync.
+  static_cast<void>(::sync_file_range(descriptor_, static_cast<off_t>(handedOver_),
+                                      static_cast<off_t>(end - handedOver_),
+                                      SYNC_FILE_RANGE_WRITE));
 }
 
 bool OutputFile::Truncate(std::uint64_t size, Error& error) {

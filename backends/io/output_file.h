@@ -11,6 +11,8 @@ namespace kelsdk::io {
 /// A regular file open for positioned writes, and reads of what was written. It is locked
 /// (advisory, exclusive) from creation until it is closed, so that others can tell a file under
 /// way from one that a dead writer left. Who cares whether closing fails calls Close.
+///
+/// The disk gets to work while a large file is written in order, and does not wait for Sync.
 class OutputFile : public File {
  public:
   /// Makes a new file; fails when the name is taken. `mode` is the file's permissions before the
@@ -37,6 +39,10 @@ class OutputFile : public File {
 
  private:
   bool Lock(Error& error);
+  void Written(std::uint64_t end);
+  void HandOver(std::uint64_t end) const;
+
+  std::uint64_t handedOver_ = 0;  // bytes of the file that the disk has been given
 };
 
 }  // namespace kelsdk::io

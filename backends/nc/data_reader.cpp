@@ -57,6 +57,7 @@ bool DataReader::Open(const std::string& path, const Identity& identity, Error& 
 
 void DataReader::Close() {
   file_.Close();
+  samples_.Forget();
   directory_.clear();
   for (ChannelIndex& index : indices_) {
     index.loaded = false;

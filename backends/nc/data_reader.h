@@ -7,6 +7,7 @@
 
 #include "backends/io/error.h"
 #include "backends/io/input_file.h"
+#include "backends/io/sample_reader.h"
 #include "backends/nc/file_ends.h"
 #include "backends/nc/records.h"
 
@@ -25,7 +26,8 @@ class DataReader {
   void Close();
   bool IsOpen() const { return file_.IsOpen(); }
 
-  const io::InputFile& File() const { return file_; }
+  /// The arrays of a channel, to be read.
+  io::SampleStream Arrays(std::uint32_t channel) { return {samples_, channel}; }
   /// True when the indices were missing or damaged.
   bool ReadsByRecords() const { return byRecords_; }
   /// One entry per channel that the file knows, which may be fewer than the cache has.
@@ -46,6 +48,7 @@ class DataReader {
   bool OpenByRecords(io::Error& error);
 
   io::InputFile file_;
+  io::SampleReader samples_{file_};
   FileEnd end_;
   Identity identity_ = {};
   std::uint64_t dataEnd_ = 0;

@@ -50,7 +50,7 @@ FileRange Prefetch::RangeAround(const FileRange& own) {
   return range;
 }
 
-bool Prefetch::Read(const io::InputFile& file, const FileRange& range, const FileRange& own,
+bool Prefetch::Read(const io::SampleStream& arrays, const FileRange& range, const FileRange& own,
                     void* straight, io::Error& error) {
   Clear();
   const FileRange before{range.begin, straight != nullptr ? own.begin : range.end};
@@ -61,7 +61,7 @@ bool Prefetch::Read(const io::InputFile& file, const FileRange& range, const Fil
   struct iovec runs[] = {{bytes_.data(), beforeSize},
                          {straight, straight != nullptr ? static_cast<std::size_t>(own.Size()) : 0},
                          {bytes_.data() + beforeSize, afterSize}};
-  if (!file.ReadScatter(range.begin, runs, 3, error)) return false;
+  if (!arrays.ReadScatter(range.begin, runs, 3, error)) return false;
   before_ = before;
   after_ = after;
   return true;

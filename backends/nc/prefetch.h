@@ -4,14 +4,14 @@
 #include <vector>
 
 #include "backends/io/error.h"
-#include "backends/io/input_file.h"
+#include "backends/io/sample_reader.h"
 #include "backends/nc/arrays.h"
 
 namespace kelsdk::nc {
 
-/// Reads an array together with those beside it that are due, with one system call, and hands these
-/// out from memory. Due are the channels that were read at the time before and not yet at this one.
-/// May throw std::bad_alloc.
+/// Reads an array together with those beside it that are due, with at most one system call, and
+/// hands these out from memory. Due are the channels that were read at the time before and not yet
+/// at this one. May throw std::bad_alloc.
 class Prefetch {
  public:
   /// `channelCount` is that of the cache.
@@ -34,8 +34,8 @@ class Prefetch {
   FileRange RangeAround(const FileRange& own);
   /// Reads a run. The array in it that is stored raw, where `straight` is not null, goes there and
   /// is not kept.
-  bool Read(const io::InputFile& file, const FileRange& range, const FileRange& own, void* straight,
-            io::Error& error);
+  bool Read(const io::SampleStream& arrays, const FileRange& range, const FileRange& own,
+            void* straight, io::Error& error);
 
   /// Forgets the arrays: another file follows.
   void Clear() { before_ = after_ = FileRange(); }

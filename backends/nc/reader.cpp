@@ -135,20 +135,21 @@ bool CacheReader::SumArrays(std::uint64_t* arrayBytes, std::uint64_t* storedByte
 bool CacheReader::Fetch(std::uint32_t channel, const SampleEntry& entry, std::int32_t tick,
                         void* array, Error& error) {
   const EType type = TypeOf(channel);
+  const FileRange own = RangeOf(type, entry);
+  const io::SampleStream arrays = data_.Arrays(channel);
   prefetch_.NoteRead(channel, tick);
   const std::uint8_t* found = nullptr;
-  if (prefetches_) {
-    const FileRange own = RangeOf(type, entry);
+  if (prefetches_ && !arrays.Holds(own.begin, own.Size())) {
     found = prefetch_.Find(own);
     const FileRange range = found != nullptr ? own : ChooseRange(channel, entry, own);
     if (range.Size() > own.Size()) {
       void* const straight = IsStoredRaw(type, entry) ? array : nullptr;
-      if (!prefetch_.Read(data_.File(), range, own, straight, error)) return false;
+      if (!prefetch_.Read(arrays, range, own, straight, error)) return false;
       if (straight != nullptr) return VerifyArray(type, entry, array, error);
       found = prefetch_.Find(own);
     }
   }
-  return arrays_.Fetch(data_.File(), channel, type, entry, found, array, error);
+  return arrays_.Fetch(arrays, channel, type, entry, found, array, error);
 }
 
 // The bytes of this array and of those near it that are due.

@@ -82,6 +82,13 @@ std::int32_t Times::At(std::uint32_t index) const {
 
 std::uint32_t Times::CountUpTo(std::int64_t tick) const {
   if (runs_ != nullptr) return runs_->CountUpTo(tick);
+  if (count_ == 0 || tick < At(0)) return 0;
+  if (tick >= At(count_ - 1)) return count_;
+  // Where the times are evenly spaced, as most are, the first look finds the place.
+  const auto passed = static_cast<std::uint64_t>(tick - At(0));
+  const auto whole = static_cast<std::uint64_t>(std::int64_t{At(count_ - 1)} - At(0));
+  const auto guess = static_cast<std::uint32_t>(passed * (count_ - 1) / whole);
+  if (At(guess) <= tick && At(guess + 1) > tick) return guess + 1;
   std::uint32_t low = 0;
   std::uint32_t high = count_;
   while (low < high) {

@@ -5,6 +5,7 @@
 namespace kelsdk::pc2 {
 
 bool Reader::Open(const char* path, io::Error& error) {
+  samples_.Forget();
   if (!file_.Open(path, error)) return false;
   if (file_.Size() < kHeaderSize) {
     return error.Set(io::Error::eDamaged, "not a PC2 file: %llu bytes, the header alone takes %llu",
@@ -44,8 +45,8 @@ bool Reader::Read(std::uint32_t sample, float* points, std::uint32_t* pointCount
                   io::Error& error) {
   if (!HasSample(sample, error)) return false;
   *pointCount = std::min(*pointCount, header_.pointCount);
-  return file_.ReadAt(header_.OffsetOf(sample), points, std::size_t{*pointCount} * kBytesPerPoint,
-                      error);
+  return samples_.ReadAt(0, header_.OffsetOf(sample), points,
+                         std::size_t{*pointCount} * kBytesPerPoint, error);
 }
 
 bool Reader::ReadRun(std::uint32_t first, std::uint32_t count, float* points, io::Error& error) {
@@ -56,7 +57,7 @@ bool Reader::ReadRun(std::uint32_t first, std::uint32_t count, float* points, io
                      static_cast<unsigned long long>(end), header_.sampleCount);
   }
   return HasSample(static_cast<std::uint32_t>(end - 1), error) &&
-         file_.ReadAt(header_.OffsetOf(first), points, header_.SampleBytes() * count, error);
+         samples_.ReadAt(0, header_.OffsetOf(first), points, header_.SampleBytes() * count, error);
 }
 
 }  // namespace kelsdk::pc2

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backends/io/input_file.h"
+#include "backends/io/sample_reader.h"
 #include "backends/pc2/header.h"
 
 namespace kelsdk::pc2 {
@@ -16,7 +17,7 @@ class Reader {
   std::uint32_t WholeSamples() const { return header_.WholeSamples(file_.Size()); }
 
   /// Reads the first `*pointCount` points of a sample, or as many as it has, straight into `points`
-  /// (3 floats each), with one positioned read; `*pointCount` becomes their number.
+  /// (3 floats each), with at most one positioned read; `*pointCount` becomes their number.
   bool Read(std::uint32_t sample, float* points, std::uint32_t* pointCount, io::Error& error);
 
   /// Reads `count` whole samples from `first` on with one positioned read.
@@ -26,6 +27,7 @@ class Reader {
   bool HasSample(std::uint32_t sample, io::Error& error);
 
   io::InputFile file_;
+  io::SampleReader samples_{file_};
   Header header_;
 };
 

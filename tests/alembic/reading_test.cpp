@@ -63,7 +63,7 @@ TEST_F(AlembicReading, ListsPositionsFirstAndFindsThemByObject) {
   }
 }
 
-TEST_F(AlembicReading, FetchesWithOneSystemCallAndNoAllocation) {
+TEST_F(AlembicReading, FetchesWithAtMostOneSystemCallAndNoAllocation) {
   constexpr std::uint32_t kSamples = 700;
   std::vector<std::uint64_t> samples;
   for (std::uint32_t i = 0; i < kSamples; ++i) {
@@ -78,7 +78,9 @@ TEST_F(AlembicReading, FetchesWithOneSystemCallAndNoAllocation) {
   ASSERT_NO_FATAL_FAILURE(Open(path_));
   ASSERT_EQ(archive_.GetChannelBufferLength(0), 50u);
   std::vector<float> values(150);
-  ASSERT_TRUE(archive_.GetChannelBuffer(0, values.data(), 50, KelTime()));
+  for (int i = 0; i < 3; ++i) {  // the third begins to read ahead
+    ASSERT_TRUE(archive_.GetChannelBuffer(0, values.data(), 50, KelTime::FromFrame(i, {24, 1})));
+  }
   const unsigned long allocations = AllocationCount();
   const unsigned long calls = SystemCallCount();
   for (std::uint32_t i = 0; i < kSamples; ++i) {

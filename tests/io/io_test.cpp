@@ -169,5 +169,24 @@ TEST_F(Io, FailuresOfTheSystemAreToldApart) {
   }
 }
 
+// A large file that is written in order, whatever becomes of that.
+TEST_F(Io, TheDiskGetsToWorkBeforeTheEnd) {
+  constexpr std::size_t kPart = std::size_t{1} << 20;
+  constexpr unsigned long kParts = 40;
+  const Bytes bytes = Pattern(kPart);
+  Error error;
+  OutputFile file;
+  Create(&file);
+  const unsigned long before = test::SystemCallCount();
+  for (unsigned long i = 0; i < kParts; ++i) {
+    const test::FailSystemCall refusal(i == 15 ? 2 : 10);  // to the first handing over
+    ASSERT_TRUE(file.WriteAt(i * kPart, bytes.data(), kPart, error)) << error.text();
+    EXPECT_EQ(refusal.Reached(), i == 15);
+  }
+  ASSERT_TRUE(file.WriteAt(0, bytes.data(), kPart, error));
+  EXPECT_EQ(test::SystemCallCount() - before, kParts + 2 + 1);
+  EXPECT_TRUE(file.Sync(error));
+}
+
 }  // namespace
 }  // namespace kelsdk::io

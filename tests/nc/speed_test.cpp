@@ -45,8 +45,9 @@ TEST_F(Speed, ReadingAllocatesNothingAndCallsOnceForAGroup) {
             EXPECT_TRUE(cache.getArrayDataAtTime(c, frame * 250, data, count));
           }
         };
-        for (int frame = 0; frame < kWarm; ++frame) play(frame);
-        test::ExpectCost(kWarm, 40, perTime + (groups ? 1 : channels), play);
+        // What is read along differs from the first time to the second.
+        for (int frame = 0; frame < 80; ++frame) play(frame % 40);
+        test::ExpectCost(0, 40, perTime + (groups ? 1 : channels), play);
       }
     }
   }

@@ -242,7 +242,7 @@ TEST_F(PC2, AReadOnlyFileIsNotReplaced) {
   EXPECT_EQ(WEXITSTATUS(result), 0);
 }
 
-TEST_F(PC2, ASampleAllocatesNothingAndMakesOneSystemCall) {
+TEST_F(PC2, ASampleAllocatesNothingAndMakesAtMostOneSystemCall) {
   PC2Object cache(path_);
   double doubles[6] = {};
   const auto write = [&](unsigned int sample) { EXPECT_TRUE(cache.WriteSample(sample)); };
@@ -254,8 +254,8 @@ TEST_F(PC2, ASampleAllocatesNothingAndMakesOneSystemCall) {
   ExpectCost(1U, 100U, 1, write);
   cache->CloseFile(nullptr);
   ASSERT_TRUE(cache->OpenFileForRead(nullptr));
-  read(0);
-  ExpectCost(1U, 100U, 2, read);
+  for (unsigned int sample = 0; sample < 100; ++sample) read(sample);  // the window settles
+  ExpectCost(0U, 100U, 2, read);
 }
 
 }  // namespace

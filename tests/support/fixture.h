@@ -12,15 +12,15 @@ inline void AddLine(void* context, const char* line) {
   static_cast<std::string*>(context)->append(line).append("\n");
 }
 
-/// Calls `body` with the numbers from `from` to before `to`: it allocates nothing and makes so many
-/// system calls each time.
+/// Calls `body` with the numbers from `from` to before `to`: it allocates nothing and makes at most
+/// so many system calls each time.
 template <typename Number, typename Body>
 void ExpectCost(Number from, Number to, unsigned long callsEach, const Body& body) {
   const unsigned long allocations = AllocationCount();
   const unsigned long calls = SystemCallCount();
   for (Number i = from; i < to; ++i) body(i);
   EXPECT_EQ(AllocationCount() - allocations, 0U);
-  EXPECT_EQ(SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
+  EXPECT_LE(SystemCallCount() - calls, static_cast<unsigned long>(to - from) * callsEach);
 }
 
 /// A scratch folder for each test, and a failure for one that leaves KelMalloc blocks or open files

@@ -166,12 +166,16 @@ WRAP(ssize_t, pwrite, (int fd, const void* buffer, size_t count, off_t offset),
      Noted(DiskEvent::eWrite, fd, __real_pwrite(fd, buffer, Shortened(count), offset)))
 WRAP(ssize_t, preadv, (int fd, const struct iovec* runs, int count, off_t offset),
      __real_preadv(fd, ShortenedRuns(runs, count).runs, count, offset))
+WRAP(ssize_t, preadv2, (int fd, const struct iovec* runs, int count, off_t offset, int flags),
+     __real_preadv2(fd, ShortenedRuns(runs, count).runs, count, offset, flags))
 WRAP(ssize_t, pwritev, (int fd, const struct iovec* runs, int count, off_t offset),
      Noted(DiskEvent::eWrite, fd,
            __real_pwritev(fd, ShortenedRuns(runs, count).runs, count, offset)))
 WRAP(int, ftruncate, (int fd, off_t size), Noted(DiskEvent::eWrite, fd, __real_ftruncate(fd, size)))
 WRAP(int, fsync, (int fd), Noted(DiskEvent::eSync, fd, __real_fsync(fd)))
 WRAP(int, syncfs, (int fd), Noted(DiskEvent::eSyncAll, fd, __real_syncfs(fd)))
+WRAP(int, sync_file_range, (int fd, off_t offset, off_t count, unsigned int flags),
+     __real_sync_file_range(fd, offset, count, flags))
 WRAP(int, rename, (const char* from, const char* to),
      NotedRename(from, to, __real_rename(from, to)))
 WRAP(int, fstat, (int fd, struct stat* entry), __real_fstat(fd, entry))

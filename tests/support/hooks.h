@@ -73,8 +73,8 @@ inline unsigned long AllocationCount() {
 inline long OutstandingBlocks() {
   return hooks::outstanding;
 }
-/// Wrapped system calls so far: open, pread, preadv, pwrite, pwritev, fstat, ftruncate, fsync,
-/// syncfs, rename, link, unlink, flock, fchmod, posix_fadvise.
+/// Wrapped system calls so far: open, pread, preadv, preadv2, pwrite, pwritev, fstat, ftruncate,
+/// fsync, syncfs, sync_file_range, rename, link, unlink, flock, fchmod, posix_fadvise.
 inline unsigned long SystemCallCount() {
   return hooks::systemCalls.count;
 }
