@@ -65,6 +65,7 @@ class KelString {
 int Compare(const KelString& left, const KelString& right) noexcept;
 int Compare(const KelString& left, const char* right) noexcept;
 
+// NOLINTBEGIN(bugprone-macro-parentheses): an operator takes none.
 #define KEL_STRING_COMPARISON(op)                                                   \
   inline bool operator op(const KelString& left, const KelString& right) noexcept { \
     return Compare(left, right) op 0;                                               \
@@ -75,6 +76,7 @@ int Compare(const KelString& left, const char* right) noexcept;
   inline bool operator op(const char* left, const KelString& right) noexcept {      \
     return 0 op Compare(right, left);                                               \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 KEL_STRING_COMPARISON(==)
 KEL_STRING_COMPARISON(!=)
 KEL_STRING_COMPARISON(<)

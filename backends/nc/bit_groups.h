@@ -129,12 +129,9 @@ inline void UnpackNumbers(const std::uint8_t* in, unsigned int width, std::uint3
   }
 }
 
-}  // namespace bit_groups
-
 /// Packs a group of which `count` numbers, at least one, matter and the rest is zero. Gives where
 /// it ends; what is written may reach kPackSlack bytes behind a group of the greatest size.
 inline std::uint8_t* PackGroup(const std::uint32_t* numbers, std::size_t count, std::uint8_t* out) {
-  using namespace bit_groups;
   const Widths widths = ChooseWidths(numbers, count);
   const std::size_t size = BytesOf(count * widths.common);
   *out++ = static_cast<std::uint8_t>(widths.common | (widths.extra != 0 ? kHasExceptions : 0));
@@ -161,7 +158,6 @@ inline std::uint8_t* PackGroup(const std::uint32_t* numbers, std::size_t count, 
 /// undefined. Gives where the group ends; null when that is behind `end` or the bytes are no group.
 inline const std::uint8_t* UnpackGroup(const std::uint8_t* in, const std::uint8_t* end,
                                        std::size_t count, std::uint32_t* numbers) {
-  using namespace bit_groups;
   if (in >= end) return nullptr;
   const unsigned int form = *in++;
   const unsigned int width = form & ~kHasExceptions;
@@ -190,5 +186,10 @@ inline const std::uint8_t* UnpackGroup(const std::uint8_t* in, const std::uint8_
   }
   return in + restSize;
 }
+
+}  // namespace bit_groups
+
+using bit_groups::PackGroup;
+using bit_groups::UnpackGroup;
 
 }  // namespace kelsdk::nc

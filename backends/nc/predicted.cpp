@@ -316,20 +316,21 @@ bool PredictedEncoder::Encode(EType type, const void* array, std::uint32_t eleme
                               ArrayKeys* keys) {
   const auto size = static_cast<std::size_t>(ArraySize(type, elementCount));
   const std::size_t wordSize = WordSize(type);
+  const std::size_t valueCount = std::size_t{elementCount} * ElementWidth(type);
   keys->words.resize(size);
   keys->rule = KeyRule();
   decoded_ = array;
   storedSize_ = 0;
   if (elementCount == 0) return false;
   KeyRule& rule = keys->rule;
-  if (TryGrid(type, array, size / wordSize, bound, &rule)) {
+  if (TryGrid(type, array, valueCount, bound, &rule)) {
     decoded_ = moved_.data();
   } else {
-    rule.shift = ZerosOf(type, array, size / wordSize);
+    rule.shift = ZerosOf(type, array, valueCount);
     if (base != nullptr) rule.shift = std::min(rule.shift, base->rule.shift);
   }
   const ArrayKeys* const from = Rekey(type, base, rule, &rekeyed_);
-  const std::size_t most = MostBytes(size / wordSize, wordSize);
+  const std::size_t most = MostBytes(valueCount, wordSize);
   if (stored_.size() < most) stored_.resize(most);
   std::uint8_t* const begin = stored_.data();
   const std::uint8_t* const end = (HasAvx2() ? EncodeAnyWithAvx2 : EncodeAny)(
@@ -373,7 +374,7 @@ bool PredictedDecoder::Decode(EType type, std::span<const std::uint8_t> stored,
 void KeysOfRaw(EType type, const void* array, std::uint32_t elementCount, ArrayKeys* keys) {
   const auto size = static_cast<std::size_t>(ArraySize(type, elementCount));
   keys->words.resize(size);
-  keys->rule = {ZerosOf(type, array, size / WordSize(type)), 0};
+  keys->rule = {ZerosOf(type, array, std::size_t{elementCount} * ElementWidth(type)), 0};
   WithRule(type, keys->rule, [&](const auto& of) {
     using Word = typename std::decay_t<decltype(of)>::Word;
     MakeKeys(of, static_cast<const Word*>(array), elementCount, ElementWidth(type),

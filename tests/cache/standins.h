@@ -1,6 +1,5 @@
 #pragma once
 
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -57,7 +56,12 @@ class StandInTest : public CacheTest {
   }
   /// TakeCalls() with the scratch folder written "here/".
   std::string CallsHere() const {
-    return std::regex_replace(TakeCalls(), std::regex(folder_.path() + "/"), "here/");
+    const std::string folder = folder_.path() + "/";
+    std::string text = TakeCalls();
+    for (std::size_t at = 0; (at = text.find(folder, at)) != std::string::npos;) {
+      text.replace(at, folder.size(), "here/");
+    }
+    return text;
   }
   std::string Path(const char* extension) const {
     return folder_.File(std::string("shot.") + extension);
