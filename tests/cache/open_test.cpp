@@ -1,4 +1,5 @@
 // Opening and converting: which names are looked for, and what the back-ends are then asked.
+#include <algorithm>
 #include <filesystem>
 #include <limits>
 
@@ -110,7 +111,8 @@ TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
     return cache.ConvertFromNCToPC2(rate, 5, status);
   };
   const std::string here = folder_.path() + "/";
-  const std::string back = std::regex_replace(Path("any"), std::regex("/"), "\\");
+  std::string back = Path("any");
+  std::replace(back.begin(), back.end(), '/', '\\');
   const std::string pc2 = "zuPointCache2IO(); initialize(";
   const std::string nc = "zuCacheFileInterface(); initFile";
   const struct {
