@@ -24,8 +24,9 @@ ReadForecast::Range ReadForecast::Note(std::uint64_t offset, std::uint64_t count
   const bool forward = offset > last_;
   const bool inFile = offset < fileSize && (forward ? step < fileSize - offset : step <= offset);
   // The system itself foresees reads that follow one another.
-  const bool followsOn = forward && step <= count + count / 8;
+  const bool followsOn = forward && step <= lastCount_ + lastCount_ / 8;
   last_ = offset;
+  lastCount_ = count;
   step_ = inFile && !followsOn ? step : 0;
   expected_ = forward ? offset + step : offset - step;
   if (waited) Renew();

@@ -29,10 +29,11 @@ class ReadForecast {
  private:
   static constexpr unsigned int kForecastsAfterWait = 32;
 
-  std::uint64_t last_ = 0;      // where the last read was,
-  std::uint64_t step_ = 0;      // how far from the one before it; 0 when nothing is expected,
-  std::uint64_t expected_ = 0;  // and where the next one is as far on
-  unsigned int left_ = 0;       // forecasts, unless another read would wait
+  std::uint64_t last_ = 0;       // where the last read was,
+  std::uint64_t lastCount_ = 0;  // how many bytes it read,
+  std::uint64_t step_ = 0;       // how far from the one before it; 0 when nothing is expected,
+  std::uint64_t expected_ = 0;   // and where the next one is as far on
+  unsigned int left_ = 0;        // forecasts, unless another read would wait
 };
 
 }  // namespace kelsdk::io
