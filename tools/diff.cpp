@@ -21,8 +21,6 @@ struct DiffOptions {
   double tolerance = 0;
 };
 
-constexpr double kSameClock = 1e-5;  // seconds: an archive's sample is as wide
-
 struct Largest {
   double difference = 0;
   std::string where;

@@ -43,15 +43,6 @@ std::optional<MaxError> ParseMaxError(const std::string& text) {
   return MaxError{*amount, isPercent};
 }
 
-CLI::Validator NumberOrPercentage() {
-  const auto check = [](std::string& text) {
-    return ParseMaxError(text)
-               ? std::string()
-               : '"' + text + "\" is not a number above 0, or a percentage such as 0.01%";
-  };
-  return {check, ""};
-}
-
 void SayHowFarValuesMove(const std::string& target, const std::string& channel,
                          double maximumError) {
   if (maximumError == 0) return;

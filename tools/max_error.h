@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "tools/options.h"
+#include "tools/numbers.h"
 #include "tools/track.h"
 
 namespace kelcache {
@@ -20,9 +20,6 @@ struct MaxError {
 
 /// "0.0005" or "0.01%".
 std::optional<MaxError> ParseMaxError(const std::string& text);
-
-/// For Option::check of what ParseMaxError takes.
-CLI::Validator NumberOrPercentage();
 
 /// Says on standard error how far values may be from the source's; of 0 nothing.
 void SayHowFarValuesMove(const std::string& target, const std::string& channel,

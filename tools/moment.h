@@ -7,6 +7,9 @@
 
 namespace kelcache {
 
+/// Seconds by which two times may differ that mean the same sample of an archive.
+inline constexpr double kSameClock = 1e-5;
+
 /// A moment of a channel, as a person and as the cache name it.
 struct Moment {
   std::optional<double> frame;         ///< scene frame; empty when the cache has no frame rate

@@ -31,7 +31,11 @@ unsigned int Source::ElementsAt(const ChannelSummary& channel, const Moment& mom
 }
 
 Array Source::Fetch(const ChannelSummary& channel, const Moment& moment) {
-  return RowOf(summary_.format).fetch(cache_, summary_, channel, moment, &room_);
+  return FetchInto(channel, moment, &room_);
+}
+
+Array Source::FetchInto(const ChannelSummary& channel, const Moment& moment, Room* room) {
+  return RowOf(summary_.format).fetch(cache_, summary_, channel, moment, room);
 }
 
 const float* Source::FetchFloats(const ChannelSummary& channel, const Moment& moment,

@@ -29,6 +29,9 @@ class Source {
   /// Valid until the next fetch.
   Array Fetch(const ChannelSummary& channel, const Moment& moment);
 
+  /// Likewise, in the caller's room.
+  Array FetchInto(const ChannelSummary& channel, const Moment& moment, Room* room);
+
   /// Through the object's own fetch: floats, of an archive as many as its largest sample has.
   const float* FetchFloats(const ChannelSummary& channel, const Moment& moment,
                            unsigned int* length);

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "host/KelTime.h"
+
+namespace kelsdk {
+
+/// The frame rate that a person types: "25", "23.976" (which stands for 24000/1001), "24000/1001".
+bool lexical_cast(const std::string& text, KelFrameRate& rate);
+
+}  // namespace kelsdk
+
+namespace kelcache {
+
+/// The finite number that a text is, as a whole; empty for any other text.
+std::optional<double> ParseNumber(const std::string& text);
+
+/// The same for decimal digits whose number fits 32 bits.
+std::optional<unsigned int> ParseWholeNumber(const std::string& text);
+
+}  // namespace kelcache
