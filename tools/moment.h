@@ -23,6 +23,10 @@ struct Moment {
 /// tick, to which it was rounded, has the simplest frame that it can stand for.
 double FrameAt(const CacheSummary& summary, double ticks);
 
+/// The scene frames of a cache's first and last sample; empty without samples or a frame rate.
+std::optional<double> FirstFrame(const CacheSummary& summary);
+std::optional<double> LastFrame(const CacheSummary& summary);
+
 /// The moment of a time in ticks.
 Moment MomentAt(const CacheSummary& summary, double ticks, std::optional<unsigned int> sample);
 

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <string_view>
 
 namespace kelcache {
@@ -18,6 +19,14 @@ std::optional<Number> Parse(std::string_view text) {
   return number;
 }
 
+template <typename Number>
+std::string Shortest(Number value) {
+  if (std::isnan(value)) return "nan";
+  if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+  char text[64];
+  return {text, std::to_chars(text, text + sizeof text, value).ptr};
+}
+
 }  // namespace
 
 std::optional<double> ParseNumber(const std::string& text) {
@@ -27,6 +36,30 @@ std::optional<double> ParseNumber(const std::string& text) {
 
 std::optional<unsigned int> ParseWholeNumber(const std::string& text) {
   return Parse<unsigned int>(text);
+}
+
+std::string ShortestText(float value) {
+  return Shortest(value);
+}
+std::string ShortestText(double value) {
+  return Shortest(value);
+}
+
+std::string RoundedText(double value) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.7g", value);
+  return text;
+}
+
+std::string SizeText(std::uint64_t bytes) {
+  constexpr double kStep = 1000;
+  const char* const units[] = {"B", "kB", "MB", "GB", "TB", "PB"};
+  double size = double(bytes);
+  size_t unit = 0;
+  for (; size >= kStep && unit < 5; ++unit) size /= kStep;
+  char text[32];
+  std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", size, units[unit]);
+  return text;
 }
 
 }  // namespace kelcache

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -19,5 +20,15 @@ std::optional<double> ParseNumber(const std::string& text);
 
 /// The same for decimal digits whose number fits 32 bits.
 std::optional<unsigned int> ParseWholeNumber(const std::string& text);
+
+/// The shortest text that reads back to the same float or double; "nan", "inf", "-inf".
+std::string ShortestText(float value);
+std::string ShortestText(double value);
+
+/// Seven significant digits, for people.
+std::string RoundedText(double value);
+
+/// "1.1 MB": decimal units.
+std::string SizeText(std::uint64_t bytes);
 
 }  // namespace kelcache

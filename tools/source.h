@@ -5,6 +5,7 @@
 
 #include "tools/moments.h"
 #include "tools/values.h"
+#include "tools/watch.h"
 
 namespace kelcache {
 
@@ -46,8 +47,8 @@ class Source {
   Room room_;
 };
 
-/// Says on standard error that a PC2 file is cut short, which is then served for its whole samples.
+/// Notes that a PC2 file is cut short, which is then served for its whole samples.
 /// @return whether samples are missing that lie in the range
-bool SayWhatIsMissing(const Source& source, const FrameRange& range);
+bool NoteWhatIsMissing(const Source& source, const FrameRange& range, Watch& watch);
 
 }  // namespace kelcache

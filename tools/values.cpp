@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include "host/KelNearestFloat.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
 
 namespace kelcache {
 namespace {
