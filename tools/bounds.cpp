@@ -4,7 +4,7 @@
 #include <cmath>
 #include <limits>
 
-#include "tools/output.h"
+#include "tools/numbers.h"
 
 namespace kelcache {
 namespace {

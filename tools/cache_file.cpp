@@ -66,6 +66,16 @@ kelsdk::zuCacheFileInterface& CacheFile::NC() {
   return *nc_;
 }
 
+kelsdk::zuPointCache2IO& CacheFile::PC2() {
+  if (pc2_ == nullptr) {
+    pc2_ = std::make_unique<kelsdk::zuPointCache2IO>();
+    if (!pc2_->initialize(file_.c_str(), kelsdk::zuPointCache2IO::readMode)) {
+      throw Failed(file_, pc2_->errorString());
+    }
+  }
+  return *pc2_;
+}
+
 std::string CacheFile::ReadProblem() const {
   const std::string words = cache_->GetErrorString();
   return words.empty() ? "could not be read" : words;

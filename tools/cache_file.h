@@ -5,6 +5,7 @@
 #include <string>
 
 #include "backends/AlembicInterface.h"
+#include "backends/zuPointCache2IO.h"
 #include "cache/KelCache.h"
 
 namespace kelcache {
@@ -31,6 +32,8 @@ class CacheFile {
   AlembicInterface& Alembic();
   /// Likewise the NC cache.
   kelsdk::zuCacheFileInterface& NC();
+  /// Likewise the PC2 file, whose samples it reads into any memory.
+  kelsdk::zuPointCache2IO& PC2();
 
   /// Why the object's last read failed, in words.
   std::string ReadProblem() const;
@@ -45,6 +48,7 @@ class CacheFile {
   kelsdk::KelCache* cache_;
   std::unique_ptr<AlembicInterface> alembic_;
   std::unique_ptr<kelsdk::zuCacheFileInterface> nc_;
+  std::unique_ptr<kelsdk::zuPointCache2IO> pc2_;
 };
 
 /// The folder (with its final "/") and base name by which the channel-cache library knows FILE.xml.

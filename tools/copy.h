@@ -39,7 +39,6 @@ struct CopyOptions {
   bool compact = false;
   unsigned int compactEncoding = kelsdk::zuCacheFileInterface::kCompactEncoding;
   std::optional<MaxError> maxError;  ///< that values may move by in a compact copy
-  bool progress = true;
   FrameMap map;
 };
 
@@ -47,16 +46,24 @@ struct CopyOptions {
 /// the type that holds its values exactly, in memory that does not grow with the cache. On failure
 /// or interruption nothing is left under the target's name.
 /// @return samples copied
-std::uint64_t Copy(Source& source, const CopyOptions& options);
+std::uint64_t Copy(Source& source, const CopyOptions& options, Watch& watch);
+
+/// Notes that a PC2 file holds doubles as floats, of a channel of doubles.
+void NoteWhatPC2Rounds(const ChannelSummary& channel, const std::string& target, Watch& watch);
+
+/// What a verb made of one cache in another.
+struct Copied {
+  std::uint64_t samples = 0;
+  bool missing = false;  ///< of those that the source promises
+};
 
 /// What a verb says at its end of what it wrote.
-void PrintCopied(const std::string& file, std::uint64_t samples);
-
-/// Says that a PC2 file holds doubles as floats, of a channel of doubles.
-void SayWhatPC2Rounds(const ChannelSummary& channel, const std::string& target);
+inline std::string CopiedText(const std::string& file, std::uint64_t samples) {
+  return file + ": " + std::to_string(samples) + " samples written";
+}
 
 // The two kinds of copy; Copy chooses.
-std::uint64_t CopyToNC(Source& source, const CopyOptions& options);
-std::uint64_t CopyToPC2(Source& source, const CopyOptions& options);
+std::uint64_t CopyToNC(Source& source, const CopyOptions& options, Watch& watch);
+std::uint64_t CopyToPC2(Source& source, const CopyOptions& options, Watch& watch);
 
 }  // namespace kelcache

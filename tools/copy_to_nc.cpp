@@ -7,8 +7,6 @@
 #include <tuple>
 
 #include "tools/copy.h"
-#include "tools/interrupt.h"
-#include "tools/output.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -72,11 +70,11 @@ std::vector<std::unique_ptr<Track>> TracksOf(Source& source, const CopyOptions& 
 
 // Integers wider than those of the format: as integers where all are small enough, else as doubles
 // where those have them all.
-ElementType TypeOfWideIntegers(const Source& source, Track& track) {
+ElementType TypeOfWideIntegers(const Source& source, Track& track, Watch& watch) {
   ElementConverter converter;
   auto type = kelsdk::zuCacheData::eNCInt32Array;
   for (std::uint64_t i = 0; i < track.Count();) {
-    ThrowIfInterrupted();
+    watch.ThrowIfInterrupted();
     const Moment moment = track.At(i);
     const Array array = track.Fetch(moment);
     std::string problem;
@@ -103,7 +101,7 @@ double IntervalFrames(const Source& source, const ChannelSummary& channel) {
 // Names are each its own; a PC2 cache's channel has none and is named after the copy.
 std::vector<SinkChannel> DescribeChannels(Source& source, const CopyOptions& options,
                                           const std::vector<std::unique_ptr<Track>>& tracks,
-                                          const TickMap& ticks) {
+                                          const TickMap& ticks, Watch& watch) {
   std::vector<SinkChannel> described;
   std::set<std::string> taken;
   const bool isPC2 = source.summary().pc2.has_value();
@@ -115,10 +113,11 @@ std::vector<SinkChannel> DescribeChannels(Source& source, const CopyOptions& opt
     const std::string plain = sink.name;
     for (int i = 2; !taken.insert(sink.name).second; ++i) sink.name = plain + std::to_string(i);
     sink.interpretation = channel.interpretation.value_or(isPC2 ? "Points" : "");
-    sink.type = channel.elementType ? *channel.elementType : TypeOfWideIntegers(source, *track);
+    sink.type =
+        channel.elementType ? *channel.elementType : TypeOfWideIntegers(source, *track, watch);
     const bool byFrame = options.resample != EResample::eNone;
     sink.interval = ticks.IntervalOf(byFrame ? 1 : IntervalFrames(source, channel));
-    if (options.maxError) sink.maximumError = options.maxError->Of(*track);
+    if (options.maxError) sink.maximumError = options.maxError->Of(*track, watch);
     described.push_back(sink);
   }
   return described;
@@ -150,17 +149,17 @@ class Repeats {
 class Copier {
  public:
   Copier(const std::vector<std::unique_ptr<Track>>& tracks, const TickMap& ticks,
-         const std::vector<SinkChannel>& channels, const CopyOptions& options, std::uint64_t total)
+         const std::vector<SinkChannel>& channels, const CopyOptions& options, Watch& watch)
       : tracks_(tracks),
         ticks_(ticks),
         channels_(channels),
         target_(options.target),
-        progress_(total, options.progress, options.target) {}
+        watch_(watch) {}
 
   void Run(Sink& sink) {
     for (unsigned int c = 0; c < tracks_.size(); ++c) Queue(c, 0);
-    for (std::uint64_t done = 0; !next_.empty(); progress_.Show(++done)) {
-      ThrowIfInterrupted();
+    for (std::uint64_t done = 0; !next_.empty(); watch_.Show(++done)) {
+      watch_.ThrowIfInterrupted();
       const Step step = next_.top();
       next_.pop();
       Take(step, sink);
@@ -221,12 +220,12 @@ class Copier {
   const std::string& target_;
   std::priority_queue<Step> next_;
   Repeats repeats_;
-  Progress progress_;
+  Watch& watch_;
 };
 
 }  // namespace
 
-std::uint64_t CopyToNC(Source& source, const CopyOptions& options) {
+std::uint64_t CopyToNC(Source& source, const CopyOptions& options, Watch& watch) {
   const TickMap ticks(source, options);
   const auto tracks = TracksOf(source, options);
   std::uint64_t total = 0;
@@ -238,14 +237,16 @@ std::uint64_t CopyToNC(Source& source, const CopyOptions& options) {
     ticks.TickOf(track->At(track->Count() - 1));
   }
   if (total == 0) throw Failed(source.summary().file, "no sample lies in the frames asked for");
-  const std::vector<SinkChannel> channels = DescribeChannels(source, options, tracks, ticks);
+  const std::vector<SinkChannel> channels = DescribeChannels(source, options, tracks, ticks, watch);
   const NCLayout layout{options.perFrame, options.compact, ticks.ticksPerFrame(), ticks.exactRate(),
                         options.compactEncoding};
   const auto sink = MakeNCSink(options.target, layout, channels);
-  Copier(tracks, ticks, channels, options, total).Run(*sink);
+  watch.Begin(total, options.target);
+  Copier(tracks, ticks, channels, options, watch).Run(*sink);
+  watch.End();
   sink->Finish();
   for (const SinkChannel& channel : channels) {
-    SayHowFarValuesMove(options.target, channel.name, channel.maximumError);
+    NoteHowFarValuesMove(options.target, channel.name, channel.maximumError, watch);
   }
   return total;
 }

@@ -5,8 +5,6 @@
 
 #include "host/KelNearestFloat.h"
 #include "tools/copy.h"
-#include "tools/interrupt.h"
-#include "tools/output.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -80,10 +78,10 @@ class Padder {
 };
 
 // With padding the most points of any sample, else those of the first, which all must have.
-unsigned int PointCount(Track& track, EPad pad) {
+unsigned int PointCount(Track& track, EPad pad, Watch& watch) {
   unsigned int most = track.ElementsAt(track.At(0));
   for (std::uint64_t i = 1; pad != EPad::eNone && i < track.Count(); ++i) {
-    ThrowIfInterrupted();
+    watch.ThrowIfInterrupted();
     most = std::max(most, track.ElementsAt(track.At(i)));
   }
   return most;
@@ -99,7 +97,7 @@ void ExpectPoints(const Source& source, const ChannelSummary& channel) {
 
 }  // namespace
 
-std::uint64_t CopyToPC2(Source& source, const CopyOptions& options) {
+std::uint64_t CopyToPC2(Source& source, const CopyOptions& options, Watch& watch) {
   const ChannelSummary& channel =
       source.summary().FindChannel(options.channel.empty() ? "0" : options.channel);
   ExpectPoints(source, channel);
@@ -111,14 +109,14 @@ std::uint64_t CopyToPC2(Source& source, const CopyOptions& options) {
     throw Failed(options.target, "a PC2 cache holds at most 2147483647 samples");
   }
   const Spacing spacing = SpacingOf(source, *track, options);
-  const unsigned int points = PointCount(*track, options.pad);
+  const unsigned int points = PointCount(*track, options.pad, watch);
   const auto sink = MakePC2Sink(options.target, points, static_cast<unsigned int>(track->Count()),
                                 kelsdk::KelNearestFloat(options.map.At(spacing.start)),
                                 kelsdk::KelNearestFloat(spacing.interval * options.map.scale));
   Padder padder(options.pad, points);
-  Progress progress(track->Count(), options.progress, options.target);
+  watch.Begin(track->Count(), options.target);
   for (std::uint64_t i = 0; i < track->Count(); ++i) {
-    ThrowIfInterrupted();
+    watch.ThrowIfInterrupted();
     const Moment moment = track->At(i);
     Array array = track->Fetch(moment);
     if (options.pad != EPad::eNone) array = padder.Fill(array);
@@ -130,10 +128,11 @@ std::uint64_t CopyToPC2(Source& source, const CopyOptions& options) {
                        "shorter samples");
     }
     sink->Write(0, 0, array);
-    progress.Show(i + 1);
+    watch.Show(i + 1);
   }
+  watch.End();
   sink->Finish();
-  SayWhatPC2Rounds(channel, options.target);
+  NoteWhatPC2Rounds(channel, options.target, watch);
   return track->Count();
 }
 

@@ -1,32 +1,16 @@
+#include "tools/diff.h"
+
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <type_traits>
 
-#include "tools/output.h"
+#include "tools/numbers.h"
 #include "tools/source.h"
-#include "tools/terminal.h"
-#include "tools/verbs.h"
 
 namespace kelcache {
 namespace {
-
-struct DiffOptions {
-  std::string a;
-  std::string b;
-  std::string channel;
-  double tolerance = 0;
-};
-
-constexpr double kSameClock = 1e-5;  // seconds: an archive's sample is as wide
-
-struct Largest {
-  double difference = 0;
-  std::string where;
-};
 
 // A type that has every value of both: 64-bit integers are more than a double tells apart.
 template <typename A, typename B>
@@ -37,11 +21,11 @@ static_assert(std::numeric_limits<long double>::digits >= 64);
 
 class Comparison {
  public:
-  explicit Comparison(double tolerance) : tolerance_(tolerance) {}
+  Comparison(double tolerance, const Say& differs) : tolerance_(tolerance), differs_(differs) {}
 
   void Differs(const std::string& line) {
-    PrintLine(stdout, line);
-    ++differences_;
+    differs_(line);
+    ++found_.count;
   }
 
   // Of both arrays the values that they have in common.
@@ -52,9 +36,10 @@ class Comparison {
     const std::size_t differing = a.Visited([&](const auto* valuesA) {
       return b.Visited([&](const auto* valuesB) {
         return CountDiffering(valuesA, valuesB, length, [&](std::size_t i, double difference) {
-          largest_ = {difference, moment + ", element " + std::to_string(i / components) +
-                                      ", value " + std::to_string(i % components) + ": " +
-                                      ValueText(a, i) + " and " + ValueText(b, i)};
+          found_.largest = difference;
+          found_.where = moment + ", element " + std::to_string(i / components) + ", value " +
+                         std::to_string(i % components) + ": " + ValueText(a, i) + " and " +
+                         ValueText(b, i);
         });
       });
     });
@@ -64,14 +49,7 @@ class Comparison {
     }
   }
 
-  EExit Finish() const {
-    if (differences_ == 0) return eDone;
-    if (largest_.difference > 0) {
-      PrintLine(stdout, "largest difference " + ShortestText(largest_.difference) + " at " +
-                            largest_.where);
-    }
-    return eFound;
-  }
+  const Differences& found() const { return found_; }
 
  private:
   template <typename A, typename B, typename Note>
@@ -87,14 +65,14 @@ class Comparison {
       ++differing;
       // What is not finite on one side only is as far away as can be.
       const double size = std::isfinite(difference) ? static_cast<double>(difference) : HUGE_VAL;
-      if (size > largest_.difference) note(i, size);
+      if (size > found_.largest) note(i, size);
     }
     return differing;
   }
 
   double tolerance_;
-  unsigned int differences_ = 0;
-  Largest largest_;
+  const Say& differs_;
+  Differences found_;
 };
 
 // How far apart two times may be that mean the same: ticks are whole, and the frames of a PC2 file
@@ -125,8 +103,8 @@ std::string TwoTimes(double a, double b) {
 
 class ChannelComparer {
  public:
-  ChannelComparer(Source& a, Source& b, Comparison* comparison)
-      : a_(a), b_(b), comparison_(*comparison) {}
+  ChannelComparer(Source& a, Source& b, Comparison* comparison, Watch& watch)
+      : a_(a), b_(b), comparison_(*comparison), watch_(watch) {}
 
   void Compare(const ChannelSummary& inA, const ChannelSummary& inB) {
     const std::string label = "channel " + inA.name.value_or(std::to_string(inA.index)) + ": ";
@@ -143,14 +121,16 @@ class ChannelComparer {
                           std::to_string(momentsB.count()) + " samples");
     }
     const std::uint64_t common = std::min(momentsA.count(), momentsB.count());
-    Progress progress(common, true, b_.summary().file);
+    watch_.Begin(common, b_.summary().file);
     for (std::uint64_t i = 0; i < common; ++i) {
       const Moment atA = momentsA.At(i);
       const Moment atB = momentsB.At(i);
       CompareTimes(label, i, atA, atB);
       CompareSample(label + MomentText(atA), {inA, atA}, {inB, atB}, components);
-      progress.Show(i + 1);
+      watch_.ThrowIfInterrupted();
+      watch_.Show(i + 1);
     }
+    watch_.End();
   }
 
  private:
@@ -180,6 +160,7 @@ class ChannelComparer {
   Source& a_;
   Source& b_;
   Comparison& comparison_;
+  Watch& watch_;
 };
 
 // A PC2 cache has no frame rate: it is compared at the other's.
@@ -195,8 +176,9 @@ const ChannelSummary& ChannelOf(const Source& source, const Source& other,
   return source.summary().FindChannel(channel.empty() || onlyThisIsPC2 ? "0" : channel);
 }
 
-void CompareAll(Source& a, Source& b, const DiffOptions& options, Comparison* comparison) {
-  ChannelComparer comparer(a, b, comparison);
+void CompareAll(Source& a, Source& b, const DiffOptions& options, Comparison* comparison,
+                Watch& watch) {
+  ChannelComparer comparer(a, b, comparison, watch);
   if (!options.channel.empty() || a.summary().pc2 || b.summary().pc2) {
     return comparer.Compare(ChannelOf(a, b, options.channel), ChannelOf(b, a, options.channel));
   }
@@ -210,41 +192,26 @@ void CompareAll(Source& a, Source& b, const DiffOptions& options, Comparison* co
   }
 }
 
-EExit Diff(const DiffOptions& options) {
-  const Format formatA = FormatOf(options.a, "");
-  const Format formatB = FormatOf(options.b, "");
-  Source a(options.a, formatA, RateFor(formatA, options.b, formatB));
-  Source b(options.b, formatB, RateFor(formatB, options.a, formatA));
-  const bool missingA = SayWhatIsMissing(a, {});
-  const bool missingB = SayWhatIsMissing(b, {});
-  Comparison comparison(options.tolerance);
+}  // namespace
+
+Differences Diff(const std::string& fileA, const std::string& fileB, const DiffOptions& options,
+                 const Say& differs, Watch& watch) {
+  const Format formatA = FormatOf(fileA, "");
+  const Format formatB = FormatOf(fileB, "");
+  Source a(fileA, formatA, RateFor(formatA, fileB, formatB));
+  Source b(fileB, formatB, RateFor(formatB, fileA, formatA));
+  const bool missingA = NoteWhatIsMissing(a, {}, watch);
+  const bool missingB = NoteWhatIsMissing(b, {}, watch);
+  Comparison comparison(options.tolerance, differs);
   const kelsdk::KelFrameRate& rateA = a.summary().rate;
   const kelsdk::KelFrameRate& rateB = b.summary().rate;
   if (rateA.IsValid() && rateB.IsValid() && !(rateA == rateB)) {
     comparison.Differs("frame rate " + TwoTimes(rateA.PerSecond(), rateB.PerSecond()));
   }
-  CompareAll(a, b, options, &comparison);
-  const EExit found = comparison.Finish();
-  return missingA || missingB ? eFound : found;
-}
-
-}  // namespace
-
-void AddDiff(CLI::App& app, Work* work) {
-  const auto options = std::make_shared<DiffOptions>();
-  CLI::App* verb = app.add_subcommand(
-      "diff",
-      "Compares two caches of any formats sample by sample. Counts, times and values as stored; "
-      "prints a line per difference and the largest one. Exit status 0 equal, 1 different.");
-  verb->footer("Example:\n  kelcache diff a.pc2 b.xml --tolerance 1e-6");
-  verb->add_option("A", options->a, "One cache")->required();
-  verb->add_option("B", options->b, "The other")->required();
-  verb->add_option("--channel", options->channel,
-                   "Channel number or name (default: all; the first where one is PC2)");
-  verb->add_option("--tolerance", options->tolerance, "Values that differ by no more are equal")
-      ->check(NumberFromZero())
-      ->capture_default_str();
-  verb->callback([=] { *work = [=] { return Diff(*options); }; });
+  CompareAll(a, b, options, &comparison, watch);
+  Differences found = comparison.found();
+  found.missing = missingA || missingB;
+  return found;
 }
 
 }  // namespace kelcache

@@ -4,6 +4,7 @@
 
 #include "tools/output.h"
 #include "tools/source.h"
+#include "tools/terminal_watch.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -94,7 +95,8 @@ void PrintCsv(const Array& array) {
 EExit Dump(const DumpOptions& options) {
   Source source(options.file, FormatOf(options.file, options.asName));
   const ChannelSummary& channel = source.summary().FindChannel(options.channel);
-  SayWhatIsMissing(source, {});
+  TerminalWatch watch(false);
+  NoteWhatIsMissing(source, {}, watch);
   const Moment moment = FindMoment(source, channel, options);
   const bool noPoints = source.summary().pc2 && source.summary().pc2->points == 0;
   const Array array = noPoints ? Array{nullptr, channel.value, 0, channel.components}

@@ -9,11 +9,6 @@ using kelsdk::zuPointCache2IO;
 
 constexpr unsigned int kCoordinates = 3;
 
-void Open(zuPointCache2IO& reader, const std::string& file) {
-  if (reader.initialize(file.c_str(), zuPointCache2IO::readMode)) return;
-  throw Failed(file, reader.errorString());
-}
-
 void SummariseSamples(CacheSummary* summary) {
   const PC2Summary& pc2 = *summary->pc2;
   const double perSecond = summary->rate.PerSecond();
@@ -39,10 +34,8 @@ void Summarise(CacheFile& cache, CacheSummary* summary) {
   pc2.startFrame = cache->GetFrameStartOffset(nullptr);
   pc2.sampleRate = cache->GetSamplingFrameRate(nullptr);
   // The object knows the header; how much of what it promises is there, only the file tells.
-  zuPointCache2IO reader;
-  Open(reader, cache.file());
-  pc2.wholeSamples = reader.wholeSampleCount();
-  summary->promisedSize = reader.promisedSize();
+  pc2.wholeSamples = cache.PC2().wholeSampleCount();
+  summary->promisedSize = cache.PC2().promisedSize();
   summary->complete = summary->fileSize >= *summary->promisedSize;
   summary->pc2 = pc2;
   if (!summary->rate.IsValid()) {
@@ -72,14 +65,15 @@ unsigned int ElementsAt(CacheFile& /*cache*/, const CacheSummary& summary,
 }
 
 Array Fetch(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
-            const Moment& moment, Room* /*room*/) {
+            const Moment& moment, Room* room) {
   if (summary.pc2->points == 0) FailAt(summary, channel, moment, "the cache has no points");
-  float* points = nullptr;
-  unsigned int length = 0;
-  if (!cache->Read(&points, length, moment.time, 0)) {
-    FailAt(summary, channel, moment, cache.ReadProblem());
+  Array array{nullptr, channel.value, summary.pc2->points, kCoordinates};
+  auto* const points = static_cast<float*>(room->For(array));
+  array.values = points;
+  if (!cache.PC2().readSample(*moment.sample, points, array.elements)) {
+    FailAt(summary, channel, moment, cache.PC2().errorString());
   }
-  return {points, channel.value, length / kCoordinates, kCoordinates};
+  return array;
 }
 
 std::optional<Spacing> SpacingFrom(CacheFile& /*cache*/, const CacheSummary& summary,

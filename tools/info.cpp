@@ -6,7 +6,7 @@
 #include "tools/moments.h"
 #include "tools/output.h"
 #include "tools/summary.h"
-#include "tools/terminal.h"
+#include "tools/terminal_watch.h"
 #include "tools/tool_error.h"
 #include "tools/verbs.h"
 
@@ -18,35 +18,6 @@ using Json = nlohmann::ordered_json;
 template <typename Value>
 Json OrNull(const std::optional<Value>& value) {
   return value ? Json(*value) : Json(nullptr);
-}
-
-std::optional<double> FrameOf(const CacheSummary& summary, const std::optional<double>& seconds) {
-  if (!seconds || !summary.rate.IsValid()) return {};
-  return FrameAt(summary, *seconds * kTicksPerSecond);
-}
-
-// "24000/1001", of a rate that is no whole number.
-std::optional<std::string> ExactRate(const CacheSummary& summary) {
-  const kelsdk::KelFrameRate& rate = summary.rate;
-  if (!rate.IsValid() || rate.numerator % rate.denominator == 0) return {};
-  return std::to_string(rate.numerator) + "/" + std::to_string(rate.denominator);
-}
-
-std::optional<double> FirstFrame(const CacheSummary& summary) {
-  if (summary.pc2 && summary.pc2->wholeSamples != 0) return summary.pc2->startFrame;
-  return FrameOf(summary, summary.start());
-}
-
-std::optional<double> LastFrame(const CacheSummary& summary) {
-  if (summary.pc2 && summary.pc2->wholeSamples != 0) {
-    return summary.pc2->startFrame + (summary.pc2->wholeSamples - 1.0) * summary.pc2->sampleRate;
-  }
-  return FrameOf(summary, summary.end());
-}
-
-std::optional<double> Span(const CacheSummary& summary) {
-  if (!summary.start() || !summary.end()) return {};
-  return *summary.end() - *summary.start();
 }
 
 Json ChannelJson(const ChannelSummary& channel) {
@@ -69,7 +40,7 @@ void PrintJson(const CacheSummary& summary) {
       {"format", RowOf(summary.format).name},
       {"frameRate", OrNull(summary.frameRate())},
       {"frameRateSource", summary.frameRateSource},
-      {"exactFrameRate", OrNull(ExactRate(summary))},
+      {"exactFrameRate", OrNull(summary.exactRate())},
       {"ticksPerFrame", OrNull(summary.ticksPerFrame)},
       {"complete", summary.complete},
       {"missing", OrNull(summary.complete ? std::nullopt : std::optional(summary.WhatIsMissing()))},
@@ -77,7 +48,7 @@ void PrintJson(const CacheSummary& summary) {
       {"lastFrame", OrNull(LastFrame(summary))},
       {"start", OrNull(summary.start())},
       {"end", OrNull(summary.end())},
-      {"span", OrNull(Span(summary))},
+      {"span", OrNull(summary.span())},
       {"duration", OrNull(summary.duration())},
       {"fileSize", summary.fileSize},
       {"promisedSize", OrNull(summary.promisedSize)},
@@ -150,7 +121,7 @@ std::string CompactText(const CompactSummary& compact) {
 std::string RateText(const CacheSummary& summary) {
   if (!summary.rate.IsValid()) return "unknown (" + summary.frameRateSource + ")";
   std::string text = RoundedText(summary.rate.PerSecond()) + " frames/s (";
-  if (ExactRate(summary)) text += *ExactRate(summary) + ", ";
+  if (summary.exactRate()) text += *summary.exactRate() + ", ";
   if (summary.ticksPerFrame) {
     text += std::to_string(*summary.ticksPerFrame) + " ticks per frame, ";
   }
@@ -163,7 +134,7 @@ void PrintText(const CacheSummary& summary) {
   PrintRow("frame rate", RateText(summary));
   PrintRange("frames", FirstFrame(summary), LastFrame(summary), "");
   PrintRange("times", summary.start(), summary.end(), " s");
-  if (Span(summary)) PrintRow("span", Seconds(*Span(summary)) + " from first to last sample");
+  if (summary.span()) PrintRow("span", Seconds(*summary.span()) + " from first to last sample");
   if (summary.duration()) PrintRow("duration", Seconds(*summary.duration()));
   std::string size =
       SizeText(summary.fileSize) + " (" + std::to_string(summary.fileSize) + " bytes)";
@@ -208,7 +179,8 @@ EExit Info(const InfoOptions& options) {
   if (options.tree && row.listTree == nullptr) {
     throw ToolError(eUsage, options.file + ": only Alembic archives hold a tree");
   }
-  TellOfLeftovers(options.file, format);
+  TerminalWatch watch(false);
+  NoteLeftovers(options.file, format, watch);
   CacheFile cache(options.file, format);
   cache.OpenForRead();
   if (options.tree) {

@@ -6,6 +6,7 @@
 #include <system_error>
 #include <thread>
 
+#include "tools/failure.h"
 #include "tools/interrupt.h"
 #include "tools/terminal.h"
 

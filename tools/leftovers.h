@@ -3,11 +3,12 @@
 #include <string>
 
 #include "tools/formats.h"
+#include "tools/watch.h"
 
 namespace kelcache {
 
-/// Says on standard error, in one line, when a writer of a cache died and left something that
+/// Notes, in one line, when a writer of a cache died and left something that
 /// `recover` can save. The cache itself need not exist.
-void TellOfLeftovers(const std::string& file, Format format);
+void NoteLeftovers(const std::string& file, Format format, Watch& watch);
 
 }  // namespace kelcache

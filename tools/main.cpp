@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "tools/failure.h"
 #include "tools/help.h"
 #include "tools/interrupt.h"
 #include "tools/terminal.h"

@@ -29,14 +29,6 @@ struct MakeOptions {
   bool force = false;
 };
 
-const std::map<std::string, ElementType> kTypes = {
-    {"float64", zuCacheData::eNCDoubleArray},
-    {"float64[3]", zuCacheData::eNCDoubleVectorArray},
-    {"int32", zuCacheData::eNCInt32Array},
-    {"float32", zuCacheData::eNCFloatArray},
-    {"float32[3]", zuCacheData::eNCFloatVectorArray},
-};
-
 // Earlier spellings.
 const std::map<std::string, std::string> kTypeAliases = {{"double", "float64"},
                                                          {"doubleVector", "float64[3]"},
@@ -51,7 +43,7 @@ std::string TakeAlias(std::string& word) {
 
 ElementType TypeOfChannel(const MakeOptions& options, size_t channel) {
   if (options.types.empty()) return zuCacheData::eNCFloatVectorArray;
-  return kTypes.at(options.types[std::min(channel, options.types.size() - 1)]);
+  return kElementTypes.at(options.types[std::min(channel, options.types.size() - 1)]);
 }
 
 // The sheet in the element type of a channel. Vector channels hold it whole; scalar ones as many of

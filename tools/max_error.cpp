@@ -4,19 +4,17 @@
 #include <cmath>
 
 #include "tools/bounds.h"
-#include "tools/interrupt.h"
-#include "tools/output.h"
-#include "tools/terminal.h"
+#include "tools/numbers.h"
 
 namespace kelcache {
 namespace {
 
-double LongestSide(Track& track) {
+double LongestSide(Track& track, Watch& watch) {
   const ChannelSummary& channel = track.channel();
   Bounds all;
   std::vector<float> floats;
   for (std::uint64_t i = 0; i < track.Count(); ++i) {
-    ThrowIfInterrupted();
+    watch.ThrowIfInterrupted();
     const Array array = track.Fetch(track.At(i));
     const auto elements = static_cast<unsigned int>(array.Count() / channel.components);
     all.Add(BoundsOf(AsFloats(array, &floats), elements, channel.components));
@@ -31,9 +29,9 @@ double LongestSide(Track& track) {
 
 }  // namespace
 
-double MaxError::Of(Track& track) const {
+double MaxError::Of(Track& track, Watch& watch) const {
   if (IsInteger(track.channel().value)) return 0;
-  return isPercent ? LongestSide(track) * amount / 100 : amount;
+  return isPercent ? LongestSide(track, watch) * amount / 100 : amount;
 }
 
 std::optional<MaxError> ParseMaxError(const std::string& text) {
@@ -43,19 +41,10 @@ std::optional<MaxError> ParseMaxError(const std::string& text) {
   return MaxError{*amount, isPercent};
 }
 
-CLI::Validator NumberOrPercentage() {
-  const auto check = [](std::string& text) {
-    return ParseMaxError(text)
-               ? std::string()
-               : '"' + text + "\" is not a number above 0, or a percentage such as 0.01%";
-  };
-  return {check, ""};
-}
-
-void SayHowFarValuesMove(const std::string& target, const std::string& channel,
-                         double maximumError) {
+void NoteHowFarValuesMove(const std::string& target, const std::string& channel,
+                          double maximumError, Watch& watch) {
   if (maximumError == 0) return;
-  PrintError(target + ": values of channel " + channel + " are within " +
+  watch.Note(target + ": values of channel " + channel + " are within " +
              RoundedText(maximumError) + " of the source's");
 }
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "tools/options.h"
+#include "tools/numbers.h"
 #include "tools/track.h"
 
 namespace kelcache {
@@ -15,17 +15,14 @@ struct MaxError {
 
   /// The bound for one channel, in its own unit; 0 where nothing may move: for integers, and where
   /// the box has no size. Visits every moment of the track for a percentage. Throws eFailed.
-  double Of(Track& track) const;
+  double Of(Track& track, Watch& watch) const;
 };
 
 /// "0.0005" or "0.01%".
 std::optional<MaxError> ParseMaxError(const std::string& text);
 
-/// For Option::check of what ParseMaxError takes.
-CLI::Validator NumberOrPercentage();
-
-/// Says on standard error how far values may be from the source's; of 0 nothing.
-void SayHowFarValuesMove(const std::string& target, const std::string& channel,
-                         double maximumError);
+/// Notes how far values may be from the source's; of 0 nothing.
+void NoteHowFarValuesMove(const std::string& target, const std::string& channel,
+                          double maximumError, Watch& watch);
 
 }  // namespace kelcache

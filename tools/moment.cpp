@@ -4,7 +4,7 @@
 #include <cmath>
 
 #include "host/KelFraction.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -28,6 +28,27 @@ double FrameAt(const CacheSummary& summary, double ticks) {
   const KelFraction simplest = KelFraction::Simplest((ticks - kHalfTick) / ticksPerFrame,
                                                      (ticks + kHalfTick) / ticksPerFrame);
   return simplest.IsValid() ? simplest.Value() : frame;
+}
+
+namespace {
+
+std::optional<double> FrameOf(const CacheSummary& summary, const std::optional<double>& seconds) {
+  if (!seconds || !summary.rate.IsValid()) return {};
+  return FrameAt(summary, *seconds * kTicksPerSecond);
+}
+
+}  // namespace
+
+std::optional<double> FirstFrame(const CacheSummary& summary) {
+  if (summary.pc2 && summary.pc2->wholeSamples != 0) return summary.pc2->startFrame;
+  return FrameOf(summary, summary.start());
+}
+
+std::optional<double> LastFrame(const CacheSummary& summary) {
+  if (summary.pc2 && summary.pc2->wholeSamples != 0) {
+    return summary.pc2->startFrame + (summary.pc2->wholeSamples - 1.0) * summary.pc2->sampleRate;
+  }
+  return FrameOf(summary, summary.end());
 }
 
 Moment MomentAt(const CacheSummary& summary, double ticks, std::optional<unsigned int> sample) {

@@ -7,6 +7,9 @@
 
 namespace kelcache {
 
+/// Seconds by which two times may differ that mean the same sample of an archive.
+inline constexpr double kSameClock = 1e-5;
+
 /// A moment of a channel, as a person and as the cache name it.
 struct Moment {
   std::optional<double> frame;         ///< scene frame; empty when the cache has no frame rate
@@ -19,6 +22,10 @@ struct Moment {
 /// The scene frame of a time in ticks at the summary's rate, which is valid. A sample on a whole
 /// tick, to which it was rounded, has the simplest frame that it can stand for.
 double FrameAt(const CacheSummary& summary, double ticks);
+
+/// The scene frames of a cache's first and last sample; empty without samples or a frame rate.
+std::optional<double> FirstFrame(const CacheSummary& summary);
+std::optional<double> LastFrame(const CacheSummary& summary);
 
 /// The moment of a time in ticks.
 Moment MomentAt(const CacheSummary& summary, double ticks, std::optional<unsigned int> sample);

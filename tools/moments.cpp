@@ -46,17 +46,23 @@ Moment Moments::At(std::uint64_t index) {
   return moment;
 }
 
-// The moments before a frame, or those at it too, counted in the order of their frames.
-std::uint64_t Moments::CountBefore(double frame, bool included) {
+// The moments that come first in the order of their frames, counted.
+template <typename IsBefore>
+std::uint64_t Moments::CountWhere(IsBefore&& isBefore) {
   std::uint64_t low = 0;
   std::uint64_t high = count_;
   while (low < high) {
     const std::uint64_t middle = low + (high - low) / 2;
-    const double there = *At(Descends() ? count_ - 1 - middle : middle).frame;
-    const bool before = included ? there <= frame : there < frame;
+    const bool before = isBefore(At(Descends() ? count_ - 1 - middle : middle));
     (before ? low : high) = before ? middle + 1 : middle;
   }
   return low;
+}
+
+// The moments before a frame, or those at it too.
+std::uint64_t Moments::CountBefore(double frame, bool included) {
+  return CountWhere(
+      [=](const Moment& at) { return included ? *at.frame <= frame : *at.frame < frame; });
 }
 
 MomentRange Moments::In(const FrameRange& range) {
@@ -85,6 +91,17 @@ std::optional<Moment> Moments::AtFrame(double frame) {
   if (upTo == 0) return {};
   Moment moment = At(upTo - 1);
   if (upTo == count_ && frame > *moment.frame + frameTolerance_) return {};
+  return moment;
+}
+
+std::optional<Moment> Moments::AtTime(double seconds) {
+  if (summary_->pc2) return AtFrame(seconds * summary_->rate.PerSecond());
+  const double tolerance = summary_->onTicks ? kHalfTick / kTicksPerSecond : kSameClock;
+  const std::uint64_t upTo =
+      CountWhere([=](const Moment& at) { return at.seconds <= seconds + tolerance; });
+  if (upTo == 0) return {};
+  Moment moment = At(upTo - 1);
+  if (upTo == count_ && seconds > moment.seconds + tolerance) return {};
   return moment;
 }
 

@@ -27,7 +27,6 @@ struct MomentRange {
 
 /// The moments of one channel, looked up when asked for: the samples that the cache really holds,
 /// or the frames of its frame rate.
-///
 class Moments {
  public:
   /// @param everyFrame  the whole scene frames at the summary's rate instead of samples; PC2 caches
@@ -43,6 +42,8 @@ class Moments {
 
   /// The last sample at or before a scene frame. Empty outside the channel's range.
   std::optional<Moment> AtFrame(double frame);
+  /// Likewise at or before a time in seconds; needs no frame rate.
+  std::optional<Moment> AtTime(double seconds);
 
   /// How far, in frames, a sample may lie beside the frame that means it.
   double tolerance() const { return frameTolerance_; }
@@ -51,6 +52,8 @@ class Moments {
   bool Descends() const { return summary_->pc2 && summary_->pc2->sampleRate < 0; }
 
  private:
+  template <typename IsBefore>
+  std::uint64_t CountWhere(IsBefore&& isBefore);
   std::uint64_t CountBefore(double frame, bool included);
 
   CacheFile* cache_;

@@ -1,21 +1,11 @@
 #include "tools/options.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cmath>
+
+#include "tools/max_error.h"
 
 namespace kelcache {
 namespace {
-
-template <typename Number>
-std::optional<Number> Parse(std::string_view text) {
-  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
-  Number number{};
-  const char* end = text.data() + text.size();
-  const auto parsed = std::from_chars(text.data(), end, number);
-  if (parsed.ec != std::errc() || parsed.ptr != end) return {};
-  return number;
-}
 
 // `shown`: whether help says the words too.
 CLI::Validator Numbers(const char* words, bool shown, bool (*isOne)(double)) {
@@ -27,11 +17,6 @@ CLI::Validator Numbers(const char* words, bool shown, bool (*isOne)(double)) {
 }
 
 }  // namespace
-
-std::optional<double> ParseNumber(const std::string& text) {
-  const std::optional<double> number = Parse<double>(text);
-  return number && std::isfinite(*number) ? number : std::nullopt;
-}
 
 CLI::Validator AnyNumber() {
   return Numbers("a finite number", false, [](double) { return true; });
@@ -55,10 +40,19 @@ CLI::Validator FrameRate() {
   return {check, ""};
 }
 
+CLI::Validator NumberOrPercentage() {
+  const auto check = [](std::string& text) {
+    return ParseMaxError(text)
+               ? std::string()
+               : '"' + text + "\" is not a number above 0, or a percentage such as 0.01%";
+  };
+  return {check, ""};
+}
+
 CLI::Validator WholeNumberFrom(unsigned int least) {
   const std::string words = "a whole number of at least " + std::to_string(least);
   const auto take = [=](std::string& text) {
-    const auto number = Parse<unsigned int>(text);
+    const auto number = ParseWholeNumber(text);
     if (!number || *number < least) {
       const bool isTooLarge =
           !number && !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
@@ -79,22 +73,3 @@ CLI::Validator OneOf(const std::vector<std::string>& words) {
 }
 
 }  // namespace kelcache
-
-namespace kelsdk {
-
-bool lexical_cast(const std::string& text, KelFrameRate& rate) {
-  const std::size_t slash = text.find('/');
-  if (slash == std::string::npos) {
-    const std::optional<double> perSecond = kelcache::ParseNumber(text);
-    if (!perSecond) return false;
-    rate = KelFrameRate::FromDouble(*perSecond);
-    if (!rate.IsValid()) rate = KelFrameRate::FromComputed(*perSecond);
-    return rate.IsValid();
-  }
-  const auto numerator = kelcache::Parse<std::uint32_t>(text.substr(0, slash));
-  const auto denominator = kelcache::Parse<std::uint32_t>(text.substr(slash + 1));
-  rate = {numerator.value_or(0), denominator.value_or(0)};
-  return rate.IsValid();
-}
-
-}  // namespace kelsdk

@@ -1,23 +1,12 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "host/KelTime.h"
-
-namespace kelsdk {
-
-/// How the command line takes a frame rate.
-bool lexical_cast(const std::string& text, KelFrameRate& rate);
-
-}  // namespace kelsdk
+#include "tools/numbers.h"
 
 namespace kelcache {
-
-/// The finite number that a text is, as a whole; empty for any other text.
-std::optional<double> ParseNumber(const std::string& text);
 
 // What the values of options may be, in words that help and errors share. For Option::check.
 CLI::Validator AnyNumber();  ///< finite
@@ -26,6 +15,9 @@ CLI::Validator NumberFromZero();
 
 /// A frame rate: "25", "23.976" (which stands for 24000/1001) or "24000/1001".
 CLI::Validator FrameRate();
+
+/// A bound that ParseMaxError takes.
+CLI::Validator NumberOrPercentage();
 
 /// A whole number that fits 32 bits. For Option::transform: it hands on plain decimal digits, where
 /// the option would take "010" for eight.

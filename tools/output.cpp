@@ -1,7 +1,6 @@
 #include "tools/output.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -10,14 +9,6 @@
 
 namespace kelcache {
 namespace {
-
-template <typename Number>
-std::string Shortest(Number value) {
-  if (std::isnan(value)) return "nan";
-  if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
-  char text[64];
-  return {text, std::to_chars(text, text + sizeof text, value).ptr};
-}
 
 // "1:02", with hours "1:02:03".
 std::string DurationText(double seconds) {
@@ -33,30 +24,6 @@ std::string DurationText(double seconds) {
 }
 
 }  // namespace
-
-std::string ShortestText(float value) {
-  return Shortest(value);
-}
-std::string ShortestText(double value) {
-  return Shortest(value);
-}
-
-std::string RoundedText(double value) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.7g", value);
-  return text;
-}
-
-std::string SizeText(std::uint64_t bytes) {
-  constexpr double kStep = 1000;
-  const char* const units[] = {"B", "kB", "MB", "GB", "TB", "PB"};
-  double size = double(bytes);
-  size_t unit = 0;
-  for (; size >= kStep && unit < 5; ++unit) size /= kStep;
-  char text[32];
-  std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", size, units[unit]);
-  return text;
-}
 
 Progress::Progress(std::uint64_t total, bool wanted, const std::string& file)
     : total_(total), active_(wanted && total > 0 && IsTerminal(stderr)) {

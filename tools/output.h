@@ -4,17 +4,9 @@
 #include <cstdint>
 #include <string>
 
+#include "tools/numbers.h"
+
 namespace kelcache {
-
-/// The shortest text that reads back to the same float or double; "nan", "inf", "-inf".
-std::string ShortestText(float value);
-std::string ShortestText(double value);
-
-/// Seven significant digits, for people.
-std::string RoundedText(double value);
-
-/// "1.1 MB": decimal units.
-std::string SizeText(std::uint64_t bytes);
 
 /// A progress bar on standard error, when that is a terminal and `wanted`; otherwise nothing. It
 /// shows the file's name, the share done, samples per second and the time left, as many of them as

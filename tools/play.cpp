@@ -6,7 +6,7 @@
 #include "tools/bounds.h"
 #include "tools/output.h"
 #include "tools/source.h"
-#include "tools/terminal.h"
+#include "tools/terminal_watch.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -110,7 +110,8 @@ EExit Play(const PlayOptions& options) {
                 options.rate.IsValid());
   const ChannelSummary& channel = source.summary().FindChannel(options.channel);
   Moments moments = source.MomentsOf(channel);
-  const bool missing = SayWhatIsMissing(source, options.range);
+  TerminalWatch watch(!options.quiet && !options.stats);
+  const bool missing = NoteWhatIsMissing(source, options.range, watch);
   const MomentRange range = moments.In(options.range);
   if (range.Count() == 0) {
     throw Failed(options.file, channel.samples == 0 ? "the channel has no samples"
@@ -118,15 +119,14 @@ EExit Play(const PlayOptions& options) {
   }
   if (options.stats) std::printf("# frame points min max largest-move\n");
   Player player(source, channel, options);
-  Progress progress(std::uint64_t{options.loop} * range.Count(), !options.quiet && !options.stats,
-                    options.file);
+  watch.Begin(std::uint64_t{options.loop} * range.Count(), options.file);
   for (unsigned int round = 0; round < options.loop; ++round) {
     for (std::uint64_t i = range.first; i < range.end; ++i) {
       player.Visit(moments.At(i));
-      progress.Show(player.result().frames);
+      watch.Show(player.result().frames);
     }
   }
-  progress.Clear();
+  watch.End();
   PrintResult(options, player.result(), moments.At(range.first), moments.At(range.end - 1));
   return missing ? eFound : eDone;
 }

@@ -1,55 +1,24 @@
-#include <cstdio>
-#include <memory>
+#include "tools/recover.h"
 
 #include "tools/formats.h"
-#include "tools/terminal.h"
-#include "tools/verbs.h"
+#include "tools/tool_error.h"
 
 namespace kelcache {
-namespace {
 
-struct RecoverOptions {
-  std::string file;
-  bool force = false;
-};
-
-// What was saved and kept is the verb's output. Of a failure the last line tells why.
-EExit RecoverAndTell(const RecoverOptions& options) {
-  const FormatRow& row = RowOf(FormatOf(options.file, ""));
-  ExpectWritten(row.format, options.file);
-  std::vector<std::string> lines;
-  const bool recovered = row.recover(options.file, options.force,
-                                     [&](const std::string& line) { lines.push_back(line); });
-  std::string why = "nothing could be recovered";
-  if (!recovered && !lines.empty()) {
-    why = lines.back();
-    lines.pop_back();
+Recovered Recover(const std::string& file, bool force) {
+  const FormatRow& row = RowOf(FormatOf(file, ""));
+  ExpectWritten(row.format, file);
+  Recovered recovered;
+  recovered.done =
+      row.recover(file, force, [&](const std::string& line) { recovered.lines.push_back(line); });
+  if (recovered.done) return recovered;
+  // Of a failure the last line tells why.
+  recovered.why = "nothing could be recovered";
+  if (!recovered.lines.empty()) {
+    recovered.why = recovered.lines.back();
+    recovered.lines.pop_back();
   }
-  for (const std::string& line : lines) {
-    if (recovered) {
-      PrintLine(stdout, options.file + ": " + line);
-    } else {
-      PrintError(options.file + ": " + line);
-    }
-  }
-  if (!recovered) throw Failed(options.file, why);
-  return eDone;
-}
-
-}  // namespace
-
-void AddRecover(CLI::App& app, Work* work) {
-  const auto options = std::make_shared<RecoverOptions>();
-  CLI::App* verb = app.add_subcommand(
-      "recover",
-      "Completes what a dead writer of a PC2 or NC cache left behind and says what it saved under "
-      "which name. That is the cache's own, or FILE.recovered beside a whole cache that stands "
-      "there.");
-  verb->footer("Examples:\n  kelcache recover sim.xml\n  kelcache recover sim.xml --force");
-  verb->add_option("FILE", options->file, "The cache that was being written")->required();
-  verb->add_flag("--force", options->force,
-                 "Put it in the place of a whole cache too, which is kept as FILE.before-recover");
-  verb->callback([=] { *work = [=] { return RecoverAndTell(*options); }; });
+  return recovered;
 }
 
 }  // namespace kelcache

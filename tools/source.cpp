@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "tools/output.h"
-#include "tools/terminal.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -31,7 +29,11 @@ unsigned int Source::ElementsAt(const ChannelSummary& channel, const Moment& mom
 }
 
 Array Source::Fetch(const ChannelSummary& channel, const Moment& moment) {
-  return RowOf(summary_.format).fetch(cache_, summary_, channel, moment, &room_);
+  return FetchInto(channel, moment, &room_);
+}
+
+Array Source::FetchInto(const ChannelSummary& channel, const Moment& moment, Room* room) {
+  return RowOf(summary_.format).fetch(cache_, summary_, channel, moment, room);
 }
 
 const float* Source::FetchFloats(const ChannelSummary& channel, const Moment& moment,
@@ -50,11 +52,11 @@ std::optional<SampleRun> Source::RunAt(const ChannelSummary& channel, const Mome
   return row.runOf(cache_, summary_, channel, moment);
 }
 
-bool SayWhatIsMissing(const Source& source, const FrameRange& range) {
+bool NoteWhatIsMissing(const Source& source, const FrameRange& range, Watch& watch) {
   const CacheSummary& summary = source.summary();
   if (!summary.pc2 || summary.complete || summary.pc2->points == 0) return false;
   const PC2Summary& pc2 = *summary.pc2;
-  PrintError(summary.file + ": cut short: " + summary.WhatIsMissing());
+  watch.Note(summary.file + ": cut short: " + summary.WhatIsMissing());
   const double firstMissing = pc2.startFrame + pc2.wholeSamples * pc2.sampleRate;
   const double lastMissing = pc2.startFrame + (pc2.samples - 1.0) * pc2.sampleRate;
   return !(range.to && std::min(firstMissing, lastMissing) > *range.to + kFrameTolerance) &&

@@ -5,6 +5,7 @@
 
 #include "tools/moments.h"
 #include "tools/values.h"
+#include "tools/watch.h"
 
 namespace kelcache {
 
@@ -29,6 +30,9 @@ class Source {
   /// Valid until the next fetch.
   Array Fetch(const ChannelSummary& channel, const Moment& moment);
 
+  /// Likewise, in the caller's room.
+  Array FetchInto(const ChannelSummary& channel, const Moment& moment, Room* room);
+
   /// Through the object's own fetch: floats, of an archive as many as its largest sample has.
   const float* FetchFloats(const ChannelSummary& channel, const Moment& moment,
                            unsigned int* length);
@@ -43,8 +47,8 @@ class Source {
   Room room_;
 };
 
-/// Says on standard error that a PC2 file is cut short, which is then served for its whole samples.
+/// Notes that a PC2 file is cut short, which is then served for its whole samples.
 /// @return whether samples are missing that lie in the range
-bool SayWhatIsMissing(const Source& source, const FrameRange& range);
+bool NoteWhatIsMissing(const Source& source, const FrameRange& range, Watch& watch);
 
 }  // namespace kelcache

@@ -3,10 +3,16 @@
 #include <charconv>
 #include <climits>
 
-#include "tools/output.h"
+#include "tools/numbers.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
+
+std::optional<std::string> CacheSummary::exactRate() const {
+  if (!rate.IsValid() || rate.numerator % rate.denominator == 0) return {};
+  return std::to_string(rate.numerator) + "/" + std::to_string(rate.denominator);
+}
+
 void CacheSummary::ExpectRate() const {
   if (!rate.IsValid()) throw ToolError(eUsage, file + ": has no frame rate; give --rate");
 }
@@ -51,6 +57,11 @@ std::optional<double> CacheSummary::end() const {
     if (channel.end && (!latest || *channel.end > *latest)) latest = channel.end;
   }
   return latest;
+}
+
+std::optional<double> CacheSummary::span() const {
+  if (!start() || !end()) return {};
+  return *end() - *start();
 }
 
 std::optional<double> CacheSummary::duration() const {

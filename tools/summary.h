@@ -79,6 +79,9 @@ struct CacheSummary {
     return rate.IsValid() ? std::optional(rate.PerSecond()) : std::nullopt;
   }
 
+  /// "24000/1001", of a rate that is no whole number.
+  std::optional<std::string> exactRate() const;
+
   /// Throws eUsage for a cache without a frame rate.
   void ExpectRate() const;
 
@@ -91,6 +94,8 @@ struct CacheSummary {
   /// Seconds of the earliest first and the latest last sample.
   std::optional<double> start() const;
   std::optional<double> end() const;
+  /// Seconds from one to the other.
+  std::optional<double> span() const;
   /// Seconds that the longest channel's samples last: count x interval.
   std::optional<double> duration() const;
 };

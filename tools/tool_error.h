@@ -17,25 +17,24 @@ enum EExit : int {
 /// Ends a verb: the exit status and one line for standard error.
 class ToolError : public std::runtime_error {
  public:
-  ToolError(EExit status, const std::string& line) : std::runtime_error(line), status_(status) {}
+  ToolError(EExit status, const std::string& line)
+      : std::runtime_error(line), status_(status), reason_(line) {}
+  /// What happened to a file: the line is "file: reason".
+  ToolError(EExit status, const std::string& file, const std::string& reason)
+      : std::runtime_error(file + ": " + reason), status_(status), file_(file), reason_(reason) {}
   EExit status() const { return status_; }
+  /// "" for none.
+  const std::string& file() const { return file_; }
+  const std::string& reason() const { return reason_; }
 
  private:
   EExit status_;
+  std::string file_;
+  std::string reason_;
 };
 
 inline ToolError Failed(const std::string& file, const std::string& reason) {
-  return {eFailed, file + ": " + reason};
+  return {eFailed, file, reason};
 }
-
-/// A caught exception as the user is told of it.
-struct Failure {
-  EExit status = eFailed;
-  std::string line;
-};
-
-/// The exception that is being handled; for use in catch blocks only. What fails after a signal
-/// was caught, failed because of it.
-Failure CurrentFailure();
 
 }  // namespace kelcache

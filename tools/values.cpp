@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include "host/KelNearestFloat.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
 
 namespace kelcache {
 namespace {
@@ -68,6 +68,14 @@ const void* ConvertAll(const Array& array, std::vector<To>* converted, std::stri
 }
 
 }  // namespace
+
+const std::map<std::string, ElementType> kElementTypes = {
+    {"float64", zuCacheData::eNCDoubleArray},
+    {"float64[3]", zuCacheData::eNCDoubleVectorArray},
+    {"int32", zuCacheData::eNCInt32Array},
+    {"float32", zuCacheData::eNCFloatArray},
+    {"float32[3]", zuCacheData::eNCFloatVectorArray},
+};
 
 std::size_t SizeOf(ValueType type) {
   return VisitType(type, [](const auto* none) { return sizeof(*none); });

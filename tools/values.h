@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -58,14 +59,24 @@ std::string TypeText(ValueType type, unsigned int components);
 /// Memory for one array after another, which only grows; suitably aligned for any type.
 class Room {
  public:
+  /// From here on arrays of just so many bytes go to the lender's memory; null ends that.
+  void Borrow(void* memory, std::size_t bytes) {
+    borrowed_ = memory;
+    borrowedBytes_ = bytes;
+  }
+
   void* For(const Array& array) {
-    const std::size_t doubles = array.Count() * SizeOf(array.type) / sizeof(double) + 1;
+    const std::size_t bytes = array.Count() * SizeOf(array.type);
+    if (borrowed_ != nullptr && bytes == borrowedBytes_) return borrowed_;
+    const std::size_t doubles = bytes / sizeof(double) + 1;
     if (memory_.size() < doubles) memory_.resize(doubles);
     return memory_.data();
   }
 
  private:
   std::vector<double> memory_;
+  void* borrowed_ = nullptr;
+  std::size_t borrowedBytes_ = 0;
 };
 
 bool IsInteger(ValueType type);
@@ -95,6 +106,9 @@ ElementType ElementTypeOf(ValueType type, unsigned int components);
 inline bool IsWideInteger(ValueType type) {
   return type == ValueType::eUint32 || type == ValueType::eInt64 || type == ValueType::eUint64;
 }
+
+/// The element types that can be written, by the text of what they are made of.
+extern const std::map<std::string, ElementType> kElementTypes;
 
 /// The type of an element type's values.
 ValueType ValueTypeOf(ElementType type);

@@ -1,4 +1,4 @@
-#include "tools/tool_error.h"
+#include "tools/failure.h"
 
 #include <new>
 

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <chrono>
+#include <string>
+
+namespace kelpython {
+
+namespace py = pybind11;
+
+/// Lets the library's errors arrive as kelcache.CacheError, ValueError and MemoryError.
+void TranslateErrors();
+
+/// A path as the system takes it: str, bytes or os.PathLike. Throws TypeError and ValueError.
+std::string PathOf(py::handle path);
+/// What a path of the system is in Python.
+py::str TextOf(const std::string& path);
+
+/// Hands signals to Python while a long call runs without the interpreter lock, so that Ctrl-C ends
+/// it: at most every 50 ms, and cheap between.
+class SignalWatch {
+ public:
+  /// Without the lock. Throws what a signal's handler raised, such as KeyboardInterrupt.
+  void Look();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  Clock::time_point last_ = Clock::now();
+};
+
+}  // namespace kelpython
