@@ -81,9 +81,8 @@ std::optional<Spacing> SpacingFrom(CacheFile& /*cache*/, const CacheSummary& sum
   return Spacing{*first.frame, summary.pc2->sampleRate};
 }
 
-void Verify(const std::string& file, const Say& say) {
-  Say told = say;
-  zuPointCache2IO::verify(file.c_str(), SayLine, &told);
+void Verify(const std::string& file, VerifyReport* report) {
+  zuPointCache2IO::verify(file.c_str(), VerifyReport::Line, report, VerifyReport::Proceed);
 }
 
 bool AnyFile(const std::string& file, const std::function<bool(const std::string&)>& fails) {
