@@ -6,7 +6,8 @@
 
 #include "python/arrays.h"
 #include "python/rates.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
+#include "tools/tool_error.h"
 
 namespace kelpython {
 namespace {
@@ -121,7 +122,7 @@ class Channel {
         time.is_none() ? "frame " + kelcache::RoundedText(at) : kelcache::RoundedText(at) + " s";
     if (time.is_none() && !source.summary().rate.IsValid())
       where += ": the cache has no frame rate";
-    throw py::value_error(source.summary().file + ": nothing at " + where);
+    throw kelcache::ToolError(kelcache::eUsage, source.summary().file, "nothing at " + where);
   }
 
   std::size_t SampleNumber(const py::object& sample) const {
@@ -200,10 +201,11 @@ class Channel {
       const Moment moment = moments.At(sample);
       const unsigned int found = source.ElementsAt(summary_, moment);
       if (found != elements) {
-        throw py::value_error(source.summary().file + ": sample " + std::to_string(sample) +
-                              " has " + std::to_string(found) + " elements, sample " +
-                              std::to_string(start) + " has " + std::to_string(elements) +
-                              "; one array holds samples of the same count");
+        throw kelcache::ToolError(kelcache::eUsage, source.summary().file,
+                                  "sample " + std::to_string(sample) + " has " +
+                                      std::to_string(found) + " elements, sample " +
+                                      std::to_string(start) + " has " + std::to_string(elements) +
+                                      "; one array holds samples of the same count");
       }
       Fill(source, moment, type, elements, memory);
       signals.Look();
@@ -252,8 +254,10 @@ void BindChannel(py::module_& module) {
           [](const Channel& self) { return TextOf(self.summary().name.value_or(kNameOfUnnamed)); },
           "Its name; \"points\" of a PC2 cache, which stores none.")
       .def_property_readonly("index", summary(&ChannelSummary::index), "Its number in the cache.")
-      .def_property_readonly("interpretation", summary(&ChannelSummary::interpretation),
-                             "What the values mean, such as \"Points\"; None when not stored.")
+      .def_property_readonly(
+          "interpretation",
+          [](const Channel& self) { return TextOrNone(self.summary().interpretation); },
+          "What the values mean, such as \"Points\"; None when not stored.")
       .def_property_readonly(
           "dtype", [](const Channel& self) { return DTypeOf(self.summary().value); },
           "The numpy.dtype that values are stored in.")
@@ -296,7 +300,7 @@ void BindChannel(py::module_& module) {
       .def("__len__", &Channel::Count)
       .def("__getitem__", &Channel::Get, py::arg("key"))
       .def("__iter__", [](const Channel& self) { return ChannelIterator(self); })
-      .def("__repr__", &Channel::Repr);
+      .def("__repr__", [](const Channel& self) { return TextOf(self.Repr()); });
 }
 
 }  // namespace kelpython
