@@ -143,6 +143,7 @@ const FormatRow kAlembicRow = {
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,
     .fetch = Fetch,
+    .fetchRun = nullptr,
     .runOf = RunOf,
     .spacing = nullptr,
     .verify = Verify,

@@ -229,6 +229,7 @@ const FormatRow kNCRow = {
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,
     .fetch = Fetch,
+    .fetchRun = nullptr,
     .runOf = nullptr,
     .spacing = SpacingFrom,
     .verify = Verify,

@@ -76,6 +76,10 @@ Array Fetch(CacheFile& cache, const CacheSummary& summary, const ChannelSummary&
   return array;
 }
 
+bool FetchRun(CacheFile& cache, unsigned int firstSample, unsigned int samples, void* values) {
+  return cache.PC2().readSamples(firstSample, samples, static_cast<float*>(values));
+}
+
 std::optional<Spacing> SpacingFrom(CacheFile& /*cache*/, const CacheSummary& summary,
                                    const ChannelSummary& /*channel*/, const Moment& first) {
   return Spacing{*first.frame, summary.pc2->sampleRate};
@@ -116,6 +120,7 @@ const FormatRow kPC2Row = {
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,
     .fetch = Fetch,
+    .fetchRun = FetchRun,
     .runOf = nullptr,
     .spacing = SpacingFrom,
     .verify = Verify,

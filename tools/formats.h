@@ -69,6 +69,9 @@ struct FormatRow {
   /// The values at a moment as they are stored, in `room`.
   Array (*fetch)(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
                  const Moment& moment, Room* room);
+  /// Several whole samples that follow one another, at once, as they are stored. False when that
+  /// failed; one by one they tell why.
+  bool (*fetchRun)(CacheFile& cache, unsigned int firstSample, unsigned int samples, void* values);
   /// The samples around one that are kept only once.
   SampleRun (*runOf)(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
                      const Moment& moment);
