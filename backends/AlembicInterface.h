@@ -116,8 +116,13 @@ class AlembicInterface {
   /// Reports the hierarchy of objects with their properties, one line each, indented.
   bool ListTree(ReportFunction report, void* context);
 
+  /// Told how much of a long call is done, in parts of its own size; false ends it.
+  using ProceedFunction = bool (*)(void* context, unsigned long long done,
+                                   unsigned long long total);
+
   /// Reads every sample of every property; true when all are sound, else each problem is reported.
-  bool Verify(ReportFunction report, void* context);
+  /// @param proceed  may be null; a call that it ended is reported and not sound
+  bool Verify(ReportFunction report, void* context, ProceedFunction proceed = nullptr);
 
  private:
   struct Impl;

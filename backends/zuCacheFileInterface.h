@@ -211,10 +211,15 @@ class zuCacheFileInterface {
   /// Told one line about each problem, without a final line break.
   using reportFunction = void (*)(void* context, const char* line);
 
+  /// Told how much of a long call is done, in parts of its own size; false ends it.
+  using proceedFunction = bool (*)(void* context, unsigned long long done,
+                                   unsigned long long total);
+
   /// Reads everything of a cache: description, indices, sizes, every array and its checksum.
   /// @return true when all is sound; otherwise every problem has been reported
-  static bool verify(const char* folder, const char* baseName, reportFunction report,
-                     void* context);
+  /// @param proceed  may be null; a call that it ended is reported and not sound
+  static bool verify(const char* folder, const char* baseName, reportFunction report, void* context,
+                     proceedFunction proceed = nullptr);
 
   struct recoverOptions {
     /// Put what is recovered in the place of a whole cache too, which is then kept beside it.

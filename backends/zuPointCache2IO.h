@@ -75,10 +75,16 @@ class zuPointCache2IO {
   /// Told one line, without a final line break.
   using reportFunction = void (*)(void* context, const char* line);
 
+  /// Told how much of a long call is done, in parts of its own size; false ends it.
+  using proceedFunction = bool (*)(void* context, unsigned long long done,
+                                   unsigned long long total);
+
   /// Reads everything of a file, which has no checksums: its header must make sense and agree with
   /// its size, and every sample must be readable.
   /// @return true when all is sound; otherwise every problem has been reported
-  static bool verify(const char* fileName, reportFunction report, void* context);
+  /// @param proceed  may be null; a call that it ended is reported and not sound
+  static bool verify(const char* fileName, reportFunction report, void* context,
+                     proceedFunction proceed = nullptr);
 
   struct recoverOptions {
     /// Put what is recovered in the place of a whole file too, which is then kept beside it.

@@ -18,8 +18,17 @@ bool IsInNativeOrder(const py::dtype& dtype) {
   return order == '=' || order == '|';
 }
 
+// NumPy's number of a type.
+int NumberOf(ValueType type) {
+  if (type == ValueType::eBool) return py::detail::npy_format_descriptor<bool>::value;
+  return kelcache::VisitType(type, [](auto* none) {
+    using Value = std::remove_cv_t<std::remove_pointer_t<decltype(none)>>;
+    return int{py::detail::npy_format_descriptor<Value>::value};
+  });
+}
+
 bool IsOf(const py::dtype& dtype, ValueType type) {
-  return IsInNativeOrder(dtype) && NumberOf(dtype) == NumberOf(DTypeOf(type));
+  return IsInNativeOrder(dtype) && NumberOf(dtype) == NumberOf(type);
 }
 
 std::string TextOfType(const py::dtype& dtype) {
@@ -94,17 +103,26 @@ ValueType TypeToFill(const py::object& out, ValueType stored) {
   throw py::type_error("out is of " + TextOfType(dtype) + ", not of " + wanted);
 }
 
-void* MemoryToFill(const py::object& out, const std::vector<py::ssize_t>& shape) {
+unsigned int ElementsToFill(const py::object& out, unsigned int components) {
+  const auto array = py::reinterpret_borrow<py::array>(out);
+  if (!HasShape(array, components) || array.shape(0) > py::ssize_t{UINT32_MAX}) return 0;
+  return static_cast<unsigned int>(array.shape(0));
+}
+
+void ExpectShape(const py::object& out, const std::vector<py::ssize_t>& shape) {
+  const auto array = py::reinterpret_borrow<py::array>(out);
+  const auto dimensions = static_cast<std::size_t>(array.ndim());
+  if (dimensions == shape.size() && std::equal(shape.begin(), shape.end(), array.shape())) return;
+  throw py::value_error("out has shape " + TextOfShape(array.shape(), dimensions) + ", not " +
+                        TextOfShape(shape.data(), shape.size()));
+}
+
+void* MemoryToFill(const py::object& out) {
   constexpr int kAligned = py::detail::npy_api::NPY_ARRAY_ALIGNED_;
   const auto array = py::reinterpret_borrow<py::array>(out);
   if (!array.writeable()) throw py::value_error("out is read-only");
   if ((array.flags() & py::array::c_style) == 0 || (array.flags() & kAligned) == 0) {
     throw py::value_error("out is not C-contiguous and aligned");
-  }
-  const auto dimensions = static_cast<std::size_t>(array.ndim());
-  if (dimensions != shape.size() || !std::equal(shape.begin(), shape.end(), array.shape())) {
-    throw py::value_error("out has shape " + TextOfShape(array.shape(), dimensions) + ", not " +
-                          TextOfShape(shape.data(), shape.size()));
   }
   return const_cast<void*>(array.data());
 }

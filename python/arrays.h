@@ -26,9 +26,15 @@ std::vector<py::ssize_t> ShapeOf(unsigned int elements, unsigned int components,
 /// for another, for another byte order and for what is no array.
 kelcache::ValueType TypeToFill(const py::object& out, kelcache::ValueType stored);
 
-/// The memory of an array to be filled. Throws ValueError for one that cannot be written to, is not
-/// C-contiguous or has another shape.
-void* MemoryToFill(const py::object& out, const std::vector<py::ssize_t>& shape);
+/// The elements that an array to be filled has room for; 0 also for one of another form.
+unsigned int ElementsToFill(const py::object& out, unsigned int components);
+
+/// Throws ValueError for an array to be filled that has another shape.
+void ExpectShape(const py::object& out, const std::vector<py::ssize_t>& shape);
+
+/// The memory of an array to be filled. Throws ValueError for one that cannot be written to or is
+/// not C-contiguous.
+void* MemoryToFill(const py::object& out);
 
 /// An array that a caller gave to be written, in the element type of its channel: kept alive, with
 /// what had to be converted.

@@ -6,7 +6,8 @@
 
 #include "python/arrays.h"
 #include "python/rates.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
+#include "tools/tool_error.h"
 
 namespace kelpython {
 namespace {
@@ -121,7 +122,7 @@ class Channel {
         time.is_none() ? "frame " + kelcache::RoundedText(at) : kelcache::RoundedText(at) + " s";
     if (time.is_none() && !source.summary().rate.IsValid())
       where += ": the cache has no frame rate";
-    throw py::value_error(source.summary().file + ": nothing at " + where);
+    throw kelcache::ToolError(kelcache::eUsage, source.summary().file, "nothing at " + where);
   }
 
   std::size_t SampleNumber(const py::object& sample) const {
@@ -134,21 +135,35 @@ class Channel {
                           std::to_string(count));
   }
 
-  // An array of the caller's own, or `out` filled.
   py::object Deliver(Source& source, const Moment& moment, ValueType type, const py::object& out) {
+    if (!out.is_none()) return FillGiven(source, moment, type, out);
     unsigned int elements = 0;
     {
       const py::gil_scoped_release unlocked;
       elements = source.ElementsAt(summary_, moment);
     }
-    const auto shape = ShapeOf(elements, summary_.components);
-    py::object array = out;
-    if (out.is_none()) array = py::array(DTypeOf(type), shape);
-    void* const memory = out.is_none() ? py::reinterpret_borrow<py::array>(array).mutable_data()
-                                       : MemoryToFill(out, shape);
+    py::array array(DTypeOf(type), ShapeOf(elements, summary_.components));
+    void* const memory = array.mutable_data();
     const py::gil_scoped_release unlocked;
     Fill(source, moment, type, elements, memory);
     return array;
+  }
+
+  py::object FillGiven(Source& source, const Moment& moment, ValueType type,
+                       const py::object& out) {
+    // What it has room for is most often what there is: the lock is then let go once.
+    const unsigned int room = ElementsToFill(out, summary_.components);
+    void* const memory = MemoryToFill(out);
+    unsigned int elements = 0;
+    {
+      const py::gil_scoped_release unlocked;
+      elements = source.ElementsAt(summary_, moment);
+      if (elements == room) Fill(source, moment, type, elements, memory);
+    }
+    if (elements != room || room == 0) {
+      ExpectShape(out, ShapeOf(elements, summary_.components));
+    }
+    return out;
   }
 
   // Without the lock. The sample has so many elements.
@@ -180,10 +195,9 @@ class Channel {
           summary_, MomentOfSample(source, static_cast<std::size_t>(count != 0 ? start : 0)));
     }
     const auto shape = ShapeOf(elements, summary_.components, &count);
-    py::object array = out;
-    if (out.is_none()) array = py::array(DTypeOf(type), shape);
-    void* const memory = out.is_none() ? py::reinterpret_borrow<py::array>(array).mutable_data()
-                                       : MemoryToFill(out, shape);
+    if (!out.is_none()) ExpectShape(out, shape);
+    const py::object array = out.is_none() ? py::array(DTypeOf(type), shape) : out;
+    void* const memory = MemoryToFill(array);
     const py::gil_scoped_release unlocked;
     FillSeveral(source, start, step, count, type, elements, static_cast<char*>(memory));
     return array;
@@ -195,19 +209,44 @@ class Channel {
     const std::size_t bytes = std::size_t{elements} * summary_.components * kelcache::SizeOf(type);
     SignalWatch signals;
     Moments moments = source.MomentsOf(summary_);
-    for (py::ssize_t i = 0; i < count; ++i, memory += bytes) {
+    py::ssize_t i = 0;
+    if (step == 1 && type == summary_.value && bytes != 0) {
+      i = FillRun(source, static_cast<unsigned int>(start), count, bytes, memory, signals);
+      memory += static_cast<std::size_t>(i) * bytes;
+    }
+    for (; i < count; ++i, memory += bytes) {
       const auto sample = static_cast<std::size_t>(start + i * step);
       const Moment moment = moments.At(sample);
       const unsigned int found = source.ElementsAt(summary_, moment);
       if (found != elements) {
-        throw py::value_error(source.summary().file + ": sample " + std::to_string(sample) +
-                              " has " + std::to_string(found) + " elements, sample " +
-                              std::to_string(start) + " has " + std::to_string(elements) +
-                              "; one array holds samples of the same count");
+        throw kelcache::ToolError(kelcache::eUsage, source.summary().file,
+                                  "sample " + std::to_string(sample) + " has " +
+                                      std::to_string(found) + " elements, sample " +
+                                      std::to_string(start) + " has " + std::to_string(elements) +
+                                      "; one array holds samples of the same count");
       }
       Fill(source, moment, type, elements, memory);
       signals.Look();
     }
+  }
+
+  // As many samples as can be read at once, in parts that keep Ctrl-C quick.
+  static py::ssize_t FillRun(Source& source, unsigned int first, py::ssize_t count,
+                             std::size_t bytes, char* memory, SignalWatch& signals) {
+    constexpr std::size_t kPart = std::size_t{16} << 20;
+    const auto most = static_cast<py::ssize_t>(std::max<std::size_t>(1, kPart / bytes));
+    py::ssize_t done = 0;
+    while (done < count) {
+      const py::ssize_t samples = std::min(most, count - done);
+      if (!source.FetchRun(first + static_cast<unsigned int>(done),
+                           static_cast<unsigned int>(samples),
+                           memory + static_cast<std::size_t>(done) * bytes)) {
+        break;
+      }
+      done += samples;
+      signals.Look();
+    }
+    return done;
   }
 
   std::shared_ptr<OpenCache> cache_;
@@ -252,8 +291,10 @@ void BindChannel(py::module_& module) {
           [](const Channel& self) { return TextOf(self.summary().name.value_or(kNameOfUnnamed)); },
           "Its name; \"points\" of a PC2 cache, which stores none.")
       .def_property_readonly("index", summary(&ChannelSummary::index), "Its number in the cache.")
-      .def_property_readonly("interpretation", summary(&ChannelSummary::interpretation),
-                             "What the values mean, such as \"Points\"; None when not stored.")
+      .def_property_readonly(
+          "interpretation",
+          [](const Channel& self) { return TextOrNone(self.summary().interpretation); },
+          "What the values mean, such as \"Points\"; None when not stored.")
       .def_property_readonly(
           "dtype", [](const Channel& self) { return DTypeOf(self.summary().value); },
           "The numpy.dtype that values are stored in.")
@@ -296,7 +337,7 @@ void BindChannel(py::module_& module) {
       .def("__len__", &Channel::Count)
       .def("__getitem__", &Channel::Get, py::arg("key"))
       .def("__iter__", [](const Channel& self) { return ChannelIterator(self); })
-      .def("__repr__", &Channel::Repr);
+      .def("__repr__", [](const Channel& self) { return TextOf(self.Repr()); });
 }
 
 }  // namespace kelpython

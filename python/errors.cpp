@@ -12,7 +12,7 @@ void TranslateErrors() {
       if (thrown) std::rethrow_exception(thrown);
     } catch (const kelcache::ToolError& error) {
       if (error.status() == kelcache::eUsage) {
-        PyErr_SetString(PyExc_ValueError, error.what());
+        PyErr_SetObject(PyExc_ValueError, TextOf(error.what()).ptr());
         return;
       }
       const py::object type = py::module_::import("kelcache._errors").attr("CacheError");
@@ -33,6 +33,10 @@ py::str TextOf(const std::string& path) {
       PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<Py_ssize_t>(path.size()));
   if (text == nullptr) throw py::error_already_set();
   return py::reinterpret_steal<py::str>(text);
+}
+
+py::object TextOrNone(const std::optional<std::string>& text) {
+  return text ? py::object(TextOf(*text)) : py::object(py::none());
 }
 
 void SignalWatch::Look() {

@@ -3,6 +3,7 @@
 #include "python/channel.h"
 #include "python/errors.h"
 #include "python/open_cache.h"
+#include "python/verbs.h"
 #include "python/writer.h"
 
 PYBIND11_MODULE(_core, module) {
@@ -11,4 +12,5 @@ PYBIND11_MODULE(_core, module) {
   kelpython::BindCache(module);
   kelpython::BindChannel(module);
   kelpython::BindWriter(module);
+  kelpython::BindVerbs(module);
 }

@@ -4,7 +4,7 @@
 
 #include "python/channel.h"
 #include "python/rates.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
 
 namespace kelpython {
 
@@ -43,7 +43,7 @@ struct Channels {
       return index >= 0 && index < count ? &all[static_cast<std::size_t>(index)] : nullptr;
     }
     if (!py::isinstance<py::str>(key)) return nullptr;
-    const auto name = key.cast<std::string>();
+    const std::string name = PathOf(key);
     for (const ChannelSummary& channel : all) {
       if (NameOf(channel) == name) return &channel;
     }
@@ -64,8 +64,7 @@ py::object Get(const Channels& channels, const py::object& key) {
   const ChannelSummary* const found = channels.Find(key);
   if (found != nullptr) return MakeChannel(channels.cache, *found);
   if (PyIndex_Check(key.ptr()) != 0) {
-    throw py::index_error(channels.summary->file + ": no channel " +
-                          py::str(key).cast<std::string>() + ", it has " +
+    throw py::index_error("no channel " + py::str(key).cast<std::string>() + ", it has " +
                           std::to_string(channels.summary->channels.size()));
   }
   PyErr_SetObject(PyExc_KeyError, key.ptr());
@@ -156,7 +155,7 @@ void BindCache(py::module_& module) {
             return py::list(py::module_::import("builtins").attr("zip")(Names(self), Values(self)));
           })
       .def("__repr__", [](const Channels& self) {
-        return "<kelcache.Channels " + py::repr(Names(self)).cast<std::string>() + ">";
+        return py::str("<kelcache.Channels {!r}>").format(Names(self));
       });
 
   py::class_<Cache>(
@@ -192,7 +191,7 @@ void BindCache(py::module_& module) {
           "Whether the files hold all that their headers promise.")
       .def_property_readonly("channels", &Cache::channels,
                              "The channels in order, by name or number.")
-      .def("__repr__", &Cache::Repr);
+      .def("__repr__", [](const Cache& self) { return TextOf(self.Repr()); });
 }
 
 }  // namespace kelpython

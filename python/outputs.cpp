@@ -6,7 +6,7 @@
 #include "backends/zuPointCache2IO.h"
 #include "host/KelNearestFloat.h"
 #include "tools/moments.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
 #include "tools/tool_error.h"
 
 namespace kelpython {

@@ -11,7 +11,7 @@
 #include "python/outputs.h"
 #include "python/rates.h"
 #include "tools/formats.h"
-#include "tools/output.h"
+#include "tools/numbers.h"
 #include "tools/target.h"
 #include "tools/tool_error.h"
 
@@ -249,7 +249,7 @@ void BindWriter(py::module_& module) {
            "nothing published, when that can not be done.")
       .def("discard", &Writer::Discard, "Gives the write up and removes what it has made.")
       .def_property_readonly("closed", &Writer::IsClosed)
-      .def("__repr__", &Repr);
+      .def("__repr__", [](const Writer& self) { return TextOf(Repr(self)); });
 
   module.def("create", &Create, py::arg("path"), py::arg("rate") = 24.0, py::kw_only(),
              py::arg("compact") = false, py::arg("per_frame") = false,

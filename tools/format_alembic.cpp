@@ -112,11 +112,10 @@ SampleRun RunOf(CacheFile& cache, const CacheSummary& summary, const ChannelSumm
   return run;
 }
 
-void Verify(const std::string& file, const Say& say) {
+void Verify(const std::string& file, VerifyReport* report) {
   AlembicInterface reader(true);
-  if (!reader.Open(file.c_str(), 1)) return say(reader.GetErrorString());
-  Say told = say;
-  reader.Verify(SayLine, &told);
+  if (!reader.Open(file.c_str(), 1)) return VerifyReport::Line(report, reader.GetErrorString());
+  reader.Verify(VerifyReport::Line, report, VerifyReport::Proceed);
 }
 
 bool AnyFile(const std::string& file, const std::function<bool(const std::string&)>& fails) {
@@ -144,6 +143,7 @@ const FormatRow kAlembicRow = {
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,
     .fetch = Fetch,
+    .fetchRun = nullptr,
     .runOf = RunOf,
     .spacing = nullptr,
     .verify = Verify,

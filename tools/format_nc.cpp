@@ -153,10 +153,10 @@ std::optional<Spacing> SpacingFrom(CacheFile& cache, const CacheSummary& summary
   return spacing;
 }
 
-void Verify(const std::string& file, const Say& say) {
+void Verify(const std::string& file, VerifyReport* report) {
   const NCName name(file);
-  Say told = say;
-  zuCacheFileInterface::verify(name.folder.c_str(), name.baseName.c_str(), SayLine, &told);
+  zuCacheFileInterface::verify(name.folder.c_str(), name.baseName.c_str(), VerifyReport::Line,
+                               report, VerifyReport::Proceed);
 }
 
 struct FileSearch {
@@ -229,6 +229,7 @@ const FormatRow kNCRow = {
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,
     .fetch = Fetch,
+    .fetchRun = nullptr,
     .runOf = nullptr,
     .spacing = SpacingFrom,
     .verify = Verify,

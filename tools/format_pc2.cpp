@@ -76,14 +76,17 @@ Array Fetch(CacheFile& cache, const CacheSummary& summary, const ChannelSummary&
   return array;
 }
 
+bool FetchRun(CacheFile& cache, unsigned int firstSample, unsigned int samples, void* values) {
+  return cache.PC2().readSamples(firstSample, samples, static_cast<float*>(values));
+}
+
 std::optional<Spacing> SpacingFrom(CacheFile& /*cache*/, const CacheSummary& summary,
                                    const ChannelSummary& /*channel*/, const Moment& first) {
   return Spacing{*first.frame, summary.pc2->sampleRate};
 }
 
-void Verify(const std::string& file, const Say& say) {
-  Say told = say;
-  zuPointCache2IO::verify(file.c_str(), SayLine, &told);
+void Verify(const std::string& file, VerifyReport* report) {
+  zuPointCache2IO::verify(file.c_str(), VerifyReport::Line, report, VerifyReport::Proceed);
 }
 
 bool AnyFile(const std::string& file, const std::function<bool(const std::string&)>& fails) {
@@ -117,6 +120,7 @@ const FormatRow kPC2Row = {
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,
     .fetch = Fetch,
+    .fetchRun = FetchRun,
     .runOf = nullptr,
     .spacing = SpacingFrom,
     .verify = Verify,

@@ -73,6 +73,28 @@ CacheSummary Summarise(CacheFile& cache, const kelsdk::KelFrameRate& rate) {
   return summary;
 }
 
+void VerifyReport::Line(void* report, const char* line) {
+  static_cast<const VerifyReport*>(report)->say_(line);
+}
+
+bool VerifyReport::Proceed(void* report, unsigned long long done, unsigned long long total) {
+  auto& verify = *static_cast<VerifyReport*>(report);
+  try {
+    if (!verify.begun_) verify.watch_.Begin(total, verify.file_);
+    verify.begun_ = true;
+    verify.watch_.Show(done);
+    verify.watch_.ThrowIfInterrupted();
+    return true;
+  } catch (...) {
+    verify.thrown_ = std::current_exception();
+    return false;
+  }
+}
+
+void VerifyReport::Finish() const {
+  if (thrown_ != nullptr) std::rethrow_exception(thrown_);
+}
+
 void SayLine(void* say, const char* line) {
   (*static_cast<const Say*>(say))(line);
 }

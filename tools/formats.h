@@ -1,16 +1,37 @@
 #pragma once
 
+#include <exception>
 #include <functional>
 #include <optional>
 #include <string>
 
 #include "tools/moment.h"
 #include "tools/values.h"
+#include "tools/watch.h"
 
 namespace kelcache {
 
 /// Told one line about a file.
 using Say = std::function<void(const std::string& line)>;
+
+/// Between a back-end that verifies, through which nothing may be thrown, and a watch.
+class VerifyReport {
+ public:
+  VerifyReport(const std::string& file, const Say& say, Watch& watch)
+      : file_(file), say_(say), watch_(watch) {}
+  /// What the back-ends call, with this as the context.
+  static void Line(void* report, const char* line);
+  static bool Proceed(void* report, unsigned long long done, unsigned long long total);
+  /// Throws what the watch threw.
+  void Finish() const;
+
+ private:
+  const std::string& file_;
+  const Say& say_;
+  Watch& watch_;
+  bool begun_ = false;
+  std::exception_ptr thrown_;
+};
 
 /// The last of the samples around one that their archive keeps only once, and what tells these
 /// bytes from all others of the archive; 0 for no bytes.
@@ -48,6 +69,9 @@ struct FormatRow {
   /// The values at a moment as they are stored, in `room`.
   Array (*fetch)(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
                  const Moment& moment, Room* room);
+  /// Several whole samples that follow one another, at once, as they are stored. False when that
+  /// failed; one by one they tell why.
+  bool (*fetchRun)(CacheFile& cache, unsigned int firstSample, unsigned int samples, void* values);
   /// The samples around one that are kept only once.
   SampleRun (*runOf)(CacheFile& cache, const CacheSummary& summary, const ChannelSummary& channel,
                      const Moment& moment);
@@ -56,8 +80,8 @@ struct FormatRow {
   std::optional<Spacing> (*spacing)(CacheFile& cache, const CacheSummary& summary,
                                     const ChannelSummary& channel, const Moment& first);
 
-  /// Reads everything and says each problem.
-  void (*verify)(const std::string& file, const Say& say);
+  /// Reads everything and says each problem; what the proceeding throws ends it.
+  void (*verify)(const std::string& file, VerifyReport* report);
   /// Whether `fails` holds for one of the cache's files.
   bool (*anyFile)(const std::string& file, const std::function<bool(const std::string&)>& fails);
   /// Completes what a dead writer left; false when that could not be done.

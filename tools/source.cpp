@@ -36,6 +36,11 @@ Array Source::FetchInto(const ChannelSummary& channel, const Moment& moment, Roo
   return RowOf(summary_.format).fetch(cache_, summary_, channel, moment, room);
 }
 
+bool Source::FetchRun(unsigned int firstSample, unsigned int samples, void* values) {
+  const FormatRow& row = RowOf(summary_.format);
+  return row.fetchRun != nullptr && row.fetchRun(cache_, firstSample, samples, values);
+}
+
 const float* Source::FetchFloats(const ChannelSummary& channel, const Moment& moment,
                                  unsigned int* length) {
   float* values = nullptr;

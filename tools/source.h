@@ -33,6 +33,10 @@ class Source {
   /// Likewise, in the caller's room.
   Array FetchInto(const ChannelSummary& channel, const Moment& moment, Room* room);
 
+  /// Several samples that follow one another, as stored, where the format reads them at once. False
+  /// where it does not, and for samples that can not be read; one by one they tell why.
+  bool FetchRun(unsigned int firstSample, unsigned int samples, void* values);
+
   /// Through the object's own fetch: floats, of an archive as many as its largest sample has.
   const float* FetchFloats(const ChannelSummary& channel, const Moment& moment,
                            unsigned int* length);

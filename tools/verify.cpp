@@ -12,7 +12,11 @@ Verified Verify(const std::string& file, const std::string& asName, Watch& watch
   ExpectReadable(file);
   const FormatRow& row = RowOf(format);
   Verified verified;
-  row.verify(file, [&](const std::string& line) { verified.problems.push_back(line); });
+  const Say note = [&](const std::string& line) { verified.problems.push_back(line); };
+  VerifyReport report(file, note, watch);
+  row.verify(file, &report);
+  report.Finish();
+  watch.End();
   // Data files that are missing are damage.
   verified.unreadable = !verified.problems.empty() && row.anyFile(file, SystemFails);
   return verified;

@@ -251,11 +251,11 @@ bool AlembicInterface::ListTree(ReportFunction report, void* context) {
   });
 }
 
-bool AlembicInterface::Verify(ReportFunction report, void* context) {
+bool AlembicInterface::Verify(ReportFunction report, void* context, ProceedFunction proceed) {
   if (impl == nullptr) return false;
   return Guarded(impl->error, false, [&] {
     if (impl->channels == nullptr) return impl->error.Set(Error::eRefused, "no archive is open");
-    if (kelsdk::alembic::Verify(impl->channels->archive(), {report, context})) return true;
+    if (kelsdk::alembic::Verify(impl->channels->archive(), {report, context, proceed})) return true;
     return impl->error.Set(Error::eDamaged, "the archive is damaged; each problem was reported");
   });
 }

@@ -18,6 +18,7 @@ class Verifier {
   void CheckHierarchy();
   void CheckTimes(PropertyId id);
   void CheckSamples(PropertyId id);
+  bool Proceed(PropertyId id);
   bool CheckSample(PropertyId id, std::uint64_t stored, io::Error& error);
   bool CheckNumbers(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
                     io::Error& error);
@@ -35,6 +36,7 @@ class Verifier {
   std::uint64_t bytesRead_ = 0;
   std::vector<std::uint8_t> scratch_;
   bool sound_ = true;
+  bool ended_ = false;
 };
 
 void Verifier::Add(const std::string& line) {
@@ -104,6 +106,14 @@ bool Verifier::CheckSample(PropertyId id, std::uint64_t stored, io::Error& error
   return CheckText(id, stored, valueBytes, elements * property.extent, error);
 }
 
+bool Verifier::Proceed(PropertyId id) {
+  if (!ended_ && !report_.Proceed(id, hierarchy_.properties.size())) {
+    ended_ = true;
+    Add("ended before all was read");
+  }
+  return !ended_;
+}
+
 void Verifier::CheckSamples(PropertyId id) {
   const Property& property = hierarchy_.properties[id];
   const std::uint64_t count = property.StoredCount();
@@ -113,7 +123,7 @@ void Verifier::CheckSamples(PropertyId id) {
     io::Error ignored;
     archive_.LargestSample(id, ignoredBytes, ignored);
   }
-  for (std::uint64_t stored = 0; stored < count; ++stored) {
+  for (std::uint64_t stored = 0; stored < count && Proceed(id); ++stored) {
     io::Error error;
     if (CheckSample(id, stored, error)) continue;
     Add(hierarchy_.PropertyPath(id) + ": stored sample " + std::to_string(stored) + " of " +

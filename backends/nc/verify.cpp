@@ -24,6 +24,25 @@ bool IsZero(std::span<const std::uint8_t> bytes) {
   return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0; });
 }
 
+// The place of one data file among all, for telling how much is done.
+class Share {
+ public:
+  Share(const io::Report& report, std::uint32_t file, std::uint32_t files)
+      : report_(report), file_(file), files_(files) {}
+
+  bool Proceed(std::uint64_t done, std::uint64_t size) const {
+    constexpr std::uint64_t kParts = 1000;  // of a file
+    const double part = size != 0 ? double(done) / double(size) : 0;
+    return report_.Proceed(file_ * kParts + static_cast<std::uint64_t>(part * kParts),
+                           files_ * kParts);
+  }
+
+ private:
+  const io::Report& report_;
+  std::uint64_t file_;
+  std::uint64_t files_;
+};
+
 // Collects the problems of one data file.
 class Problems {
  public:
@@ -55,13 +74,20 @@ class Problems {
 // Reads the payload of every record: stored form, padding and the array.
 class PayloadChecker : public RecordVisitor {
  public:
-  PayloadChecker(const io::InputFile& file, std::size_t channelCount, Problems* problems)
-      : file_(file), channelCount_(channelCount), problems_(*problems) {
+  PayloadChecker(const io::InputFile& file, std::size_t channelCount, Problems* problems,
+                 const Share& share)
+      : file_(file), channelCount_(channelCount), problems_(*problems), share_(share) {
     arrays_.Start(channelCount);
   }
 
   void Visit(const RecordHeader& header, std::uint64_t headerOffset) override {
     if (header.kind != eArrayRecord && header.kind != eChannelRecord) return;
+    if (ended_) return;
+    if (!share_.Proceed(headerOffset, file_.Size())) {
+      ended_ = true;
+      problems_.Add("ended before all was read");
+      return;
+    }
     const std::uint64_t end = header.payloadOffset + header.storedSize;
     const auto storedSize = static_cast<std::size_t>(header.storedSize);
     const auto size = static_cast<std::size_t>(AlignUp(end) - header.payloadOffset);
@@ -104,6 +130,8 @@ class PayloadChecker : public RecordVisitor {
   std::size_t channelCount_;  // of the description; others are a problem of their own
   Problems& problems_;
   ArrayReader arrays_;
+  const Share& share_;
+  bool ended_ = false;
   std::vector<std::uint8_t> stored_;
   std::vector<std::uint8_t> array_;
 };
@@ -114,7 +142,7 @@ class FileVerifier {
   FileVerifier(const CacheName& name, const Description& description, const io::Report& report)
       : name_(name), description_(description), report_(report) {}
 
-  bool Verify(const std::string& fileName) {
+  bool Verify(const std::string& fileName, const Share& share) {
     Problems problems(report_, fileName);
     Error error;
     io::InputFile file;
@@ -127,7 +155,7 @@ class FileVerifier {
     }
     const Trailer& trailer = end.GetTrailer();
     const bool hasTrailer = HasTrailer(file, end, &problems);
-    PayloadChecker checker(file, description_.channels.size(), &problems);
+    PayloadChecker checker(file, description_.channels.size(), &problems, share);
     if (!ScanRecords(file, hasTrailer ? trailer.dataEnd : file.Size(), &scan_, error, &checker)) {
       problems.Add(error);
       return false;
@@ -317,7 +345,12 @@ bool Verify(const CacheName& name, const io::Report& report) {
       return false;
     }
     files.Name(i, &fileName);
-    bool whole = verifier.Verify(fileName);
+    const Share share(report, i, files.Count());
+    if (!share.Proceed(0, 0)) {
+      report.Say("%s: ended before all was read", name.base.c_str());
+      return false;
+    }
+    bool whole = verifier.Verify(fileName, share);
     if (description.isPerFrame) {
       const std::int32_t tick = description.times.At(i);
       whole = whole && CheckFrame(description, tick, verifier.Scanned(), fileName, report);

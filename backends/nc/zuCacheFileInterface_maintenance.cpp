@@ -72,8 +72,8 @@ bool zuCacheFileInterface::convertToPc2(const char* pc2FileName, const char* fol
 }
 
 bool zuCacheFileInterface::verify(const char* folder, const char* baseName, reportFunction report,
-                                  void* context) {
-  const io::Report lines{report, context};
+                                  void* context, proceedFunction proceed) {
+  const io::Report lines{report, context, proceed};
   return Run(folder, baseName, false, lines,
              [&](const nc::CacheName& name, Error&) { return nc::Verify(name, lines); });
 }

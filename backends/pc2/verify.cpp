@@ -40,6 +40,10 @@ bool ReadSamples(Reader* reader, const io::Report& report) {
   std::vector<float> points(whole != 0 ? std::size_t{3} * pointCount : 0);
   bool sound = true;
   for (std::uint32_t sample = 0; sample < whole; ++sample) {
+    if (!report.Proceed(sample, whole)) {
+      report.Say("ended before sample %u was read", sample);
+      return false;
+    }
     std::uint32_t count = pointCount;
     io::Error error;
     if (reader->Read(sample, points.data(), &count, error)) continue;

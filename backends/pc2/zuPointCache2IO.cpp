@@ -95,8 +95,9 @@ std::uint64_t zuPointCache2IO::promisedSize() const {
   return impl->reader.header().FileSize();
 }
 
-bool zuPointCache2IO::verify(const char* fileName, reportFunction report, void* context) {
-  const io::Report lines{report, context};
+bool zuPointCache2IO::verify(const char* fileName, reportFunction report, void* context,
+                             proceedFunction proceed) {
+  const io::Report lines{report, context, proceed};
   io::Error error;
   const bool sound = io::Guarded(
       error, false, [&] { return pc2::Verify(fileName != nullptr ? fileName : "", lines); });

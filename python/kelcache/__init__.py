@@ -14,10 +14,14 @@ from fractions import Fraction
 from typing import Optional, Union
 
 from ._core import Cache, Channel, ChannelIterator, Channels, Writer, __version__, create
-from ._errors import CacheError
+from ._errors import CacheError, CacheWarning, Cancelled
+from ._verbs import (ChannelInfo, Copied, Differences, Info, Verified, convert, diff, info, recover,
+                     retime, verify)
 
-__all__ = ["Cache", "CacheError", "Channel", "ChannelIterator", "Channels", "Writer",
-           "__version__", "create", "open"]
+__all__ = ["Cache", "CacheError", "CacheWarning", "Cancelled", "Channel", "ChannelInfo",
+           "ChannelIterator", "Channels", "Copied", "Differences", "Info", "Verified", "Writer",
+           "__version__", "convert", "create", "diff", "info", "open", "recover", "retime",
+           "verify"]
 
 
 def open(path: Union[str, bytes, "os.PathLike[str]"], format: Optional[str] = None,

@@ -19,3 +19,11 @@ class CacheError(OSError):
 
     def __reduce__(self) -> tuple[Any, ...]:
         return type(self), (self.strerror, self.filename)
+
+
+class Cancelled(Exception):
+    """A call that its progress function ended by returning False; it has left nothing behind."""
+
+
+class CacheWarning(UserWarning):
+    """What a careful person wants to know of a call that did what it was asked."""

@@ -36,13 +36,13 @@ def make(tmp_path: pathlib.Path) -> Make:
 
 @pytest.fixture
 def long_pc2(tmp_path: pathlib.Path) -> pathlib.Path:
-    """Ten million samples of one point, all zeros and on a disk nearly nothing: for what takes
+    """Eight million samples of one point, all zeros and on a disk nearly nothing: for what takes
     long."""
     path = tmp_path / "long.pc2"
     with kelcache.create(path, points=1, samples=1) as cache:
         cache.write(0, {"points": np.zeros((1, 3))})
     with path.open("r+b") as file:
         file.seek(28)
-        file.write((10_000_000).to_bytes(4, "little"))
-        file.truncate(32 + 12 * 10_000_000)
+        file.write((8_000_000).to_bytes(4, "little"))
+        file.truncate(32 + 12 * 8_000_000)
     return path

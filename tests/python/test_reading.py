@@ -219,3 +219,16 @@ def test_an_interrupt_ends_a_long_call(long_pc2: pathlib.Path) -> None:
                 cache.channels[0].read_all()
         timer.join()
         assert cache.channels[0][0].shape == (1, 3)
+
+
+def test_names_that_are_no_utf8(make: Make) -> None:
+    path = os.fsencode(make("a.pc2").parent) + b"/\xff.pc2"
+    os.rename(make("b.pc2"), path)
+    with kelcache.open(path) as cache:
+        assert cache.path == os.fsdecode(path) and "\udcff" in repr(cache)
+        with pytest.raises(ValueError, match="nothing at"):
+            cache.channels[0].read(frame=-1)
+        assert "\udcff" not in cache.channels
+    with pytest.raises(kelcache.CacheError) as caught:
+        kelcache.open(path + b".pc2")
+    assert caught.value.filename == os.fsdecode(path + b".pc2")
