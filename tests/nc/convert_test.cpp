@@ -70,9 +70,6 @@ TEST_F(Convert, TimesThatNoTickCanHoldWriteNothing) {
         << start << " by " << rate;
     EXPECT_EQ(test::NamesIn(folder_.path()).size(), 1u);
   }
-}
-
-TEST_F(Convert, OptionsThatCannotBeAreRefused) {
   WritePc2({5, 6, 7}, 0, 1);
   Cache::conversionOptions options[2];
   options[0].exactRate = {24, 1};  // which is 250 ticks

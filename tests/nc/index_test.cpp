@@ -179,23 +179,19 @@ TEST_F(Index, ADeclaredIntervalCountsWhileNoOtherIsKnown) {
         EXPECT_TRUE(cache.channelSamplingRate(1, rate) && rate == 250) << "none declared";
         EXPECT_FALSE(ReadArray(cache, 1, 250).has_value());
       };
-      {
-        Cache cache;
-        CacheSpec spec = form.Of({});
-        spec.channels = {{"a", kPoints, 700}, {"b", kPoints}};
-        spec.samples = {{0, 0, array}, {1, 0, array}};
-        if (second != 0) spec.samples.push_back({0, second, array});
-        ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", spec));
-        expectHeld(cache);
-        ASSERT_TRUE(cache.endFileWrite());
-      }
-      for (const bool byRecords : {false, true}) {
-        if (byRecords && form.format == Cache::eFilePerFrame) continue;
-        if (byRecords) File(DataFile("shot", form.tag)).Store(false);
-        Cache cache;
-        ASSERT_TRUE(Open(cache));
-        expectHeld(cache);
-      }
+      CacheSpec spec = form.Of({});
+      spec.channels = {{"a", kPoints, 700}, {"b", kPoints}};
+      spec.samples = {{0, 0, array}, {1, 0, array}};
+      if (second != 0) spec.samples.push_back({0, second, array});
+      Cache caches[3];  // being written, read by its index and by its records
+      ASSERT_TRUE(WriteOpen(caches[0], Folder(), "shot", spec));
+      expectHeld(caches[0]);
+      ASSERT_TRUE(caches[0].endFileWrite() && Open(caches[1]));
+      expectHeld(caches[1]);
+      if (form.format == Cache::eFilePerFrame) continue;
+      File(DataFile("shot", form.tag)).Store(false);
+      ASSERT_TRUE(Open(caches[2]));
+      expectHeld(caches[2]);
     }
   }
 }
