@@ -39,55 +39,46 @@ class Io : public test::FileTest {
     return runs;
   }
 
-  // Writes and reads back with the n-th call interrupted.
-  void ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n);
-
   const std::string path_ = folder_.File("file");
 };
 
-// The lengths of the runs that a transfer is made of; one alone also goes through the plain form.
-const std::vector<std::size_t> kShapes[] = {
-    {64}, {1, 63}, {0, 10, 0, 0, 20, 34, 0}, {8, 8, 8, 8, 8, 8, 8, 8}, {0}, {}};
-
-void Io::ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n) {
-  const std::size_t size = std::accumulate(shape.begin(), shape.end(), std::size_t{0});
-  Bytes written = Pattern(size);
-  Bytes expected(size == 0 ? 0 : kOffset);
-  expected.insert(expected.end(), written.begin(), written.end());
-  Error error;
-  OutputFile out;
-  Create(&out);
-  auto runs = RunsOver(written, shape);
-  {
-    const test::FailSystemCall interruption(n, EINTR);
-    EXPECT_TRUE(plain ? out.WriteAt(kOffset, written.data(), size, error)
-                      : out.WriteGather(kOffset, runs.data(), int(runs.size()), error));
-  }
-  EXPECT_EQ(test::ReadBytes(path_), expected);
-
-  InputFile in;
-  ASSERT_TRUE(in.Open(path_.c_str(), error));
-  Bytes read(size);
-  runs = RunsOver(read, shape);
-  {
-    const test::FailSystemCall interruption(n, EINTR);
-    EXPECT_TRUE(plain ? in.ReadAt(kOffset, read.data(), size, error)
-                      : in.ReadScatter(kOffset, runs.data(), int(runs.size()), error));
-  }
-  EXPECT_EQ(read, written);
-  ASSERT_TRUE(Remove(path_.c_str(), error));
-}
-
 TEST_F(Io, TransfersThatTheSystemShortensArriveWhole) {
-  for (const std::vector<std::size_t>& shape : kShapes) {
+  // The lengths of the runs that a transfer is made of; one alone goes through the plain form.
+  const std::vector<std::size_t> shapes[] = {
+      {64}, {1, 63}, {0, 10, 0, 0, 20, 34, 0}, {8, 8, 8, 8, 8, 8, 8, 8}, {0}, {}};
+  for (const std::vector<std::size_t>& shape : shapes) {
+    const std::size_t size = std::accumulate(shape.begin(), shape.end(), std::size_t{0});
+    const bool plain = shape.size() == 1;
+    Bytes written = Pattern(size);
+    Bytes expected(size == 0 ? 0 : kOffset);
+    expected.insert(expected.end(), written.begin(), written.end());
     // So many bytes with one call at most, and each of the calls interrupted in turn.
     for (const std::size_t most : {1U, 3U, 8U, 63U, 64U}) {
-      const test::ShortenTransfers shorter(most);
       for (unsigned long n = 1; n <= 64 / most + 1; ++n) {
         SCOPED_TRACE(std::to_string(shape.size()) + " runs, " + std::to_string(most) +
                      " bytes a call, interrupted at " + std::to_string(n));
-        ExpectToMove(shape, false, n);
-        if (shape.size() == 1) ExpectToMove(shape, true, n);
+        const test::ShortenTransfers shorter(most);
+        Error error;
+        OutputFile out;
+        InputFile in;
+        Create(&out);
+        ASSERT_TRUE(in.Open(path_.c_str(), error));
+        {
+          const test::FailSystemCall interruption(n, EINTR);
+          auto runs = RunsOver(written, shape);
+          EXPECT_TRUE(plain ? out.WriteAt(kOffset, written.data(), size, error)
+                            : out.WriteGather(kOffset, runs.data(), int(runs.size()), error));
+        }
+        EXPECT_EQ(test::ReadBytes(path_), expected);
+        Bytes read(size);
+        {
+          const test::FailSystemCall interruption(n, EINTR);
+          auto runs = RunsOver(read, shape);
+          EXPECT_TRUE(plain ? in.ReadAt(kOffset, read.data(), size, error)
+                            : in.ReadScatter(kOffset, runs.data(), int(runs.size()), error));
+        }
+        EXPECT_EQ(read, written);
+        ASSERT_TRUE(Remove(path_.c_str(), error));
       }
     }
   }

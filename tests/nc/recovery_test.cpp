@@ -55,24 +55,6 @@ class Recovery : public NcTest {
   std::string said_;
 };
 
-TEST_F(Recovery, WhatBearsTheNamesWithoutADescription) {
-  ASSERT_TRUE(Write(Folder(), "shot", kOlder));
-  const Bytes orphan = test::ReadBytes(folder_.File("shot.ncx"));
-  Die(kDied);
-  fs::remove(folder_.File("shot.xml"));
-  EXPECT_EQ(Recover(), 3u) << said_;
-  EXPECT_TRUE(Holds("shot", kDied));
-  EXPECT_EQ(test::ReadBytes(folder_.File("shot.before-recover.ncx")), orphan);
-
-  Begin();  // no data file
-  Die(kDied);
-  test::WriteBytes(folder_.File("shot.ncx"), {'x'});
-  EXPECT_EQ(Recover(true), 0u) << "not over it";
-  EXPECT_EQ(Recover(), 3u) << said_;
-  EXPECT_TRUE(Holds("shot.recovered", kDied));
-  EXPECT_EQ(test::ReadBytes(folder_.File("shot.ncx")), Bytes{'x'});
-}
-
 TEST_F(Recovery, AnAttemptWithoutAWholeBlockIsPutAway) {
   Die(Frames(3, 100));
   Die(Frames(1, 10));

@@ -60,20 +60,17 @@ class PC2 : public FileTest {
     return cache->OpenFileForRead(nullptr) ? cache.Fetch(sample) : std::nullopt;
   }
   // The samples that were saved.
-  static unsigned int Recover(const std::string& path, bool force = false) {
-    zuPointCache2IO::recoverOptions options;
-    options.force = force;
+  static unsigned int Recover(const std::string& path) {
     unsigned int saved = 0;
-    const bool done = zuPointCache2IO::recover(path.c_str(), options, saved, nullptr, nullptr);
-    EXPECT_EQ(done, saved != 0);
+    EXPECT_EQ(zuPointCache2IO::recover(path.c_str(), {}, saved, nullptr, nullptr), saved != 0);
     return saved;
   }
   static unsigned int Leftovers(const std::string& path) {
     return zuPointCache2IO::leftovers(path.c_str(), nullptr, nullptr);
   }
   // Samples of two points that are never published.
-  static void WriteAndDie(const std::string& path, const std::vector<unsigned int>& samples) {
-    PC2Object cache(path);
+  void WriteAndDie(const std::vector<unsigned int>& samples) {
+    PC2Object cache(path_);
     ASSERT_TRUE(cache->OpenFileForWrite(7, 24, 5, 2, nullptr));
     for (const unsigned int sample : samples) cache.WriteSample(sample);
   }
@@ -127,7 +124,6 @@ TEST_F(PC2, VerifyTellsEveryProblem) {
     Bytes file;
   } rows[] = {
       {"", MakePC2(2, 3, 72)},
-      {"", MakePC2(0, 5, 0)},
       {"", MakePC2(300000000, 0, 0)},  // room for a sample is not asked for
       {"holds 2 whole samples of 3 claimed\n", MakePC2(2, 3, 71)},
       {"4 bytes after the last sample\n", MakePC2(2, 3, 76)},
@@ -150,13 +146,11 @@ TEST_F(PC2, VerifyTellsEveryProblem) {
 
 TEST_F(PC2, PathsThatCannotBe) {
   ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);  // which must not hang, whoever opens it
-  KelStatus status;
   for (const std::string& bad : {std::string(), folder_.path() + "/", folder_.File("none/x.pc2"),
                                  folder_.File("shot.pc2/y.pc2"), path_}) {
     PC2Object refused(bad);
-    EXPECT_FALSE(refused->OpenFileForRead(&status)) << bad;
-    EXPECT_FALSE(refused->OpenFileForWrite(0, 24, 1, 1, &status)) << bad;
-    EXPECT_EQ(status.GetCode(), KelStatus::eFailure) << bad;
+    EXPECT_FALSE(refused->OpenFileForRead(nullptr)) << bad;
+    EXPECT_FALSE(refused->OpenFileForWrite(0, 24, 1, 1, nullptr)) << bad;
   }
 }
 
@@ -186,15 +180,12 @@ TEST_F(PC2, WritesInAnyOrderAndReplacesAtTheEnd) {
 
 TEST_F(PC2, WritersOfOneTargetDoNotMeet) {
   PC2Object writers[] = {PC2Object(path_), PC2Object(path_)};
-  for (unsigned int i = 0; i < 2; ++i) {
-    ASSERT_TRUE(writers[i]->OpenFileForWrite(0, 24, i + 1, 2, nullptr));
-    EXPECT_TRUE(writers[i].WriteSample(i));
-  }
-  EXPECT_EQ(Recover(path_), 0U) << "both live";
-  EXPECT_EQ(Leftovers(path_), 0U);
+  for (PC2Object& writer : writers) ASSERT_TRUE(writer->OpenFileForWrite(0, 24, 2, 2, nullptr));
+  for (unsigned int i = 0; i < 2; ++i) EXPECT_TRUE(writers[i].WriteSample(i));
+  EXPECT_EQ(Recover(path_) + Leftovers(path_), 0U) << "both live";
   for (unsigned int i = 0; i < 2; ++i) {
     writers[i]->CloseFile(nullptr);
-    EXPECT_EQ(FirstValue(path_, i), float(i));
+    EXPECT_EQ(FirstValue(path_, 1), float(i));
   }
 }
 
@@ -213,7 +204,7 @@ TEST_F(PC2, RecoversTheSamplesBeforeTheFirstGap) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    WriteAndDie(path_, c.written);
+    WriteAndDie(c.written);
     EXPECT_EQ(Exists(path_ + ".partial"), !c.written.empty());
     if (c.cutTo != 0) fs::resize_file(path_ + ".partial", c.cutTo);
     EXPECT_EQ(Leftovers(path_), c.saved != 0 ? 1U : 0U);
@@ -254,7 +245,7 @@ TEST_F(PC2, ASampleAllocatesNothingAndMakesAtMostOneSystemCall) {
   ExpectCost(1U, 100U, 1, write);
   cache->CloseFile(nullptr);
   ASSERT_TRUE(cache->OpenFileForRead(nullptr));
-  for (unsigned int sample = 0; sample < 100; ++sample) read(sample);  // the window settles
+  for (const unsigned int sample : {0U, 1U, 2U}) read(sample);  // the window settles
   ExpectCost(0U, 100U, 2, read);
 }
 
