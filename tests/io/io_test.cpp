@@ -105,14 +105,12 @@ TEST_F(Io, AFileThatEndsEarlyIsTold) {
 
 // A disk that is full is another thing than one that breaks, wherever in a transfer it shows.
 TEST_F(Io, FailuresOfTheSystemAreToldApart) {
-  const struct {
-    int number;
-    Error::EKind kind;
-  } rows[] = {{ENOSPC, Error::eNoSpace},   {EDQUOT, Error::eNoSpace}, {EFBIG, Error::eNoSpace},
-              {EIO, Error::eDevice},       {ESTALE, Error::eDevice},  {EROFS, Error::eDenied},
-              {EACCES, Error::eDenied},    {EPERM, Error::eDenied},   {ENOENT, Error::eNotFound},
-              {ENOTDIR, Error::eNotFound}, {EEXIST, Error::eExists},  {EISDIR, Error::eNotAFile},
-              {ENOMEM, Error::eNoMemory}};
+  const std::pair<int, Error::EKind> rows[] = {
+      {ENOSPC, Error::eNoSpace}, {EDQUOT, Error::eNoSpace},   {EFBIG, Error::eNoSpace},
+      {EIO, Error::eDevice},     {ESTALE, Error::eDevice},    {EROFS, Error::eDenied},
+      {EACCES, Error::eDenied},  {EPERM, Error::eDenied},     {ENOENT, Error::eNotFound},
+      {EEXIST, Error::eExists},  {ENOTDIR, Error::eNotFound}, {EISDIR, Error::eNotAFile},
+      {ENOMEM, Error::eNoMemory}};
   Bytes bytes = Pattern(20);
   const auto runs = [&bytes] { return RunsOver(bytes, {5, 15}); };
   const std::string to = path_ + "2";
@@ -141,15 +139,15 @@ TEST_F(Io, FailuresOfTheSystemAreToldApart) {
        [&](Error& e) { return SyncFileSystemOf(folder_.path().c_str(), e); }},
   };
   const test::ShortenTransfers shorter(8);
-  for (const auto& row : rows) {
+  for (const auto& [number, kind] : rows) {
     for (const auto& operation : operations) {
       SCOPED_TRACE(operation.words);
-      const test::FailSystemCall failure(operation.n, row.number);
+      const test::FailSystemCall failure(operation.n, number);
       Error error;
       EXPECT_FALSE(operation.call(error));
-      EXPECT_EQ(error.kind(), row.kind);
+      EXPECT_EQ(error.kind(), kind);
       EXPECT_EQ(std::string(error.text()),
-                operation.words + std::string(": ") + ::strerror(row.number));
+                operation.words + std::string(": ") + ::strerror(number));
     }
   }
   // Some file systems cannot sync folders; that is no failure.

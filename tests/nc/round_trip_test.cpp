@@ -55,17 +55,16 @@ TEST_F(RoundTrip, EveryTypeFormRateAndTime) {
   }
 }
 
-// An array that another channel holds is stored once where both lie in one file, and whatever a
-// channel declares is there again, by the index and by the records alone.
-TEST_F(RoundTrip, RepeatsAcrossChannelsIntervalsAndExactRates) {
+// An array that another channel holds is stored once where both lie in one file, and is there again
+// by the index and by the records alone.
+TEST_F(RoundTrip, RepeatsAcrossChannels) {
   constexpr auto kPoints = zuCacheData::eNCFloatVectorArray;
   Bytes big = MakeArray(kPoints, 1000, 1);
   for (const Form& form : kForms) {
     SCOPED_TRACE(form.Name());
     const bool single = form.format == Cache::eSingleFile;
     CacheSpec spec = form.Of({});
-    spec.exactRate = {24000, 1001};
-    spec.channels = {{"a", kPoints, 500}, {"b", kPoints}, {"s", zuCacheData::eNCFloatArray}};
+    spec.channels = {{"a", kPoints}, {"b", kPoints}, {"s", zuCacheData::eNCFloatArray}};
     Cache cache;
     ASSERT_TRUE(WriteOpen(cache, Folder(), "c", spec) && cache.beginWriteAtTime(0));
     ASSERT_TRUE(cache.addArrayData(0, 0, big.data(), 1000) && cache.repeatArrayData(1, 0, 0, 0));
@@ -80,14 +79,6 @@ TEST_F(RoundTrip, RepeatsAcrossChannelsIntervalsAndExactRates) {
     if (single) spec.samples.push_back({1, 250, big});
     EXPECT_TRUE(Holds("c", spec));
 
-    Cache reader;
-    KelFrameRate rate;
-    unsigned int interval = 0;
-    ASSERT_TRUE(Open(reader, "c"));
-    EXPECT_TRUE(reader.exactFrameRate(rate) && rate == spec.exactRate);
-    EXPECT_TRUE(reader.declaredInterval(0, interval) && interval == 500);
-    EXPECT_TRUE(reader.declaredInterval(1, interval) && interval == 0);
-    EXPECT_FALSE(reader.declaredInterval(3, interval));
     if (!single) continue;
     Bytes bytes = test::ReadBytes(DataFile("c", form.tag));
     EXPECT_LT(bytes.size(), 2 * big.size());
@@ -95,9 +86,6 @@ TEST_F(RoundTrip, RepeatsAcrossChannelsIntervalsAndExactRates) {
     test::WriteBytes(DataFile("c", form.tag), bytes);
     EXPECT_TRUE(ReadCache(Folder(), "c") == ContentsOf(spec)) << "by its records";
   }
-  CacheSpec refused;
-  refused.exactRate = {25, 1};
-  EXPECT_FALSE(Write(Folder(), "d", refused));
 }
 
 TEST_F(RoundTrip, FramesHaveFilesOfTheirOwn) {

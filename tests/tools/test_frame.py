@@ -97,7 +97,9 @@ class Statuses(CommandTest):
             self.assertEqual(run("verify", *inputs).returncode, status, inputs)
         # One whole, one cut short; then both targets are there.
         for status in (FOUND, FAILED):
-            self.assertEqual(run("convert", sound, damaged, "--to", "xml").returncode, status)
+            done = run("convert", sound, damaged, "--to", "xml", "--jobs", 2)
+            self.assertEqual(done.returncode, status)
+            self.assertIn("2 files, ", done.stderr)
 
     def test_verify_tells_a_disk_that_fails_from_damage(self):
         # A file that opens, and whose reads fail.
@@ -190,17 +192,14 @@ class Refused(CommandTest):
 
 
 class Accepted(CommandTest):
-    def test_a_rate_of_no_whole_ticks_is_noted(self):
+    def test_numbers_and_names_as_people_write_them(self):
         path = self.make("a.xml", "--fps", 29.97, points="010", frames="+100")
         info = self.info(path)
         self.assertEqual((info["exactFrameRate"], info["ticksPerFrame"]), ("30000/1001", 200))
         self.assertIn("100 frames (0 to 99), 10 points", self.run_done("play", path))
-
-    def test_another_extension(self):
         path = self.pc2("cache.bin", 1, 1, [1, 2, 3])
+        self.run_done("play", self.pc2("UPPER.PC2", 1, 1, [1, 2, 3]))
         self.assertEqual(self.dump(path, "--sample", 0, "--as", "pc2")["values"], [1, 2, 3])
-        self.pc2("UPPER.PC2", 1, 1, [1, 2, 3])
-        self.run_done("play", self.folder / "UPPER.PC2")
 
 
 class Help(CommandTest):
