@@ -100,14 +100,13 @@ TEST(Predicted, GivesEveryBitBackOrKeepsTheBound) {
 }
 
 TEST(Predicted, LeavesWhatIsNoNumberAsItIs) {
-  constexpr float kInfinity = std::numeric_limits<float>::infinity();
-  for (const float odd : {kInfinity, -kInfinity, std::numeric_limits<float>::quiet_NaN(), 1e38f}) {
-    std::vector<float> values(100, 1.5f);
-    values[7] = odd;
+  using Limits = std::numeric_limits<float>;
+  for (const float odd : {Limits::infinity(), -Limits::infinity(), Limits::quiet_NaN(), 1e38f}) {
+    const float values[] = {1.5f, 1.5f, odd, 1.5f};
     PredictedEncoder encoder;
     ArrayKeys keys;
-    encoder.Encode(zuCacheData::eNCFloatArray, values.data(), 100, nullptr, 1e-3, {}, &keys);
-    EXPECT_EQ(encoder.Decoded(), values.data()) << odd;
+    encoder.Encode(zuCacheData::eNCFloatArray, values, 4, nullptr, 1e-3, {}, &keys);
+    EXPECT_EQ(encoder.Decoded(), static_cast<const void*>(values)) << odd;
   }
 }
 
@@ -198,18 +197,16 @@ TEST_F(Bases, AreReadInAnyOrderWithFewReads) {
 }
 
 TEST_F(Bases, DamagedTakeThoseThatStandOnThemAlong) {
-  struct Row {
-    int damaged;
-    std::set<int> lost;
-  };
-  for (const Row& row : {Row{12, {12, 13, 14, 15}}, Row{7, {7}}, Row{16, {16, 17, 18, 19}}}) {
-    SCOPED_TRACE("frame " + std::to_string(row.damaged));
+  const std::pair<int, std::set<int>> rows[] = {
+      {12, {12, 13, 14, 15}}, {7, {7}}, {16, {16, 17, 18, 19}}};
+  for (const auto& [damaged, lost] : rows) {
+    SCOPED_TRACE("frame " + std::to_string(damaged));
     const Bytes whole = bytes_;
-    PayloadOf(0, row.damaged)[40] ^= 1;
+    PayloadOf(0, damaged)[40] ^= 1;
     test::WriteBytes(path_, bytes_);
-    EXPECT_EQ(Unreadable(), row.lost);
+    EXPECT_EQ(Unreadable(), lost);
     const std::string said = Verifies("shot").message();
-    for (const int frame : row.lost) {
+    for (const int frame : lost) {
       EXPECT_NE(said.find("tick " + std::to_string(frame * 250)), std::string::npos) << said;
     }
     bytes_ = whole;
@@ -221,21 +218,18 @@ TEST_F(Bases, ThatAreNoneAreRefused) {
     return static_cast<std::uint32_t>((places_.at({channel, from}) - places_.at({0, to})) /
                                       kAlignment);
   };
-  const auto store = [&](int offset) {
-    return [=, this](std::uint64_t value) {
-      io::StoreLittle(PayloadOf(0, 3) + offset, static_cast<std::uint32_t>(value));
-    };
+  const auto store = [&](int offset, std::uint64_t value) {
+    io::StoreLittle(PayloadOf(0, 3) + offset, static_cast<std::uint32_t>(value));
   };
-  struct Row {
+  const struct {
     const char* lie;
     std::function<void()> tell;
-  };
-  const Row rows[] = {
-      {"itself", [&] { store(4)(1); }},
-      {"before the file", [&] { store(4)(0xffffffff); }},
-      {"another channel", [&] { store(4)(distance(0, 3, 2) - (distance(1, 2, 2))); }},
-      {"no record", [&] { store(4)(distance(0, 3, 2) + 1); }},
-      {"another size", [&] { store(8)(100); }},
+  } rows[] = {
+      {"itself", [&] { store(4, 1); }},
+      {"before the file", [&] { store(4, 0xffffffff); }},
+      {"another channel", [&] { store(4, distance(0, 3, 2) - (distance(1, 2, 2))); }},
+      {"no record", [&] { store(4, distance(0, 3, 2) + 1); }},
+      {"another size", [&] { store(8, 100); }},
       {"as deep", [&] { PayloadOf(0, 3)[1] = 1; }},
       {"too deep", [&] { PayloadOf(0, 3)[1] = 9; }},
       {"an unknown form", [&] { PayloadOf(0, 3)[0] = 3; }},
@@ -243,7 +237,7 @@ TEST_F(Bases, ThatAreNoneAreRefused) {
       {"too many bits left away", [&] { PayloadOf(0, 3)[2] = 32; }},
   };
   const Bytes whole = bytes_;
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.lie);
     bytes_ = whole;
     row.tell();
