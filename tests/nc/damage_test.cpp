@@ -1,10 +1,18 @@
+// Files whose bytes have changed, with checksums that tell it and with ones that hold: indices that
+// are missing, out of order or at odds with the records, and what a channel declares.
 #include <algorithm>
+#include <functional>
 #include <random>
 
+#include "backends/nc/checksum.h"
+#include "backends/nc/records.h"
 #include "tests/nc/nc_test.h"
 
 namespace kelsdk::nc {
 namespace {
+
+constexpr auto kPoints = zuCacheData::eNCFloatVectorArray;
+constexpr auto kScalars = zuCacheData::eNCFloatArray;
 
 class Damage : public NcTest {
  protected:
@@ -61,6 +69,189 @@ TEST_F(Damage, EveryPrefixGivesItsWholeBlocksAndEveryFlippedBitIsFound) {
       before = readable;
     }
     EXPECT_EQ(before, isData ? 4u : 0u);
+  }
+}
+
+// The bytes of a data file, to be changed so that all checksums hold.
+class File {
+ public:
+  explicit File(std::string path) : path_(std::move(path)), bytes_(test::ReadBytes(path_)) {
+    EXPECT_TRUE(LoadTrailer(&bytes_[bytes_.size() - kTrailerSize], &trailer));
+    for (std::uint32_t i = 0; i < trailer.channelCount; ++i) {
+      directory.push_back(LoadDirectoryEntry(&bytes_[trailer.directory + i * kDirectoryEntrySize]));
+    }
+  }
+
+  // Changes the n-th record of a kind.
+  void EditRecord(ERecordKind kind, int n, const std::function<void(RecordHeader&)>& edit) {
+    RecordHeader record;
+    for (std::uint64_t at = kHeaderSize; at < trailer.dataEnd;) {
+      ASSERT_TRUE(LoadRecordHeader(&bytes_[at], &record));
+      const bool hasPayload = record.kind == eArrayRecord || record.kind == eChannelRecord;
+      if (record.kind == kind && n-- == 0) {
+        edit(record);
+        return StoreRecordHeader(record, &bytes_[at]);
+      }
+      at = AlignUp(at + kRecordHeaderSize + (hasPayload ? record.storedSize : 0));
+    }
+    FAIL() << "no such record";
+  }
+
+  SampleEntry* Index(std::uint32_t channel) {
+    return reinterpret_cast<SampleEntry*>(&bytes_[directory[channel].indexOffset]);
+  }
+
+  // With the checksums of what has changed. Without its trailer the file is read by its records.
+  void Store(bool withTrailer = true) {
+    for (std::uint32_t i = 0; i < directory.size(); ++i) {
+      const std::size_t size = directory[i].samples.count * kIndexEntrySize;
+      directory[i].indexChecksum = Checksum(&bytes_[directory[i].indexOffset], size);
+      StoreDirectoryEntry(directory[i], &bytes_[trailer.directory + i * kDirectoryEntrySize]);
+    }
+    trailer.directoryChecksum =
+        Checksum(&bytes_[trailer.directory], directory.size() * kDirectoryEntrySize);
+    StoreTrailer(trailer, &bytes_[bytes_.size() - kTrailerSize]);
+    Bytes stored = bytes_;
+    if (!withTrailer) stored.resize(stored.size() - kTrailerSize);
+    test::WriteBytes(path_, stored);
+  }
+
+  Trailer trailer;
+  std::vector<DirectoryEntry> directory;
+
+ private:
+  std::string path_;
+  Bytes bytes_;
+};
+
+class Index : public NcTest {
+ protected:
+  // Ticks out of order and written twice, arrays that repeat, and two channels of equal ones.
+  CacheSpec WriteOdd(const char* tag) {
+    CacheSpec spec = Form{Cache::eSingleFile, tag}.Of({});
+    spec.channels = {{"a", kPoints}, {"b", kPoints}};
+    const int ticks[] = {500, 0, 250, 500, 1000, 750};
+    const int seeds[] = {1, 1, 2, 3, 3, 4};
+    for (std::size_t i = 0; i < std::size(ticks); ++i) {
+      spec.samples.push_back({0, ticks[i], MakeArray(kPoints, 40, seeds[i])});
+      if (i % 2 == 0) spec.samples.push_back({1, ticks[i], MakeArray(kPoints, 40, 1)});
+    }
+    EXPECT_TRUE(Write(Folder(), "shot", spec));
+    return spec;
+  }
+};
+
+// Records whose checksums hold and which still cannot be. The file is read up to the last time
+// block before them.
+TEST_F(Index, RecordsThatCannotBeEndTheScan) {
+  const struct {
+    const char* why;
+    ERecordKind kind;
+    int record;
+    std::function<void(RecordHeader&)> edit;
+    std::size_t blocks;  // that are left
+  } rows[] = {
+      {"nothing is wrong", eBlockEndRecord, 0, [](auto&) {}, 6},
+      {"a block counts an array too many", eBlockEndRecord, 2, [](auto& r) { ++r.count; }, 2},
+      {"a block counts none", eBlockEndRecord, 2, [](auto& r) { r.count = 0; }, 2},
+      {"a block of another time", eBlockEndRecord, 1, [](auto& r) { ++r.tick; }, 1},
+      {"an array of another time", eArrayRecord, 4, [](auto& r) { ++r.tick; }, 5},
+      {"an array of no channel", eArrayRecord, 4, [](auto& r) { r.channel = 2; }, 5},
+      {"an array of another type", eArrayRecord, 4, [](auto& r) { r.type = kScalars; }, 5},
+      {"a repeat of another size", eRepeatRecord, 0, [](auto& r) { ++r.count; }, 1},
+      {"a repeat stored in another size", eRepeatRecord, 0, [](auto& r) { --r.storedSize; }, 1},
+      {"a repeat of other values", eRepeatRecord, 0, [](auto& r) { ++r.checksum; }, 1},
+      {"a repeat of the middle of an array", eRepeatRecord, 0,
+       [](auto& r) { r.payloadOffset += kAlignment; }, 1},
+      {"a repeat of what comes after it", eRepeatRecord, 0,
+       [](auto& r) { r.payloadOffset += 0x1000; }, 1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    CacheSpec spec = WriteOdd("ncx");
+    File file(DataFile("shot", spec.tag));
+    file.EditRecord(row.kind, row.record, row.edit);
+    file.Store();
+    EXPECT_EQ(bool(Verifies("shot")), row.blocks == 6);
+    file.Store(false);
+    // What was written up to the block that the scan ends at: 2 arrays in every other block.
+    spec.samples.resize((3 * row.blocks + 1) / 2);
+    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
+  }
+}
+
+// Indices whose checksums hold. What breaks their own order is not believed, and the records
+// answer; what contradicts the records alone shows when they are compared.
+TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
+  const struct {
+    const char* why;
+    std::function<void(File&)> edit;
+    bool readsRight;
+  } rows[] = {
+      {"two entries in the wrong order", [](auto& f) { std::swap(f.Index(0)[1], f.Index(0)[2]); },
+       true},
+      {"two entries of one time", [](auto& f) { f.Index(0)[2].tick = f.Index(0)[1].tick; }, true},
+      {"another first time", [](auto& f) { ++f.directory[0].samples.first; }, true},
+      {"an array where the records have ended",
+       [](auto& f) { f.Index(0)[1].offset = f.trailer.dataEnd; }, true},
+      {"an entry less",
+       [](auto& f) {
+         f.directory[0].samples.last = f.Index(0)[--f.directory[0].samples.count - 1].tick;
+       },
+       false},
+      {"a time between its neighbours", [](auto& f) { ++f.Index(0)[1].tick; }, false},
+      {"the array of another time",
+       [](auto& f) {
+         const int tick = f.Index(0)[0].tick;
+         f.Index(0)[0] = f.Index(0)[1];
+         f.Index(0)[0].tick = tick;
+       },
+       false},
+      {"an interval that is none", [](auto& f) { f.directory[1].samples.interval = 250; }, true},
+      {"an interval that nobody declared", [](auto& f) { f.directory[0].declared = 250; }, true},
+      {"a block more", [](auto& f) { ++f.trailer.blockCount; }, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    const CacheSpec spec = WriteOdd("ncx");
+    File file(DataFile("shot", spec.tag));
+    row.edit(file);
+    file.Store();
+    EXPECT_FALSE(Verifies("shot"));
+    EXPECT_EQ(ReadCache(Folder(), "shot") == ContentsOf(spec), row.readsRight);
+  }
+}
+
+// A channel of one sample holds it for the interval that it declares, and one of more for the one
+// between them, wherever that is looked up.
+TEST_F(Index, ADeclaredIntervalCountsWhileNoOtherIsKnown) {
+  for (const Form& form : kForms) {
+    for (const int second : {0, 300}) {
+      SCOPED_TRACE(form.Name() + std::to_string(second));
+      const Bytes array = MakeArray(kPoints, 10, 1);
+      const auto expectHeld = [&](Cache& cache) {
+        const int interval = second != 0 ? second : 700;
+        int rate = 0;
+        EXPECT_TRUE(cache.channelSamplingRate(0, rate) && rate == interval);
+        EXPECT_TRUE(ReadArray(cache, 0, second + interval - 1).has_value());
+        EXPECT_FALSE(ReadArray(cache, 0, second + interval).has_value());
+        EXPECT_TRUE(cache.channelSamplingRate(1, rate) && rate == 250) << "none declared";
+        EXPECT_FALSE(ReadArray(cache, 1, 250).has_value());
+      };
+      CacheSpec spec = form.Of({});
+      spec.channels = {{"a", kPoints, 700}, {"b", kPoints}};
+      spec.samples = {{0, 0, array}, {1, 0, array}};
+      if (second != 0) spec.samples.push_back({0, second, array});
+      Cache caches[3];  // being written, read by its index and by its records
+      ASSERT_TRUE(WriteOpen(caches[0], Folder(), "shot", spec));
+      expectHeld(caches[0]);
+      ASSERT_TRUE(caches[0].endFileWrite() && Open(caches[1]));
+      expectHeld(caches[1]);
+      if (form.format == Cache::eFilePerFrame) continue;
+      File(DataFile("shot", form.tag)).Store(false);
+      ASSERT_TRUE(Open(caches[2]));
+      expectHeld(caches[2]);
+    }
   }
 }
 

@@ -16,7 +16,7 @@ CacheSpec AllTypes(int ticksPerFrame) {
     for (unsigned int c = 0; c < 5; ++c) {
       // The second type never moves; counts vary in the third.
       const int seed = c == 1 ? 7 : frame + 10;
-      const std::size_t count = c == 2 ? static_cast<std::size_t>(frame + 3) : 100;
+      const std::size_t count = c == 2 ? static_cast<std::size_t>(frame + 3) : 400;
       spec.samples.push_back({c, frame * step, MakeArray(spec.channels[c].type, count, seed)});
     }
     if (frame == -3 || frame == 0 || frame == 5) {

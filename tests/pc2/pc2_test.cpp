@@ -62,7 +62,8 @@ class PC2 : public FileTest {
   // The samples that were saved.
   static unsigned int Recover(const std::string& path) {
     unsigned int saved = 0;
-    EXPECT_EQ(zuPointCache2IO::recover(path.c_str(), {}, saved, nullptr, nullptr), saved != 0);
+    const bool done = zuPointCache2IO::recover(path.c_str(), {}, saved, nullptr, nullptr);
+    EXPECT_EQ(done, saved != 0);
     return saved;
   }
   static unsigned int Leftovers(const std::string& path) {
@@ -138,10 +139,6 @@ TEST_F(PC2, VerifyTellsEveryProblem) {
     EXPECT_EQ(zuPointCache2IO::verify(path_.c_str(), AddLine, &lines), *row.problems == 0);
     EXPECT_EQ(lines, row.problems);
   }
-  zuPointCache2IO reader;
-  WriteBytes(path_, MakePC2(2, 3, 24));
-  ASSERT_TRUE(reader.initialize(path_.c_str(), zuPointCache2IO::readMode));
-  EXPECT_EQ(reader.promisedSize(), 32U + 72);
 }
 
 TEST_F(PC2, PathsThatCannotBe) {

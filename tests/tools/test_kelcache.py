@@ -1,6 +1,7 @@
 """The kelcache command as a user meets it: output, error lines, exit status."""
 
 import json
+import re
 import struct
 import subprocess
 import sys
@@ -36,12 +37,12 @@ class RealFiles(CommandTest):
         self.assertEqual([line.split()[0] for line in lines[1 : 1 + expected["samples"]]],
                          ["%.7g" % (expected["start"] + i * expected["rate"])
                           for i in range(expected["samples"])])
+        box = re.findall(r"[-+.\de]+", lines[-2].removeprefix("bounding box "))
         boxes = expected["boxes"]
         if len(boxes) == expected["samples"]:
-            low = [min(box["min"][axis] for box in boxes) for axis in range(3)]
-            high = [max(box["max"][axis] for box in boxes) for axis in range(3)]
-            words = lines[-2].removeprefix("bounding box ").replace(" to ", ", ").split(", ")
-            self.assertEqual([float32(float(word.strip("()"))) for word in words], low + high)
+            self.assertEqual([float32(float(word)) for word in box],
+                             [end(box[side][axis] for box in boxes) for side, end in
+                              (("min", min), ("max", max)) for axis in range(3)])
 
     def expect_dumps(self, path, expected):
         for check in expected["checks"]:

@@ -158,20 +158,17 @@ class OneConversion(ValuesTest):
     def test_whole_then_cut(self):
         film = self.archive("film.abc", ("P", "float32", 3, [[float(i), 0, 0] for i in range(30)]),
                             ("still", "int32", 1, [[1]] * 30), period=1001 / 30000)
-        jelly, monkey = (DATA / "pc2" / f"{name}.pc2" for name in ("jelly_drop", "monkey_wave"))
-        of_jelly = self.folder / "jelly.xml"
+        jelly, of_jelly = DATA / "pc2" / "jelly_drop.pc2", self.folder / "jelly.xml"
         run("convert", jelly, of_jelly)
         for folder in ("whole", "part"):
             (self.folder / folder).mkdir()
-        for source, first, last in [(jelly, 13, 14.5), (of_jelly, 13, 14.5), (monkey, 12, 13),
-                                    (film, 4, 4)]:
-            part = ["--from", first, "--to", last, "--force"]
+        for source, *part in [(jelly, "--from", 13, "--to", 14.5), (film, "--from", 4, "--to", 4),
+                              (of_jelly, "--from", 13, "--to", 14.5)]:
             for target in ("out.pc2", "out.xml"):
                 whole, cut, direct = (self.folder / folder / target
                                       for folder in ("whole", "part", ""))
-                for words in ((source, whole, "--force"), (whole, cut, *part),
-                              (source, direct, *part)):
-                    self.assertEqual(run("convert", *words).returncode, DONE, words)
+                for words in ((source, whole), (whole, cut, *part), (source, direct, *part)):
+                    self.assertEqual(run("convert", *words, "--force").returncode, DONE, words)
                 self.assertEqual(self.headers(direct), self.headers(cut), (source.name, target))
                 self.run_done("diff", direct, cut)
 
