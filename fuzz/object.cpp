@@ -65,6 +65,8 @@ class Player {
                              &status_);
   }
 
+  void SetFormat() { cache_->SetCacheFileFormat(Any<KelCache::EFileFormat>(5), &status_); }
+
   void Fetch() {
     float* values = nullptr;
     unsigned int length = 1;
@@ -89,44 +91,34 @@ class Player {
     });
   }
 
-  void AskForChannels() {
-    const int channel = Channel();
-    KelString text;
+  // All that can be asked, of a channel, a sample's or data file's number and a time.
+  void Ask(int channel, int number, KelTime from) {
+    KelString text, absolute;
+    KelTime a, b;
+    unsigned int samples = 0;
     auto type = KelCache::eNCUnknownData;
     auto files = KelCache::eNCSingleFile;
+    auto sampling = KelCache::eNCSamplingRegular;
     cache_->GetChannelName(channel, text, &status_);
     cache_->GetChannelInterpretation(channel, text, &status_);
     cache_->GetChannelDataType(channel, type, &status_);
     cache_->GetCacheType(files, &status_);
-    const int count = cache_->GetChannelCount(&status_);
-    Require((count >= 0) == cache_->IsOpen(nullptr));
-    Require(cache_->GetChannelIndex("first", &status_) < std::max(count, 1));
-  }
-
-  void AskForTimes() {
-    const int channel = Channel();
-    KelTime a, b;
-    unsigned int count = 0;
-    auto sampling = KelCache::eNCSamplingRegular;
+    const int channels = cache_->GetChannelCount(&status_);
+    Require((channels >= 0) == cache_->IsOpen(nullptr));
+    Require(cache_->GetChannelIndex("first", &status_) < std::max(channels, 1));
     cache_->GetAnimationRange(channel, a, b, &status_);
     cache_->GetSamplingFrameRate(&status_);
     cache_->GetCacheTimePerFrame(&status_);
-    cache_->GetDataTime(channel, Below(5), a, &status_);
+    cache_->GetDataTime(channel, unsigned(number), a, &status_);
     cache_->GetDataCount(channel, &status_);
-    const KelTime from = Time();
     if (cache_->GetNextTimeWithData(from, b, channel, &status_)) Require(b > from);
-    cache_->GetChannelPointCount(channel, from, count, &status_);
-    cache_->GetChannelSampleCount(channel, count, &status_);
+    cache_->GetChannelPointCount(channel, from, samples, &status_);
+    cache_->GetChannelSampleCount(channel, samples, &status_);
     cache_->GetChannelSamplingType(channel, sampling, &status_);
     cache_->GetChannelSamplingRate(channel, a, &status_);
-  }
-
-  void AskForFiles() {
-    KelString relative, absolute;
-    const int count = cache_->GetCacheDataFileCount(&status_);
-    const int index = Channel();
-    const bool named = cache_->GetCacheDataFileName(index, relative, absolute, &status_);
-    Require(!named || (index >= 0 && index < count));
+    const int dataFiles = cache_->GetCacheDataFileCount(&status_);
+    const bool named = cache_->GetCacheDataFileName(number, text, absolute, &status_);
+    Require(!named || (number >= 0 && number < dataFiles));
   }
 
   const std::uint8_t* at_;
@@ -138,20 +130,13 @@ class Player {
   double doubles_[3 * kRoom] = {0.5};
   float floats_[3 * kRoom] = {0.5F};
   int ints_[3 * kRoom] = {5};
-  using Operation = std::function<void()>;
-  const Operation setFormat_ = [this] {
-    cache_->SetCacheFileFormat(Any<KelCache::EFileFormat>(5), &status_);
-  };
-  const Operation openForRead_ = [this] { cache_->OpenFileForRead(&status_); };
-  const Operation fetch_ = [this] { Fetch(); };
-  const Operation write_ = [this] { Transfer(true); };
   // What is called often stands here twice. A change of the order makes the corpus another one.
-  const Operation operations_[24] = {
+  const std::function<void()> operations_[24] = {
       [this] { SetName(); },
-      setFormat_,
-      setFormat_,
-      openForRead_,
-      openForRead_,
+      [this] { SetFormat(); },
+      [this] { SetFormat(); },
+      [this] { cache_->OpenFileForRead(&status_); },
+      [this] { cache_->OpenFileForRead(&status_); },
       [this] { cache_->OpenFileForWrite(0, 24, Below(5), Below(kRoom), &status_); },
       [this] {
         cache_->OpenFileForWrite(
@@ -162,17 +147,21 @@ class Player {
         Require(cache_->CloseFile(&status_) && !status_.Error());
         Require(!cache_->IsOpen(nullptr));
       },
-      fetch_,
-      fetch_,
+      [this] { Fetch(); },
+      [this] { Fetch(); },
       [this] {
         KelTime time = Time();
         Below(2) != 0 ? cache_->BeginWriteAt(time, &status_) : cache_->EndWriteAt(&status_);
       },
-      write_,
-      write_,
+      [this] { Transfer(true); },
+      [this] { Transfer(true); },
       [this] { Transfer(false); },
-      [this] { AskForChannels(); },
-      [this] { AskForTimes(); },
+      [this] { Ask(Channel(), 0, KelTime()); },
+      [this] {
+        const int channel = Channel();
+        const int number = int(Below(5));
+        Ask(channel, number, Time());
+      },
       [this] { cache_->Write(Below(6), doubles_, &status_); },
       [this] { cache_->Read(Below(6), doubles_, Below(kRoom), &status_); },
       [this] {
@@ -186,7 +175,7 @@ class Player {
                                    Any<KelCache::ENCBinaryFormat>(2), &status_);
       },
       [this] { cache_->ConvertFromNCToPC2(24, Below(3), &status_); },
-      [this] { AskForFiles(); },
+      [this] { Ask(0, Channel(), KelTime()); },
       [this] {
         cache_->Destroy();
         cache_ = KelCache::Create(manager_, "c");

@@ -92,7 +92,7 @@ TEST_F(AlembicReading, FetchesWithAtMostOneSystemCallAndNoAllocation) {
 
 // The largest sample of a channel is found without a read for each, and is the largest all the
 // same.
-class AlembicLargestSample : public FileTest {
+class AlembicLargestSample : public AlembicReading {
  protected:
   static std::uint64_t Points(OgawaWriter& out, std::size_t points) {
     const std::vector<float> values(points * 3, 1);
@@ -114,8 +114,6 @@ class AlembicLargestSample : public FileTest {
     }
     out.Finish(out.Object(0, objects), 1 / 24.0);
   }
-
-  const std::string path_ = folder_.File("lengths.abc");
 };
 
 // Whatever the order of frames and meshes, with samples used again, out of order and far apart.
@@ -154,14 +152,12 @@ TEST_F(AlembicLargestSample, IsExactWhereverSamplesStand) {
 
 TEST_F(AlembicLargestSample, TakesFewCalls) {
   std::vector<Slots> samples(3, Slots(100'000));
-  OgawaWriter out(path_);
-  for (std::size_t i = 0; i < 300'000; ++i) samples[i % 3][i / 3] = Points(out, 4);
-  Finish(out, samples);
-  AlembicInterface archive(true);
-  ASSERT_TRUE(archive.Open(path_.c_str(), 1));
+  for (std::size_t i = 0; i < 300'000; ++i) samples[i % 3][i / 3] = Points(out_, 4);
+  Finish(out_, samples);
+  ASSERT_NO_FATAL_FAILURE(Open(path_));
   for (const unsigned int mesh : {0u, 1u}) {
     const unsigned long calls = SystemCallCount();
-    ASSERT_EQ(archive.GetChannelBufferLength(mesh), 4u);
+    ASSERT_EQ(archive_.GetChannelBufferLength(mesh), 4u);
     EXPECT_LT(SystemCallCount() - calls, 1000u);
   }
 }
@@ -169,25 +165,23 @@ TEST_F(AlembicLargestSample, TakesFewCalls) {
 // Blocks that overlap, which no writer makes: a sample longer than the next block allows is neither
 // cut in silence nor taken for sound.
 TEST_F(AlembicLargestSample, OverlappingSamplesAreRefused) {
-  OgawaWriter out(path_);
-  const auto first = Points(out, 2);
-  const auto second = Points(out, 5);
+  const auto first = Points(out_, 2);
+  const auto second = Points(out_, 5);
   const auto third = second + 8 + 16 + 2 * 12;  // in the values of the second
-  Finish(out, {{first, second, third}});
+  Finish(out_, {{first, second, third}});
   Bytes bytes = ReadBytes(path_);
   const auto at = static_cast<std::size_t>(third & ~OgawaWriter::kDataBit);
   std::fill_n(bytes.begin() + std::ptrdiff_t(at), 8, std::uint8_t{0});
   bytes[at] = 16 + 12;
   WriteBytes(path_, bytes);
 
-  AlembicInterface archive(true);
-  ASSERT_TRUE(archive.Open(path_.c_str(), 1)) << archive.GetErrorString();
-  EXPECT_EQ(archive.GetChannelBufferLength(0), 2u);
+  ASSERT_NO_FATAL_FAILURE(Open(path_));
+  EXPECT_EQ(archive_.GetChannelBufferLength(0), 2u);
   float values[15];
-  EXPECT_FALSE(archive.GetChannelBuffer(0, values, 5, KelTime::FromFrame(1, {24, 1})));
-  EXPECT_STREQ(archive.GetErrorString(), "a sample of 60 bytes reaches into another block");
+  EXPECT_FALSE(archive_.GetChannelBuffer(0, values, 5, KelTime::FromFrame(1, {24, 1})));
+  EXPECT_STREQ(archive_.GetErrorString(), "a sample of 60 bytes reaches into another block");
   std::string lines;
-  EXPECT_FALSE(archive.Verify(AddLine, &lines));
+  EXPECT_FALSE(archive_.Verify(AddLine, &lines));
   EXPECT_NE(lines.find("reaches into another block"), std::string::npos) << lines;
 }
 

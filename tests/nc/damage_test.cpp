@@ -1,5 +1,5 @@
 // Files whose bytes have changed, with checksums that tell it and with ones that hold: indices that
-// are missing, out of order or at odds with the records, and what a channel declares.
+// are missing, out of order or at odds with the records.
 #include <algorithm>
 #include <functional>
 #include <random>
@@ -219,39 +219,6 @@ TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
     file.Store();
     EXPECT_FALSE(Verifies("shot"));
     EXPECT_EQ(ReadCache(Folder(), "shot") == ContentsOf(spec), row.readsRight);
-  }
-}
-
-// A channel of one sample holds it for the interval that it declares, and one of more for the one
-// between them, wherever that is looked up.
-TEST_F(Index, ADeclaredIntervalCountsWhileNoOtherIsKnown) {
-  for (const Form& form : kForms) {
-    for (const int second : {0, 300}) {
-      SCOPED_TRACE(form.Name() + std::to_string(second));
-      const Bytes array = MakeArray(kPoints, 10, 1);
-      const auto expectHeld = [&](Cache& cache) {
-        const int interval = second != 0 ? second : 700;
-        int rate = 0;
-        EXPECT_TRUE(cache.channelSamplingRate(0, rate) && rate == interval);
-        EXPECT_TRUE(ReadArray(cache, 0, second + interval - 1).has_value());
-        EXPECT_FALSE(ReadArray(cache, 0, second + interval).has_value());
-        EXPECT_TRUE(cache.channelSamplingRate(1, rate) && rate == 250) << "none declared";
-        EXPECT_FALSE(ReadArray(cache, 1, 250).has_value());
-      };
-      CacheSpec spec = form.Of({});
-      spec.channels = {{"a", kPoints, 700}, {"b", kPoints}};
-      spec.samples = {{0, 0, array}, {1, 0, array}};
-      if (second != 0) spec.samples.push_back({0, second, array});
-      Cache caches[3];  // being written, read by its index and by its records
-      ASSERT_TRUE(WriteOpen(caches[0], Folder(), "shot", spec));
-      expectHeld(caches[0]);
-      ASSERT_TRUE(caches[0].endFileWrite() && Open(caches[1]));
-      expectHeld(caches[1]);
-      if (form.format == Cache::eFilePerFrame) continue;
-      File(DataFile("shot", form.tag)).Store(false);
-      ASSERT_TRUE(Open(caches[2]));
-      expectHeld(caches[2]);
-    }
   }
 }
 

@@ -64,7 +64,7 @@ TEST_F(RoundTrip, RepeatsAcrossChannels) {
     SCOPED_TRACE(form.Name());
     const bool single = form.format == Cache::eSingleFile;
     CacheSpec spec = form.Of({});
-    spec.channels = {{"a", kPoints}, {"b", kPoints}, {"s", zuCacheData::eNCFloatArray}};
+    spec.channels = {{"a", kPoints, 500}, {"b", kPoints}, {"s", zuCacheData::eNCFloatArray}};
     Cache cache;
     ASSERT_TRUE(WriteOpen(cache, Folder(), "c", spec) && cache.beginWriteAtTime(0));
     ASSERT_TRUE(cache.addArrayData(0, 0, big.data(), 1000) && cache.repeatArrayData(1, 0, 0, 0));
@@ -79,12 +79,22 @@ TEST_F(RoundTrip, RepeatsAcrossChannels) {
     if (single) spec.samples.push_back({1, 250, big});
     EXPECT_TRUE(Holds("c", spec));
 
+    const auto expectIntervals = [this] {
+      Cache reader;
+      unsigned int declared[2] = {};
+      int held = 0;
+      EXPECT_TRUE(Open(reader, "c") && reader.declaredInterval(0, declared[0]) &&
+                  reader.declaredInterval(1, declared[1]) && reader.channelSamplingRate(0, held));
+      EXPECT_TRUE(declared[0] == 500 && declared[1] == 0 && held == 500);
+    };
+    expectIntervals();
     if (!single) continue;
     Bytes bytes = test::ReadBytes(DataFile("c", form.tag));
     EXPECT_LT(bytes.size(), 2 * big.size());
     bytes.pop_back();
     test::WriteBytes(DataFile("c", form.tag), bytes);
     EXPECT_TRUE(ReadCache(Folder(), "c") == ContentsOf(spec)) << "by its records";
+    expectIntervals();
   }
 }
 
