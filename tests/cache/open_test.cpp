@@ -117,8 +117,6 @@ TEST_F(CacheOpening, NamesAreLookedForByThePathRules) {
       {named, kNC, Path("xml"), "", 24, "done",
        nc + "Read(shot, here/); setOptimizeMultiChannelRead(1)"},
       {named, kPC2, here + "none", "shot.pc2", 24, "1 Cache file not found: " + here + "none", ""},
-      {named, KelCache::eUnknownFormat, here + "odd.bin", "", 24,
-       "1 Invalid/unspecified cache format", ""},
       {toNC, kPC2, Path("pc2"), "", 29.97, "done",
        "convertFromPc2(here/shot.pc2, here/, shot, 1, ncc, 200)"},
       {toNC, kPC2, "C:\\no\\x.pc2", here + "a\\..\\shot.any", 24, "done",

@@ -84,25 +84,6 @@ TEST_F(Io, TransfersThatTheSystemShortensArriveWhole) {
   }
 }
 
-// What is asked for beyond the end of the file is missed, however the bytes before it came in.
-TEST_F(Io, AFileThatEndsEarlyIsTold) {
-  test::WriteBytes(path_, Pattern(40));
-  for (const std::size_t most : {7U, 1000U}) {
-    const test::ShortenTransfers shorter(most);
-    InputFile in;
-    Error error;
-    ASSERT_TRUE(in.Open(path_.c_str(), error));
-    Bytes read(50);
-    EXPECT_FALSE(in.ReadAt(10, read.data(), 50, error));
-    EXPECT_EQ(error.kind(), Error::eCutShort);
-    EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
-    error.Clear();
-    EXPECT_FALSE(in.ReadScatter(10, RunsOver(read, {20, 30}).data(), 2, error));
-    EXPECT_EQ(error.kind(), Error::eCutShort);
-    EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
-  }
-}
-
 // A disk that is full is another thing than one that breaks, wherever in a transfer it shows.
 TEST_F(Io, FailuresOfTheSystemAreToldApart) {
   const std::pair<int, Error::EKind> rows[] = {

@@ -55,18 +55,6 @@ class Recovery : public NcTest {
   std::string said_;
 };
 
-TEST_F(Recovery, AnAttemptWithoutAWholeBlockIsPutAway) {
-  Die(Frames(3, 100));
-  Die(Frames(1, 10));
-  for (const auto& entry : fs::recursive_directory_iterator(folder_.path())) {
-    const bool isOfSecond = entry.is_regular_file() && entry.file_size() < 1000;
-    if (isOfSecond && entry.file_size() > 0) fs::resize_file(entry.path(), 100);
-  }
-  EXPECT_EQ(Recover(), 3u) << said_;
-  EXPECT_TRUE(Said("holds no whole time block, removed")) << said_;
-  EXPECT_EQ(test::NamesIn(folder_.path()).size(), 2u);
-}
-
 // The data files of the dead one are in place, its description is not.
 TEST_F(Recovery, APublicationThatHadBegun) {
   const CacheSpec other = Form{Cache::eSingleFile, "ncc"}.Of(kOlder);

@@ -111,8 +111,7 @@ TEST_F(PC2, OddButSoundFiles) {
   // Growing and cut under use.
   WriteBytes(path_, MakePC2(2, 4, 24));
   PC2Object cache(path_);
-  ASSERT_TRUE(cache->OpenFileForRead(nullptr));
-  EXPECT_FALSE(cache.Fetch(3));
+  ASSERT_TRUE(cache->OpenFileForRead(nullptr) && !cache.Fetch(3));
   WriteBytes(path_, MakePC2(2, 4, 96));
   EXPECT_EQ(cache.Fetch(3), 18.0F);
   fs::resize_file(path_, 100);
@@ -173,17 +172,6 @@ TEST_F(PC2, WritesInAnyOrderAndReplacesAtTheEnd) {
   ASSERT_TRUE(cache->OpenFileForRead(nullptr));
   EXPECT_EQ(cache->GetFrameStartOffset(nullptr), -5.0);
   EXPECT_EQ(cache->GetSamplingFrameRate(nullptr), 1.0) << "whatever rate it was written with";
-}
-
-TEST_F(PC2, WritersOfOneTargetDoNotMeet) {
-  PC2Object writers[] = {PC2Object(path_), PC2Object(path_)};
-  for (PC2Object& writer : writers) ASSERT_TRUE(writer->OpenFileForWrite(0, 24, 2, 2, nullptr));
-  for (unsigned int i = 0; i < 2; ++i) EXPECT_TRUE(writers[i].WriteSample(i));
-  EXPECT_EQ(Recover(path_) + Leftovers(path_), 0U) << "both live";
-  for (unsigned int i = 0; i < 2; ++i) {
-    writers[i]->CloseFile(nullptr);
-    EXPECT_EQ(FirstValue(path_, 1), float(i));
-  }
 }
 
 TEST_F(PC2, RecoversTheSamplesBeforeTheFirstGap) {

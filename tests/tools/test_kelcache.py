@@ -113,8 +113,6 @@ class Failures(CommandTest):
         path = self.pc2("cut.pc2", 1, 5, [0] * 7)
         self.assertFalse(self.info(path)["complete"])
         self.assertIn("no: holds 2 whole samples of 5", self.run_done("info", path))
-        many = self.pc2("many.pc2", 1, -0x80000000, [0] * 7)
-        self.assertIn("no: holds 2 whole samples of 2147483648", self.run_done("info", many))
         for range, status in [([], FOUND), (["--to", 1], DONE), (["--from", 1], FOUND)]:
             played = run("play", path, *range)
             self.assertEqual(played.returncode, status, range)
@@ -130,12 +128,6 @@ class Failures(CommandTest):
 
 
 class Making(CommandTest):
-    def test_make_is_the_same_at_every_run(self):
-        a, b = (self.make(name, "--start", 7, points=1000, frames=5) for name in ("a.pc2", "b.pc2"))
-        self.assertEqual(a.read_bytes(), b.read_bytes())
-        self.assertIn("5 frames (7 to 11), 1000 points", self.run_done("play", a))
-        self.assertIn("10 frames", self.run_done("play", a, "--loop", 2, "--quiet"))
-
     def test_every_type_in_every_layout(self):
         letters = {"float32[3]": "f", "float64[3]": "d", "int32": "i", "float32": "f",
                    "float64": "d"}
@@ -211,21 +203,6 @@ class Making(CommandTest):
                 self.expect_error(FAILED, f"{data}: {words}", *verb, *more)
                 self.assertEqual(data.read_bytes(), content)
                 data.unlink()
-
-
-class Verifying(CommandTest):
-    def test_finds_damage_in_many_files(self):
-        caches = [self.make(f"{name}.xml") for name in ("sound", "flipped", "lost")]
-        cut = self.pc2("cut.pc2", 1, 5, [0] * 7)
-        data = bytearray((self.folder / "flipped.ncx").read_bytes())
-        data[len(data) // 2] ^= 1
-        (self.folder / "flipped.ncx").write_bytes(data)
-        (self.folder / "lost.ncx").unlink()
-        found = self.run_found("verify", *caches, cut, "--jobs", 4)
-        for path in (*caches[1:], cut):
-            self.assertEqual(found.count(f"{path}: "), 1, path)
-        self.assertIn(f"{cut}: holds 2 whole samples of 5 claimed\n", found)
-        self.assertIn("4 files, 1 sound, 3 failed", found)
 
 
 class Converting(CommandTest):

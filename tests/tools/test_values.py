@@ -55,13 +55,6 @@ class CountsThatVary(ValuesTest):
             self.run_done("convert", path, self.out, "--pad", pad, "--force")
             self.assertEqual(self.samples(self.out)[2:], [samples[2], samples[3] + sum(rest, [])])
 
-    def test_arrays_that_are_always_empty(self):
-        path = self.archive("none.abc", ("P", "float32", 3, [[], []]),
-                            ("id", "int32", 1, [[], [4]]))
-        self.convert(path)
-        for cache in (path, self.nc):
-            self.assertEqual([self.samples(cache, i) for i in range(2)], [[[], []], [[], [4]]])
-
 
 class Integers(ValuesTest):
     def test_types_that_hold_them(self):
@@ -148,13 +141,6 @@ class Times(ValuesTest):
 class OneConversion(ValuesTest):
     """A part of a cache is what the whole one, cut afterwards, would be."""
 
-    def headers(self, path):
-        info = self.info(path)
-        return [info[key] for key in ("format", "frameRate", "exactFrameRate", "firstFrame",
-                                      "lastFrame")] + [
-            channel[key] for channel in info["channels"]
-            for key in ("name", "type", "interpretation", "samples", "interval")]
-
     def test_whole_then_cut(self):
         film = self.archive("film.abc", ("P", "float32", 3, [[float(i), 0, 0] for i in range(30)]),
                             ("still", "int32", 1, [[1]] * 30), period=1001 / 30000)
@@ -169,7 +155,8 @@ class OneConversion(ValuesTest):
                                       for folder in ("whole", "part", ""))
                 for words in ((source, whole), (whole, cut, *part), (source, direct, *part)):
                     self.assertEqual(run("convert", *words, "--force").returncode, DONE, words)
-                self.assertEqual(self.headers(direct), self.headers(cut), (source.name, target))
+                told = [run("info", path).stdout.replace(str(path), "") for path in (direct, cut)]
+                self.assertEqual(*told, (source.name, target))
                 self.run_done("diff", direct, cut)
 
 
@@ -180,9 +167,6 @@ class WhatIsNotThere(ValuesTest):
             for verb in (["diff", path, path], ["convert", path, self.nc],
                          ["play", path], ["dump", path, "--sample", 0]):
                 self.expect_error(USAGE, "no channel", *verb, f"--channel={channel}")
-        mesh = DATA / "abc" / "mesh_24fps.abc"
-        self.assertEqual(self.dump(mesh, "--sample", 3, "--channel", "/wave/.geom/P"),
-                         self.dump(mesh, "--sample", 3))
 
     def test_options_that_the_target_can_not_take(self):
         path = self.pc2("a.pc2", 1, 1, [0] * 3)
