@@ -34,19 +34,17 @@ void UseSample(AlembicInterface& archive, unsigned int channel, unsigned int sam
     Require(first <= sample && sample <= last && last < info.sampleCount);
   }
   double seconds = 0;
-  Require(archive.GetSampleTime(channel, sample, seconds));
   unsigned int length = 0;
+  Require(archive.GetSampleTime(channel, sample, seconds));
   const bool sound = archive.GetSampleLength(channel, sample, length);
   Require(!sound || length <= info.elementCount);
-  unsigned int count = std::min(sound ? length : 1, kMostElements);
-  const unsigned int room = count;
+  const unsigned int room = std::min(sound ? length : 1, kMostElements);
+  unsigned int count = room;
   // The widest values are of eight bytes.
-  std::vector<double> values(std::size_t{count} * archive.GetChannelDataLength(channel) + 1);
-  const double untouched = values.back();
-  if (archive.ReadSample(channel, sample, values.data(), count)) {
-    Require(sound && count == length && count <= room);
-  }
-  Require(values.back() == untouched);
+  std::vector<double> values(std::size_t{room} * archive.GetChannelDataLength(channel) + 1);
+  const bool read = archive.ReadSample(channel, sample, values.data(), count);
+  Require(!read || (sound && count == length && count <= room));
+  Require(values.back() == 0);
 }
 
 void UseChannel(AlembicInterface& archive, unsigned int channel) {

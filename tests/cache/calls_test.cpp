@@ -120,10 +120,7 @@ TEST_F(CacheCalls, OfAFetchForSizesThatCannotBe) {
     ASSERT_TRUE(Begin(row.format, kRead));
     EXPECT_FALSE(cache_->Read(&fetched_, length_, KelTime(), 0));
     EXPECT_TRUE(length_ == 0 && fetched_ == nullptr);
-    const std::string asked = TakeCalls();
-    for (const char* data : {"readSample", "getArrayData", "GetChannelBuffer"}) {
-      EXPECT_EQ(asked.find(data), std::string::npos) << asked;
-    }
+    EXPECT_FALSE(std::regex_search(TakeCalls(), std::regex("readSample|ArrayData|GetChannelBuf")));
   }
   // Halves are served: two bytes for each value.
   answers = {.typeSize = 6};

@@ -13,60 +13,46 @@ std::string FolderOf(const std::string& path) {
 // Follows the steps of a writer and tells which come too early.
 class DiskOrder {
  public:
-  explicit DiskOrder(std::string folder) : folder_(std::move(folder)) {}
-
   void Take(const DiskEvent& event) {
-    switch (event.kind) {
-      case DiskEvent::eWrite: Write(event.path); break;
-      case DiskEvent::eSync: Sync(event.path); break;
-      case DiskEvent::eSyncAll: pending_.clear(); break;
-      case DiskEvent::eRename: Rename(event.path, event.renamedTo); break;
+    const auto& [kind, path, renamedTo] = event;
+    if (kind == DiskEvent::eRename) Rename(path, renamedTo);
+    if (kind == DiskEvent::eSyncAll) pending_.clear();
+    if (kind == DiskEvent::eWrite) {
+      pending_.insert(path);
+      if (written_.insert(path).second) syncedFolders_.erase(FolderOf(path));
     }
-    steps_ += "\n  " + std::string(kWords[event.kind]) + event.path.substr(folder_.size()) +
-              (event.renamedTo.empty() ? "" : " to " + event.renamedTo.substr(folder_.size()));
+    if (kind == DiskEvent::eSync) {
+      pending_.erase(path);
+      namesToCome_.erase(path);
+      syncedFolders_.insert(path);
+    }
+    constexpr const char* kWords[] = {"write ", "sync ", "sync all of ", "rename "};
+    steps_ += std::string("\n  ") + kWords[kind] + path + " " + renamedTo;
   }
 
-  // Everything that was renamed is there for good.
-  void End() {
-    EXPECT_FALSE(renamed_.empty()) << "nothing was put in its place";
+  // Everything that was renamed is there for good, the description last.
+  void ExpectDone(std::size_t files, const std::string& last) const {
     EXPECT_TRUE(namesToCome_.empty()) << "the folder is not durable at the end" << steps_;
     EXPECT_TRUE(pending_.empty()) << *pending_.begin() << " was written last" << steps_;
+    ASSERT_EQ(renamed_.size(), files) << steps_;
+    EXPECT_TRUE(fs::equivalent(renamed_.back(), last)) << steps_;
   }
-
-  const std::vector<std::string>& Renamed() const { return renamed_; }
 
  private:
-  static constexpr const char* kWords[] = {"write ", "sync ", "sync all of ", "rename "};
-
-  void Write(const std::string& path) {
-    pending_.insert(path);
-    if (written_.insert(path).second) syncedFolders_.erase(FolderOf(path));
-  }
-
-  void Sync(const std::string& path) {
-    pending_.erase(path);
-    namesToCome_.erase(path);
-    syncedFolders_.insert(path);
-  }
-
   void Rename(const std::string& from, const std::string& to) {
     EXPECT_FALSE(pending_.contains(from)) << from << " may be empty under its new name" << steps_;
-    const bool isDescription = to.ends_with(".xml");
     if (FolderOf(from) != FolderOf(to)) {
       // A writer that dies between two renames is completed by what its folder says.
       const std::string description = FolderOf(from) + "/shot.xml";
       EXPECT_FALSE(pending_.contains(description)) << "data go before " << description << steps_;
       EXPECT_TRUE(syncedFolders_.contains(FolderOf(from))) << "nor is its name sure" << steps_;
     }
-    if (isDescription) {
-      EXPECT_FALSE(namesToCome_.contains(FolderOf(to))) << "may come before its data" << steps_;
-    }
+    EXPECT_FALSE(to.ends_with(".xml") && namesToCome_.contains(FolderOf(to)))
+        << "may come before its data" << steps_;
     namesToCome_.insert(FolderOf(to));
-    EXPECT_TRUE(renamed_.empty() || !renamed_.back().ends_with(".xml")) << "after it" << steps_;
     renamed_.push_back(to);
   }
 
-  const std::string folder_;
   std::set<std::string> pending_;      // files with content that is not durable
   std::set<std::string> namesToCome_;  // folders with names that are not
   std::set<std::string> written_;
@@ -83,16 +69,13 @@ TEST_P(Durability, ContentThenDataThenDescriptionThenFolder) {
   // A new cache, one in its place, and one whose many data files are made durable with one call.
   for (const unsigned int samples : {3U, 4U, 70U}) {
     const Animation animation = {samples, samples, store.IsNC() ? 2U : 1U};
-    DiskOrder order(fs::canonical(folder_.path()));
+    DiskOrder order;
     {
       const RecordDisk disk;
       WriteCache(store, PathOf(store), animation, steps_);
       for (const DiskEvent& event : disk.Events()) order.Take(event);
     }
-    order.End();
-    EXPECT_EQ(order.Renamed().size(), store.IsNC() ? (perFrame ? samples : 1) + 1 : 1);
-    ASSERT_FALSE(order.Renamed().empty());
-    EXPECT_TRUE(fs::equivalent(order.Renamed().back(), PathOf(store)));
+    order.ExpectDone(store.IsNC() ? (perFrame ? samples : 1) + 1 : 1, PathOf(store));
     EXPECT_TRUE(ReadCache(store, PathOf(store)) == animation.All());
   }
 }

@@ -43,24 +43,22 @@ pid_t Start(Body&& body) {
 // Runs `body` with the n-th allocation or system call failing or never made; false when there are
 // fewer.
 bool RunWithFault(const Fault& fault, unsigned long n, const std::function<void()>& body) {
-  if (fault.kind == Fault::eDeath) {
-    int status = 0;
-    ::waitpid(Start([&] {
-                DieAtSystemCall(n);
-                body();
-              }),
-              &status, 0);
-    EXPECT_TRUE(WIFEXITED(status));
-    return WEXITSTATUS(status) == kDiedStatus;
-  }
-  if (fault.kind == Fault::eAllocation) {
-    const FailAllocation failure(n);
+  const auto fails = [&body](auto&& failure) {
     body();
     return failure.Reached();
+  };
+  if (fault.kind == Fault::eAllocation) return fails(FailAllocation(n));
+  if (fault.kind == Fault::eSystemCall) {
+    return fails(FailSystemCall(n, fault.error, fault.andAllLater));
   }
-  const FailSystemCall failure(n, fault.error, fault.andAllLater);
-  body();
-  return failure.Reached();
+  int status = 0;
+  ::waitpid(Start([&] {
+              DieAtSystemCall(n);
+              body();
+            }),
+            &status, 0);
+  EXPECT_TRUE(WIFEXITED(status));
+  return WEXITSTATUS(status) == kDiedStatus;
 }
 
 enum EOperation { eRead, eWrite, eRecover, eRecoverByForce, eFromPC2, eToPC2 };
@@ -112,25 +110,22 @@ class Faults : public StoreTest, public testing::WithParamInterface<std::tuple<S
     if (object.get() == nullptr) return;
     double values[kValues] = {-1};
     double expected[kValues];
-    float* fetched = nullptr;
-    unsigned int length = 0;
     KelTime time = KelTime::FromFrame(2);
     object->OpenFileForRead(nullptr);
     older_.Fill(2, 0, expected);
-    if (target_.IsNC() ? object->Read(0, time, values, kPoints, nullptr)
-                       : object->Read(2U, values, kPoints, nullptr)) {
-      EXPECT_TRUE(std::equal(values, values + kValues, expected));
-    } else {
-      EXPECT_TRUE(target_.IsNC() || values[0] == -1) << "a sample in part";
-    }
+    const bool read = target_.IsNC() ? object->Read(0, time, values, kPoints, nullptr)
+                                     : object->Read(2U, values, kPoints, nullptr);
+    EXPECT_TRUE(!read || std::equal(values, values + kValues, expected));
+    EXPECT_TRUE(read || target_.IsNC() || values[0] == -1) << "a sample in part";
     // Of the same time, then of another.
     for (const unsigned int sample : {2U, 1U}) {
+      float* fetched = nullptr;
+      unsigned int length = 0;
       older_.Fill(sample, older_.channels - 1, expected);
-      if (object->Read(&fetched, length, KelTime::FromFrame(sample), older_.channels - 1)) {
-        EXPECT_TRUE(length == kValues && std::equal(fetched, fetched + length, expected));
-      } else {
-        EXPECT_TRUE(fetched == nullptr && length == 0);
-      }
+      const bool done =
+          object->Read(&fetched, length, KelTime::FromFrame(sample), older_.channels - 1);
+      EXPECT_TRUE(length == (done ? kValues : 0) && (fetched != nullptr) == done);
+      EXPECT_TRUE(std::equal(fetched, fetched + length, expected));
     }
     EXPECT_TRUE(object->CloseFile(nullptr));
     EXPECT_FALSE(object->IsOpen(nullptr));

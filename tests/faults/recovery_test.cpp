@@ -33,11 +33,11 @@ class Recovery : public StoreTest, public testing::WithParamInterface<Store> {
 };
 
 TEST_P(Recovery, LosesNothingThatStands) {
-  enum EStanding { eNothing, eWhole, eCut, eForeign, eNoData, eOthersData, eNoHeader };
+  enum { eNothing, eWhole, eCut, eForeign, eNoData, eOthersData, eNoHeader, eNone, eNotes };
   const bool isNC = store_.IsNC();
   const struct {
     const char* why;
-    EStanding standing;
+    int standing;
     bool force;
     const char* savedAs;
     const char* keptAs;  // the base name of what stood there
@@ -52,6 +52,8 @@ TEST_P(Recovery, LosesNothingThatStands) {
       {"without its data", eNoData, false, "shot", "shot.before-recover2"},
       {"with another's data", eOthersData, false, "shot", "shot.before-recover2"},
       {"with data that is none", eNoHeader, false, "shot", "shot.before-recover2"},
+      {"data alone", eNone, false, "shot", "shot.before-recover2"},
+      {"notes in the place of data", eNotes, false, "shot.recovered2", "shot"},
   };
   const bool perFrame = store_.files == KelCache::eNCFilePerFrame;
   const std::string data = std::string(perFrame ? "Frame1." : ".") +
@@ -75,10 +77,12 @@ TEST_P(Recovery, LosesNothingThatStands) {
       case eOthersData:
         WriteBytes(work_ + "shot" + data, ReadBytes(work_ + "shot.recovered" + data));
         break;
+      case eNotes:
       case eNoHeader: WriteBytes(work_ + "shot" + data, {'x'}); break;
       default: break;
     }
-    if (row.standing != eNothing) fs::last_write_time(path_, time);
+    if (row.standing >= eNone) fs::remove(path_);
+    if (Exists(path_)) fs::last_write_time(path_, time);
     std::map<std::string, Bytes> standing;  // by what follows the base name
     for (const std::string& name : names) {
       if (Exists(work_ + name)) standing[name.substr(4)] = ReadBytes(work_ + name);

@@ -56,12 +56,9 @@ struct Animation {
   }
 
   Contents All() const {
-    Contents all;
-    for (unsigned int sample = 0; sample < samples; ++sample) {
-      std::vector<double>& values = all.emplace_back(channels * kValues);
-      for (unsigned int channel = 0; channel < channels; ++channel) {
-        Fill(sample, channel, &values[channel * kValues]);
-      }
+    Contents all(samples, std::vector<double>(channels * kValues));
+    for (unsigned int i = 0; i < samples * channels; ++i) {
+      Fill(i / channels, i % channels, &all[i / channels][i % channels * kValues]);
     }
     return all;
   }
@@ -103,16 +100,14 @@ inline void WriteCache(const Store& store, const std::string& path, const Animat
   const CacheObject object(store.format, path);
   if (object.get() == nullptr || !OpenForWrite(store, object.get(), animation)) return;
   ++steps;
-  unsigned int sample = 0;
-  while (sample < animation.samples && WriteSample(store, object.get(), animation, sample)) {
+  while (steps <= animation.samples && WriteSample(store, object.get(), animation, steps - 1)) {
     ++steps;
-    ++sample;
   }
   if (!close) return;
-  const bool isWhole = sample == animation.samples;
-  if (isWhole) ++steps;
+  const unsigned int step = steps > animation.samples ? 1 : 0;
+  steps += step;
   object->CloseFile(nullptr);
-  if (isWhole) ++steps;
+  steps += step;
 }
 
 /// All that the cache hands out; nothing when it is refused.
@@ -123,15 +118,16 @@ inline std::optional<Contents> ReadCache(const Store& store, const std::string& 
   const auto channels = static_cast<unsigned int>(cache->GetChannelCount(nullptr));
   Contents contents(store.IsNC() ? cache->GetDataCount(0, nullptr)
                                  : cache->GetSampleCount(nullptr));
-  for (unsigned int sample = 0; sample < contents.size(); ++sample) {
-    for (unsigned int channel = 0; channel < channels; ++channel) {
-      float* values = nullptr;
-      unsigned int length = 0;
-      if (!cache->Read(&values, length, KelTime::FromFrame(sample), channel)) {
-        contents[sample].clear();
-        break;
-      }
-      contents[sample].insert(contents[sample].end(), values, values + length);
+  for (unsigned int i = 0; i < contents.size() * channels; ++i) {
+    std::vector<double>& sample = contents[i / channels];
+    const KelTime time = KelTime::FromFrame(i / channels);
+    float* values = nullptr;
+    unsigned int length = 0;
+    const bool isWhole = sample.size() == i % channels * kValues;  // up to here
+    if (isWhole && cache->Read(&values, length, time, i % channels)) {
+      sample.insert(sample.end(), values, values + length);
+    } else {
+      sample.clear();
     }
   }
   return contents;

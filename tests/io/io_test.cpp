@@ -39,89 +39,59 @@ class Io : public test::FileTest {
     return runs;
   }
 
-  // Writes and reads back with the n-th call interrupted.
-  void ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n);
-
   const std::string path_ = folder_.File("file");
 };
 
-// The lengths of the runs that a transfer is made of; one alone also goes through the plain form.
-const std::vector<std::size_t> kShapes[] = {
-    {64}, {1, 63}, {0, 10, 0, 0, 20, 34, 0}, {8, 8, 8, 8, 8, 8, 8, 8}, {0}, {}};
-
-void Io::ExpectToMove(const std::vector<std::size_t>& shape, bool plain, unsigned long n) {
-  const std::size_t size = std::accumulate(shape.begin(), shape.end(), std::size_t{0});
-  Bytes written = Pattern(size);
-  Bytes expected(size == 0 ? 0 : kOffset);
-  expected.insert(expected.end(), written.begin(), written.end());
-  Error error;
-  OutputFile out;
-  Create(&out);
-  auto runs = RunsOver(written, shape);
-  {
-    const test::FailSystemCall interruption(n, EINTR);
-    EXPECT_TRUE(plain ? out.WriteAt(kOffset, written.data(), size, error)
-                      : out.WriteGather(kOffset, runs.data(), int(runs.size()), error));
-  }
-  EXPECT_EQ(test::ReadBytes(path_), expected);
-
-  InputFile in;
-  ASSERT_TRUE(in.Open(path_.c_str(), error));
-  Bytes read(size);
-  runs = RunsOver(read, shape);
-  {
-    const test::FailSystemCall interruption(n, EINTR);
-    EXPECT_TRUE(plain ? in.ReadAt(kOffset, read.data(), size, error)
-                      : in.ReadScatter(kOffset, runs.data(), int(runs.size()), error));
-  }
-  EXPECT_EQ(read, written);
-  ASSERT_TRUE(Remove(path_.c_str(), error));
-}
-
 TEST_F(Io, TransfersThatTheSystemShortensArriveWhole) {
-  for (const std::vector<std::size_t>& shape : kShapes) {
+  // The lengths of the runs that a transfer is made of; one alone goes through the plain form.
+  const std::vector<std::size_t> shapes[] = {
+      {64}, {1, 63}, {0, 10, 0, 0, 20, 34, 0}, {8, 8, 8, 8, 8, 8, 8, 8}, {0}, {}};
+  for (const std::vector<std::size_t>& shape : shapes) {
+    const std::size_t size = std::accumulate(shape.begin(), shape.end(), std::size_t{0});
+    const bool plain = shape.size() == 1;
+    Bytes written = Pattern(size);
+    Bytes expected(size == 0 ? 0 : kOffset);
+    expected.insert(expected.end(), written.begin(), written.end());
     // So many bytes with one call at most, and each of the calls interrupted in turn.
     for (const std::size_t most : {1U, 3U, 8U, 63U, 64U}) {
-      const test::ShortenTransfers shorter(most);
       for (unsigned long n = 1; n <= 64 / most + 1; ++n) {
         SCOPED_TRACE(std::to_string(shape.size()) + " runs, " + std::to_string(most) +
                      " bytes a call, interrupted at " + std::to_string(n));
-        ExpectToMove(shape, false, n);
-        if (shape.size() == 1) ExpectToMove(shape, true, n);
+        const test::ShortenTransfers shorter(most);
+        Error error;
+        OutputFile out;
+        InputFile in;
+        Create(&out);
+        ASSERT_TRUE(in.Open(path_.c_str(), error));
+        {
+          const test::FailSystemCall interruption(n, EINTR);
+          auto runs = RunsOver(written, shape);
+          EXPECT_TRUE(plain ? out.WriteAt(kOffset, written.data(), size, error)
+                            : out.WriteGather(kOffset, runs.data(), int(runs.size()), error));
+        }
+        EXPECT_EQ(test::ReadBytes(path_), expected);
+        Bytes read(size);
+        {
+          const test::FailSystemCall interruption(n, EINTR);
+          auto runs = RunsOver(read, shape);
+          EXPECT_TRUE(plain ? in.ReadAt(kOffset, read.data(), size, error)
+                            : in.ReadScatter(kOffset, runs.data(), int(runs.size()), error));
+        }
+        EXPECT_EQ(read, written);
+        ASSERT_TRUE(Remove(path_.c_str(), error));
       }
     }
   }
 }
 
-// What is asked for beyond the end of the file is missed, however the bytes before it came in.
-TEST_F(Io, AFileThatEndsEarlyIsTold) {
-  test::WriteBytes(path_, Pattern(40));
-  for (const std::size_t most : {7U, 1000U}) {
-    const test::ShortenTransfers shorter(most);
-    InputFile in;
-    Error error;
-    ASSERT_TRUE(in.Open(path_.c_str(), error));
-    Bytes read(50);
-    EXPECT_FALSE(in.ReadAt(10, read.data(), 50, error));
-    EXPECT_EQ(error.kind(), Error::eCutShort);
-    EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
-    error.Clear();
-    EXPECT_FALSE(in.ReadScatter(10, RunsOver(read, {20, 30}).data(), 2, error));
-    EXPECT_EQ(error.kind(), Error::eCutShort);
-    EXPECT_STREQ(error.text(), "the file ends 20 bytes early, at 40");
-  }
-}
-
 // A disk that is full is another thing than one that breaks, wherever in a transfer it shows.
 TEST_F(Io, FailuresOfTheSystemAreToldApart) {
-  const struct {
-    int number;
-    Error::EKind kind;
-  } rows[] = {{ENOSPC, Error::eNoSpace},   {EDQUOT, Error::eNoSpace}, {EFBIG, Error::eNoSpace},
-              {EIO, Error::eDevice},       {ESTALE, Error::eDevice},  {EROFS, Error::eDenied},
-              {EACCES, Error::eDenied},    {EPERM, Error::eDenied},   {ENOENT, Error::eNotFound},
-              {ENOTDIR, Error::eNotFound}, {EEXIST, Error::eExists},  {EISDIR, Error::eNotAFile},
-              {ENOMEM, Error::eNoMemory}};
+  const std::pair<int, Error::EKind> rows[] = {
+      {ENOSPC, Error::eNoSpace}, {EDQUOT, Error::eNoSpace},   {EFBIG, Error::eNoSpace},
+      {EIO, Error::eDevice},     {ESTALE, Error::eDevice},    {EROFS, Error::eDenied},
+      {EACCES, Error::eDenied},  {EPERM, Error::eDenied},     {ENOENT, Error::eNotFound},
+      {EEXIST, Error::eExists},  {ENOTDIR, Error::eNotFound}, {EISDIR, Error::eNotAFile},
+      {ENOMEM, Error::eNoMemory}};
   Bytes bytes = Pattern(20);
   const auto runs = [&bytes] { return RunsOver(bytes, {5, 15}); };
   const std::string to = path_ + "2";
@@ -150,15 +120,15 @@ TEST_F(Io, FailuresOfTheSystemAreToldApart) {
        [&](Error& e) { return SyncFileSystemOf(folder_.path().c_str(), e); }},
   };
   const test::ShortenTransfers shorter(8);
-  for (const auto& row : rows) {
+  for (const auto& [number, kind] : rows) {
     for (const auto& operation : operations) {
       SCOPED_TRACE(operation.words);
-      const test::FailSystemCall failure(operation.n, row.number);
+      const test::FailSystemCall failure(operation.n, number);
       Error error;
       EXPECT_FALSE(operation.call(error));
-      EXPECT_EQ(error.kind(), row.kind);
+      EXPECT_EQ(error.kind(), kind);
       EXPECT_EQ(std::string(error.text()),
-                operation.words + std::string(": ") + ::strerror(row.number));
+                operation.words + std::string(": ") + ::strerror(number));
     }
   }
   // Some file systems cannot sync folders; that is no failure.

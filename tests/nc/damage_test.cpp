@@ -1,10 +1,18 @@
+// Files whose bytes have changed, with checksums that tell it and with ones that hold: indices that
+// are missing, out of order or at odds with the records.
 #include <algorithm>
+#include <functional>
 #include <random>
 
+#include "backends/nc/checksum.h"
+#include "backends/nc/records.h"
 #include "tests/nc/nc_test.h"
 
 namespace kelsdk::nc {
 namespace {
+
+constexpr auto kPoints = zuCacheData::eNCFloatVectorArray;
+constexpr auto kScalars = zuCacheData::eNCFloatArray;
 
 class Damage : public NcTest {
  protected:
@@ -36,50 +44,181 @@ class Damage : public NcTest {
   std::string path_;
 };
 
-TEST_F(Damage, EveryPrefixGivesItsWholeBlocks) {
-  for (const char* tag : {"ncx", "ncc"}) {
-    const Bytes whole = WriteSmall(tag);
-    std::size_t before = 0;
-    for (std::size_t size = 0; size < whole.size(); ++size) {
-      SCOPED_TRACE("cut at " + std::to_string(size));
-      test::WriteBytes(path_, Bytes(whole.data(), whole.data() + size));
-      const std::size_t readable = ReadableSamples();
-      EXPECT_FALSE(Verifies("shot"));
-      EXPECT_GE(readable, before) << "fewer than when it was shorter";
-      before = readable;
-    }
-    EXPECT_EQ(before, 4u);
-  }
-}
-
-TEST_F(Damage, EveryFlippedBitIsFound) {
+TEST_F(Damage, EveryPrefixGivesItsWholeBlocksAndEveryFlippedBitIsFound) {
   std::mt19937 random(11);
   for (const std::string tag : {"ncx", "ncc", "xml"}) {
     Bytes bytes = WriteSmall(tag);
+    const bool isData = tag != "xml";
     for (int i = 0; i < 1000; ++i) {
       const std::size_t bit = random() % (8 * bytes.size());
       SCOPED_TRACE(tag + " bit " + std::to_string(bit));
       const auto mask = static_cast<std::uint8_t>(1u << bit % 8);
       bytes[bit / 8] ^= mask;
       test::WriteBytes(path_, bytes);
-      EXPECT_FALSE(tag != "xml" && Verifies("shot"));
+      EXPECT_FALSE(isData && Verifies("shot"));
       ReadableSamples();
       bytes[bit / 8] ^= mask;
     }
+    std::size_t before = 0;
+    for (std::size_t size = 0; isData && size < bytes.size(); ++size) {
+      SCOPED_TRACE(tag + " cut at " + std::to_string(size));
+      test::WriteBytes(path_, Bytes(bytes.data(), bytes.data() + size));
+      const std::size_t readable = ReadableSamples();
+      EXPECT_FALSE(Verifies("shot"));
+      EXPECT_GE(readable, before) << "fewer than when it was shorter";
+      before = readable;
+    }
+    EXPECT_EQ(before, isData ? 4u : 0u);
   }
 }
 
-TEST_F(Damage, FilesOfAnotherCache) {
-  for (const auto format : {Cache::eSingleFile, Cache::eFilePerFrame}) {
-    const bool isSingle = format == Cache::eSingleFile;
-    const Form form = {format, "ncx"};
-    const std::string name = isSingle ? ".ncx" : "Frame2.ncx";
-    ASSERT_TRUE(Write(Folder(), "other", form.Of(Frames(4, 40, 99))));
-    ASSERT_TRUE(Write(Folder(), "shot", form.Of(Frames(4, 40))));
-    test::WriteBytes(folder_.File("shot" + name), test::ReadBytes(folder_.File("other" + name)));
+// The bytes of a data file, to be changed so that all checksums hold.
+class File {
+ public:
+  explicit File(std::string path) : path_(std::move(path)), bytes_(test::ReadBytes(path_)) {
+    EXPECT_TRUE(LoadTrailer(&bytes_[bytes_.size() - kTrailerSize], &trailer));
+    for (std::uint32_t i = 0; i < trailer.channelCount; ++i) {
+      directory.push_back(LoadDirectoryEntry(&bytes_[trailer.directory + i * kDirectoryEntrySize]));
+    }
+  }
+
+  // Changes the n-th record of a kind.
+  void EditRecord(ERecordKind kind, int n, const std::function<void(RecordHeader&)>& edit) {
+    RecordHeader record;
+    for (std::uint64_t at = kHeaderSize; at < trailer.dataEnd;) {
+      ASSERT_TRUE(LoadRecordHeader(&bytes_[at], &record));
+      const bool hasPayload = record.kind == eArrayRecord || record.kind == eChannelRecord;
+      if (record.kind == kind && n-- == 0) {
+        edit(record);
+        return StoreRecordHeader(record, &bytes_[at]);
+      }
+      at = AlignUp(at + kRecordHeaderSize + (hasPayload ? record.storedSize : 0));
+    }
+    FAIL() << "no such record";
+  }
+
+  SampleEntry* Index(std::uint32_t channel) {
+    return reinterpret_cast<SampleEntry*>(&bytes_[directory[channel].indexOffset]);
+  }
+
+  // With the checksums of what has changed. Without its trailer the file is read by its records.
+  void Store(bool withTrailer = true) {
+    for (std::uint32_t i = 0; i < directory.size(); ++i) {
+      const std::size_t size = directory[i].samples.count * kIndexEntrySize;
+      directory[i].indexChecksum = Checksum(&bytes_[directory[i].indexOffset], size);
+      StoreDirectoryEntry(directory[i], &bytes_[trailer.directory + i * kDirectoryEntrySize]);
+    }
+    trailer.directoryChecksum =
+        Checksum(&bytes_[trailer.directory], directory.size() * kDirectoryEntrySize);
+    StoreTrailer(trailer, &bytes_[bytes_.size() - kTrailerSize]);
+    Bytes stored = bytes_;
+    if (!withTrailer) stored.resize(stored.size() - kTrailerSize);
+    test::WriteBytes(path_, stored);
+  }
+
+  Trailer trailer;
+  std::vector<DirectoryEntry> directory;
+
+ private:
+  std::string path_;
+  Bytes bytes_;
+};
+
+class Index : public NcTest {
+ protected:
+  // Ticks out of order and written twice, arrays that repeat, and two channels of equal ones.
+  CacheSpec WriteOdd(const char* tag) {
+    CacheSpec spec = Form{Cache::eSingleFile, tag}.Of({});
+    spec.channels = {{"a", kPoints}, {"b", kPoints}};
+    const int ticks[] = {500, 0, 250, 500, 1000, 750};
+    const int seeds[] = {1, 1, 2, 3, 3, 4};
+    for (std::size_t i = 0; i < std::size(ticks); ++i) {
+      spec.samples.push_back({0, ticks[i], MakeArray(kPoints, 40, seeds[i])});
+      if (i % 2 == 0) spec.samples.push_back({1, ticks[i], MakeArray(kPoints, 40, 1)});
+    }
+    EXPECT_TRUE(Write(Folder(), "shot", spec));
+    return spec;
+  }
+};
+
+// Records whose checksums hold and which still cannot be. The file is read up to the last time
+// block before them.
+TEST_F(Index, RecordsThatCannotBeEndTheScan) {
+  const struct {
+    const char* why;
+    ERecordKind kind;
+    int record;
+    std::function<void(RecordHeader&)> edit;
+    std::size_t blocks;  // that are left
+  } rows[] = {
+      {"nothing is wrong", eBlockEndRecord, 0, [](auto&) {}, 6},
+      {"a block counts an array too many", eBlockEndRecord, 2, [](auto& r) { ++r.count; }, 2},
+      {"a block counts none", eBlockEndRecord, 2, [](auto& r) { r.count = 0; }, 2},
+      {"a block of another time", eBlockEndRecord, 1, [](auto& r) { ++r.tick; }, 1},
+      {"an array of another time", eArrayRecord, 4, [](auto& r) { ++r.tick; }, 5},
+      {"an array of no channel", eArrayRecord, 4, [](auto& r) { r.channel = 2; }, 5},
+      {"an array of another type", eArrayRecord, 4, [](auto& r) { r.type = kScalars; }, 5},
+      {"a repeat of another size", eRepeatRecord, 0, [](auto& r) { ++r.count; }, 1},
+      {"a repeat stored in another size", eRepeatRecord, 0, [](auto& r) { --r.storedSize; }, 1},
+      {"a repeat of other values", eRepeatRecord, 0, [](auto& r) { ++r.checksum; }, 1},
+      {"a repeat of the middle of an array", eRepeatRecord, 0,
+       [](auto& r) { r.payloadOffset += kAlignment; }, 1},
+      {"a repeat of what comes after it", eRepeatRecord, 0,
+       [](auto& r) { r.payloadOffset += 0x1000; }, 1},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    CacheSpec spec = WriteOdd("ncx");
+    File file(DataFile("shot", spec.tag));
+    file.EditRecord(row.kind, row.record, row.edit);
+    file.Store();
+    EXPECT_EQ(bool(Verifies("shot")), row.blocks == 6);
+    file.Store(false);
+    // What was written up to the block that the scan ends at: 2 arrays in every other block.
+    spec.samples.resize((3 * row.blocks + 1) / 2);
+    EXPECT_TRUE(ReadCache(Folder(), "shot") == ContentsOf(spec));
+  }
+}
+
+// Indices whose checksums hold. What breaks their own order is not believed, and the records
+// answer; what contradicts the records alone shows when they are compared.
+TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
+  const struct {
+    const char* why;
+    std::function<void(File&)> edit;
+    bool readsRight;
+  } rows[] = {
+      {"two entries in the wrong order", [](auto& f) { std::swap(f.Index(0)[1], f.Index(0)[2]); },
+       true},
+      {"two entries of one time", [](auto& f) { f.Index(0)[2].tick = f.Index(0)[1].tick; }, true},
+      {"another first time", [](auto& f) { ++f.directory[0].samples.first; }, true},
+      {"an array where the records have ended",
+       [](auto& f) { f.Index(0)[1].offset = f.trailer.dataEnd; }, true},
+      {"an entry less",
+       [](auto& f) {
+         f.directory[0].samples.last = f.Index(0)[--f.directory[0].samples.count - 1].tick;
+       },
+       false},
+      {"a time between its neighbours", [](auto& f) { ++f.Index(0)[1].tick; }, false},
+      {"the array of another time",
+       [](auto& f) {
+         const int tick = f.Index(0)[0].tick;
+         f.Index(0)[0] = f.Index(0)[1];
+         f.Index(0)[0].tick = tick;
+       },
+       false},
+      {"an interval that is none", [](auto& f) { f.directory[1].samples.interval = 250; }, true},
+      {"an interval that nobody declared", [](auto& f) { f.directory[0].declared = 250; }, true},
+      {"a block more", [](auto& f) { ++f.trailer.blockCount; }, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.why);
+    const CacheSpec spec = WriteOdd("ncx");
+    File file(DataFile("shot", spec.tag));
+    row.edit(file);
+    file.Store();
     EXPECT_FALSE(Verifies("shot"));
-    const auto found = ReadCache(Folder(), "shot");
-    EXPECT_EQ(found ? (*found)[0].size() : 0, isSingle ? 0u : 3u) << "but for the other's frame";
+    EXPECT_EQ(ReadCache(Folder(), "shot") == ContentsOf(spec), row.readsRight);
   }
 }
 

@@ -60,11 +60,9 @@ class PC2 : public FileTest {
     return cache->OpenFileForRead(nullptr) ? cache.Fetch(sample) : std::nullopt;
   }
   // The samples that were saved.
-  static unsigned int Recover(const std::string& path, bool force = false) {
-    zuPointCache2IO::recoverOptions options;
-    options.force = force;
+  static unsigned int Recover(const std::string& path) {
     unsigned int saved = 0;
-    const bool done = zuPointCache2IO::recover(path.c_str(), options, saved, nullptr, nullptr);
+    const bool done = zuPointCache2IO::recover(path.c_str(), {}, saved, nullptr, nullptr);
     EXPECT_EQ(done, saved != 0);
     return saved;
   }
@@ -72,8 +70,8 @@ class PC2 : public FileTest {
     return zuPointCache2IO::leftovers(path.c_str(), nullptr, nullptr);
   }
   // Samples of two points that are never published.
-  static void WriteAndDie(const std::string& path, const std::vector<unsigned int>& samples) {
-    PC2Object cache(path);
+  void WriteAndDie(const std::vector<unsigned int>& samples) {
+    PC2Object cache(path_);
     ASSERT_TRUE(cache->OpenFileForWrite(7, 24, 5, 2, nullptr));
     for (const unsigned int sample : samples) cache.WriteSample(sample);
   }
@@ -113,8 +111,7 @@ TEST_F(PC2, OddButSoundFiles) {
   // Growing and cut under use.
   WriteBytes(path_, MakePC2(2, 4, 24));
   PC2Object cache(path_);
-  ASSERT_TRUE(cache->OpenFileForRead(nullptr));
-  EXPECT_FALSE(cache.Fetch(3));
+  ASSERT_TRUE(cache->OpenFileForRead(nullptr) && !cache.Fetch(3));
   WriteBytes(path_, MakePC2(2, 4, 96));
   EXPECT_EQ(cache.Fetch(3), 18.0F);
   fs::resize_file(path_, 100);
@@ -127,7 +124,6 @@ TEST_F(PC2, VerifyTellsEveryProblem) {
     Bytes file;
   } rows[] = {
       {"", MakePC2(2, 3, 72)},
-      {"", MakePC2(0, 5, 0)},
       {"", MakePC2(300000000, 0, 0)},  // room for a sample is not asked for
       {"holds 2 whole samples of 3 claimed\n", MakePC2(2, 3, 71)},
       {"4 bytes after the last sample\n", MakePC2(2, 3, 76)},
@@ -142,21 +138,15 @@ TEST_F(PC2, VerifyTellsEveryProblem) {
     EXPECT_EQ(zuPointCache2IO::verify(path_.c_str(), AddLine, &lines), *row.problems == 0);
     EXPECT_EQ(lines, row.problems);
   }
-  zuPointCache2IO reader;
-  WriteBytes(path_, MakePC2(2, 3, 24));
-  ASSERT_TRUE(reader.initialize(path_.c_str(), zuPointCache2IO::readMode));
-  EXPECT_EQ(reader.promisedSize(), 32U + 72);
 }
 
 TEST_F(PC2, PathsThatCannotBe) {
   ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);  // which must not hang, whoever opens it
-  KelStatus status;
   for (const std::string& bad : {std::string(), folder_.path() + "/", folder_.File("none/x.pc2"),
                                  folder_.File("shot.pc2/y.pc2"), path_}) {
     PC2Object refused(bad);
-    EXPECT_FALSE(refused->OpenFileForRead(&status)) << bad;
-    EXPECT_FALSE(refused->OpenFileForWrite(0, 24, 1, 1, &status)) << bad;
-    EXPECT_EQ(status.GetCode(), KelStatus::eFailure) << bad;
+    EXPECT_FALSE(refused->OpenFileForRead(nullptr)) << bad;
+    EXPECT_FALSE(refused->OpenFileForWrite(0, 24, 1, 1, nullptr)) << bad;
   }
 }
 
@@ -184,20 +174,6 @@ TEST_F(PC2, WritesInAnyOrderAndReplacesAtTheEnd) {
   EXPECT_EQ(cache->GetSamplingFrameRate(nullptr), 1.0) << "whatever rate it was written with";
 }
 
-TEST_F(PC2, WritersOfOneTargetDoNotMeet) {
-  PC2Object writers[] = {PC2Object(path_), PC2Object(path_)};
-  for (unsigned int i = 0; i < 2; ++i) {
-    ASSERT_TRUE(writers[i]->OpenFileForWrite(0, 24, i + 1, 2, nullptr));
-    EXPECT_TRUE(writers[i].WriteSample(i));
-  }
-  EXPECT_EQ(Recover(path_), 0U) << "both live";
-  EXPECT_EQ(Leftovers(path_), 0U);
-  for (unsigned int i = 0; i < 2; ++i) {
-    writers[i]->CloseFile(nullptr);
-    EXPECT_EQ(FirstValue(path_, i), float(i));
-  }
-}
-
 TEST_F(PC2, RecoversTheSamplesBeforeTheFirstGap) {
   const struct {
     const char* why;
@@ -213,7 +189,7 @@ TEST_F(PC2, RecoversTheSamplesBeforeTheFirstGap) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.why);
-    WriteAndDie(path_, c.written);
+    WriteAndDie(c.written);
     EXPECT_EQ(Exists(path_ + ".partial"), !c.written.empty());
     if (c.cutTo != 0) fs::resize_file(path_ + ".partial", c.cutTo);
     EXPECT_EQ(Leftovers(path_), c.saved != 0 ? 1U : 0U);
@@ -254,7 +230,7 @@ TEST_F(PC2, ASampleAllocatesNothingAndMakesAtMostOneSystemCall) {
   ExpectCost(1U, 100U, 1, write);
   cache->CloseFile(nullptr);
   ASSERT_TRUE(cache->OpenFileForRead(nullptr));
-  for (unsigned int sample = 0; sample < 100; ++sample) read(sample);  // the window settles
+  for (const unsigned int sample : {0U, 1U, 2U}) read(sample);  // the window settles
   ExpectCost(0U, 100U, 2, read);
 }
 

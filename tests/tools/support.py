@@ -60,6 +60,7 @@ class CommandTest(unittest.TestCase):
         self.assertEqual((failed.returncode, failed.stdout), (status, ""), (words, failed.stderr))
         self.assertRegex(failed.stderr, r"\Akelcache: .*\n\Z", words)
         self.assertIn(line, failed.stderr, words)
+        return failed.stderr
 
     def dump(self, path, *more):
         return json.loads(self.run_done("dump", path, *more))

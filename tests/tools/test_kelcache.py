@@ -1,6 +1,7 @@
 """The kelcache command as a user meets it: output, error lines, exit status."""
 
 import json
+import re
 import struct
 import subprocess
 import sys
@@ -14,19 +15,20 @@ class RealFiles(CommandTest):
     def test_pc2_gives_what_is_known_of_it(self):
         for known in sorted((DATA / "pc2").glob("*.expected.json")):
             path = known.with_name(known.name.replace(".expected.json", ".pc2"))
-            for expect in (self.expect_info, self.expect_play, self.expect_dumps):
-                with self.subTest(path.name):
-                    expect(path, json.loads(known.read_text()))
+            with self.subTest(path.name):
+                expected = json.loads(known.read_text())
+                self.expect_info(path, expected)
+                self.expect_play(path, expected)
+                self.expect_dumps(path, expected)
 
     def expect_info(self, path, expected):
         info = self.info(path)
-        self.assertEqual((info["format"], info["frameRate"], info["frameRateSource"]),
-                         ("pc2", 24, "assumed"))
-        self.assertTrue(info["complete"])
-        self.assertEqual([info["pc2"][name] for name in
-                          ("points", "samples", "startFrame", "sampleRate")],
-                         [expected[name] for name in ("points", "samples", "start", "rate")])
-        (channel,) = info["channels"]
+        channel, = info["channels"]
+        self.assertEqual([info[key] for key in ("format", "frameRate", "frameRateSource",
+                                                "complete")], ["pc2", 24, "assumed", True])
+        self.assertEqual([info["pc2"][key] for key in ("points", "samples", "startFrame",
+                                                       "sampleRate")],
+                         [expected[key] for key in ("points", "samples", "start", "rate")])
         self.assertEqual((channel["index"], channel["name"]), (0, None))
         self.assertAlmostEqual(channel["start"] * 24, expected["start"])
 
@@ -35,12 +37,12 @@ class RealFiles(CommandTest):
         self.assertEqual([line.split()[0] for line in lines[1 : 1 + expected["samples"]]],
                          ["%.7g" % (expected["start"] + i * expected["rate"])
                           for i in range(expected["samples"])])
+        box = re.findall(r"[-+.\de]+", lines[-2].removeprefix("bounding box "))
         boxes = expected["boxes"]
         if len(boxes) == expected["samples"]:
-            low = [min(box["min"][axis] for box in boxes) for axis in range(3)]
-            high = [max(box["max"][axis] for box in boxes) for axis in range(3)]
-            words = lines[-2].removeprefix("bounding box ").replace(" to ", ", ").split(", ")
-            self.assertEqual([float32(float(word.strip("()"))) for word in words], low + high)
+            self.assertEqual([float32(float(word)) for word in box],
+                             [end(box[side][axis] for box in boxes) for side, end in
+                              (("min", min), ("max", max)) for axis in range(3)])
 
     def expect_dumps(self, path, expected):
         for check in expected["checks"]:
@@ -59,10 +61,10 @@ class RealFiles(CommandTest):
     def test_alembic(self):
         path = DATA / "abc" / "mesh_24fps.abc"
         info = self.info(path)
-        channel = info["channels"][0]
-        self.assertEqual((info["format"], info["frameRate"], info["frameRateSource"]),
-                         ("alembic", 24, "derived"))
-        self.assertEqual([channel[key] for key in ("name", "samples", "points", "sampling")],
+        self.assertEqual([info[key] for key in ("format", "frameRate", "frameRateSource")],
+                         ["alembic", 24, "derived"])
+        self.assertEqual([info["channels"][0][key] for key in ("name", "samples", "points",
+                                                               "sampling")],
                          ["/wave/.geom/P", 24, 42, "uniform"])
         self.assertIn("24 frames (0 to 23), 42 points", self.run_done("play", path))
         self.assertIn("wave", self.run_done("info", path, "--tree"))
@@ -92,28 +94,25 @@ class Moments(CommandTest):
 class Failures(CommandTest):
     def test_files_that_cannot_be_opened(self):
         header = self.pc2("header.pc2", 3, 2, [0] * 8).read_bytes()
-        cases = {
-            "short": (header[:31], "not a PC2 file: 31 bytes, the header alone takes 32"),
-            "signature": (header.replace(b"2\0", b"2 "), "not a PC2 file: bad signature"),
-            "version": (header.replace(b"\1", b"\2", 1), "Unsupported file version"),
-            "cut": (header[:-1], "2 samples of 36 bytes claimed, 31 bytes left"),
-        }
-        for name, (content, words) in cases.items():
+        for name, content, words in [
+                ("short", header[:31], "not a PC2 file: 31 bytes, the header alone takes 32"),
+                ("signature", header.replace(b"2\0", b"2 "), "not a PC2 file: bad signature"),
+                ("version", header.replace(b"\1", b"\2", 1), "Unsupported file version"),
+                ("cut", header[:-1], "2 samples of 36 bytes claimed, 31 bytes left"),
+                # Products that wrap in 32 bits are small enough for the file.
+                ("row", header.replace(b"\3\0\0\0", b"\x56\x55\x55\x15", 1),
+                 "a sample of 357913942 points does not fit 32 bits"),
+                ("rows", header.replace(b"\3\0\0\0", b"\0\0\0\x10", 1),
+                 "2 samples of 3221225472 bytes claimed")]:
             path = self.folder / f"{name}.pc2"
             path.write_bytes(content)
-            for verb in (["info"], ["play"], ["dump", "--sample", 0]):
-                self.expect_error(FAILED, f"{path}: {words}", *verb, path)
-        # Products that wrap in 32 bits are small enough for the file.
-        for points, samples, words in [(0x15555556, 1, "357913942 points does not fit 32 bits"),
-                                       (0x10000000, 1, "1 samples of 3221225472 bytes claimed")]:
-            self.expect_error(FAILED, words, "info", self.pc2("x.pc2", points, samples, [0] * 16))
+            for verb, *more in [("info",), ("play",), ("dump", "--sample", 0)]:
+                self.expect_error(FAILED, f"{path}: {words}", verb, path, *more)
 
     def test_a_file_cut_short(self):
         path = self.pc2("cut.pc2", 1, 5, [0] * 7)
         self.assertFalse(self.info(path)["complete"])
         self.assertIn("no: holds 2 whole samples of 5", self.run_done("info", path))
-        many = self.pc2("many.pc2", 1, -0x80000000, [0] * 7)
-        self.assertIn("no: holds 2 whole samples of 2147483648", self.run_done("info", many))
         for range, status in [([], FOUND), (["--to", 1], DONE), (["--from", 1], FOUND)]:
             played = run("play", path, *range)
             self.assertEqual(played.returncode, status, range)
@@ -129,15 +128,6 @@ class Failures(CommandTest):
 
 
 class Making(CommandTest):
-    def test_make_is_the_same_at_every_run(self):
-        make = ["a.pc2", "--start", 7, "--force"]
-        path = self.make(*make, points=1000, frames=5)
-        made = path.read_bytes()
-        self.make(*make, points=1000, frames=5)
-        self.assertEqual(path.read_bytes(), made)
-        self.assertIn("5 frames (7 to 11), 1000 points", self.run_done("play", path))
-        self.assertIn("10 frames", self.run_done("play", path, "--loop", 2, "--quiet"))
-
     def test_every_type_in_every_layout(self):
         letters = {"float32[3]": "f", "float64[3]": "d", "int32": "i", "float32": "f",
                    "float64": "d"}
@@ -178,65 +168,41 @@ class Making(CommandTest):
             self.assertEqual(self.info(copy)["compact"], self.info(old / cache)["compact"])
 
     def test_a_maximum_error(self):
+        small = self.folder / "small.xml"
         for path in sorted(DATA.glob("pc2/*.pc2")):
             for bound in ["0.001%", "0.01%", "0.1%"]:
-                small = self.folder / "small.xml"
                 said = run("convert", path, small, "--compact", "--max-error", bound, "--force")
-                self.assertEqual(said.returncode, DONE)
                 info = self.info(small)
-                error = info["channels"][0]["maximumError"]
+                error, sizes = info["channels"][0]["maximumError"], info["compact"]
+                self.assertEqual(said.returncode, DONE)
                 self.assertIn(f"values of channel small are within {error:.7g} of the source's",
                               said.stderr)
                 self.run_done("diff", path, small, "--tolerance", repr(error))
                 self.run_done("verify", small)
-                sizes = info["compact"]
                 self.assertLess(2 * sizes["storedBytes"], sizes["arrayBytes"])
-        moved = self.folder / "moved.xml"
         source = self.make("many.xml", "--channels", "p,i,d", "--type", "float32[3],int32,float64")
-        said = run("convert", source, moved, "--compact", "--max-error", 0.0005)
+        said = run("convert", source, small, "--compact", "--max-error", 0.0005, "--force")
         self.assertEqual((said.returncode, said.stderr.count("within 0.0005")), (DONE, 2))
-        self.assertEqual([channel["maximumError"] for channel in self.info(moved)["channels"]],
+        self.assertEqual([channel["maximumError"] for channel in self.info(small)["channels"]],
                          [0.0005, 0, 0.0005])
-        self.run_done("diff", source, moved, "--tolerance", 0.0005)
-        for wrong in [["--max-error", 1], ["--compact", "--max-error", 0], ["--compact-encoding", 1],
-                      ["--compact", "--max-error", "1 %x"],
-                      ["--compact", "--compact-encoding", 1, "--max-error", 1]]:
-            self.expect_error(USAGE, "", "convert", source, self.folder / "no.xml", *wrong)
+        self.run_done("diff", source, small, "--tolerance", 0.0005)
+        for wrong in ["--max-error 1", "--compact --max-error 0", "--compact-encoding 1",
+                      "--compact --max-error 1%x", "--compact --compact-encoding 1 --max-error 1"]:
+            self.expect_error(USAGE, "", "convert", source, self.folder / "no.xml", *wrong.split())
 
     def test_data_files_without_a_description_are_not_replaced_in_silence(self):
-        source = self.make("source.xml")
-        path = self.make("shot.xml")
-        path.unlink()
-        data = self.folder / "shot.ncx"
-        kept = data.read_bytes()
-        verbs = [["make", path, "--points", 5, "--frames", 2], ["convert", source, path],
-                 ["retime", source, path, "--offset", 1]]
-        for verb in verbs:
-            self.expect_error(FAILED, f"{data}: exists already; --force replaces it", *verb)
-        self.assertEqual(data.read_bytes(), kept)
-        for verb in verbs:
-            self.run_done(*verb, "--force")
-            path.unlink()
-            data.write_bytes(b"notes")
-            self.expect_error(FAILED, f"{data}: is in the way and is no NC data file", *verb,
-                              "--force")
-            self.assertEqual(data.read_bytes(), b"notes")
-            data.unlink()
-
-
-class Verifying(CommandTest):
-    def test_finds_damage_in_many_files(self):
-        caches = [self.make(f"{name}.xml") for name in ("sound", "flipped", "lost")]
-        cut = self.pc2("cut.pc2", 1, 5, [0] * 7)
-        data = bytearray((self.folder / "flipped.ncx").read_bytes())
-        data[len(data) // 2] ^= 1
-        (self.folder / "flipped.ncx").write_bytes(data)
-        (self.folder / "lost.ncx").unlink()
-        found = self.run_found("verify", *caches, cut, "--jobs", 4)
-        for path in (*caches[1:], cut):
-            self.assertEqual(found.count(f"{path}: "), 1, path)
-        self.assertIn(f"{cut}: holds 2 whole samples of 5 claimed\n", found)
-        self.assertIn("4 files, 1 sound, 3 failed", found)
+        source, path = self.make("source.xml"), self.make("shot.xml")
+        data = path.with_suffix(".ncx")
+        for words, content, *more in [("exists already; --force replaces it", data.read_bytes()),
+                                      ("is in the way and is no NC data file", b"notes", "--force")]:
+            for verb in [["make", path, "--points", 5, "--frames", 2], ["convert", source, path],
+                         ["retime", source, path, "--offset", 1]]:
+                self.run_done(*verb, "--force")
+                path.unlink()
+                data.write_bytes(content)
+                self.expect_error(FAILED, f"{data}: {words}", *verb, *more)
+                self.assertEqual(data.read_bytes(), content)
+                data.unlink()
 
 
 class Converting(CommandTest):
@@ -256,12 +222,6 @@ class Converting(CommandTest):
                 self.run_done("convert", nc, back, "--force")
                 self.assertEqual(back.read_bytes(), path.read_bytes(), (path.name, more))
 
-    def test_alembic_to_both(self):
-        for name in ("mesh_24fps.abc", "mesh_ntsc.abc", "xforms.abc"):
-            for target in ("a.pc2", "a.xml"):
-                self.run_done("convert", DATA / "abc" / name, self.folder / target, "--force")
-                self.run_done("diff", DATA / "abc" / name, self.folder / target)
-
     def test_refusals_leave_nothing(self):
         source = self.pc2("in.pc2", 1, 2, [0] * 6)
         kept = self.pc2("kept.pc2", 1, 1, [0] * 3)
@@ -278,14 +238,6 @@ class Converting(CommandTest):
             self.expect_error(status, words, "convert", *arguments)
         self.assertEqual(self.contents(), before)
 
-    def test_a_folder_of_inputs(self):
-        inputs = [self.pc2(f"{name}.pc2", 2, 2, range(12)) for name in ("shot", "other shot")]
-        done = run("convert", *inputs, "--to", "xml", "--jobs", 2)
-        self.assertEqual(done.returncode, DONE, done.stderr)
-        self.assertIn("2 files, 2 converted, 0 failed", done.stderr)
-        for path in inputs:
-            self.run_done("diff", path, path.with_suffix(".xml"))
-
     def test_diff_finds_and_tolerates(self):
         a = self.pc2("a.pc2", 2, 2, [0] * 12)
         b = self.pc2("b.pc2", 2, 2, [0] * 11 + [0.5])
@@ -300,21 +252,20 @@ class Converting(CommandTest):
     def test_retime(self):
         path = DATA / "pc2" / "monkey_wave.pc2"  # frames 10 to 20, every half frame
         nc, one = self.folder / "shot.xml", self.folder / "one.xml"
+        out = self.folder / "out.xml"
         self.run_done("convert", path, nc)
         self.run_done("convert", nc, one, "--from", 12, "--to", 12)
-        for *how, frames, interval in [("--offset", -10, "(0 to 10)", 0.5 / 24),
-                                       ("--scale", 2, "(20 to 40)", 1 / 24),
-                                       ("--rate", 12, "(10 to 20)", 0.5 / 12)]:
-            for source, target in [(path, "out.pc2"), (path, "out.xml"), (nc, "out.xml"),
-                                   (one, "out.xml")]:
-                if source == path and "--rate" in how:
-                    continue
-                out = self.folder / target
-                self.run_done("retime", source, out, *how, "--force")
-                if source != one:
-                    self.assertIn(frames, self.run_done("play", out))
-                self.assertAlmostEqual(self.info(out)["channels"][0]["interval"], interval,
-                                       msg=(source.name, how))
+        for source, target, frames, interval, *how in [
+                (path, "out.pc2", "(0 to 10)", 0.5 / 24, "--offset", -10),
+                (path, "out.xml", "(20 to 40)", 1 / 24, "--scale", 2),
+                (nc, "out.xml", "(0 to 10)", 0.5 / 24, "--offset", -10),
+                (nc, "out.xml", "(10 to 20)", 0.5 / 12, "--rate", 12),
+                (one, "out.xml", "(24 to 24)", 1 / 24, "--scale", 2),
+                (one, "out.xml", "(12 to 12)", 0.5 / 12, "--rate", 12)]:
+            self.run_done("retime", source, self.folder / target, *how, "--force")
+            self.assertIn(frames, self.run_done("play", self.folder / target))
+            found = self.info(self.folder / target)["channels"][0]["interval"]
+            self.assertAlmostEqual(found, interval, msg=(source.name, how))
         self.assertEqual(self.info(out)["frameRate"], 12)
         self.expect_error(USAGE, "stores no frame rate", "retime", path, self.folder / "x.pc2",
                           "--rate", 12)
@@ -327,46 +278,31 @@ class Recovering(CommandTest):
         running.kill()
         running.wait()
 
-    def saved(self, path, words, *more):
-        said = self.run_done("recover", path, *more)
-        line = next(line for line in said.splitlines() if words in line)
-        return int(line.removeprefix(f"{path}: ").split()[0]), said
-
-    def expect_frames(self, path, frames, points):
-        self.run_done("verify", path)
-        self.assertIn(f"{frames} frames (0 to {frames - 1}), {points} points",
-                      self.run_done("play", path))
-
     def test_a_killed_writer(self):
         for name, unit in [("sim.pc2", "samples"), ("sim.xml", "time blocks")]:
             path = self.folder / name
             beside, kept = (self.folder / f"sim.{word}{path.suffix}"
                             for word in ("recovered", "before-recover"))
-            make = ["make", path, "--points", 50000, "--frames", 2000, "--force"]
-            self.kill(*make)
+            self.kill("make", path, "--points", 50000, "--frames", 2000)
             for verb in ("info", "verify"):
                 failed = run(verb, path)
                 self.assertEqual(failed.returncode, FAILED)
                 self.assertIn(f"kelcache recover {path} saves it", failed.stderr)
-            saved, _ = self.saved(path, f"whole {unit} saved as ")
-            self.expect_frames(path, saved, 50000)
-
-            self.make(name, "--force", points=10, frames=40)
-            self.kill(*make)
-            self.assertIn("kelcache recover", run("verify", path).stderr)
-            saved, said = self.saved(path, f"whole {unit} saved as ")
-            self.assertIn(f"{beside.name}; ", said)
-            self.assertIn(f"{path.name} stays as it is", said)
-            self.expect_frames(path, 40, 10)
-            self.expect_frames(beside, saved, 50000)
-            self.expect_error(FAILED, "recover", "recover", path)
-
-            self.kill(*make)
-            saved, said = self.saved(path, f"whole {unit} saved as ", "--force")
-            self.assertIn(f"is kept as {'' if unit == 'time blocks' else self.folder / ''}", said)
-            self.assertIn(kept.name, said)
-            self.expect_frames(path, saved, 50000)
-            self.expect_frames(kept, 40, 10)
+            for target, words, *more in [(path, []), (beside, [f"{path.name} stays as it is"]),
+                                         (path, ["is kept as ", kept.name], "--force")]:
+                said = self.run_done("recover", path, *more)
+                whole, = (line for line in said.splitlines() if f" whole {unit} saved as " in line)
+                for word in [target.name, *words]:
+                    self.assertIn(word, said)
+                frames = int(whole.removeprefix(f"{path}: ").split()[0])
+                self.run_done("verify", target)
+                self.assertIn(f"{frames} frames (0 to {frames - 1}), 50000 points",
+                              self.run_done("play", target))
+                self.expect_error(FAILED, "recover", "recover", path)
+                self.make(name, "--force", points=10, frames=40)
+                self.kill("make", path, "--points", 50000, "--frames", 2000, "--force")
+                self.assertIn("kelcache recover", run("verify", path).stderr)
+            self.assertIn("40 frames (0 to 39), 10 points", self.run_done("play", kept))
 
 
 if __name__ == "__main__":

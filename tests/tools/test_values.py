@@ -55,14 +55,6 @@ class CountsThatVary(ValuesTest):
             self.run_done("convert", path, self.out, "--pad", pad, "--force")
             self.assertEqual(self.samples(self.out)[2:], [samples[2], samples[3] + sum(rest, [])])
 
-    def test_arrays_that_are_always_empty(self):
-        path = self.archive("none.abc", ("P", "float32", 3, [[], []]),
-                            ("id", "int32", 1, [[], [4]]))
-        self.convert(path)
-        for cache in (path, self.nc):
-            self.assertEqual([self.samples(cache, i) for i in range(2)], [[[], []], [[], [4]]])
-        self.assertIn("2 frames", self.run_done("play", path))
-
 
 class Integers(ValuesTest):
     def test_types_that_hold_them(self):
@@ -85,12 +77,10 @@ class Integers(ValuesTest):
 
     def test_repeats_stay_repeats_across_properties(self):
         big = [float(i) for i in range(3000)]
-        path = self.archive("many.abc", *(
+        self.convert(self.archive("many.abc", *(
             (f"P{i}", "float32", 3, [big if (i + j) % 2 else [0.0] * 3 for j in range(6)])
-            for i in range(50)))
-        self.convert(path)
+            for i in range(50))))
         self.assertLess(self.nc.with_suffix(".ncx").stat().st_size, 100_000)
-        self.convert(path, "--per-frame", "--force")
 
 
 class Times(ValuesTest):
@@ -138,47 +128,36 @@ class Times(ValuesTest):
         self.run_done("convert", path, self.nc, "--rate", 24)
         for source, *rate in [(path, "--rate", 24), (self.nc,)]:
             self.expect_error(FAILED, "not evenly spaced", "convert", source, self.out, *rate)
-        held, blended = self.folder / "held.pc2", self.folder / "blended.pc2"
-        self.run_done("convert", self.nc, held, "--resample", "hold")
-        self.run_done("convert", self.nc, blended, "--resample", "linear")
         before, after = (self.dump(self.nc, "--sample", i) for i in range(2))
-        for frame in range(-12, int(after["frame"]) + 1):
-            share = (frame - before["frame"]) / (after["frame"] - before["frame"])
-            values = self.dump(blended, f"--frame={frame}")["values"]
-            for one, a, b in zip(values, before["values"], after["values"]):
-                self.assertAlmostEqual(one, a + (b - a) * share, places=5)
-            if frame < after["frame"]:
-                self.assertEqual(self.dump(held, f"--frame={frame}")["values"], before["values"])
+        for how in ("hold", "linear"):
+            self.run_done("convert", self.nc, self.out, "--resample", how, "--force")
+            for frame in range(-12, int(after["frame"])):
+                share = (frame - before["frame"]) / (after["frame"] - before["frame"])
+                values = self.dump(self.out, f"--frame={frame}")["values"]
+                for one, a, b in zip(values, before["values"], after["values"]):
+                    self.assertAlmostEqual(one, a + (b - a) * share * (how == "linear"), places=5)
 
 
 class OneConversion(ValuesTest):
     """A part of a cache is what the whole one, cut afterwards, would be."""
 
-    def headers(self, path):
-        info = self.info(path)
-        return [info[key] for key in
-                ("format", "frameRate", "exactFrameRate", "firstFrame", "lastFrame")] + [
-                    channel[key] for channel in info["channels"] for key in
-                    ("name", "type", "interpretation", "samples", "interval")]
-
     def test_whole_then_cut(self):
-        jelly, monkey = (DATA / "pc2" / f"{name}.pc2" for name in ("jelly_drop", "monkey_wave"))
-        of_jelly, of_monkey = self.folder / "jelly.xml", self.folder / "monkey.xml"
-        run("convert", jelly, of_jelly)
-        run("convert", monkey, of_monkey)
         film = self.archive("film.abc", ("P", "float32", 3, [[float(i), 0, 0] for i in range(30)]),
                             ("still", "int32", 1, [[1]] * 30), period=1001 / 30000)
-        (self.folder / "whole").mkdir()
-        (self.folder / "part").mkdir()
-        for source, first, last in [(jelly, 13, 14.5), (of_jelly, 13, 14.5), (monkey, 12, 13),
-                                    (of_monkey, 12, 13), (film, 4, 4)]:
-            part = ["--from", first, "--to", last]
+        jelly, of_jelly = DATA / "pc2" / "jelly_drop.pc2", self.folder / "jelly.xml"
+        run("convert", jelly, of_jelly)
+        for folder in ("whole", "part"):
+            (self.folder / folder).mkdir()
+        for source, *part in [(jelly, "--from", 13, "--to", 14.5), (film, "--from", 4, "--to", 4),
+                              (of_jelly, "--from", 13, "--to", 14.5)]:
             for target in ("out.pc2", "out.xml"):
                 whole, cut, direct = (self.folder / folder / target
                                       for folder in ("whole", "part", ""))
                 for words in ((source, whole), (whole, cut, *part), (source, direct, *part)):
                     self.assertEqual(run("convert", *words, "--force").returncode, DONE, words)
-                self.assertEqual(self.headers(direct), self.headers(cut), (source.name, target))
+                told = [run("info", path).stdout.replace(f"{path.parent}/", "")
+                        for path in (direct, cut)]
+                self.assertEqual(*told, (source.name, target))
                 self.run_done("diff", direct, cut)
 
 
@@ -189,21 +168,17 @@ class WhatIsNotThere(ValuesTest):
             for verb in (["diff", path, path], ["convert", path, self.nc],
                          ["play", path], ["dump", path, "--sample", 0]):
                 self.expect_error(USAGE, "no channel", *verb, f"--channel={channel}")
-        mesh = DATA / "abc" / "mesh_24fps.abc"
-        self.assertEqual(self.dump(mesh, "--sample", 3, "--channel", "/wave/.geom/P"),
-                         self.dump(mesh, "--sample", 3))
 
     def test_options_that_the_target_can_not_take(self):
         path = self.pc2("a.pc2", 1, 1, [0] * 3)
         self.convert(path)
-        shift = ["retime", self.nc, self.out, "--offset", 1]
-        for words, *line in [("for NC caches", "convert", self.nc, self.out, "--compact"),
-                             ("for NC caches", "convert", self.nc, self.out, "--per-frame"),
-                             ("for NC caches", "convert", self.nc, self.out, "--snap-frames"),
-                             ("for NC caches", *shift, "--compact"),
-                             ("for NC caches", *shift, "--per-frame"),
-                             ("for PC2 files", "convert", path, "b.xml", "--pad", "zero")]:
-            self.expect_error(USAGE, words, *line)
+        for words, option, *line in [("for NC caches", "--compact", "convert", self.nc, self.out),
+                                     ("for NC caches", "--per-frame", "convert", self.nc, self.out),
+                                     ("for NC caches", "--snap-frames", "convert", self.nc, self.out),
+                                     ("for NC caches", "--per-frame", "retime", self.nc, self.out,
+                                      "--offset", 1),
+                                     ("for PC2 files", "--pad=zero", "convert", path, "b.xml")]:
+            self.expect_error(USAGE, words, *line, option)
 
     def test_two_inputs_with_one_target(self):
         first, second = self.pc2("a.pc2", 1, 1, [0] * 3), self.points([1])[0].rename(
