@@ -120,7 +120,10 @@ TEST_F(CacheCalls, OfAFetchForSizesThatCannotBe) {
     ASSERT_TRUE(Begin(row.format, kRead));
     EXPECT_FALSE(cache_->Read(&fetched_, length_, KelTime(), 0));
     EXPECT_TRUE(length_ == 0 && fetched_ == nullptr);
-    EXPECT_FALSE(std::regex_search(TakeCalls(), std::regex("readSample|ArrayData|GetChannelBuf")));
+    const std::string asked = TakeCalls();
+    for (const char* const reading : {"readSample", "ArrayData", "GetChannelBuf"}) {
+      EXPECT_EQ(asked.find(reading), std::string::npos) << asked;
+    }
   }
   // Halves are served: two bytes for each value.
   answers = {.typeSize = 6};
