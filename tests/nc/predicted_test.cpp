@@ -235,7 +235,6 @@ TEST_F(Bases, ThatAreNoneAreRefused) {
          ASSERT_TRUE(LoadRecordHeader(&bytes_[places_.at({1, 2})], &other));
          store(8, other.storedSize);
        }},
-      {"no record", "of this channel", [&] { store(4, distance(0, 3, 2) + 1); }},
       {"another size", "of this channel", [&] { store(8, 100); }},
       {"as deep", "too deep", [&] { PayloadOf(0, 3)[1] = 1; }},
       {"too deep", "", [&] { PayloadOf(0, 3)[1] = 9; }},
