@@ -65,37 +65,10 @@ TEST_F(AlembicReading, ListsPositionsFirstAndFindsThemByObject) {
   }
 }
 
-TEST_F(AlembicReading, FetchesWithAtMostOneSystemCallAndNoAllocation) {
-  constexpr std::uint32_t kSamples = 700;
-  std::vector<std::uint64_t> samples;
-  for (std::uint32_t i = 0; i < kSamples; ++i) {
-    const std::vector<float> points(150, float(i));
-    samples.push_back(out_.Sample(points.data(), points.size() * sizeof(float)));
-  }
-  const auto list = out_.ArraySamples(samples);
-  const auto geom = out_.Compound(
-      {{.name = "P", .extent = 3, .sampleCount = kSamples, .timeSampling = 1, .slot = list}});
-  out_.Finish(out_.Object(geom, {}), 1 / 24.0);
-
-  ASSERT_NO_FATAL_FAILURE(Open(path_));
-  ASSERT_EQ(archive_.GetChannelBufferLength(0), 50u);
-  std::vector<float> values(150);
-  const auto fetch = [&](std::uint32_t i) {
-    ASSERT_TRUE(archive_.GetChannelBuffer(0, values.data(), 50, KelTime::FromFrame(i, {24, 1})));
-    ASSERT_TRUE(values.front() == float(i) && values.back() == float(i));
-  };
-  // The third begins to read ahead. The list of samples is kept by windows of 256, and moving one
-  // costs a call.
-  for (const std::uint32_t i : {0u, 1u, 2u, 256u, 512u, 513u, 514u}) fetch(i);
-  ExpectCost(515u, kSamples, 1, fetch);
-}
-
-// The largest sample of a channel is found without a read for each, and is the largest all the
-// same.
-class AlembicLargestSample : public AlembicReading {
+class AlembicMeshes : public AlembicReading {
  protected:
-  static std::uint64_t Points(OgawaWriter& out, std::size_t points) {
-    const std::vector<float> values(points * 3, 1);
+  static std::uint64_t Points(OgawaWriter& out, std::size_t points, float value = 1) {
+    const std::vector<float> values(points * 3, value);
     return out.Sample(values.data(), values.size() * sizeof(float));
   }
 
@@ -116,8 +89,25 @@ class AlembicLargestSample : public AlembicReading {
   }
 };
 
-// Whatever the order of frames and meshes, with samples used again, out of order and far apart.
-TEST_F(AlembicLargestSample, IsExactWhereverSamplesStand) {
+TEST_F(AlembicMeshes, FetchWithAtMostOneSystemCallAndNoAllocation) {
+  Slots samples;
+  while (samples.size() < 700) samples.push_back(Points(out_, 50, float(samples.size())));
+  Finish(out_, {samples});
+  ASSERT_NO_FATAL_FAILURE(Open(path_));
+  std::vector<float> values(150);
+  const auto fetch = [&](std::uint32_t i) {
+    ASSERT_TRUE(archive_.GetChannelBuffer(0, values.data(), 50, KelTime::FromFrame(i, {24, 1})));
+    ASSERT_TRUE(values.front() == float(i) && values.back() == float(i));
+  };
+  // The third begins to read ahead. The list of samples is kept by windows of 256, and moving one
+  // costs a call.
+  for (const std::uint32_t i : {0u, 1u, 2u, 256u, 512u, 513u, 514u}) fetch(i);
+  ExpectCost(515u, 700u, 1, fetch);
+}
+
+// The largest sample is found without a read for each, and is the largest all the same: whatever
+// the order of frames and meshes, with samples used again, out of order and far apart.
+TEST_F(AlembicMeshes, HaveALargestSampleWhereverSamplesStand) {
   std::minstd_rand random(7);
   const auto any = [&](std::size_t most) { return std::size_t{random()} % (most + 1); };
   for (int round = 0; round < 60; ++round) {
@@ -150,7 +140,7 @@ TEST_F(AlembicLargestSample, IsExactWhereverSamplesStand) {
   }
 }
 
-TEST_F(AlembicLargestSample, TakesFewCalls) {
+TEST_F(AlembicMeshes, HaveTheirLargestSampleFoundWithFewCalls) {
   std::vector<Slots> samples(3, Slots(100'000));
   for (std::size_t i = 0; i < 300'000; ++i) samples[i % 3][i / 3] = Points(out_, 4);
   Finish(out_, samples);
@@ -164,7 +154,7 @@ TEST_F(AlembicLargestSample, TakesFewCalls) {
 
 // Blocks that overlap, which no writer makes: a sample longer than the next block allows is neither
 // cut in silence nor taken for sound.
-TEST_F(AlembicLargestSample, OverlappingSamplesAreRefused) {
+TEST_F(AlembicMeshes, OfOverlappingSamplesAreRefused) {
   const auto first = Points(out_, 2);
   const auto second = Points(out_, 5);
   const auto third = second + 8 + 16 + 2 * 12;  // in the values of the second
@@ -180,9 +170,7 @@ TEST_F(AlembicLargestSample, OverlappingSamplesAreRefused) {
   float values[15];
   EXPECT_FALSE(archive_.GetChannelBuffer(0, values, 5, KelTime::FromFrame(1, {24, 1})));
   EXPECT_STREQ(archive_.GetErrorString(), "a sample of 60 bytes reaches into another block");
-  std::string lines;
-  EXPECT_FALSE(archive_.Verify(AddLine, &lines));
-  EXPECT_NE(lines.find("reaches into another block"), std::string::npos) << lines;
+  EXPECT_FALSE(archive_.Verify(nullptr, nullptr));
 }
 
 // The sample that the format's own library selects for a time. At the end of a cycle that one's
@@ -229,7 +217,7 @@ TEST(AlembicPlainType, ConvertsToTheNearestFloat) {
   // By way of double it would be rounded twice, and down.
   EXPECT_EQ(converted(EPlainType::eUint64, 0x8000008000000001), 0x1.000002p63f);
   EXPECT_EQ(converted(EPlainType::eFloat64, std::bit_cast<std::uint64_t>(0x1.ffffffp127)),
-            std::numeric_limits<float>::infinity());
+            INFINITY);
   EXPECT_EQ(converted(EPlainType::eFloat16, 0x0001), 0x1p-24f);
 }
 

@@ -43,7 +43,6 @@ TEST_P(Recovery, LosesNothingThatStands) {
     const char* keptAs;  // the base name of what stood there
   } rows[] = {
       {"nothing", eNothing, false, "shot", "shot"},
-      {"nothing, by force", eNothing, true, "shot", "shot"},
       {"whole", eWhole, false, "shot.recovered2", "shot"},
       {"whole, by force", eWhole, true, "shot", "shot.before-recover2"},
       {"cut short", eCut, false, "shot", "shot.before-recover2"},

@@ -87,15 +87,12 @@ TEST_F(Host, PathsComeApart) {
     const char *path, *folder, *stem, *name, *resolved;
   } cases[] = {
       {"/a/./b/../c.pc2", "/a/./b/..", "c", "c.pc2", "/a/c.pc2"},
-      {"/name.xml", "", "name", "name.xml", "/name.xml"},
       {"a\\b\\c.tar.gz", "a\\b", "c.tar", "c.tar.gz", nullptr},
       {"/../../a/.hidden", "/../../a", ".hidden", ".hidden", "/a/.hidden"},
       {"/a//b/", "/a//b", "", "", "/a/b"},
       {"/a//\\b.c", "/a", "b", "b.c", "/a/b.c"},
       {"//name", "", "name", "name", "/name"},
-      {"a//", "a", "", "", nullptr},
       {"", ".", "", "", ""},
-      {"/a.b/c", "/a.b", "c", "c", "/a.b/c"},
   };
   for (const auto& c : cases) {
     EXPECT_STREQ(KelPathUtils::GetFolderName(c.path), c.folder) << c.path;

@@ -69,14 +69,6 @@ TEST_F(Convert, TimesThatNoTickCanHoldWriteNothing) {
         << start << " by " << rate;
     EXPECT_EQ(test::NamesIn(folder_.path()).size(), 1u);
   }
-  WritePc2({5, 6, 7}, 0, 1);
-  Cache::conversionOptions options[2];
-  options[0].exactRate = {24, 1};  // which is 250 ticks
-  options[1].firstSample = 4;
-  for (const auto& wrong : options) {
-    EXPECT_FALSE(Cache::convertFromPc2(pc2_.c_str(), Folder().c_str(), "shot", Cache::eSingleFile,
-                                       "ncx", 200, wrong, {}));
-  }
 }
 
 }  // namespace

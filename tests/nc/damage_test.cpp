@@ -190,7 +190,6 @@ TEST_F(Index, IsHeldToItsOrderAndToTheRecords) {
   } rows[] = {
       {"two entries in the wrong order", [](auto& f) { std::swap(f.Index(0)[1], f.Index(0)[2]); },
        true},
-      {"two entries of one time", [](auto& f) { f.Index(0)[2].tick = f.Index(0)[1].tick; }, true},
       {"another first time", [](auto& f) { ++f.directory[0].samples.first; }, true},
       {"an array where the records have ended",
        [](auto& f) { f.Index(0)[1].offset = f.trailer.dataEnd; }, true},

@@ -223,18 +223,24 @@ TEST_F(Bases, ThatAreNoneAreRefused) {
   };
   const struct {
     const char* lie;
+    const char* words;
     std::function<void()> tell;
   } rows[] = {
-      {"itself", [&] { store(4, 1); }},
-      {"before the file", [&] { store(4, 0xffffffff); }},
-      {"another channel", [&] { store(4, distance(0, 3, 2) - (distance(1, 2, 2))); }},
-      {"no record", [&] { store(4, distance(0, 3, 2) + 1); }},
-      {"another size", [&] { store(8, 100); }},
-      {"as deep", [&] { PayloadOf(0, 3)[1] = 1; }},
-      {"too deep", [&] { PayloadOf(0, 3)[1] = 9; }},
-      {"an unknown form", [&] { PayloadOf(0, 3)[0] = 3; }},
-      {"an unknown prediction", [&] { PayloadOf(0, 3)[12] = 3; }},
-      {"too many bits left away", [&] { PayloadOf(0, 3)[2] = 32; }},
+      {"itself", "no base where it says", [&] { store(4, 1); }},
+      {"before the file", "no base where it says", [&] { store(4, 0xffffffff); }},
+      {"another channel", "of this channel",
+       [&] {
+         store(4, distance(0, 3, 2) - distance(1, 2, 2));
+         RecordHeader other;
+         ASSERT_TRUE(LoadRecordHeader(&bytes_[places_.at({1, 2})], &other));
+         store(8, other.storedSize);
+       }},
+      {"another size", "of this channel", [&] { store(8, 100); }},
+      {"as deep", "too deep", [&] { PayloadOf(0, 3)[1] = 1; }},
+      {"too deep", "", [&] { PayloadOf(0, 3)[1] = 9; }},
+      {"an unknown form", "", [&] { PayloadOf(0, 3)[0] = 3; }},
+      {"an unknown prediction", "", [&] { PayloadOf(0, 3)[12] = 3; }},
+      {"too many bits left away", "", [&] { PayloadOf(0, 3)[2] = 32; }},
   };
   const Bytes whole = bytes_;
   for (const auto& row : rows) {
@@ -243,7 +249,10 @@ TEST_F(Bases, ThatAreNoneAreRefused) {
     row.tell();
     Seal(0, 3);
     EXPECT_EQ(Unreadable(), std::set<int>{3});
-    EXPECT_FALSE(Verifies("shot"));
+    const auto verified = Verifies("shot");
+    EXPECT_FALSE(verified);
+    EXPECT_NE(std::string(verified.message()).find(row.words), std::string::npos)
+        << verified.message();
   }
 }
 

@@ -16,10 +16,9 @@ class Speed : public NcTest {
     for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
       spec.channels.push_back({name, kType});
     }
-    for (int frame = 0; frame < frames; ++frame) {
-      for (unsigned int channel = 0; channel < kChannels; ++channel) {
-        spec.samples.push_back({channel, frame * 250, MakeArray(kType, kElements, frame)});
-      }
+    for (unsigned int i = 0; i < unsigned(frames) * kChannels; ++i) {
+      const int frame = int(i / kChannels);
+      spec.samples.push_back({i % kChannels, frame * 250, MakeArray(kType, kElements, frame)});
     }
     return spec;
   }

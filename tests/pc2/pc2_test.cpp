@@ -228,6 +228,7 @@ TEST_F(PC2, ASampleAllocatesNothingAndMakesAtMostOneSystemCall) {
   ASSERT_TRUE(cache->OpenFileForWrite(0, 24, 100, 2, nullptr));
   write(0);
   ExpectCost(1U, 100U, 1, write);
+  EXPECT_EQ(Leftovers(path_) + Recover(path_), 0U) << "its writer lives";
   cache->CloseFile(nullptr);
   ASSERT_TRUE(cache->OpenFileForRead(nullptr));
   for (const unsigned int sample : {0U, 1U, 2U}) read(sample);  // the window settles

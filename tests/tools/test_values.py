@@ -199,9 +199,8 @@ class WhatIsNotThere(ValuesTest):
         at = whole.index(b"faceIndices") - 16
         path = self.folder / "damaged.abc"
         path.write_bytes(whole[:at] + b"\xff" * 8 + whole[at + 8:])
-        info = self.info(path)
-        self.assertFalse(info["complete"])
-        self.assertIn("damaged and left out", info["missing"])
+        self.assertIn("damaged and left out", self.info(path)["missing"])
+        self.assertFalse(self.info(path)["complete"])
 
 
 class ClaimsOfTinyFiles(ValuesTest):
