@@ -2,6 +2,7 @@
 
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "python/arrays.h"
@@ -43,21 +44,57 @@ class Channel {
     return times;
   }
 
-  py::object Read(const py::object& time, const py::object& frame, const py::object& sample,
-                  const py::object& out, const py::object& dtype) {
-    if (time.is_none() + frame.is_none() + sample.is_none() != 2) {
+  // What is not given is None.
+  struct Asked {
+    py::object time = py::none();
+    py::object frame = py::none();
+    py::object sample = py::none();
+    py::object out = py::none();
+    py::object dtype = py::none();
+  };
+
+  py::object Read(const Asked& asked) {
+    if (asked.time.is_none() + asked.frame.is_none() + asked.sample.is_none() != 2) {
       throw py::type_error("read takes exactly one of time, frame and sample");
     }
-    const ValueType type = TypeFor(out, dtype);
+    const ValueType type = TypeFor(asked.out, asked.dtype);
     const Use use(cache_->busy);
     Source& source = cache_->Open();
     Moments moments = source.MomentsOf(summary_);
-    return Deliver(source, MomentOf(source, moments, time, frame, sample), type, out);
+    return Deliver(source, MomentOf(source, moments, asked.time, asked.frame, asked.sample), type,
+                   asked.out);
+  }
+
+  // Looks at what is given alone: to look for all that may be takes longer than to read 100 points.
+  py::object ReadByName(const py::kwargs& given) {
+    Asked asked;
+    const struct {
+      const char* name;
+      py::object* value;
+    } known[] = {{"sample", &asked.sample},
+                 {"out", &asked.out},
+                 {"frame", &asked.frame},
+                 {"time", &asked.time},
+                 {"dtype", &asked.dtype}};
+    for (const auto& [name, value] : given) {
+      PyObject* const text = name.ptr();
+      const auto* const found =
+          std::find_if(std::begin(known), std::end(known), [text](const auto& one) {
+            return PyUnicode_CompareWithASCIIString(text, one.name) == 0;
+          });
+      if (found == std::end(known)) {
+        throw py::type_error("read takes no argument " + py::repr(name).cast<std::string>());
+      }
+      *found->value = py::reinterpret_borrow<py::object>(value);
+    }
+    return Read(asked);
   }
 
   py::object Get(const py::object& key) {
     if (!py::isinstance<py::slice>(key)) {
-      return Read(py::none(), py::none(), key, py::none(), py::none());
+      Asked asked;
+      asked.sample = key;
+      return Read(asked);
     }
     py::ssize_t start = 0;
     py::ssize_t stop = 0;
@@ -315,9 +352,8 @@ void BindChannel(py::module_& module) {
                              "Seconds from one sample to the next; None for uneven ones.")
       .def_property_readonly("maximum_error", summary(&ChannelSummary::maximumError),
                              "How far values were let move when the cache was written.")
-      .def("read", &Channel::Read, py::kw_only(), py::arg("time") = py::none(),
-           py::arg("frame") = py::none(), py::arg("sample") = py::none(),
-           py::arg("out") = py::none(), py::arg("dtype") = py::none(),
+      .def("read", &Channel::ReadByName,
+           "read(*, time=None, frame=None, sample=None, out=None, dtype=None)\n\n"
            "Reads the array of one moment.\n\n"
            "time : seconds, or frame : scene frame; the last sample at or before it. sample : its "
            "number from 0, or from the end below 0. Exactly one of them.\n"
