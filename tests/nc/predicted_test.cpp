@@ -276,13 +276,17 @@ TEST_F(NcTest, AMaximumErrorIsKeptWithTheChannel) {
     EXPECT_FALSE(cache.setMaximumError(0, row.bound)) << row.name;
     EXPECT_FALSE(cache.setMaximumError(1, 0.1)) << "an unknown channel";
   }
-  Cache cache;
-  Bytes array = MakeArray(kPoints, 100, 1);
-  ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", Form{Cache::eSingleFile, "ncc"}.Of(Frames(0, 0))));
-  ASSERT_TRUE(cache.setMaximumError(0, 0.01) && cache.beginWriteAtTime(0) &&
-              cache.addArrayData(0, 0, array.data(), 100));
-  EXPECT_FALSE(cache.setMaximumError(0, 0.02)) << "after an array";
-  ASSERT_TRUE(cache.endFileWrite());
+  {
+    Cache cache;
+    Bytes array = MakeArray(kPoints, 100, 1);
+    const CacheSpec spec = Form{Cache::eSingleFile, "ncc"}.Of(Frames(0, 0));
+    ASSERT_TRUE(WriteOpen(cache, Folder(), "shot", spec));
+    ASSERT_TRUE(cache.setMaximumError(0, 0.01) && cache.beginWriteAtTime(0) &&
+                cache.addArrayData(0, 0, array.data(), 100) && cache.endWriteAtTime());
+    EXPECT_FALSE(cache.setMaximumError(0, 0.02)) << "after an array";
+  }
+  unsigned int blocks = 0;  // of a writer that died: the records have told all
+  ASSERT_TRUE(Cache::recover(Folder().c_str(), "shot", blocks, nullptr, nullptr));
   Cache reader;
   double bound = 0;
   EXPECT_TRUE(Open(reader) && reader.maximumError(0, bound) && bound == 0.01);
