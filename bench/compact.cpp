@@ -175,8 +175,7 @@ double ZipTimes(const Workload& workload) {
 double ZstdTimes(const Workload& workload) {
   const std::size_t raw = workload.poses() * workload.frameBytes();
   Buffer buffer(ZSTD_compressBound(raw));
-  const std::size_t size =
-      ZSTD_compress(buffer.data(), buffer.size(), workload.Pose(0), raw, 3);
+  const std::size_t size = ZSTD_compress(buffer.data(), buffer.size(), workload.Pose(0), raw, 3);
   Require(ZSTD_isError(size) == 0, "zstd");
   return double(raw) / double(size);
 }
@@ -200,9 +199,11 @@ std::vector<Form> FormsOf(double side) {
 
 void PrintSizes(const std::vector<Loaded>& caches) {
   std::puts(
-      "| Times smaller       |     Raw, B | encoding 1 | encoding 2 |  1e-5 |  1e-4 |  1e-3 |   zip | "
+      "| Times smaller       |     Raw, B | encoding 1 | encoding 2 |  1e-5 |  1e-4 |  1e-3 |   "
+      "zip | "
       "zstd -3 | fpzip | fpzip 16 | zfp 1e-5 | zfp 1e-4 | zfp 1e-3 |\n"
-      "|---------------------|-----------:|-----------:|-----------:|------:|------:|------:|------:|-"
+      "|---------------------|-----------:|-----------:|-----------:|------:|------:|------:|------"
+      ":|-"
       "-------:|------:|---------:|---------:|---------:|---------:|");
   const int widths[] = {10, 10, 5, 5, 5, 5, 7, 5, 8, 8, 8, 8};
   std::vector<double> logs(std::size(widths));
@@ -240,9 +241,11 @@ void PrintSizes(const std::vector<Loaded>& caches) {
 
 void PrintSpeeds(const std::vector<Loaded>& caches) {
   std::puts(
-      "| GB/s of points      | Form       | Points | Frames | Written | Forward | Backward | Random | "
+      "| GB/s of points      | Form       | Points | Frames | Written | Forward | Backward | "
+      "Random | "
       "fpzip 16 written | zfp 1e-4 written |\n"
-      "|---------------------|------------|-------:|-------:|--------:|--------:|---------:|-------:|-"
+      "|---------------------|------------|-------:|-------:|--------:|--------:|---------:|-------"
+      ":|-"
       "----------------:|-----------------:|");
   for (const auto& [workload, side] : caches) {
     const Workload& of = workload;
@@ -257,27 +260,24 @@ void PrintSpeeds(const std::vector<Loaded>& caches) {
       const std::vector<unsigned int> backward(forward.rbegin(), forward.rend());
       std::vector<unsigned int> random = forward;
       std::shuffle(random.begin(), random.end(), std::mt19937(1));
-      std::vector<Contender> ways = {
-          {"write", [&] { WriteFrames(of, scratch.folder(), form); }},
-          {"forward", [&] { cache->Visit(forward); }},
-          {"backward", [&] { cache->Visit(backward); }},
-          {"random", [&] { cache->Visit(random); }}};
+      std::vector<Contender> ways = {{"write", [&] { WriteFrames(of, scratch.folder(), form); }},
+                                     {"forward", [&] { cache->Visit(forward); }},
+                                     {"backward", [&] { cache->Visit(backward); }},
+                                     {"random", [&] { cache->Visit(random); }}};
       const bool withPackages = &form == &forms.front();
       Buffer buffer;
       const auto all = std::make_shared<std::vector<float>>();
       if (withPackages) {
         const unsigned int together = std::min(16u, of.poses());
         *all = ByComponent(of, 0, together);
-        ways.push_back({"fpzip", [&, together] {
-                          FpzipSize(*all, of.points(), together, &buffer);
-                        }});
+        ways.push_back(
+            {"fpzip", [&, together] { FpzipSize(*all, of.points(), together, &buffer); }});
         ways.push_back({"zfp", [&, together] {
                           ZfpSize(*all, of.points(), together, kBounds[1] * side, &buffer);
                         }});
       }
       const std::vector<Timing> timings = Measure(ways);
-      std::printf("| %-19s | %-10s | %6u | %6u |", NameOf(of), form.name, of.points(),
-                  of.poses());
+      std::printf("| %-19s | %-10s | %6u | %6u |", NameOf(of), form.name, of.points(), of.poses());
       const int widths[] = {7, 7, 8, 6, 16, 16};
       for (std::size_t i = 0; i < std::size(widths); ++i) {
         const double bytes = i < 4 ? double(of.poses()) * double(of.frameBytes())

@@ -233,7 +233,7 @@ class Channel {
     }
     const auto shape = ShapeOf(elements, summary_.components, &count);
     if (!out.is_none()) ExpectShape(out, shape);
-    const py::object array = out.is_none() ? py::array(DTypeOf(type), shape) : out;
+    py::object array = out.is_none() ? py::array(DTypeOf(type), shape) : out;
     void* const memory = MemoryToFill(array);
     const py::gil_scoped_release unlocked;
     FillSeveral(source, start, step, count, type, elements, static_cast<char*>(memory));
