@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <pugixml.hpp>
+#include <utility>
 
 #include "backends/io/input_file.h"
 #include "backends/nc/attributes.h"
@@ -22,12 +23,32 @@ constexpr int kDeepestNesting = 8;
 constexpr unsigned int kParseOptions =
     pugi::parse_cdata | pugi::parse_escapes | pugi::parse_doctype | pugi::parse_eol;
 
-// Where a comment, declaration or tag that begins at `position` ends.
+// Where a tag that begins at `position` ends: not with what stands in its attributes' quotes.
+std::size_t EndOfTag(std::string_view text, std::size_t position) {
+  char quote = 0;
+  for (std::size_t at = position; at < text.size(); ++at) {
+    const char c = text[at];
+    if (quote != 0) {
+      if (c == quote) quote = 0;
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+    } else if (c == '>') {
+      return at + 1;
+    }
+  }
+  return std::string_view::npos;
+}
+
+// Where a comment, instruction, section or tag that begins at `position` ends.
 std::size_t EndOfMarkup(std::string_view text, std::size_t position) {
-  const bool isComment = text.substr(position).starts_with("<!--");
-  const std::string_view closing = isComment ? "-->" : ">";
-  const std::size_t end = text.find(closing, position);
-  return end == std::string_view::npos ? end : end + closing.size();
+  constexpr std::pair<std::string_view, std::string_view> kOthers[] = {
+      {"<!--", "-->"}, {"<?", "?>"}, {"<![CDATA[", "]]>"}, {"<!", ">"}};
+  for (const auto& [opening, closing] : kOthers) {
+    if (!text.substr(position).starts_with(opening)) continue;
+    const std::size_t end = text.find(closing, position);
+    return end == std::string_view::npos ? end : end + closing.size();
+  }
+  return EndOfTag(text, position);
 }
 
 // A tree of a million levels costs the parser memory; ours have three.
