@@ -249,6 +249,10 @@ class zuCacheFileInterface {
   static unsigned int leftovers(const char* folder, const char* baseName, reportFunction report,
                                 void* context);
 
+  /// Whether a folder of this name is one in which a writer gathers the files of a cache, which is
+  /// none yet. Of the name alone, without its path.
+  static bool isPartialFolder(const char* name);
+
   /// Told the name of a file, without its folder. `isReplaceable`: a writer puts its own over it;
   /// what is no NC data file is refused.
   using fileFunction = void (*)(void* context, const char* name, bool isReplaceable);

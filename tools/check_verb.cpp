@@ -69,7 +69,8 @@ JobResult CheckFile(const Input& input, const Typed& options, bool alone) {
 }
 
 EExit CheckTyped(const Typed& options) {
-  JobsOutput output{"check", "clean", options.json, {{"samples", 7}, {"points", 8}}, true};
+  JobsOutput output{"check", "clean",      options.json, {{"samples", 7}, {"points", 8}},
+                    true,    options.shard};
   for (const EFinding kind : kKinds) output.columns.push_back({NameOf(kind), 0});
   const std::vector<Input> inputs = options.Inputs();
   const bool alone = !AreSeveral(inputs);

@@ -92,7 +92,7 @@ JobResult ConvertPlanned(const Typed& options, const PlannedCopy& copy) {
 
 EExit ConvertMany(const Typed& options) {
   ManyOptions all = options.many;
-  all.shard = "1/1";
+  all.shard = "";
   const Shard shard = ParseShard(options.many.shard).value_or(Shard{});
   std::map<std::string, PlannedCopy> copies;  // by input
   std::vector<Input> inputs;
@@ -103,7 +103,7 @@ EExit ConvertMany(const Typed& options) {
   }
   return RunJobs(inputs, options.many.jobs,
                  [&](const Input& input) { return ConvertPlanned(options, copies.at(input.path)); },
-                 {"convert", "converted", options.many.json});
+                 {"convert", "converted", options.many.json, {}, false, options.many.shard});
 }
 
 EExit ConvertTyped(const Typed& options) {

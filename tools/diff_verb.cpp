@@ -119,7 +119,7 @@ JobResult OnlyIn(const std::string& folder) {
 EExit DiffFolders(const Typed& options) {
   ManyOptions a = options.many;
   ManyOptions b = options.many;
-  a.shard = b.shard = "1/1";
+  a.shard = b.shard = "";
   a.files = {options.a};
   b.files = {options.b};
   const std::vector<Input> inA = a.Inputs();
@@ -133,7 +133,7 @@ EExit DiffFolders(const Typed& options) {
                    if (!other) return OnlyIn(options.b);
                    return other->empty() ? OnlyIn(options.a) : Compare(input.path, *other, options);
                  },
-                 {"diff", "equal", options.many.json});
+                 {"diff", "equal", options.many.json, {}, false, options.many.shard});
 }
 
 EExit DiffTyped(const Typed& options) {

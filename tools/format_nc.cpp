@@ -178,6 +178,10 @@ bool AnyFile(const std::string& file, const std::function<bool(const std::string
   return search.found;
 }
 
+bool IsPartialFolder(const std::string& name) {
+  return zuCacheFileInterface::isPartialFolder(name.c_str());
+}
+
 // Any XML file has the extension. One that is damaged at its beginning has its data files beside
 // it.
 bool IsOne(const std::string& file) {
@@ -241,6 +245,7 @@ const FormatRow kNCRow = {
     .hasLayouts = true,
     .storesRate = true,
     .assumesRate = false,
+    .isWritersFolder = IsPartialFolder,
     .isOne = IsOne,
     .summarise = Summarise,
     .momentOf = MomentOf,

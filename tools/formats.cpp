@@ -39,6 +39,12 @@ bool IsCacheName(const std::string& file) {
   });
 }
 
+bool IsWritersFolder(const std::string& name) {
+  return std::any_of(std::begin(kRows), std::end(kRows), [&](const FormatRow* row) {
+    return row->isWritersFolder != nullptr && row->isWritersFolder(name);
+  });
+}
+
 const FormatRow& RowOf(Format format) {
   const auto row = std::find_if(std::begin(kRows), std::end(kRows),
                                 [&](const FormatRow* one) { return one->format == format; });

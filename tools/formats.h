@@ -58,6 +58,8 @@ struct FormatRow {
   bool storesRate;            ///< frames per second
   bool assumesRate;           ///< has none, stored or derived
 
+  /// Whether a folder of this name is a writer's own. Null: the format has none.
+  bool (*isWritersFolder)(const std::string& name);
   /// Whether a file of the extension is a cache. Null: any is.
   bool (*isOne)(const std::string& file);
 
@@ -105,6 +107,9 @@ Format FormatOf(const std::string& file, const std::string& asName);
 /// Whether a file in a folder is a cache, going by its extension and, where other files bear that
 /// too, by how it begins.
 bool IsCacheName(const std::string& file);
+
+/// Whether a folder of this name is one in which a writer gathers what is no cache yet.
+bool IsWritersFolder(const std::string& name);
 
 /// "pc2", "nc" and so on, separated by `separator`.
 std::vector<std::string> FormatNames();

@@ -247,7 +247,9 @@ EExit Info(const InfoOptions& options) {
       {"info",
        "shown",
        options.json,
-       {{"format", 7}, {"points", 8}, {"frames", 6}, {"rate", 6}, {"size", 8}, {"age", 7}}});
+       {{"format", 7}, {"points", 8}, {"frames", 6}, {"rate", 6}, {"size", 8}, {"age", 7}},
+       false,
+       options.shard});
 }
 
 }  // namespace

@@ -37,7 +37,8 @@ class Folder {
       std::error_code unknown;
       if (entry->is_directory(unknown)) {
         const bool isLink = entry->is_symlink(unknown);
-        if (options_.recursive && !isLink && PlaceOf(entry->path()) != except_) {
+        const bool isOwn = IsWritersFolder(entry->path().filename().string());
+        if (options_.recursive && !isLink && !isOwn && PlaceOf(entry->path()) != except_) {
           Walk(entry->path());
         }
       } else if (IsCacheName(entry->path().string())) {

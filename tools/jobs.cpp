@@ -104,6 +104,7 @@ class Jobs {
     }
     if (HasRows() && output_.rowsAtEnd) PrintRows();
     if (WasEnded(worst)) PrintError("interrupted");
+    if (output_.json && !output_.shard.empty() && !WasEnded(worst)) PrintEndOfShard(worst);
     if (several_) {
       std::string line = std::to_string(inputs_.size()) + " files";
       for (const auto& [word, count] : tallies) line += ", " + std::to_string(count) + ' ' + word;
@@ -210,6 +211,14 @@ class Jobs {
     const int indent = several_ ? -1 : 2;
     const std::string text = report.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
     std::fwrite(text.data(), 1, text.size(), stdout);
+  }
+
+  void PrintEndOfShard(EExit worst) const {
+    const Json report = {{"verb", output_.verb},
+                         {"shard", output_.shard},
+                         {"files", inputs_.size()},
+                         {"status", static_cast<int>(worst)}};
+    PrintLine(stdout, report.dump());
   }
 
   const std::vector<Input>& inputs_;

@@ -33,6 +33,7 @@ struct JobsOutput {
   bool json = false;
   std::vector<Column> columns = {};  ///< between the name and the result
   bool rowsAtEnd = false;            ///< below all other lines
+  std::string shard = {};            ///< of which these inputs are; its end is reported, too
 };
 
 /// Runs `work` on every input, `jobs` at a time on threads of their own, and tells what each came

@@ -37,6 +37,7 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddRetime(app, work);
   AddMake(app, work);
   AddRecover(app, work);
+  AddReport(app, work);
   AddHelp(app, work);
 }
 

@@ -27,7 +27,7 @@ struct ManyOptions {
   std::vector<std::string> files;
   std::string asName;
   bool recursive = false;
-  std::string shard = "1/1";
+  std::string shard;  // "": all
   unsigned int jobs = 1;
   bool json = false;
 
@@ -67,6 +67,7 @@ void AddRecover(CLI::App& app, Work* work);
 void AddConvert(CLI::App& app, Work* work);
 void AddDiff(CLI::App& app, Work* work);
 void AddRetime(CLI::App& app, Work* work);
+void AddReport(CLI::App& app, Work* work);
 void AddHelp(CLI::App& app, Work* work);
 
 }  // namespace kelcache

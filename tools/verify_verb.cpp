@@ -34,7 +34,7 @@ JobResult VerifyFile(const Input& input, const ManyOptions& options) {
 EExit VerifyTyped(const ManyOptions& options) {
   return RunJobs(options.Inputs(), options.jobs,
                  [&](const Input& input) { return VerifyFile(input, options); },
-                 {"verify", "sound", options.json});
+                 {"verify", "sound", options.json, {}, false, options.shard});
 }
 
 }  // namespace

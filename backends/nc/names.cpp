@@ -105,6 +105,13 @@ std::optional<Identity> ParsePartialFolderName(std::string_view name, const std:
   return ParseIdentity(name);
 }
 
+bool IsPartialFolderName(std::string_view name) {
+  if (!name.ends_with(kPartialEnding)) return false;
+  name.remove_suffix(kPartialEnding.size());
+  const std::size_t dot = name.rfind('.');
+  return dot != std::string_view::npos && dot != 0 && ParseIdentity(name.substr(dot + 1));
+}
+
 std::string FormatIdentity(const Identity& identity) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string text;

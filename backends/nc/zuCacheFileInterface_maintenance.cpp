@@ -95,6 +95,10 @@ bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
   return saved;
 }
 
+bool zuCacheFileInterface::isPartialFolder(const char* name) {
+  return name != nullptr && nc::IsPartialFolderName(name);
+}
+
 unsigned int zuCacheFileInterface::leftovers(const char* folder, const char* baseName,
                                              reportFunction report, void* context) {
   return Run(folder, baseName, 0U, {}, [&](const nc::CacheName& name, Error&) {

@@ -23,6 +23,9 @@ class Many(CommandTest):
         shutil.copy(DATA / "abc" / "mesh_24fps.abc", self.caches / "sub" / "deep" / "wave.abc")
         self.make("in/jelly.xml", points=642, frames=25)
         (self.caches / "settings.xml").write_text("<settings/>")
+        writers = self.caches / ("sim." + "0123456789abcdef" * 2 + ".part")
+        writers.mkdir()
+        (writers / "sim.xml").write_text("")
         (self.caches / "notes.txt").write_text("not a cache")
         self.names = ["arm.pc2", "jelly.xml", "sub/box.PC2", "sub/deep/wave.abc"]
 
@@ -31,7 +34,8 @@ class Many(CommandTest):
         return done, [json.loads(line) for line in done.stdout.splitlines()]
 
     def names_of(self, reports):
-        return [os.path.relpath(report["file"], self.caches) for report in reports]
+        return [os.path.relpath(report["file"], self.caches) for report in reports
+                if "file" in report]
 
     def tree(self, folder):
         return sorted(str(path.relative_to(folder)) for path in folder.rglob("*") if path.is_file())
@@ -74,6 +78,33 @@ class Many(CommandTest):
         self.assertTrue(all(8 <= len(part) <= 22 for part in parts), parts)
         for shard in ("0/3", "4/3", "1", "a/b", "1/0"):
             self.expect_error(USAGE, "no shard", "info", self.caches, "--shard", shard)
+
+    def test_reports_are_summed_up(self):
+        (self.caches / "damaged.pc2").write_bytes((DATA / "pc2" / "arm_tube.pc2").read_bytes()[:-7])
+        files = []
+        for i in (1, 2, 3):
+            files.append(self.folder / f"{i}.ndjson")
+            files[-1].write_text(run("verify", self.caches, "--recursive", "--json", "--shard",
+                                     f"{i}/3").stdout)
+        done = run("report", *files)
+        self.assertEqual((done.returncode, done.stderr), (FOUND, ""))
+        self.assertRegex(done.stdout, r"verify .*damaged\.pc2: .*\n"
+                                      r"verify: 5 files, 4 done, 1 with findings\n"
+                                      r"  findings: damage 1\n  counts: problems 1\n\Z")
+        # A task that ran again, one that is missing, one that was cut short.
+        again = run("report", *files, files[0])
+        self.assertEqual(again.returncode, FOUND)
+        self.assertIn("verify: 5 files, 4 done", again.stdout)
+        missing = run("report", files[0], files[2])
+        self.assertEqual(missing.returncode, FAILED)
+        self.assertIn("did not report their end: 2/3", missing.stdout)
+        whole = "".join(file.read_text() for file in files)
+        for cut in (whole[:-1], whole[:len(whole) // 2], whole + "{}\n", whole + "[]\n", "nonsense\n",
+                    whole.replace('"findings":[]', '"findings":7')):
+            files[0].write_text(cut)
+            self.assertEqual(run("report", files[0]).returncode, FAILED)
+        summed = json.loads(run("report", files[1], "--json").stdout)
+        self.assertEqual((summed["verb"], summed["status"]), ("report", FAILED))
 
     def test_incremental_conversion(self):
         out = self.folder / "out"
