@@ -24,6 +24,7 @@ inline void AddAsOption(CLI::App* verb, std::string* asName) {
 void AddInfo(CLI::App& app, Work* work);
 void AddPlay(CLI::App& app, Work* work);
 void AddDump(CLI::App& app, Work* work);
+void AddView(CLI::App& app, Work* work);
 void AddMake(CLI::App& app, Work* work);
 void AddVerify(CLI::App& app, Work* work);
 void AddRecover(CLI::App& app, Work* work);
