@@ -1,7 +1,7 @@
 #include "tools/timeline.h"
 
 #include <algorithm>
-#include <cmath>
+#include <map>
 
 #include "tools/tool_error.h"
 
@@ -22,9 +22,12 @@ std::vector<std::uint32_t> TurnsOf(const std::vector<Timeline::Point>& points) {
   return turns;
 }
 
-bool SameTimes(const std::vector<Timeline::Point>& a, const std::vector<Timeline::Point>& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](const auto& one, const auto& other) { return one.ticks == other.ticks; });
+// What tells the clocks of a cache apart: samples follow one another.
+std::vector<double> KeyOf(const std::vector<Timeline::Point>& points,
+                          const std::vector<std::uint64_t>& samples) {
+  std::vector<double> key = {samples.empty() ? -1.0 : double(samples.front())};
+  for (const Timeline::Point& point : points) key.push_back(point.ticks);
+  return key;
 }
 
 ToolError TooMany(const Source& source) {
@@ -55,14 +58,12 @@ Timeline::Clock Timeline::ClockFor(Source& source, const ChannelSummary& channel
 
 Timeline::Timeline(Source& source, const std::vector<const ChannelSummary*>& channels,
                    const FrameRange& range, Watch& watch) {
+  std::map<std::vector<double>, std::size_t> keys;
   for (const ChannelSummary* channel : channels) {
     Clock clock = ClockFor(source, *channel, range, watch);
-    const auto known = std::find_if(clocks_.rbegin(), clocks_.rend(), [&clock](const Clock& other) {
-      return other.sample == clock.sample && SameTimes(other.points, clock.points);
-    });
-    const auto place = static_cast<std::size_t>(clocks_.rend() - known);
-    clockOf_.push_back(known == clocks_.rend() ? clocks_.size() : place - 1);
-    if (known == clocks_.rend()) clocks_.push_back(std::move(clock));
+    const auto [known, isNew] = keys.emplace(KeyOf(clock.points, clock.sample), clocks_.size());
+    clockOf_.push_back(known->second);
+    if (isNew) clocks_.push_back(std::move(clock));
   }
   Merge(range);
   if (points_.size() > kMostMoments || points_.size() > kMostPlaces / clocks_.size()) {

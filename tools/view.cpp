@@ -178,14 +178,14 @@ class PageMaker {
     const std::size_t count = scene_.timeline().Count();
     const std::size_t kept = plan.MomentsOf(count).size();
     if (kept != count) {
-      lines.push_back("frames left out to keep the size: " + std::to_string(kept) + " of " +
+      lines.push_back("frames left out to keep the page small: " + std::to_string(kept) + " of " +
                       std::to_string(count) + " are here, one in " +
                       std::to_string(plan.frameStride));
     }
     if (plan.pointStride > 1) {
       bool hadFaces = false;
       for (const ObjectFigures& object : figures_.objects) hadFaces |= object.edges != 0;
-      lines.push_back("points left out to keep the size: one in " +
+      lines.push_back("points left out to keep the page small: one in " +
                       std::to_string(plan.pointStride) + " is here" +
                       (hadFaces ? ", without surfaces" : ""));
     }

@@ -56,14 +56,15 @@ export class Store {
     return values;
   }
 
-  // Unpacks all chunks in their order; `told` hears of each.
+  // Unpacks all chunks in their order, the next one while this one is taken; `told` hears of each.
   async unpack(told) {
-    for (const element of document.querySelectorAll('script[type="application/x-kelcache-chunk"]')) {
-      const { first, moments, values, bytes } = element.dataset;
-      const packed = fromBase64(element.textContent);
-      element.remove();
-      const unpacked = await inflate(packed, Number(bytes));
-      this.take(unpacked, Number(first), Number(moments), Number(values));
+    const elements = [...document.querySelectorAll('script[type="application/x-kelcache-chunk"]')];
+    let next = inflate(elements[0]);
+    for (let i = 0; i < elements.length; ++i) {
+      const { first, moments, values } = elements[i].dataset;
+      const bytes = await next;
+      if (i + 1 < elements.length) next = inflate(elements[i + 1]);
+      this.take(bytes, Number(first), Number(moments), Number(values));
       this.ready = Number(first) + Number(moments);
       told();
     }
@@ -164,7 +165,11 @@ function fromBase64(text) {
   return bytes;
 }
 
-async function inflate(packed, size) {
+// The bytes of a chunk, whose element is then of no more use.
+async function inflate(element) {
+  const size = Number(element.dataset.bytes);
+  const packed = fromBase64(element.textContent);
+  element.remove();
   const reader = new Blob([packed]).stream().pipeThrough(new DecompressionStream("deflate")).getReader();
   const bytes = new Uint8Array(size);
   let at = 0;

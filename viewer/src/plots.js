@@ -42,21 +42,20 @@ export class Plots {
       scales: { x: { time: false }, y: { range: (_, low, high) => range(low, high) } },
       axes: [{ ...axis, size: 28 }, { ...axis, size: 62, values: (_, ticks) => ticks.map(shortNumber) }],
       legend: { live: false, show: lines.length > 1 },
-      cursor: { drag: { x: false, y: false }, bind: { click: (self) => () => this.click(self) }, points: { show: false } },
+      cursor: { drag: { x: false, y: false }, points: { show: false } },
       series: [{}, ...lines.map(([label], i) => ({ label, stroke: colour(FIRST_COLOURS[i]), width: 1.5, points: { show: this.times.length === 1 } }))],
       hooks: { draw: [(self) => this.mark(self)] },
     }, [this.times, ...lines.map(([, values]) => values)], box);
     new ResizeObserver(() => {
       if (box.clientWidth && box.clientWidth !== plot.width) plot.setSize({ width: box.clientWidth, height: HEIGHT });
     }).observe(box);
+    plot.over.addEventListener("click", (event) => {
+      this.go(plot.posToIdx(event.clientX - plot.over.getBoundingClientRect().left));
+    });
     const line = plot.over.appendChild(document.createElement("div"));
     Object.assign(line.style, { position: "absolute", top: 0, bottom: 0, width: "2px", background: "var(--front)", pointerEvents: "none" });
     plot.nowLine = line;
     return plot;
-  }
-
-  click(plot) {
-    if (plot.cursor.idx !== null && plot.cursor.idx !== undefined) this.go(plot.cursor.idx);
   }
 
   // What was found, as ticks along the top.
