@@ -30,6 +30,23 @@ std::vector<double> KeyOf(const std::vector<Timeline::Point>& points,
   return key;
 }
 
+// The samples in the range, and the one that is current where it begins.
+MomentRange PartOf(Moments& moments, const FrameRange& range, bool showsFirst) {
+  MomentRange part = moments.In(range);
+  if (moments.Descends() || !range.from || moments.count() == 0) return part;
+  const MomentRange upToBegin = moments.In({.from = {}, .to = range.from});
+  if (upToBegin.Count() == 0 && !showsFirst) return part;
+  const std::uint64_t held = std::max<std::uint64_t>(upToBegin.end, 1) - 1;
+  if (part.Count() == 0) return {held, held + 1};
+  return {std::min(held, part.first), part.end};
+}
+
+bool LiesIn(const FrameRange& range, const Timeline::Point& point) {
+  if (!point.frame) return true;
+  return !(range.from && *point.frame < *range.from - kFrameTolerance) &&
+         !(range.to && *point.frame > *range.to + kFrameTolerance);
+}
+
 ToolError TooMany(const Source& source) {
   return Failed(source.summary().file, "has more than " + std::to_string(kMostMoments) +
                                            " moments; take a part of it by --from and --to");
@@ -40,12 +57,11 @@ ToolError TooMany(const Source& source) {
 Timeline::Clock Timeline::ClockFor(Source& source, const ChannelSummary& channel,
                                    const FrameRange& range, Watch& watch) {
   Moments moments = source.MomentsOf(channel);
-  MomentRange part = moments.In(range);
-  // What is current where the range begins may have begun before it.
-  if (!moments.Descends() && part.first > 0) --part.first;
+  const bool showsFirst = source.summary().format == kelsdk::KelCache::eAlembicFormat;
+  const MomentRange part = PartOf(moments, range, showsFirst);
   if (part.Count() > kMostMoments) throw TooMany(source);
   Clock clock;
-  clock.showsFirst = source.summary().format == kelsdk::KelCache::eAlembicFormat;
+  clock.showsFirst = showsFirst;
   for (std::uint64_t i = 0; i < part.Count(); ++i) {
     watch.ThrowIfInterrupted();
     const std::uint64_t sample = moments.Descends() ? part.end - 1 - i : part.first + i;
@@ -82,9 +98,7 @@ void Timeline::Merge(const FrameRange& range) {
     const std::vector<std::uint32_t> turns = TurnsOf(clock.points);
     for (std::size_t i = 0; i < clock.points.size(); ++i) {
       const Point& point = clock.points[i];
-      const bool isBefore =
-          range.from && point.frame && *point.frame < *range.from - kFrameTolerance;
-      if (!isBefore) entries.push_back({point, turns[i]});
+      if (LiesIn(range, point)) entries.push_back({point, turns[i]});
     }
   }
   std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
@@ -105,7 +119,8 @@ void Timeline::FindCurrent(Clock* clock) const {
   clock->current.reserve(points_.size());
   std::int32_t current = -1;
   for (std::size_t m = 0; m < points_.size(); ++m) {
-    for (auto next = static_cast<std::size_t>(current + 1); next < clock->points.size(); ++next) {
+    for (std::size_t next = current < 0 ? 0 : std::size_t(current) + 1; next < clock->points.size();
+         ++next) {
       const double later = clock->points[next].ticks - points_[m].ticks;
       if (later > kSameTicks || (later >= -kSameTicks && turns[next] > turns_[m])) break;
       current = static_cast<std::int32_t>(next);

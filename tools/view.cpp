@@ -16,6 +16,7 @@ namespace {
 constexpr std::size_t kFewestMoments = 24;  // are kept as long as points can be left out instead
 constexpr std::uint64_t kChunkBytes = std::uint64_t{6} << 20;
 constexpr std::uint64_t kMostPageMemory = std::uint64_t{1} << 30;  // of positions, in the browser
+constexpr std::uint64_t kBufferBytes = 16;                         // a point takes to be drawn
 
 std::string PageOf(const std::string& file, const ViewOptions& options) {
   if (!options.page.empty()) {
@@ -89,6 +90,7 @@ class PageMaker {
     file_.Restart();
     file_.Write(PageBegin(source_.summary(), scene_, figures_, grid, error_, plan, {}, notes));
     Attempt attempt;
+    attempt.memory = PointsOf(plan) * kBufferBytes;
     attempt.fixedBytes = file_.size() + PageEnd().size();
     ChunkPacker packer(grid, scene_.objects().size(), plan.pointStride);
     lastFaces_.assign(scene_.objects().size(), {});
@@ -167,6 +169,15 @@ class PageMaker {
     return smaller;
   }
 
+  // Of all objects at their largest, on the page.
+  std::uint64_t PointsOf(const PagePlan& plan) const {
+    std::uint64_t points = 0;
+    for (const ObjectFigures& object : figures_.objects) {
+      points += (std::uint64_t{object.points} + plan.pointStride - 1) / plan.pointStride;
+    }
+    return points;
+  }
+
   unsigned int MostPoints() const {
     unsigned int most = 1;
     for (const ObjectFigures& object : figures_.objects) most = std::max(most, object.points);
@@ -198,9 +209,7 @@ class PageMaker {
     viewed.bytes = attempt.bytes;
     viewed.moments = attempt.moments;
     viewed.objects = scene_.objects().size();
-    for (const ObjectFigures& object : figures_.objects) {
-      viewed.points += (object.points + plan.pointStride - 1) / plan.pointStride;
-    }
+    viewed.points = PointsOf(plan);
     viewed.largestError = error_;
     return viewed;
   }

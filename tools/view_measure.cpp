@@ -10,6 +10,7 @@ struct Moves {
   double largest = 0;
   double sum = 0;
   std::uint64_t points = 0;
+  std::uint64_t moving = 0;
 };
 
 // Of points that are finite in both.
@@ -23,6 +24,7 @@ void AddMoves(const float* before, const float* after, unsigned int points, Move
     moves->largest = std::max(moves->largest, move);
     moves->sum += move;
     ++moves->points;
+    if (move > 0) ++moves->moving;
   }
 }
 
@@ -67,6 +69,7 @@ class Measuring {
       at.largestMove = moves.largest;
       at.meanMove = moves.sum / double(moves.points);
     }
+    if (moves.moving != 0) at.meanOfMoving = moves.sum / double(moves.moving);
     figures_.moments.push_back(at);
   }
 

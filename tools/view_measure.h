@@ -13,7 +13,8 @@ namespace kelcache {
 struct MomentFigures {
   double largestMove = NAN;  ///< of a finite point since the sample before; NaN without one
   double meanMove = NAN;
-  double boxSize = 0;  ///< diagonal
+  double meanOfMoving = NAN;  ///< of the points that move at all
+  double boxSize = 0;         ///< diagonal
   std::uint64_t elements = 0;
   std::uint64_t notFinite = 0;  ///< values
 

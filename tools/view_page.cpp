@@ -93,6 +93,18 @@ Json FiguresJson(const SceneFigures& figures, const std::vector<std::size_t>& mo
           {"notFinite", notFinite}};
 }
 
+// What a point that moves usually moves by: a few that fly off do not change it.
+double TypicalMove(const SceneFigures& figures) {
+  std::vector<double> moves;
+  for (const MomentFigures& moment : figures.moments) {
+    if (moment.meanOfMoving > 0) moves.push_back(moment.meanOfMoving);
+  }
+  if (moves.empty()) return 0;
+  const auto middle = moves.begin() + std::ssize(moves) / 2;
+  std::nth_element(moves.begin(), middle, moves.end());
+  return *middle;
+}
+
 Json FlagsJson(const std::vector<PageFlag>& flags, const std::vector<std::size_t>& moments) {
   Json list = Json::array();
   for (const PageFlag& flag : flags) {
@@ -137,6 +149,7 @@ Json HeadJson(const CacheSummary& summary, Scene& scene, const SceneFigures& fig
           {"clocks", clocks},
           {"objects", ObjectsJson(scene, figures, plan)},
           {"figures", FiguresJson(figures, moments)},
+          {"typicalMove", TypicalMove(figures)},
           {"flags", FlagsJson(flags, moments)}};
 }
 

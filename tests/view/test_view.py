@@ -189,8 +189,11 @@ class Page(ViewTest):
         self.assertGreater(surface, 20 * wires)
         self.assertGreater(wires, points)
         self.assertGreater(points, 4)
-        mesh = self.view(DATA / "pc2" / "arm_tube.pc2", "--force")
-        self.assertEqual(self.head(mesh)["objects"][0]["triangles"], 0)
+        points = self.folder / "wave.pc2"
+        self.run_done("convert", MESH, points)
+        for mesh, triangles in [([], 0), (["--mesh", MESH], 60), (["--mesh", f"{MESH}:/wave"], 60)]:
+            page = self.view(points, *mesh, "--force")
+            self.assertEqual(self.head(page)["objects"][0]["triangles"], triangles, mesh)
 
     def test_faces_and_counts_that_change(self):
         square = [0, 0, 0, 1, 0, 0, 1, 1, 0, 0, 1, 0]
@@ -213,6 +216,19 @@ class Page(ViewTest):
         self.assertAlmostEqual(half / whole, 0.5, delta=0.1)
         self.assertAlmostEqual(half, again, delta=0.1 * half)
         self.assertEqual(none, 0)
+
+    def test_channels_with_other_times_hold_their_samples(self):
+        place = lambda i: [i, 0, 0, 0, i, 1]
+        cache = archives.write(self.folder / "two.abc", [
+            ("P", "float32", 3, [place(i) for i in range(5)]),
+            ("Q", "float32", 3, [place(9), place(8)])])
+        both = ["--channel", "/it/P", "--channel", "/it/Q"]
+        for more, frames, first in [([], [0, 1, 2, 3, 4], 9), (["--from", 2, "--to", 3], [2, 3], 8)]:
+            with self.opened(self.view(cache, *both, *more, "--force")) as browser:
+                self.assertEqual(browser.ask("player.head.frames"), frames)
+                held = [browser.ask(f"player.positions(1, {i})[0]") for i in range(len(frames))]
+                for value, expected in zip(held, [first] + [8] * (len(frames) - 1)):
+                    self.assertAlmostEqual(value, expected, delta=1e-3)
 
     def test_several_objects_have_boxes(self):
         cache = DATA / "abc" / "user_props_visibility.abc"
@@ -274,17 +290,17 @@ class Page(ViewTest):
         with self.opened(self.view(self.pc2("wild.pc2", 3, 6, data))) as browser:
             browser.run("window.kelcachePlayer.go(5)")
             seen = browser.run("""
-                const pixels = window.kelcachePlayer.pixels(), seen = { pink: 0, grey: 0, yellow: 0 };
+                const pixels = window.kelcachePlayer.pixels(), seen = { pink: 0, grey: 0, green: 0 };
                 for (let i = 0; i < pixels.length; i += 4) {
                   const [r, g, b, a] = pixels.subarray(i, i + 4);
                   if (a < 255) continue;
                   if (r > 240 && g < 60) ++seen.pink;
                   if (Math.abs(r - 115) < 9 && Math.abs(b - 158) < 9) ++seen.grey;
-                  if (r > 200 && g > 200 && b < 90) ++seen.yellow;
+                  if (g > r + 30 && g > b + 30) ++seen.green;
                 }
                 return seen;""")
             self.assertTrue(all(seen.values()), seen)
-            self.assertIn("pink beyond 0.4", browser.element("legend").text)
+            self.assertIn("up to 0.2, pink beyond 0.8", browser.element("legend").text)
 
     def test_odd_caches(self):
         one = self.pc2("one.pc2", 1, 1, [1, 2, 3])

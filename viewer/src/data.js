@@ -8,6 +8,7 @@ export const NOWHERE = 65535;  // all three places of a point that is not finite
 export function readHead() {
   const head = JSON.parse(document.getElementById("head").textContent);
   head.moments = head.frames.length;
+  head.colourScale = 2 * head.typicalMove;
   // The sample of each clock that is current at each moment, -1 for none.
   head.current = head.clocks.map((begins) => {
     const current = new Int32Array(head.moments).fill(-1);

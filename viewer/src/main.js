@@ -107,12 +107,6 @@ class Player {
     this.picture.setUniform("colourByMove", single);
   }
 
-  // The middle one of the largest moves: what the colours are made for.
-  get typicalMove() {
-    const moves = this.head.figures.largestMove.filter((move) => move > 0).sort((a, b) => a - b);
-    return moves.length ? moves[moves.length >> 1] : 0;
-  }
-
   wire() {
     const { picture, playback } = this;
     const on = (id, event, act) => $(id).addEventListener(event, act);
@@ -146,7 +140,7 @@ class Player {
     picture.show("dots", !allHaveFaces);
     $("size").value = Math.max(1.5, Math.min(6, 9 - Math.log10(Math.max(picture.total, 1)) * 1.5));
     this.sizePoints();
-    const scale = this.typicalMove / picture.unit;
+    const scale = this.head.colourScale / picture.unit;
     picture.setUniform("moveScale", scale > 0 ? scale : 1e30);
     $("up").value = this.head.format === "alembic" ? "y" : "z";
     picture.setUp($("up").value);
@@ -158,7 +152,7 @@ class Player {
   }
 
   showLegend() {
-    const typical = this.typicalMove;
+    const typical = this.head.colourScale;
     $("legend").hidden = $("colour").value !== "move";
     $("legend").textContent = typical === 0 ? "Nothing moves." :
       `Colour: move since the last sample shown. Grey rests, blue to yellow up to ${tidy(typical, 3)}, pink beyond ${tidy(4 * typical, 3)}.`;
