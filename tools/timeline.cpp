@@ -30,21 +30,15 @@ std::vector<double> KeyOf(const std::vector<Timeline::Point>& points,
   return key;
 }
 
-// The samples in the range, and the one that is current where it begins.
-MomentRange PartOf(Moments& moments, const FrameRange& range, bool showsFirst) {
-  MomentRange part = moments.In(range);
+// Those of the range, with the one that is current where it begins.
+MomentRange WithHeld(Moments& moments, const MomentRange& part, const FrameRange& range,
+                     bool showsFirst) {
   if (moments.Descends() || !range.from || moments.count() == 0) return part;
   const MomentRange upToBegin = moments.In({.from = {}, .to = range.from});
   if (upToBegin.Count() == 0 && !showsFirst) return part;
   const std::uint64_t held = std::max<std::uint64_t>(upToBegin.end, 1) - 1;
   if (part.Count() == 0) return {held, held + 1};
   return {std::min(held, part.first), part.end};
-}
-
-bool LiesIn(const FrameRange& range, const Timeline::Point& point) {
-  if (!point.frame) return true;
-  return !(range.from && *point.frame < *range.from - kFrameTolerance) &&
-         !(range.to && *point.frame > *range.to + kFrameTolerance);
 }
 
 ToolError TooMany(const Source& source) {
@@ -58,10 +52,12 @@ Timeline::Clock Timeline::ClockFor(Source& source, const ChannelSummary& channel
                                    const FrameRange& range, Watch& watch) {
   Moments moments = source.MomentsOf(channel);
   const bool showsFirst = source.summary().format == kelsdk::KelCache::eAlembicFormat;
-  const MomentRange part = PartOf(moments, range, showsFirst);
+  const MomentRange inside = moments.In(range);
+  const MomentRange part = WithHeld(moments, inside, range, showsFirst);
   if (part.Count() > kMostMoments) throw TooMany(source);
   Clock clock;
   clock.showsFirst = showsFirst;
+  clock.held = part.Count() - inside.Count();
   for (std::uint64_t i = 0; i < part.Count(); ++i) {
     watch.ThrowIfInterrupted();
     const std::uint64_t sample = moments.Descends() ? part.end - 1 - i : part.first + i;
@@ -81,14 +77,14 @@ Timeline::Timeline(Source& source, const std::vector<const ChannelSummary*>& cha
     clockOf_.push_back(known->second);
     if (isNew) clocks_.push_back(std::move(clock));
   }
-  Merge(range);
+  Merge();
   if (points_.size() > kMostMoments || points_.size() > kMostPlaces / clocks_.size()) {
     throw TooMany(source);
   }
   for (Clock& clock : clocks_) FindCurrent(&clock);
 }
 
-void Timeline::Merge(const FrameRange& range) {
+void Timeline::Merge() {
   struct Entry {
     Point point;
     std::uint32_t turn = 0;
@@ -96,9 +92,8 @@ void Timeline::Merge(const FrameRange& range) {
   std::vector<Entry> entries;
   for (const Clock& clock : clocks_) {
     const std::vector<std::uint32_t> turns = TurnsOf(clock.points);
-    for (std::size_t i = 0; i < clock.points.size(); ++i) {
-      const Point& point = clock.points[i];
-      if (LiesIn(range, point)) entries.push_back({point, turns[i]});
+    for (std::size_t i = clock.held; i < clock.points.size(); ++i) {
+      entries.push_back({clock.points[i], turns[i]});
     }
   }
   std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {

@@ -40,13 +40,14 @@ class Timeline {
   struct Clock {
     std::vector<Point> points;          // of the samples, in order of time
     std::vector<std::uint64_t> sample;  // their numbers
+    std::size_t held = 0;               // how many of them lie before the range
     bool showsFirst = false;            // before it too
     std::vector<std::int32_t> current;  // by moment: a place in `sample`, -1 for none
   };
 
   static Clock ClockFor(Source& source, const ChannelSummary& channel, const FrameRange& range,
                         Watch& watch);
-  void Merge(const FrameRange& range);
+  void Merge();
   void FindCurrent(Clock* clock) const;
 
   std::vector<Clock> clocks_;

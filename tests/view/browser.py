@@ -18,7 +18,7 @@ SECONDS = 60  # that a condition may take on a busy machine
 
 
 class Browser:
-    def __init__(self, width=1200, height=1000):
+    def __init__(self, width=800, height=760):
         options = webdriver.ChromeOptions()
         options.binary_location = PROGRAM
         for word in ("--headless=new", "--no-sandbox", "--disable-dev-shm-usage", "--use-gl=angle",
