@@ -31,6 +31,7 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddPlay(app, work);
   AddDump(app, work);
   AddView(app, work);
+  AddCheck(app, work);
   AddVerify(app, work);
   AddDiff(app, work);
   AddConvert(app, work);

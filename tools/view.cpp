@@ -4,6 +4,7 @@
 #include <cmath>
 #include <filesystem>
 
+#include "tools/check.h"
 #include "tools/page_file.h"
 #include "tools/readable.h"
 #include "tools/target.h"
@@ -14,6 +15,7 @@ namespace kelcache {
 namespace {
 
 constexpr std::size_t kFewestMoments = 24;  // are kept as long as points can be left out instead
+constexpr std::size_t kMostFlags = 1000;
 constexpr std::uint64_t kChunkBytes = std::uint64_t{6} << 20;
 constexpr std::uint64_t kMostPageMemory = std::uint64_t{1} << 30;  // of positions, in the browser
 constexpr std::uint64_t kBufferBytes = 16;                         // a point takes to be drawn
@@ -57,6 +59,7 @@ class PageMaker {
     watch_.End();
     error_ = Grid(figures_.box).largestError() + figures_.rounding;
     NoteMisfits();
+    FindFlags();
   }
 
   void NoteOnPage(const std::string& note) { notes_.push_back(note); }
@@ -82,13 +85,34 @@ class PageMaker {
     }
   }
 
+  // What `check` finds in the channels that are shown.
+  void FindFlags() {
+    CheckOptions check;
+    check.range = options_.range;
+    for (const SceneObject& object : scene_.objects()) {
+      Checked checked;
+      CheckChannel(source_, *object.channel, check, watch_, &checked);
+      findings_ += checked.findings.size();
+      const std::string name = scene_.objects().size() == 1 ? "" : object.name;
+      for (const Finding& finding : checked.findings) {
+        if (flags_.size() == kMostFlags) break;
+        flags_.push_back({scene_.timeline().Nearest(finding.first->ticks),
+                          scene_.timeline().Nearest(finding.last->ticks), finding.Line(name)});
+      }
+    }
+    if (findings_ > flags_.size()) {
+      notes_.push_back("check finds " + std::to_string(findings_) + " things, of which the first " +
+                       std::to_string(kMostFlags) + " are marked");
+    }
+  }
+
   Attempt TryPlan(const PagePlan& plan) {
     const Grid grid(figures_.box);
     const std::vector<std::size_t> moments = plan.MomentsOf(scene_.timeline().Count());
     std::vector<std::string> notes = notes_;
     for (const std::string& line : LeftOut(plan)) notes.push_back(line);
     file_.Restart();
-    file_.Write(PageBegin(source_.summary(), scene_, figures_, grid, error_, plan, {}, notes));
+    file_.Write(PageBegin(source_.summary(), scene_, figures_, grid, error_, plan, flags_, notes));
     Attempt attempt;
     attempt.memory = PointsOf(plan) * kBufferBytes;
     attempt.fixedBytes = file_.size() + PageEnd().size();
@@ -211,6 +235,7 @@ class PageMaker {
     viewed.objects = scene_.objects().size();
     viewed.points = PointsOf(plan);
     viewed.largestError = error_;
+    viewed.findings = findings_;
     return viewed;
   }
 
@@ -223,6 +248,8 @@ class PageMaker {
   std::vector<std::string> notes_;
   SceneFigures figures_;
   double error_ = 0;
+  std::vector<PageFlag> flags_;
+  std::size_t findings_ = 0;
   std::vector<Faces> lastFaces_;
   std::vector<float> floats_;
 };

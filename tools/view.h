@@ -22,6 +22,7 @@ struct Viewed {
   std::size_t objects = 0;
   std::uint64_t points = 0;  ///< of all objects at their largest, on the page
   double largestError = 0;   ///< in the cache's unit
+  std::size_t findings = 0;  ///< of `check` in what is shown
   bool missing = false;      ///< the cache is cut short
 };
 

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <nlohmann/json.hpp>
 
 #include "tools/formats.h"
+#include "tools/json.h"
 #include "tools/numbers.h"
 
 // The page without its data, as it stands in viewer/.
@@ -19,8 +19,6 @@ extern "C" const char kelcache_page_template[];
 
 namespace kelcache {
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr std::string_view kDataMark = "<!--DATA-->";
 
@@ -106,13 +104,15 @@ double TypicalMove(const SceneFigures& figures) {
 }
 
 Json FlagsJson(const std::vector<PageFlag>& flags, const std::vector<std::size_t>& moments) {
+  // A moment that was left out is seen in the next one.
+  const auto shownAt = [&moments](std::size_t moment) {
+    const auto next = std::lower_bound(moments.begin(), moments.end(), moment);
+    return std::min(next - moments.begin(), std::ssize(moments) - 1);
+  };
   Json list = Json::array();
   for (const PageFlag& flag : flags) {
-    const auto at = std::lower_bound(moments.begin(), moments.end(), flag.moment);
-    list.push_back({{"moment", std::min(at - moments.begin(), std::ssize(moments) - 1)},
-                    {"kind", flag.kind},
-                    {"channel", flag.channel},
-                    {"text", flag.text}});
+    list.push_back(
+        {{"first", shownAt(flag.first)}, {"last", shownAt(flag.last)}, {"text", flag.text}});
   }
   return list;
 }
@@ -126,17 +126,16 @@ Json HeadJson(const CacheSummary& summary, Scene& scene, const SceneFigures& fig
   Json seconds = Json::array();
   for (const std::size_t moment : moments) {
     const Timeline::Point& point = timeline.At(moment);
-    frames.push_back(point.frame ? Json(*point.frame) : Json(nullptr));
+    frames.push_back(OrNull(point.frame));
     seconds.push_back(point.seconds);
   }
   Json clocks = Json::array();
   for (std::size_t i = 0; i < timeline.ClockCount(); ++i) {
     clocks.push_back(ClockJson(timeline, i, moments));
   }
-  const auto rate = summary.frameRate();
   return {{"file", std::filesystem::path(summary.file).filename().string()},
           {"format", RowOf(summary.format).name},
-          {"rate", rate ? Json(*rate) : Json(nullptr)},
+          {"rate", OrNull(summary.frameRate())},
           {"rateSource", summary.frameRateSource},
           {"low", {grid.low(0), grid.low(1), grid.low(2)}},
           {"step", {grid.step(0), grid.step(1), grid.step(2)}},

@@ -10,11 +10,10 @@
 
 namespace kelcache {
 
-/// A line of a list under the picture that leads to a moment.
+/// Something found at some moments of the timeline, with a line that leads there.
 struct PageFlag {
-  std::size_t moment = 0;  ///< of the timeline
-  std::string kind;
-  std::string channel;
+  std::size_t first = 0;
+  std::size_t last = 0;
   std::string text;
 };
 

@@ -1,50 +1,14 @@
 #include "tools/view_scene.h"
 
 #include <algorithm>
-#include <cctype>
 
+#include "tools/channel_kind.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
 namespace {
 
 constexpr std::size_t kMostObjects = 65535;  // the page numbers them with 16 bits
-
-bool HoldsVectors(const ChannelSummary& channel) {
-  return channel.components == 3 && !IsInteger(channel.value);
-}
-
-std::string LowerCase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  return text;
-}
-
-// An archive's positions are called P, whatever they are said to be.
-bool HoldsPositions(const CacheSummary& summary, const ChannelSummary& channel) {
-  if (!HoldsVectors(channel)) return false;
-  if (summary.pc2) return true;
-  if (summary.format == kelsdk::KelCache::eAlembicFormat) {
-    return channel.name.value_or("").ends_with("/P");
-  }
-  const std::string said = LowerCase(channel.interpretation.value_or(""));
-  return said == "points" || said == "point";
-}
-
-// Those that are said to be positions; where none is, vectors that are said to be nothing.
-std::vector<const ChannelSummary*> PositionsOf(const CacheSummary& summary) {
-  std::vector<const ChannelSummary*> positions;
-  for (const ChannelSummary& channel : summary.channels) {
-    if (HoldsPositions(summary, channel)) positions.push_back(&channel);
-  }
-  if (!positions.empty()) return positions;
-  for (const ChannelSummary& channel : summary.channels) {
-    if (HoldsVectors(channel) && channel.interpretation.value_or("").empty()) {
-      positions.push_back(&channel);
-    }
-  }
-  return positions;
-}
 
 std::string NameOf(const CacheSummary& summary, const ChannelSummary& channel) {
   const std::string name = channel.name.value_or("");
@@ -62,14 +26,15 @@ std::vector<const ChannelSummary*> Scene::Choose(const SceneOptions& options) {
   for (const std::string& name : options.channels) {
     const ChannelSummary& channel = summary.FindChannel(name);
     if (!HoldsVectors(channel)) {
-      throw ToolError(eUsage, summary.file + ": channel " + name + " is no channel of 3 numbers");
+      throw ToolError(eUsage, summary.file + ": channel " + name +
+                                  " does not hold vectors of 3 floating-point numbers");
     }
     if (std::find(chosen.begin(), chosen.end(), &channel) == chosen.end()) {
       chosen.push_back(&channel);
     }
   }
   if (!chosen.empty()) return chosen;
-  chosen = PositionsOf(summary);
+  chosen = PositionChannels(summary);
   std::erase_if(chosen, [](const ChannelSummary* channel) { return channel->samples == 0; });
   if (chosen.empty()) throw Failed(summary.file, "has no channel of positions with samples");
   if (chosen.size() > 1 && !options.all) {

@@ -18,7 +18,10 @@ EExit ViewTyped(const Typed& options) {
   PrintLine(stdout, viewed.page + ": " + std::to_string(viewed.moments) + " frames, " +
                         (viewed.objects == 1 ? "" : std::to_string(viewed.objects) + " objects, ") +
                         std::to_string(viewed.points) + " points within " +
-                        RoundedText(viewed.largestError) + ", " + SizeText(viewed.bytes));
+                        RoundedText(viewed.largestError) + ", " + SizeText(viewed.bytes) +
+                        (viewed.findings == 0 ? ""
+                                              : "; check finds " + std::to_string(viewed.findings) +
+                                                    (viewed.findings == 1 ? " thing" : " things")));
   return viewed.missing ? eFound : eDone;
 }
 

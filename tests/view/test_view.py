@@ -63,7 +63,7 @@ class Command(ViewTest):
             (FAILED, "has no points", self.pc2("none.pc2", 0, 3, [])),
             (FAILED, "has no channel of positions", DATA / "abc" / "empty.abc"),
             (FAILED, "no sample lies in the frames", shot, "--from", 900),
-            (USAGE, "no channel of 3 numbers", types, "--channel", "a"),
+            (USAGE, "does not hold vectors of 3", types, "--channel", "a"),
             (FAILED, "square.obj has 4 points, " + str(other) + " has 5", other, "--mesh", mesh),
             (FAILED, "has a mesh of 42 points", other, "--mesh", MESH),
             (FAILED, "holds no mesh", other, "--mesh", f"{MESH}:/wav"),
@@ -301,6 +301,20 @@ class Page(ViewTest):
                 return seen;""")
             self.assertTrue(all(seen.values()), seen)
             self.assertIn("up to 0.2, pink beyond 0.8", browser.element("legend").text)
+
+    def test_what_check_finds_is_marked(self):
+        places = [[i * 0.1, 0, 0, 0, i * 0.1, 1] for i in range(12)]
+        places[5][4] = NAN
+        places[9][0] = 1e6
+        cache = self.pc2("bad.pc2", 2, 12, sum(places, []), start=100)
+        found = json.loads(run("check", cache, "--json").stdout)["findings"]
+        with self.opened(self.view(cache)) as browser:
+            lines = browser.driver.find_elements("css selector", "#findings button")
+            self.assertEqual([line.text for line in lines], [finding["text"] for finding in found])
+            for line, finding in zip(lines, found):
+                line.click()
+                self.assertIn(f"frame {finding['firstFrame']:g},", browser.element("now").text)
+        self.assertEqual({finding["firstFrame"] for finding in found}, {105, 109})
 
     def test_odd_caches(self):
         one = self.pc2("one.pc2", 1, 1, [1, 2, 3])

@@ -71,8 +71,8 @@ class Player {
     for (const flag of head.flags) {
       const button = $("findings").appendChild(document.createElement("li")).appendChild(document.createElement("button"));
       button.type = "button";
-      button.textContent = `${this.timeText(flag.moment)}: ${flag.text}`;
-      button.addEventListener("click", () => this.seek(flag.moment));
+      button.textContent = flag.text;
+      button.addEventListener("click", () => this.seek(flag.first));
     }
     $("flags").hidden = head.flags.length === 0;
   }

@@ -18,8 +18,6 @@ export class Plots {
     // Samples at one time are told apart by their number.
     if (this.times.some((time, i) => i > 0 && !(time > this.times[i - 1]))) this.times = this.times.map((_, i) => i);
     const { figures } = head;
-    const marked = new Set(head.flags.map((flag) => flag.moment));
-    this.marked = [...marked].sort((a, b) => a - b);
     this.plots = [
       this.add(parent, "Move since the last sample", [["largest", figures.largestMove], ["mean", figures.meanMove]]),
       this.add(parent, "Size of the box (diagonal)", [["size", figures.boxSize]]),
@@ -63,9 +61,9 @@ export class Plots {
     const { ctx, bbox } = plot;
     ctx.save();
     ctx.fillStyle = colour("--alarm")();
-    for (const moment of this.marked) {
-      const x = plot.valToPos(this.times[moment], "x", true);
-      ctx.fillRect(x - 1.5 * devicePixelRatio, bbox.top, 3 * devicePixelRatio, 7 * devicePixelRatio);
+    for (const { first, last } of this.head.flags) {
+      const from = plot.valToPos(this.times[first], "x", true), to = plot.valToPos(this.times[last], "x", true);
+      ctx.fillRect(from - 1.5 * devicePixelRatio, bbox.top, to - from + 3 * devicePixelRatio, 7 * devicePixelRatio);
     }
     ctx.restore();
   }
