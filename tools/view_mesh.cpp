@@ -20,7 +20,7 @@ bool TakeIndices(const Array& array, std::vector<std::uint32_t>* values) {
   return array.Visited([&](const auto* stored) {
     for (std::size_t i = 0; i < array.Count(); ++i) {
       if constexpr (std::is_integral_v<std::remove_cvref_t<decltype(*stored)>>) {
-        const std::int64_t value = static_cast<std::int64_t>(stored[i]);
+        const auto value = static_cast<std::int64_t>(+stored[i]);
         if (!std::in_range<std::uint32_t>(value)) return false;
         (*values)[i] = static_cast<std::uint32_t>(value);
       } else {
