@@ -95,8 +95,6 @@ class Measuring {
 
   void TakeFaces(std::size_t object, const Faces& faces) {
     ObjectFigures& figures = figures_.objects[object];
-    const bool isFirst = figures.edges == 0;
-    figures.facesChange = figures.facesChange || (!isFirst && faces != lastFaces_[object]);
     if (faces == lastFaces_[object]) return;
     lastFaces_[object] = faces;
     figures.triangles = std::max(figures.triangles, TrianglesOf(faces));

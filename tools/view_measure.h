@@ -26,7 +26,6 @@ struct ObjectFigures {
   unsigned int points = 0;      ///< of the largest sample
   std::uint64_t triangles = 0;  ///< of the largest faces
   std::uint64_t edges = 0;
-  bool facesChange = false;
 };
 
 struct SceneFigures {

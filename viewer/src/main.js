@@ -58,7 +58,8 @@ class Player {
     $("title").textContent = head.file;
     const rate = head.rate === null ? "no frame rate" : `${tidy(head.rate)} frames a second (${head.rateSource})`;
     $("subtitle").textContent = [`${head.format} cache`, count(head.moments, "frame"), count(this.picture.total, "point"),
-      head.objects.length > 1 ? count(head.objects.length, "object") : "", rate].filter(Boolean).join(" · ");
+      head.objects.length > 1 ? count(head.objects.length, "object") : "", rate,
+      `positions within ${tidy(head.error, 2)}`].filter(Boolean).join(" · ");
     for (const note of head.notes) $("notes").appendChild(document.createElement("li")).textContent = note;
     $("notes").hidden = head.notes.length === 0;
     $("precision").textContent = `Positions have 16 bits of the animation's box: each coordinate lies within ${tidy(head.error, 3)} ` +
