@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "tools/inputs.h"
 #include "tools/max_error.h"
 
 namespace kelcache {
@@ -81,6 +82,13 @@ CLI::Validator ByteSize() {
     return std::string();
   };
   return {take, ""};
+}
+
+CLI::Validator ShardNumber() {
+  const auto check = [](std::string& text) {
+    return ParseShard(text) ? std::string() : '"' + text + "\" is no shard such as 2/8";
+  };
+  return {check, ""};
 }
 
 CLI::Validator OneOf(const std::vector<std::string>& words) {

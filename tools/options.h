@@ -26,6 +26,9 @@ CLI::Validator WholeNumberFrom(unsigned int least);
 /// A number of bytes: "500000", "64M" (decimal units K, M, G). For Option::transform, likewise.
 CLI::Validator ByteSize();
 
+/// "2/8": one of so many shards.
+CLI::Validator ShardNumber();
+
 /// One of some words. Its description is "json|csv".
 CLI::Validator OneOf(const std::vector<std::string>& words);
 
