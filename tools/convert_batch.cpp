@@ -19,6 +19,21 @@ std::string TargetOf(const Input& input, const BatchOptions& options) {
   return target.string();
 }
 
+/// One name for each file, whatever links lead to its folder, which need not exist yet.
+class Places {
+ public:
+  std::string Of(const std::string& file) {
+    const fs::path path(file);
+    const auto [known, isNew] = folders_.try_emplace(path.parent_path().string());
+    std::error_code unknown;
+    if (isNew) known->second = fs::weakly_canonical(fs::absolute(path.parent_path()), unknown);
+    return known->second / path.filename();
+  }
+
+ private:
+  std::map<std::string, fs::path> folders_;
+};
+
 bool IsWhole(const std::string& file) {
   ExpectReadable(file);
   try {
@@ -42,12 +57,11 @@ fs::file_time_type TimeOf(const std::string& file) {
 std::vector<PlannedCopy> PlanCopies(const std::vector<Input>& inputs, const BatchOptions& options) {
   std::vector<PlannedCopy> copies;
   std::map<std::string, std::size_t> first;  // copy by target
+  Places places;
   for (const Input& input : inputs) {
     copies.push_back({input, TargetOf(input, options)});
     if (!input.problem.empty()) continue;
-    std::error_code unknown;
-    const std::string place = fs::weakly_canonical(copies.back().target, unknown).string();
-    const auto [other, isNew] = first.emplace(place, copies.size() - 1);
+    const auto [other, isNew] = first.emplace(places.Of(copies.back().target), copies.size() - 1);
     if (isNew) continue;
     Input& one = copies[other->second].input;
     const std::string problem =

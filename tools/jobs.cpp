@@ -178,9 +178,10 @@ class Jobs {
     if (!outcome->error.empty() && !WasEnded(result.status) && !HasRows()) {
       PrintError(outcome->error);
     }
-    result.lines.clear();
-    result.report.clear();
-    if (!output_.rowsAtEnd) result.cells.clear();
+    result.lines = {};
+    result.notes = {};
+    result.report = nullptr;
+    if (!output_.rowsAtEnd) result.cells = {};
   }
 
   void PrintRow(const Input& input, const Outcome& outcome) {
