@@ -1,14 +1,11 @@
 #include "tools/channel_kind.h"
 
 namespace kelcache {
-namespace {
 
 bool HoldsVectors(const ChannelSummary& channel) {
   return channel.components == 3 &&
          (channel.value == ValueType::eFloat32 || channel.value == ValueType::eFloat64);
 }
-
-}  // namespace
 
 bool HoldsPositions(const CacheSummary& summary, const ChannelSummary& channel) {
   if (summary.pc2) return true;

@@ -1,6 +1,7 @@
 #include "tools/options.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "tools/inputs.h"
 #include "tools/max_error.h"
@@ -63,6 +64,24 @@ CLI::Validator WholeNumberFrom(unsigned int least) {
     return std::string();
   };
   return {take, least > 0 ? words : ""};
+}
+
+CLI::Validator ByteSize() {
+  const auto take = [](std::string& text) {
+    constexpr const char* kUnits = "KMG";
+    std::string digits = text;
+    std::uint64_t unit = 1;
+    const char* const named = text.empty() ? nullptr : std::strchr(kUnits, text.back());
+    if (named != nullptr) {
+      digits.pop_back();
+      for (const char* u = kUnits; u <= named; ++u) unit *= 1000;
+    }
+    const auto number = ParseWholeNumber(digits);
+    if (!number || *number == 0) return '"' + text + "\" is not a size such as 500000, 64M or 1G";
+    text = std::to_string(*number * unit);
+    return std::string();
+  };
+  return {take, ""};
 }
 
 CLI::Validator ShardNumber() {

@@ -23,6 +23,9 @@ CLI::Validator NumberOrPercentage();
 /// the option would take "010" for eight.
 CLI::Validator WholeNumberFrom(unsigned int least);
 
+/// A number of bytes: "500000", "64M" (decimal units K, M, G). For Option::transform, likewise.
+CLI::Validator ByteSize();
+
 /// "2/8": one of so many shards.
 CLI::Validator ShardNumber();
 

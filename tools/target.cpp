@@ -6,11 +6,16 @@
 #include "tools/tool_error.h"
 
 namespace kelcache {
-Target::Target(const std::string& file, bool force) : file_(file) {
+
+void ExpectFree(const std::string& file, bool force) {
   std::error_code unknown;
   if (!force && std::filesystem::exists(file, unknown)) {
     throw Failed(file, "exists already; --force replaces it");
   }
+}
+
+Target::Target(const std::string& file, bool force) : file_(file) {
+  ExpectFree(file, force);
   const FormatRow& row = RowOf(FormatOf(file, ""));
   if (row.expectFree != nullptr) row.expectFree(file, force);
 }

@@ -4,7 +4,10 @@
 
 namespace kelcache {
 
-/// A file that a verb is about to write.
+/// Throws eFailed when there is something of this name and `force` is not given.
+void ExpectFree(const std::string& file, bool force);
+
+/// A cache that a verb is about to write.
 class Target {
  public:
   /// Throws eFailed when the file, or a data file of an NC cache of that name, exists and `force`

@@ -60,6 +60,7 @@ inline void AddJsonOption(CLI::App* verb, bool* json) {
 void AddInfo(CLI::App& app, Work* work);
 void AddPlay(CLI::App& app, Work* work);
 void AddDump(CLI::App& app, Work* work);
+void AddView(CLI::App& app, Work* work);
 void AddMake(CLI::App& app, Work* work);
 void AddCheck(CLI::App& app, Work* work);
 void AddVerify(CLI::App& app, Work* work);
