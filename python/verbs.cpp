@@ -119,7 +119,7 @@ py::dict Convert(const py::object& source, const py::object& target, const py::o
   const std::string in = PathOf(source);
   const std::string out = PathOf(target);
   kelcache::ConvertOptions options;
-  options.channel = ChannelText(channel);
+  if (!channel.is_none()) options.channels.only = {ChannelText(channel)};
   options.range = {from, to};
   options.rate = RateOf(rate);
   options.resample = ChoiceOf("resample", resample, kelcache::kResample);

@@ -8,6 +8,7 @@
 
 #include "backends/AlembicInterface.h"
 #include "backends/zuCacheFileInterface.h"
+#include "host/KelNearestFloat.h"
 
 namespace kelcache {
 
@@ -52,6 +53,16 @@ struct Array {
 };
 
 std::size_t SizeOf(ValueType type);
+
+/// The float or double nearest to a double.
+template <typename Value>
+Value NearestValue(double value) {
+  if constexpr (sizeof(Value) == sizeof(float)) {
+    return kelsdk::KelNearestFloat(value);
+  } else {
+    return value;
+  }
+}
 
 /// "float32[3]", "int32": the one spelling of what elements are made of.
 std::string TypeText(ValueType type, unsigned int components);
