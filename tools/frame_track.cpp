@@ -202,20 +202,23 @@ class FrameTrack : public Track {
   template <typename Value>
   static bool BlendFour(Value* values, const std::array<Array, kAround>& arrays,
                         const std::array<bool, kAround>& isThere, const Weights& weights) {
-    std::array<const Value*, kAround> of;
-    for (std::size_t k = 0; k < kAround; ++k) {
-      of[k] = static_cast<const Value*>(arrays[isThere[k] ? k : 1].values);
+    const auto of = [&](std::size_t k) {
+      return static_cast<const Value*>(arrays[isThere[k] ? k : 1].values);
+    };
+    const auto [first, before, after, last] = std::array{of(0), of(1), of(2), of(3)};
+    const auto [a, b, c, d] = weights;
+    const std::size_t count = arrays[1].Count();
+    for (std::size_t i = 0; i < count; ++i) {
+      values[i] = NearestValue<Value>(a * double(first[i]) + b * double(before[i]) +
+                                      c * double(after[i]) + d * double(last[i]));
     }
-    bool isOutside = false;
-    for (std::size_t i = 0; i < arrays[1].Count(); ++i) {
-      const double value = weights[0] * double(of[0][i]) + weights[1] * double(of[1][i]) +
-                           weights[2] * double(of[2][i]) + weights[3] * double(of[3][i]);
-      values[i] = NearestValue<Value>(value);
-      const Value none = (of[0][i] - of[0][i]) + (of[1][i] - of[1][i]) + (of[2][i] - of[2][i]) +
-                         (of[3][i] - of[3][i]);
-      isOutside |= none == 0 && !std::isfinite(values[i]);
+    if (!AnyIsNotFinite(values, count)) return true;
+    for (std::size_t i = 0; i < count; ++i) {
+      const bool wasFinite = std::isfinite(first[i]) && std::isfinite(before[i]) &&
+                             std::isfinite(after[i]) && std::isfinite(last[i]);
+      if (wasFinite && !std::isfinite(values[i])) return false;
     }
-    return !isOutside;
+    return true;
   }
 
   Moments samples_;

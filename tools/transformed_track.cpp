@@ -26,7 +26,18 @@ class Map {
   /// False where finite values came to one that the type does not hold.
   template <typename Value>
   bool Points(const Value* from, Value* to, std::size_t count) const {
-    return plainRows_ == 3 ? PlainPoints(from, to, count) : AnyPoints(from, to, count);
+    constexpr std::size_t kBlock = 512;  // points that the nearest memory keeps
+    bool fits = true;
+    for (std::size_t done = 0; done < count; done += kBlock, from += kBlock * 3, to += kBlock * 3) {
+      const std::size_t points = std::min(kBlock, count - done);
+      if (plainRows_ == 3) {
+        PlainPoints(from, to, points);
+      } else {
+        AnyPoints(from, to, points);
+      }
+      if (AnyIsNotFinite(to, points * 3)) fits = NoneGrew(from, to, points) && fits;
+    }
+    return fits;
   }
 
   /// The box around the turned one. A box that is empty or has no bounds stays as it is.
@@ -46,33 +57,46 @@ class Map {
  private:
   // Each coordinate comes from one other: what is not finite stays where it is.
   template <typename Value>
-  bool PlainPoints(const Value* from, Value* to, std::size_t count) const {
-    const double factors[] = {rows_[0][only_[0]], rows_[1][only_[1]], rows_[2][only_[2]]};
-    bool isOutside = false;
-    for (std::size_t i = 0; i < count; ++i, from += 3, to += 3) {
-      for (std::size_t k = 0; k < 3; ++k) {
-        const Value value = from[only_[k]];
-        to[k] = NearestValue<Value>(double(value) * factors[k] + move_[k]);
-        isOutside |= value - value == 0 && to[k] - to[k] != 0;
-      }
+  void PlainPoints(const Value* from, Value* to, std::size_t count) const {
+    const std::size_t a = only_[0];
+    const std::size_t b = only_[1];
+    const std::size_t c = only_[2];
+    const Vector by = {rows_[0][a], rows_[1][b], rows_[2][c]};
+    const Vector move = move_;
+    for (std::size_t i = 0; i < count * 3; i += 3) {
+      to[i] = NearestValue<Value>(double(from[i + a]) * by[0] + move[0]);
+      to[i + 1] = NearestValue<Value>(double(from[i + b]) * by[1] + move[1]);
+      to[i + 2] = NearestValue<Value>(double(from[i + c]) * by[2] + move[2]);
     }
-    return !isOutside;
   }
 
   template <typename Value>
-  bool AnyPoints(const Value* from, Value* to, std::size_t count) const {
-    bool isOutside = false;
-    for (std::size_t i = 0; i < count; ++i, from += 3, to += 3) {
-      const double x = double(from[0]);
-      const double y = double(from[1]);
-      const double z = double(from[2]);
-      const bool isFinite = (x - x) + (y - y) + (z - z) == 0;
-      for (std::size_t k = 0; k < 3; ++k) {
-        to[k] = NearestValue<Value>(rows_[k][0] * x + rows_[k][1] * y + rows_[k][2] * z + move_[k]);
-        isOutside |= isFinite && to[k] - to[k] != 0;
-      }
+  void AnyPoints(const Value* from, Value* to, std::size_t count) const {
+    const auto [u, v, w] = rows_;
+    const Vector move = move_;
+    for (std::size_t i = 0; i < count * 3; i += 3) {
+      const auto x = double(from[i]);
+      const auto y = double(from[i + 1]);
+      const auto z = double(from[i + 2]);
+      to[i] = NearestValue<Value>(u[0] * x + u[1] * y + u[2] * z + move[0]);
+      to[i + 1] = NearestValue<Value>(v[0] * x + v[1] * y + v[2] * z + move[1]);
+      to[i + 2] = NearestValue<Value>(w[0] * x + w[1] * y + w[2] * z + move[2]);
     }
-    return !isOutside;
+  }
+
+  // Whether all values that are not finite come from such.
+  template <typename Value>
+  bool NoneGrew(const Value* from, const Value* to, std::size_t count) const {
+    for (std::size_t i = 0; i < count * 3; ++i) {
+      if (std::isfinite(to[i])) continue;
+      const Vector& row = rows_[i % 3];
+      bool isNew = true;
+      for (std::size_t k = 0; k < 3; ++k) {
+        isNew = isNew && (row[k] == 0 || std::isfinite(from[i - i % 3 + k]));
+      }
+      if (isNew) return false;
+    }
+    return true;
   }
 
   template <typename Value>
