@@ -158,7 +158,7 @@ std::uint64_t CopyAny(Source& source, const std::string& out, Format to,
   }
   copy.pad = options.pad;
   copy.snapFrames = options.snapFrames;
-  static_cast<NCForm&>(copy) = options;
+  static_cast<NCForm&>(copy) = static_cast<const NCForm&>(options);
   copy.maxError = options.maxError;
   return Copy(source, copy, watch);
 }

@@ -114,49 +114,60 @@ std::string NameAmong(const Source& source, const ChannelSummary& channel) {
   return isOnlyOne && name == BaseOf(source) ? "" : name;
 }
 
-// The channel that continues one of the first cache.
-const ChannelSummary& Continuation(const Source& first, const ChannelSummary& channel,
-                                   const Source& other) {
-  const CacheSummary& summary = other.summary();
-  for (const ChannelSummary& one : summary.channels) {
-    if (NameAmong(other, one) != NameAmong(first, channel)) continue;
-    if (one.type == channel.type) return one;
-    throw ToolError(eUsage, summary.file + ": channel " + NameIn(other, one) + " is " +
-                                one.type.value_or("") + " and in " + first.summary().file + " " +
-                                channel.type.value_or(""));
+// The channels of one cache by these names.
+using Catalogue = std::map<std::string, const ChannelSummary*>;
+
+Catalogue CatalogueOf(const Source& source) {
+  Catalogue catalogue;
+  for (const ChannelSummary& channel : source.summary().channels) {
+    if (catalogue.emplace(NameAmong(source, channel), &channel).second) continue;
+    throw ToolError(eUsage, source.summary().file + ": has two channels " +
+                                NameIn(source, channel) +
+                                ", so that which one goes on can not be told");
   }
-  throw ToolError(eUsage, summary.file + ": has no channel \"" + NameIn(first, channel) +
-                              "\", which " + first.summary().file +
-                              " has; extract takes those that all have");
+  return catalogue;
+}
+
+// In both directions: a channel that only a later cache has would be lost.
+void ExpectAllIn(const Source& one, const Catalogue& ofOne, const Source& other,
+                 const Catalogue& ofOther) {
+  for (const auto& [name, channel] : ofOne) {
+    const auto found = ofOther.find(name);
+    const std::string called = NameIn(one, *channel);
+    if (found == ofOther.end()) {
+      throw ToolError(eUsage, other.summary().file + ": has no channel \"" + called + "\", which " +
+                                  one.summary().file + " has; extract takes those that all have");
+    }
+    if (found->second->type != channel->type) {
+      throw ToolError(eUsage, other.summary().file + ": channel " + called + " is " +
+                                  found->second->type.value_or("") + " and in " +
+                                  one.summary().file + " " + channel->type.value_or(""));
+    }
+  }
 }
 
 std::vector<CopiedChannel> OneAfterTheOther(const Sources& sources, const std::string& out,
                                             EPrefer prefer, Watch& watch) {
   const Source& first = *sources.front();
-  // In both directions: a channel that only a later cache has would be lost.
+  std::vector<Catalogue> catalogues;
   for (const auto& source : sources) {
-    for (const ChannelSummary& channel : source->summary().channels) {
-      Continuation(*source, channel, first);
-    }
+    catalogues.push_back(CatalogueOf(*source));
+    ExpectAllIn(first, catalogues.front(), *source, catalogues.back());
+    ExpectAllIn(*source, catalogues.back(), first, catalogues.front());
   }
-  std::vector<CopiedChannel> channels;
-  std::set<std::string> taken;
   std::set<std::string> noted;  // the same of all channels is told once
   const auto note = [&](const std::string& line) {
     if (noted.insert(line).second) watch.Note(out + ": " + line);
   };
+  std::vector<CopiedChannel> channels;
   for (const ChannelSummary& channel : first.summary().channels) {
+    const std::string name = NameAmong(first, channel);
     std::vector<std::unique_ptr<Track>> tracks;
-    for (const auto& source : sources) {
-      tracks.push_back(MakeTrack(*source, Continuation(first, channel, *source), {}));
+    for (std::size_t i = 0; i < sources.size(); ++i) {
+      tracks.push_back(MakeTrack(*sources[i], *catalogues[i].at(name), {}));
     }
-    const std::string own = NameAmong(first, channel);
-    const std::string name = own.empty() ? NCName(out).baseName : own;
-    if (!taken.insert(name).second) {
-      throw ToolError(eUsage, first.summary().file + ": has two channels " + name +
-                                  ", so that which one goes on can not be told");
-    }
-    channels.push_back({MakeSequence(std::move(tracks), prefer, note), name});
+    channels.push_back({MakeSequence(std::move(tracks), prefer, note),
+                        name.empty() ? NCName(out).baseName : name});
   }
   return channels;
 }
@@ -183,7 +194,7 @@ Copied Merge(const std::vector<std::string>& inputs, const std::string& out,
   const Sources sources = Open(inputs, options.rate);
   ExpectOneRate(sources);
   if (!options.sequence && !options.allowDifferentRanges) ExpectOneRange(sources);
-  static_cast<NCForm&>(copy) = options;
+  static_cast<NCForm&>(copy) = static_cast<const NCForm&>(options);
   copy.KeepThatOf(*sources.front());
   Copied copied;
   for (const auto& source : sources) {

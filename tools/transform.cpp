@@ -119,6 +119,7 @@ bool TransformOptions::Moves() const {
 
 std::vector<std::string> AxisWords() {
   std::vector<std::string> words;
+  words.reserve(kAxes.size());
   for (const auto& [word, rows] : kAxes) words.push_back(word);
   return words;
 }
