@@ -173,7 +173,7 @@ void MeasureScene(Table& table, unsigned int points) {
   const auto fetch = [&](unsigned int frames) {
     for (unsigned int frame = 0; frame < frames; ++frame) {
       for (unsigned int mesh = 0; mesh < kMeshes; ++mesh) {
-        Fetch(cache, workload, frame, frame, mesh);
+        Fetch(cache, workload, frame, mesh);
       }
     }
   };

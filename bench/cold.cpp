@@ -70,9 +70,7 @@ void Measure(Table& table, const std::string& row, const Workload& workload, con
   Require(::fsync(file.Descriptor()) == 0, "fsync");  // what is not yet on disk is not dropped
   table.Row(row, workload, kFetches, workload.frameBytes(), 0,
             {Playing("fetch", file, frames,
-                     [&](unsigned int frame) {
-                       Fetch(cache, workload, frame, frame % workload.poses(), 0);
-                     }),
+                     [&](unsigned int frame) { Fetch(cache, workload, frame, 0); }),
              Playing("read", file, frames, [&](unsigned int frame) {
                file.Read(bytes.data(), bytes.size(), place.offset + frame * place.stride);
              })});

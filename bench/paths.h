@@ -64,10 +64,11 @@ class BareFile {
   int descriptor_;
 };
 
-/// The unified fetch of one frame, its last value compared with that of the pose written there.
-void Fetch(const Object& cache, const Workload& workload, unsigned int frame, unsigned int pose,
-           unsigned int channel);
-/// The unified fetch of every pose, each compared with what was written in its last value.
+/// The unified fetch of one frame; its values, which are as many as the workload has.
+const float* Fetch(const Object& cache, const Workload& workload, unsigned int frame,
+                   unsigned int channel);
+/// The unified fetch of every pose. Compares them once with what was written: a comparison in
+/// every pass would read as much memory again, which the bare reads do not.
 Contender Fetching(const Workload& workload, const std::shared_ptr<Object>& cache);
 /// The same bytes by bare reads, at an offset for each pose; doubles are converted to floats.
 Contender BareReading(const Workload& workload, const std::string& path, EValue stored,

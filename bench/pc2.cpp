@@ -147,7 +147,7 @@ void MeasurePC2(Table& table, Case& in) {
     table.Row("pc2 random", workload, workload.frames(), workload.frameBytes(), 0,
               {{"fetch",
                 [&] {
-                  for (const unsigned int frame : order) Fetch(*cache, workload, frame, frame, 0);
+                  for (const unsigned int frame : order) Fetch(*cache, workload, frame, 0);
                 }},
                {"read", [&] {
                   for (const std::uint64_t frame : order) {

@@ -1,7 +1,6 @@
 #include "backends/nc/timeline.h"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 
 namespace kelsdk::nc {
@@ -67,17 +66,6 @@ std::uint32_t TimeRuns::CommonInterval() const {
     if (i > 0 && runs_[i].start - runs_[i - 1].End() != std::int64_t{interval}) return 0;
   }
   return interval;
-}
-
-std::uint32_t Times::Count() const {
-  return runs_ != nullptr ? runs_->Count() : count_;
-}
-
-std::int32_t Times::At(std::uint32_t index) const {
-  if (runs_ != nullptr) return runs_->At(index);
-  std::int32_t tick = 0;
-  std::memcpy(&tick, first_ + index * stride_, sizeof tick);
-  return tick;
 }
 
 std::uint32_t Times::CountUpTo(std::int64_t tick) const {

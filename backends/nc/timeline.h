@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <span>
 #include <vector>
@@ -66,8 +67,13 @@ class Times {
       : Times(ticks.data(), sizeof(std::int32_t), ticks.size()) {}
   explicit Times(const TimeRuns& runs) : runs_(&runs) {}
 
-  std::uint32_t Count() const;
-  std::int32_t At(std::uint32_t index) const;
+  std::uint32_t Count() const { return runs_ != nullptr ? runs_->Count() : count_; }
+  std::int32_t At(std::uint32_t index) const {
+    if (runs_ != nullptr) return runs_->At(index);
+    std::int32_t tick = 0;
+    std::memcpy(&tick, first_ + index * stride_, sizeof tick);
+    return tick;
+  }
   /// The times at or before a tick.
   std::uint32_t CountUpTo(std::int64_t tick) const;
   /// The time at exactly a tick.

@@ -305,9 +305,9 @@ bool zuCacheFileInterface::evenSpacing(unsigned int channelIndex, int ticksPerFr
 bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int ticks,
                                                 unsigned int& elementCount) {
   return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
-    nc::SampleEntry entry;
-    if (!nc::FindSampleAt(cache, channelIndex, ticks, &entry, impl->error)) return false;
-    elementCount = entry.count;
+    const nc::SampleEntry* const found = impl->FindSampleAt(cache, channelIndex, ticks);
+    if (found == nullptr) return false;
+    elementCount = found->count;
     return true;
   });
 }
@@ -315,8 +315,9 @@ bool zuCacheFileInterface::getArrayLengthAtTime(unsigned int channelIndex, int t
 bool zuCacheFileInterface::getArrayDataAtTime(unsigned int channelIndex, int ticks, void*& data,
                                               unsigned int& elementCount) {
   return Run(impl, OnChannel{channelIndex}, false, [&](nc::OpenCache& cache) {
-    nc::SampleEntry entry;
-    if (!nc::FindSampleAt(cache, channelIndex, ticks, &entry, impl->error)) return false;
+    const nc::SampleEntry* const found = impl->FindSampleAt(cache, channelIndex, ticks);
+    if (found == nullptr) return false;
+    const nc::SampleEntry& entry = *found;
     if (entry.count > elementCount || (data == nullptr && elementCount != 0)) {
       return impl->error.Set(Error::eRefused, "%u elements at tick %d, room for %u", entry.count,
                              ticks, data != nullptr ? elementCount : 0);

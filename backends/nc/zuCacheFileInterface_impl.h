@@ -29,6 +29,25 @@ struct zuCacheFileInterface::Impl {
   std::string text;  // a name being made; its memory is reused
   io::Error error;
 
+  /// The sample that was asked for last: its length, then its data. Forgotten when anything is
+  /// written or opened.
+  struct Found {
+    unsigned int channel = 0;
+    int tick = 0;
+    nc::SampleEntry entry;
+  };
+  std::optional<Found> found;
+
+  /// The sample that answers for a time; null, with the error set, when none does. May throw
+  /// std::bad_alloc.
+  const nc::SampleEntry* FindSampleAt(nc::OpenCache& cache, unsigned int channel, int tick) {
+    if (found && found->channel == channel && found->tick == tick) return &found->entry;
+    found.reset();
+    nc::SampleEntry entry;
+    if (!nc::FindSampleAt(cache, channel, tick, &entry, error)) return nullptr;
+    return &found.emplace(Found{channel, tick, entry}).entry;
+  }
+
   nc::OpenCache* Open() {
     if (reader) return &*reader;
     return writer ? &*writer : nullptr;
@@ -48,10 +67,12 @@ struct zuCacheFileInterface::Impl {
     return nullptr;
   }
   nc::CacheWriter* Target(nc::OnWriter) {
+    found.reset();
     if (!writer) error.Set(io::Error::eRefused, "no cache is open for writing");
     return writer ? &*writer : nullptr;
   }
   Impl* Target(nc::OnNothingOpen) {
+    found.reset();
     if (Open() == nullptr) return this;
     error.Set(io::Error::eRefused, "a cache is open already");
     return nullptr;

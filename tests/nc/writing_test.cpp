@@ -21,6 +21,7 @@ TEST_F(Writing, OddOrdersOfCalls) {
     EXPECT_FALSE(cache.addArrayData(0, 250, first.data(), 10)) << "another time";
     EXPECT_FALSE(cache.addArrayData(9, 500, first.data(), 10)) << "no such channel";
     EXPECT_TRUE(cache.addArrayData(0, 500, first.data(), 10));
+    EXPECT_EQ(ReadArray(cache, 0, 500), first);
     EXPECT_TRUE(cache.addArrayData(0, 500, second.data(), 20)) << "replaces the first";
     EXPECT_EQ(ReadArray(cache, 0, 500), second) << "in the open block";
     ASSERT_TRUE(cache.beginWriteAtTime(250)) << "closes the block before, and goes back";
