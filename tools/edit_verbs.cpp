@@ -114,7 +114,7 @@ void AddTransform(CLI::App& app, Work* work) {
   const auto edit = std::make_shared<Typed>();
   CLI::App* const verb = AddEdit(
       app, work, edit, "transform",
-      "Moves what a cache holds in space: scale and units first, then axis, rotation and "
+      "Moves what a cache holds in space. Scale and units come first, then axis, rotation and "
       "translation. A channel's interpretation says whether it holds points, vectors, normals or "
       "boxes; integers, single values and colours stay.",
       [](const Typed& typed) {

@@ -28,14 +28,16 @@ class Map {
   bool Points(const Value* from, Value* to, std::size_t count) const {
     constexpr std::size_t kBlock = 512;  // points that the nearest memory keeps
     bool fits = true;
-    for (std::size_t done = 0; done < count; done += kBlock, from += kBlock * 3, to += kBlock * 3) {
+    for (std::size_t done = 0; done < count; done += kBlock) {
+      const Value* const first = from + done * 3;
+      Value* const changed = to + done * 3;
       const std::size_t points = std::min(kBlock, count - done);
       if (plainRows_ == 3) {
-        PlainPoints(from, to, points);
+        PlainPoints(first, changed, points);
       } else {
-        AnyPoints(from, to, points);
+        AnyPoints(first, changed, points);
       }
-      if (AnyIsNotFinite(to, points * 3)) fits = NoneGrew(from, to, points) && fits;
+      if (AnyIsNotFinite(changed, points * 3)) fits = SparePoints(first, changed, points) && fits;
     }
     return fits;
   }
@@ -55,7 +57,7 @@ class Map {
   }
 
  private:
-  // Each coordinate comes from one other: what is not finite stays where it is.
+  // Each coordinate comes from one other.
   template <typename Value>
   void PlainPoints(const Value* from, Value* to, std::size_t count) const {
     const std::size_t a = only_[0];
@@ -84,19 +86,24 @@ class Map {
     }
   }
 
-  // Whether all values that are not finite come from such.
+  // The same where values are not finite, which spoil only those that they have a part in.
   template <typename Value>
-  bool NoneGrew(const Value* from, const Value* to, std::size_t count) const {
+  bool SparePoints(const Value* from, Value* to, std::size_t count) const {
+    bool fits = true;
     for (std::size_t i = 0; i < count * 3; ++i) {
-      if (std::isfinite(to[i])) continue;
-      const Vector& row = rows_[i % 3];
-      bool isNew = true;
-      for (std::size_t k = 0; k < 3; ++k) {
-        isNew = isNew && (row[k] == 0 || std::isfinite(from[i - i % 3 + k]));
+      const std::size_t k = i % 3;
+      double sum = 0;
+      bool isFinite = true;
+      for (std::size_t column = 0; column < 3; ++column) {
+        const Value value = from[i - k + column];
+        if (rows_[k][column] == 0) continue;
+        sum += rows_[k][column] * double(value);
+        isFinite = isFinite && std::isfinite(value);
       }
-      if (isNew) return false;
+      to[i] = NearestValue<Value>(sum + move_[k]);
+      fits = fits && (!isFinite || std::isfinite(to[i]));
     }
-    return true;
+    return fits;
   }
 
   template <typename Value>

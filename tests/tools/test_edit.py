@@ -353,6 +353,9 @@ class Transforming(EditTest):
                                 (["--translate", "0,1,0"], values + np.array([0, 1, 0], "f4"))]:
             self.edit("transform", source, self.out, *words)
             np.testing.assert_array_equal(read_pc2(self.out)[1], expected, str(words))
+        self.edit("transform", source, self.out, "--rotate", "0,0,30")
+        np.testing.assert_array_equal(
+            np.isfinite(read_pc2(self.out)[1][0]), [[False, False, True], [False, False, True]])
         exact = archives.write(self.folder / "d.abc", [("p", "float64", 3, [[0.1, 0.2, 0.3]])])
         self.edit("transform", exact, self.nc, "--points", "/it/p", "--units", "mm-to-m",
                   "--rate", 25)
