@@ -69,21 +69,40 @@ std::vector<CopiedChannel> ChannelsOf(Source& source, const CopyOptions& options
   return channels;
 }
 
-// What is not there in the frames asked for is told, and what holds there is taken along.
-void HoldWhatLastsInto(const CopyOptions& options, std::vector<CopiedChannel>* channels,
-                       Watch& watch) {
-  const auto isEmpty = [](const CopiedChannel& channel) { return channel.track->Count() == 0; };
-  if (std::ranges::all_of(*channels, isEmpty)) return;
+// The first of all samples that are taken.
+std::optional<Moment> BeginOf(const std::vector<CopiedChannel>& channels) {
+  std::optional<Moment> begin;
+  for (const auto& [track, name] : channels) {
+    if (track->Count() == 0) continue;
+    const Moment first = track->At(0);
+    if (!begin || first.ticks < begin->ticks) begin = first;
+  }
+  return begin;
+}
+
+// A channel that has no sample when the copy begins held what an earlier one says: that is taken
+// along where it lasts, as integers do between samples. Whatever is left out is told.
+void HoldWhatLasts(const CopyOptions& options, std::vector<CopiedChannel>* channels, Watch& watch) {
+  const auto begin = BeginOf(*channels);
+  if (!begin) return;
   for (CopiedChannel& channel : *channels) {
-    Track& track = *channel.track;
-    if (!isEmpty(channel) || track.channel().samples == 0) continue;
+    const Track& track = *channel.track;
+    const bool isEmpty = track.Count() == 0;
+    if (track.channel().samples == 0) continue;
+    if (!isEmpty && channel.track->At(0).ticks < begin->ticks + 1) continue;
+    auto held = MakeHeldTrack(track.source(), track.channel(), options.take, *begin);
     const std::string what =
-        options.target + ": channel " + channel.name + " has no sample in the frames asked for";
-    auto held = MakeHeldTrack(track.source(), track.channel(), options.take);
-    watch.Note(held == nullptr ? what + " and stays empty"
-                               : what + "; the last one before is put at their first, " +
-                                     MomentText(held->At(0)));
-    if (held != nullptr) channel.track = std::move(held);
+        options.target + ": channel " + channel.name +
+        (isEmpty ? " has no sample in the frames asked for"
+                 : " has its first sample at " + MomentText(channel.track->At(0)));
+    if (held == nullptr) {
+      if (isEmpty) watch.Note(what + " and stays empty");
+    } else if (isEmpty || IsInteger(track.channel().value)) {
+      watch.Note(what + "; the last one before is put at " + MomentText(*begin));
+      channel.track = std::move(held);
+    } else {
+      watch.Note(what + "; the one before, outside the frames asked for, is left out");
+    }
   }
 }
 
@@ -271,7 +290,7 @@ std::uint64_t CopyChannelsToNC(const std::vector<CopiedChannel>& channels,
 std::uint64_t CopyToNC(Source& source, const CopyOptions& options, Watch& watch) {
   if (!options.targetRate.IsValid()) source.summary().ExpectRate();
   auto channels = ChannelsOf(source, options);
-  HoldWhatLastsInto(options, &channels, watch);
+  HoldWhatLasts(options, &channels, watch);
   return CopyChannelsToNC(channels, source.summary().rate, options, watch);
 }
 

@@ -40,26 +40,42 @@ class SampleTrack : public Track {
 
 class HeldTrack : public Track {
  public:
-  HeldTrack(Source& source, const ChannelSummary& channel, const Moment& sample, double frame)
-      : Track(source, channel), sample_(sample) {
-    const CacheSummary& summary = source.summary();
-    place_ = MomentAt(summary, frame * kTicksPerSecond / summary.rate.PerSecond(), {});
+  HeldTrack(std::unique_ptr<Track> track, const Moment& sample, const Moment& begin)
+      : Track(track->source(), track->channel()),
+        track_(std::move(track)),
+        sample_(sample),
+        begin_(begin) {
+    begin_.sample.reset();
   }
 
-  std::uint64_t Count() const override { return 1; }
-  Moment At(std::uint64_t /*index*/) override { return place_; }
+  std::uint64_t Count() const override { return track_->Count() + 1; }
+  Moment At(std::uint64_t index) override { return index == 0 ? begin_ : track_->At(index - 1); }
   bool Descends() const override { return false; }
+  unsigned int Stride() const override { return track_->Stride(); }
   double DeclaredFrames() const override { return DeclaredFramesOf(source_, channel_); }
-  Array Fetch(const Moment& /*moment*/) override { return source_.Fetch(channel_, sample_); }
-  unsigned int ElementsAt(const Moment& /*moment*/) override {
-    return source_.ElementsAt(channel_, sample_);
+  Array Fetch(const Moment& moment) override {
+    return IsBegin(moment) ? source_.Fetch(channel_, sample_) : track_->Fetch(moment);
   }
-  std::optional<SampleRun> RunAt(const Moment& /*moment*/) override { return {}; }
+  unsigned int ElementsAt(const Moment& moment) override {
+    return IsBegin(moment) ? source_.ElementsAt(channel_, sample_) : track_->ElementsAt(moment);
+  }
+  std::optional<SampleRun> RunAt(const Moment& moment) override { return track_->RunAt(moment); }
 
  private:
+  bool IsBegin(const Moment& moment) const {
+    return !moment.sample && moment.ticks == begin_.ticks;
+  }
+
+  std::unique_ptr<Track> track_;
   Moment sample_;
-  Moment place_;
+  Moment begin_;
 };
+
+std::unique_ptr<Track> Untransformed(Source& source, const ChannelSummary& channel,
+                                     const TrackOptions& options) {
+  if (options.resample != EResample::eNone) return MakeFrameTrack(source, channel, options);
+  return std::make_unique<SampleTrack>(source, channel, options);
+}
 
 std::unique_ptr<Track> WithTransform(std::unique_ptr<Track> track, const TrackOptions& options) {
   if (!options.transform) return track;
@@ -68,23 +84,20 @@ std::unique_ptr<Track> WithTransform(std::unique_ptr<Track> track, const TrackOp
 
 }  // namespace
 
+std::unique_ptr<Track> MakeTrack(Source& source, const ChannelSummary& channel,
+                                 const TrackOptions& options) {
+  return WithTransform(Untransformed(source, channel, options), options);
+}
+
 std::unique_ptr<Track> MakeHeldTrack(Source& source, const ChannelSummary& channel,
-                                     const TrackOptions& options) {
+                                     const TrackOptions& options, const Moment& begin) {
   if (!options.range.from) return nullptr;
   Moments samples = source.MomentsOf(channel);
   const MomentRange before = samples.In({{}, options.range.from});
   if (before.Count() == 0) return nullptr;
-  return WithTransform(
-      std::make_unique<HeldTrack>(source, channel, samples.At(before.end - 1), *options.range.from),
-      options);
-}
-
-std::unique_ptr<Track> MakeTrack(Source& source, const ChannelSummary& channel,
-                                 const TrackOptions& options) {
-  if (options.resample != EResample::eNone) {
-    return WithTransform(MakeFrameTrack(source, channel, options), options);
-  }
-  return WithTransform(std::make_unique<SampleTrack>(source, channel, options), options);
+  auto held = std::make_unique<HeldTrack>(Untransformed(source, channel, options),
+                                          samples.At(before.end - 1), begin);
+  return WithTransform(std::move(held), options);
 }
 
 }  // namespace kelcache

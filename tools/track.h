@@ -58,9 +58,9 @@ class Track {
 std::unique_ptr<Track> MakeTrack(Source& source, const ChannelSummary& channel,
                                  const TrackOptions& options);
 
-/// For a range in which a channel has no sample: the last one before it, which holds there, at the
-/// range's first frame. Null where there is none.
+/// The same behind the last sample before the range, which holds when the range begins and is put
+/// at `begin`. Null where there is none.
 std::unique_ptr<Track> MakeHeldTrack(Source& source, const ChannelSummary& channel,
-                                     const TrackOptions& options);
+                                     const TrackOptions& options, const Moment& begin);
 
 }  // namespace kelcache

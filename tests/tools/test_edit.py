@@ -97,11 +97,18 @@ class Trimming(EditTest):
     def test_what_holds_at_the_first_frame_is_not_lost(self):
         self.edit("trim", MESH, self.nc, "--from", 2, "--to", 4,
                   notes=["/wave/front/.faceset/.faces has no sample in the frames asked for; the "
-                         "last one before is put at their first, frame 2"])
+                         "last one before is put at frame 2"])
         name = "/wave/front/.faceset/.faces"
         frames, arrays = self.channel(self.nc, name)
         self.assertEqual(frames, [2])
         self.assertSameArrays(arrays, self.channel(MESH, name)[1][:1])
+        # Samples at frames 0 and 24: an integer is what it was until the later one.
+        name = "/wave/front/.faceset/.facesExclusive"
+        self.edit("trim", MESH, self.nc, "--from", 20, notes=[f"{name} has its first sample at "
+                                                              "frame 24; the last one before"])
+        frames, arrays = self.channel(self.nc, name)
+        self.assertEqual(frames, [20, 24])
+        self.assertSameArrays(arrays, self.channel(MESH, name)[1])
         self.expect_error(FAILED, "no sample lies", "trim", MESH, self.folder / "x.xml",
                           "--from", 1000)
 
