@@ -76,9 +76,10 @@ EExit ConvertTyped(const Typed& options) {
         const std::string out = TargetOf(in, options.extension);
         TerminalWatch watch(false);
         const Copied converted = Convert(in, out, options, watch);
-        return JobResult{converted.missing ? eFound : eDone, {CopiedText(out, converted.samples)}};
+        return JobResult{
+            converted.missing ? eFound : eDone, {CopiedText(out, converted.samples)}, {}, {}, {}};
       },
-      "converted");
+      {"converted", "convert"});
 }
 
 }  // namespace

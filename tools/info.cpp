@@ -1,7 +1,7 @@
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 
+#include "tools/json.h"
 #include "tools/leftovers.h"
 #include "tools/moments.h"
 #include "tools/output.h"
@@ -12,13 +12,6 @@
 
 namespace kelcache {
 namespace {
-
-using Json = nlohmann::ordered_json;
-
-template <typename Value>
-Json OrNull(const std::optional<Value>& value) {
-  return value ? Json(*value) : Json(nullptr);
-}
 
 Json ChannelJson(const ChannelSummary& channel) {
   return {{"index", channel.index},

@@ -30,6 +30,7 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddInfo(app, work);
   AddPlay(app, work);
   AddDump(app, work);
+  AddCheck(app, work);
   AddVerify(app, work);
   AddDiff(app, work);
   AddConvert(app, work);

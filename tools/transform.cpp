@@ -1,7 +1,6 @@
 #include "tools/transform.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <numbers>
 
@@ -61,29 +60,6 @@ Rows TurnAbout(std::size_t axis, double degrees) {
   turn[last][next] = sine;
   turn[last][last] = cosine;
   return turn;
-}
-
-std::string Lower(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
-  return text;
-}
-
-// What the interpretations that writers of caches give stand for.
-std::optional<ERole> RoleOfWord(const std::string& interpretation) {
-  static const std::map<std::string, ERole> kRoles = {
-      {"point", ERole::ePoints},     {"points", ERole::ePoints},
-      {"position", ERole::ePoints},  {"positions", ERole::ePoints},
-      {"vector", ERole::eVectors},   {"vectors", ERole::eVectors},
-      {"velocity", ERole::eVectors}, {"velocities", ERole::eVectors},
-      {"normal", ERole::eNormals},   {"normals", ERole::eNormals},
-      {"box", ERole::eBoxes},        {"rgb", ERole::eNone},
-      {"rgba", ERole::eNone},        {"color", ERole::eNone},
-      {"colors", ERole::eNone},      {"colour", ERole::eNone},
-      {"colours", ERole::eNone},     {"uv", ERole::eNone},
-      {"uvw", ERole::eNone},         {"id", ERole::eNone},
-  };
-  const auto role = kRoles.find(Lower(interpretation));
-  return role == kRoles.end() ? std::nullopt : std::optional(role->second);
 }
 
 unsigned int ComponentsOf(ERole role) {
@@ -176,7 +152,7 @@ ERole Transform::RoleOf(const CacheSummary& summary, const ChannelSummary& chann
   if (summary.pc2) return ERole::ePoints;
   // Vectors of two are in a plane of their own, such as that of a texture.
   if (channel.components == 2) return ERole::eNone;
-  const auto role = RoleOfWord(channel.interpretation.value_or(""));
+  const auto role = RoleByInterpretation(channel);
   if (role == ERole::eNone) return ERole::eNone;
   if (IsInteger(channel.value)) {
     if (role && channel.components == ComponentsOf(*role)) throw Untold(summary, channel);

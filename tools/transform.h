@@ -6,18 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/summary.h"
+#include "tools/channel_kind.h"
 
 namespace kelcache {
-
-/// What the values of a channel are to a transform.
-enum class ERole {
-  eNone,     ///< nothing in space: they stay
-  ePoints,   ///< places
-  eVectors,  ///< differences of places, such as velocities: the translation passes them by
-  eNormals,  ///< directions: turned only
-  eBoxes,    ///< two corners; become the box around the box
-};
 
 using Vector = std::array<double, 3>;
 

@@ -25,6 +25,7 @@ void AddInfo(CLI::App& app, Work* work);
 void AddPlay(CLI::App& app, Work* work);
 void AddDump(CLI::App& app, Work* work);
 void AddMake(CLI::App& app, Work* work);
+void AddCheck(CLI::App& app, Work* work);
 void AddVerify(CLI::App& app, Work* work);
 void AddRecover(CLI::App& app, Work* work);
 void AddConvert(CLI::App& app, Work* work);

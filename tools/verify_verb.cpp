@@ -27,9 +27,9 @@ JobResult VerifyFile(const std::string& file, const std::string& asName) {
 }
 
 EExit VerifyTyped(const VerifyOptions& options) {
-  return RunJobs(
-      options.files, options.jobs,
-      [&](const std::string& file) { return VerifyFile(file, options.asName); }, "sound");
+  return RunJobs(options.files, options.jobs,
+                 [&](const std::string& file) { return VerifyFile(file, options.asName); },
+                 {"sound", "verify"});
 }
 
 }  // namespace

@@ -220,7 +220,8 @@ class ClaimsOfTinyFiles(ValuesTest):
             path = self.pc2(f"claims{points}.pc2", points, 2**31 - 1, [0] * 36)
             part = ["--force", "--from", 0, "--to", 3]
             for verb in (["info", path], ["play", path], ["play", path, "--from", 1, "--to", 3],
-                         ["verify", path], ["diff", path, path], ["dump", path, "--sample", 0],
+                         ["verify", path], ["check", path], ["diff", path, path],
+                         ["dump", path, "--sample", 0],
                          ["convert", path, self.nc, "--force"], ["convert", path, self.nc, *part],
                          ["convert", path, self.out, *part],
                          ["retime", path, self.nc, "--offset", 1, "--force"]):
@@ -230,7 +231,8 @@ class ClaimsOfTinyFiles(ValuesTest):
         path = self.archive("claims.abc", ("P", "float32", 3, [[1.0, 2, 3]], 0xffffffff))
         part = ["--from", 4_000_000_000, "--to", 4_000_000_003]
         self.assertIn("4 frames (4e+09 to 4e+09)", self.expect_frugal("play", path, *part).stdout)
-        for verb in (["info", path], ["verify", path], ["dump", path, "--frame", 5],
+        for verb in (["info", path], ["verify", path], ["check", path],
+                     ["dump", path, "--frame", 5],
                      ["convert", path, self.out, *part]):
             self.assertEqual(self.expect_frugal(*verb).returncode, DONE, verb)
         self.assertEqual(self.samples(self.out), [[1, 2, 3]] * 4)
