@@ -3,7 +3,6 @@
 #include <array>
 #include <map>
 #include <memory>
-#include <mutex>
 
 #include "tools/jobs.h"
 #include "tools/json.h"
@@ -13,11 +12,9 @@
 namespace kelcache {
 namespace {
 
-struct Typed : CheckOptions {
-  std::vector<std::string> files;
+struct Typed : ManyOptions {
+  CheckOptions how;
   std::optional<double> limit;
-  unsigned int jobs = 1;
-  bool json = false;
 };
 
 constexpr std::array kKinds = {EFinding::eNotFinite, EFinding::eJump,      EFinding::eJumpBack,
@@ -42,41 +39,43 @@ Json FindingJson(const Checked& checked, const Finding& finding) {
   return json;
 }
 
-JobResult CheckFile(const std::string& file, const Typed& options, bool alone) {
+JobResult CheckFile(const Input& input, const Typed& options, bool alone) {
   TerminalWatch watch(alone && !options.json);
-  const Checked checked = Check(file, options, watch);
+  const Checked checked = Check(input.path, options.how, watch);
   JobResult result;
-  if (!checked.findings.empty()) result.status = eFound;
-  result.row = {file, std::to_string(checked.samples),
-                checked.points ? std::to_string(*checked.points) : "-"};
+  Json findings = Json::array();
   std::map<EFinding, std::size_t> counts;
   for (const Finding& finding : checked.findings) {
+    result.status = eFound;
     ++counts[finding.kind];
-    result.lines.push_back(file + ": " + finding.Line(ChannelName(checked, finding)));
+    result.lines.push_back(input.path + ": " + finding.Line(ChannelName(checked, finding)));
+    findings.push_back(FindingJson(checked, finding));
   }
+  const std::size_t count = checked.findings.size();
+  result.result =
+      count == 0 ? "clean" : std::to_string(count) + (count == 1 ? " finding" : " findings");
+  result.cells = {std::to_string(checked.samples),
+                  checked.points ? std::to_string(*checked.points) : "-"};
+  Json numbers = {{"samples", checked.samples}, {"points", OrNull(checked.points)}};
   for (const EFinding kind : kKinds) {
-    result.row.push_back(counts[kind] == 0 ? "-" : std::to_string(counts[kind]));
+    result.cells.push_back(counts[kind] == 0 ? "-" : std::to_string(counts[kind]));
+    numbers[NameOf(kind)] = counts[kind];
   }
-  if (options.json) {
-    result.lines.clear();
-    result.report = {{"format", checked.format},
-                     {"samples", checked.samples},
-                     {"points", OrNull(checked.points)},
-                     {"findings", Json::array()}};
-    for (const Finding& finding : checked.findings) {
-      result.report["findings"].push_back(FindingJson(checked, finding));
-    }
-  }
+  result.notes = watch.notes();
+  result.report = {{"format", checked.format},
+                   {"findings", std::move(findings)},
+                   {"counts", std::move(numbers)}};
   return result;
 }
 
 EExit CheckTyped(const Typed& options) {
-  JobsOutput output{"clean", "check", options.json, {"file", "samples", "points"}};
-  for (const EFinding kind : kKinds) output.columns.emplace_back(NameOf(kind));
-  const bool alone = options.files.size() == 1;
+  JobsOutput output{"check", "clean", options.json, {{"samples", 7}, {"points", 8}}, true};
+  for (const EFinding kind : kKinds) output.columns.push_back({NameOf(kind), 0});
+  const std::vector<Input> inputs = options.Inputs();
+  const bool alone = !AreSeveral(inputs);
   return RunJobs(
-      options.files, options.jobs,
-      [&](const std::string& file) { return CheckFile(file, options, alone); }, output);
+      inputs, options.jobs, [&](const Input& input) { return CheckFile(input, options, alone); },
+      output);
 }
 
 }  // namespace
@@ -98,27 +97,26 @@ void AddCheck(CLI::App& app, Work* work) {
       "are no habit of the cache.\n"
       "Examples:\n  kelcache check *.pc2 sim.xml --jobs 4\n  kelcache check crowd.abc --max-move "
       "50");
-  verb->add_option("FILE", options->files, "The caches")->required();
-  verb->add_option("--channel", options->channels,
+  verb->add_option("FILE", options->files, "Caches and folders of caches")->required();
+  verb->add_option("--channel", options->how.channels,
                    "Channel number or name, given for each (default: all)")
       ->allow_extra_args(false);
   verb->add_option("--max-move", options->limit,
                    "Find every point, and box, that moves further than that from one sample to the "
                    "next, instead of what is out of step")
       ->check(NumberFromZero());
-  verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)")
+  verb->add_option("--from", options->how.range.from,
+                   "First scene frame (default: the cache's first)")
       ->type_name("FRAME")
       ->check(AnyNumber());
-  verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)")
+  verb->add_option("--to", options->how.range.to, "Last scene frame (default: the cache's last)")
       ->type_name("FRAME")
       ->check(AnyNumber());
-  verb->add_flag("--json", options->json, "Print a JSON object for each cache, in a line each");
-  verb->add_option("--jobs", options->jobs, "Caches read at the same time")
-      ->transform(WholeNumberFrom(1))
-      ->capture_default_str();
+  AddManyOptions(verb, options.get());
   AddAsOption(verb, &options->asName);
   verb->callback([=] {
-    if (options->limit) options->maxMove = *options->limit;
+    if (options->limit) options->how.maxMove = *options->limit;
+    options->how.asName = options->asName;
     *work = [=] { return CheckTyped(*options); };
   });
 }

@@ -1,11 +1,11 @@
 #include <cstdio>
-#include <filesystem>
 #include <map>
 #include <memory>
 
 #include "tools/convert.h"
+#include "tools/convert_batch.h"
+#include "tools/copied_result.h"
 #include "tools/edit_options.h"
-#include "tools/jobs.h"
 #include "tools/options.h"
 #include "tools/terminal_watch.h"
 #include "tools/verbs.h"
@@ -15,13 +15,13 @@ namespace {
 
 // The command line.
 struct Typed : ConvertOptions {
-  std::vector<std::string> files;  // IN OUT, or with `extension` any number of IN
-  std::string toWord;              // --to: a frame or a format
-  std::string extension;           // the format that --to names
+  ManyOptions many;    // IN OUT, or with an extension any number of IN
+  BatchOptions batch;  // the extension of the format that --to names
+  std::string toWord;  // --to: a frame or a format
+  bool dryRun = false;
   std::string resampleWord;
   std::string padWord;
   std::string maxErrorText;
-  unsigned int jobs = 1;
 };
 
 // --to is a frame or a format.
@@ -29,7 +29,7 @@ void TakeTo(Typed* options) {
   const std::string& word = options->toWord;
   if (word.empty()) return;
   if (word == "pc2" || word == "xml" || word == "nc") {
-    options->extension = word == "pc2" ? ".pc2" : ".xml";
+    options->batch.extension = word == "pc2" ? ".pc2" : ".xml";
     return;
   }
   const std::optional<double> frame = ParseNumber(word);
@@ -39,47 +39,75 @@ void TakeTo(Typed* options) {
   options->range.to = frame;
 }
 
-std::string TargetOf(const std::string& in, const std::string& extension) {
-  std::filesystem::path out(in);
-  out.replace_extension(extension);
-  return out.string();
-}
-
-ToolError SharedTarget(const std::string& out, const std::string& one, const std::string& other) {
-  return {eUsage, out + ": is the target of both " + one + " and " + other};
-}
-
-// Before anything starts: of two inputs with one target the first would be lost.
-void ExpectTargetsDiffer(const Typed& options) {
-  std::map<std::string, std::string> sources;  // by target
-  for (const std::string& in : options.files) {
-    const std::string out = TargetOf(in, options.extension);
-    const std::string place = std::filesystem::weakly_canonical(out).string();
-    const auto [other, isNew] = sources.emplace(place, in);
-    if (!isNew) throw SharedTarget(out, other->second, in);
+EExit ConvertOne(const Typed& options, const std::string& in, const std::string& out) {
+  if (options.many.json) {
+    return Report("convert", in, [&] {
+      TerminalWatch watch(false);
+      const Copied copied = Convert(in, out, options, watch);
+      return CopiedResult(out, copied, watch.notes());
+    });
   }
+  TerminalWatch watch(true);
+  const Copied converted = Convert(in, out, options, watch);
+  PrintLine(stdout, CopiedText(out, converted.samples));
+  return converted.missing ? eFound : eDone;
+}
+
+JobResult Told(const PlannedCopy& copy, const char* what) {
+  JobResult result;
+  result.tally = what;
+  result.result = result.tally + ": " + copy.target;
+  result.report = {{"target", copy.target}, {"result", what}};
+  return result;
+}
+
+JobResult ConvertPlanned(const Typed& options, const PlannedCopy& copy) {
+  const ETargetState state = LookAtTarget(copy, options.batch);
+  switch (state) {
+    case ETargetState::eUpToDate: return Told(copy, "up to date");
+    case ETargetState::eIsSource: return Told(copy, "in that format already");
+    case ETargetState::eInTheWay: throw Failed(copy.target, "exists already; --force replaces it");
+    case ETargetState::eFree:
+    case ETargetState::eReplaced: break;
+  }
+  const bool replaces = state == ETargetState::eReplaced;
+  if (options.dryRun) return Told(copy, replaces ? "would be replaced" : "would be converted");
+  ConvertOptions how = options;
+  how.force = replaces || options.force;
+  TerminalWatch watch(false);
+  Copied converted;
+  MakeCopy(copy, [&] { converted = Convert(copy.input.path, copy.target, how, watch); });
+  JobResult result = CopiedResult(copy.target, converted, watch.notes());
+  result.result = CopiedText(copy.target, converted.samples);
+  result.report["result"] = "converted";
+  return result;
+}
+
+EExit ConvertMany(const Typed& options) {
+  ManyOptions all = options.many;
+  all.shard = "1/1";
+  const Shard shard = ParseShard(options.many.shard).value_or(Shard{});
+  std::map<std::string, PlannedCopy> copies;  // by input
+  std::vector<Input> inputs;
+  for (const PlannedCopy& copy : PlanCopies(all.Inputs(options.batch.folder), options.batch)) {
+    if (!shard.Holds(copy.input.name)) continue;
+    copies.emplace(copy.input.path, copy);
+    inputs.push_back(copy.input);
+  }
+  return RunJobs(inputs, options.many.jobs,
+                 [&](const Input& input) { return ConvertPlanned(options, copies.at(input.path)); },
+                 {"convert", "converted", options.many.json});
 }
 
 EExit ConvertTyped(const Typed& options) {
   CatchInterrupts();
-  if (options.extension.empty()) {
-    if (options.files.size() != 2) throw ToolError(eUsage, "convert takes IN and OUT, or --to EXT");
-    TerminalWatch watch(true);
-    const Copied converted = Convert(options.files[0], options.files[1], options, watch);
-    PrintLine(stdout, CopiedText(options.files[1], converted.samples));
-    return converted.missing ? eFound : eDone;
+  const std::vector<std::string>& files = options.many.files;
+  if (!options.batch.extension.empty()) return ConvertMany(options);
+  if (files.size() != 2) throw ToolError(eUsage, "convert takes IN and OUT, or --to EXT");
+  if (!options.batch.folder.empty() || options.batch.skipExisting || options.dryRun) {
+    throw ToolError(eUsage, "--out-dir, --skip-existing and --dry-run go with --to EXT");
   }
-  ExpectTargetsDiffer(options);
-  return RunJobs(
-      options.files, options.jobs,
-      [&](const std::string& in) {
-        const std::string out = TargetOf(in, options.extension);
-        TerminalWatch watch(false);
-        const Copied converted = Convert(in, out, options, watch);
-        return JobResult{
-            converted.missing ? eFound : eDone, {CopiedText(out, converted.samples)}, {}, {}, {}};
-      },
-      {"converted", "convert"});
+  return ConvertOne(options, files[0], files[1]);
 }
 
 }  // namespace
@@ -94,16 +122,25 @@ void AddConvert(CLI::App& app, Work* work) {
       "Examples:\n  kelcache convert shot.pc2 shot.xml --rate 24 --compact\n"
       "  kelcache convert shot.pc2 small.xml --compact --max-error 0.01%\n"
       "  kelcache convert body.abc body.pc2 --channel /body/.geom/P\n"
-      "  kelcache convert *.pc2 --to xml --jobs 4");
-  verb->add_option("FILES", options->files, "IN OUT, or with --to any number of inputs")
+      "  kelcache convert *.pc2 --to xml --jobs 4\n"
+      "  kelcache convert caches --recursive --to xml --out-dir small --compact \\\n"
+      "    --skip-existing");
+  verb->add_option("FILES", options->many.files,
+                   "IN OUT, or with --to any number of caches and folders of caches")
       ->required();
   verb->add_option("--to", options->toWord,
                    "A number: the last scene frame. pc2, nc or xml: convert every input to that "
                    "format, beside it")
       ->type_name("FRAME|pc2|nc|xml");
-  verb->add_option("--jobs", options->jobs, "With --to: conversions at the same time")
-      ->transform(WholeNumberFrom(1))
-      ->capture_default_str();
+  verb->add_option("--out-dir", options->batch.folder,
+                   "With --to: put the copies into this folder, those of a folder into the same "
+                   "folders there")
+      ->type_name("DIR");
+  verb->add_flag("--skip-existing", options->batch.skipExisting,
+                 "With --to: leave copies that are newer than their source and whole, and replace "
+                 "others");
+  verb->add_flag("--dry-run", options->dryRun, "With --to: only say what would be done");
+  AddManyOptions(verb, &options->many);
   verb->add_option("--rate", options->rate,
                    "Frames per second, such as 25 or 24000/1001, that frames are counted at. PC2 "
                    "stores none (else 24); NC and Alembic samples keep their times")
@@ -145,6 +182,7 @@ void AddConvert(CLI::App& app, Work* work) {
     TakeTo(options.get());
     if (!options->resampleWord.empty()) options->resample = kResample.at(options->resampleWord);
     if (!options->padWord.empty()) options->pad = kPad.at(options->padWord);
+    options->batch.force = options->force;
     *work = [=] { return ConvertTyped(*options); };
   });
 }

@@ -139,6 +139,7 @@ const FormatRow kAlembicRow = {
     .hasLayouts = false,
     .storesRate = false,
     .assumesRate = false,
+    .isOne = nullptr,
     .summarise = Summarise,
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,

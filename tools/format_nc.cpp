@@ -1,4 +1,5 @@
 #include <filesystem>
+#include <fstream>
 #include <numeric>
 
 #include "tools/formats.h"
@@ -177,6 +178,21 @@ bool AnyFile(const std::string& file, const std::function<bool(const std::string
   return search.found;
 }
 
+// Any XML file has the extension. One that is damaged at its beginning has its data files beside
+// it.
+bool IsOne(const std::string& file) {
+  constexpr std::streamsize kHead = 4096;
+  std::ifstream in(file, std::ios::binary);
+  if (!in) return true;  // whoever opens it is told why it cannot be
+  std::string head(kHead, '\0');
+  in.read(head.data(), kHead);
+  head.resize(static_cast<std::size_t>(in.gcount()));
+  if (head.find("<nccache") != std::string::npos) return true;
+  const NCName name(file);
+  return zuCacheFileInterface::dataFilesInTheWay(name.folder.c_str(), name.baseName.c_str(),
+                                                 nullptr, nullptr) != 0;
+}
+
 bool Recover(const std::string& file, bool force, const Say& say) {
   const NCName name(file);
   zuCacheFileInterface::recoverOptions how;
@@ -225,6 +241,7 @@ const FormatRow kNCRow = {
     .hasLayouts = true,
     .storesRate = true,
     .assumesRate = false,
+    .isOne = IsOne,
     .summarise = Summarise,
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,

@@ -116,6 +116,7 @@ const FormatRow kPC2Row = {
     .hasLayouts = false,
     .storesRate = false,
     .assumesRate = true,
+    .isOne = nullptr,
     .summarise = Summarise,
     .momentOf = MomentOf,
     .elementsAt = ElementsAt,

@@ -23,7 +23,21 @@ void DeriveFrameRate(CacheSummary* summary) {
   }
 }
 
+std::string Lowered(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
 }  // namespace
+
+bool IsCacheName(const std::string& file) {
+  const std::string written = std::filesystem::path(file).extension().string();
+  return std::any_of(std::begin(kRows), std::end(kRows), [&](const FormatRow* row) {
+    return (row->ownsExtension ? written : Lowered(written)) == row->extension &&
+           (row->isOne == nullptr || row->isOne(file));
+  });
+}
 
 const FormatRow& RowOf(Format format) {
   const auto row = std::find_if(std::begin(kRows), std::end(kRows),
@@ -40,9 +54,7 @@ std::vector<std::string> FormatNames() {
 
 Format FormatOf(const std::string& file, const std::string& asName) {
   const std::string written = std::filesystem::path(file).extension().string();
-  std::string extension = written;
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  const std::string extension = Lowered(written);
   for (const FormatRow* row : kRows) {
     if (asName.empty() ? extension != row->extension : asName != row->name) continue;
     if (!row->ownsExtension || written == row->extension) return row->format;

@@ -60,6 +60,9 @@ struct FormatRow {
   bool storesRate;            ///< frames per second
   bool assumesRate;           ///< has none, stored or derived
 
+  /// Whether a file of the extension is a cache. Null: any is.
+  bool (*isOne)(const std::string& file);
+
   void (*summarise)(CacheFile& cache, CacheSummary* summary);
 
   /// The moment of a sample.
@@ -100,6 +103,10 @@ const FormatRow& RowOf(Format format);
 /// The format that a file's extension tells, or `asName` when it is not empty. Throws eUsage for an
 /// extension that tells none, and for one that the format does not leave open.
 Format FormatOf(const std::string& file, const std::string& asName);
+
+/// Whether a file in a folder is a cache, going by its extension and, where other files bear that
+/// too, by how it begins.
+bool IsCacheName(const std::string& file);
 
 /// "pc2", "nc" and so on, separated by `separator`.
 std::vector<std::string> FormatNames();

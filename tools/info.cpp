@@ -1,7 +1,11 @@
+#include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 
-#include "tools/json.h"
+#include "tools/channel_kind.h"
+#include "tools/jobs.h"
 #include "tools/leftovers.h"
 #include "tools/moments.h"
 #include "tools/output.h"
@@ -27,9 +31,8 @@ Json ChannelJson(const ChannelSummary& channel) {
           {"maximumError", channel.maximumError}};
 }
 
-void PrintJson(const CacheSummary& summary) {
+Json SummaryJson(const CacheSummary& summary) {
   Json json = {
-      {"file", summary.file},
       {"format", RowOf(summary.format).name},
       {"frameRate", OrNull(summary.frameRate())},
       {"frameRateSource", summary.frameRateSource},
@@ -66,8 +69,8 @@ void PrintJson(const CacheSummary& summary) {
                    {"sampleRate", summary.pc2->sampleRate},
                    {"samples", summary.pc2->samples}};
   }
-  const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace);
-  std::printf("%s\n", text.c_str());
+  json["counts"] = {{"channels", summary.channels.size()}, {"bytes", summary.fileSize}};
+  return json;
 }
 
 void PrintRow(const char* label, const std::string& text) {
@@ -159,34 +162,92 @@ void PrintText(const CacheSummary& summary) {
   }
 }
 
-struct InfoOptions {
-  std::string file;
-  std::string asName;
-  bool json = false;
+struct InfoOptions : ManyOptions {
   bool tree = false;
 };
 
-EExit Info(const InfoOptions& options) {
-  const Format format = FormatOf(options.file, options.asName);
-  const FormatRow& row = RowOf(format);
-  if (options.tree && row.listTree == nullptr) {
-    throw ToolError(eUsage, options.file + ": only Alembic archives hold a tree");
+// "5 min", "3 h", "12 d".
+std::string AgeText(const std::string& file) {
+  std::error_code unknown;
+  const auto written = std::filesystem::last_write_time(file, unknown);
+  if (unknown) return "-";
+  using std::chrono::minutes;
+  const auto age = std::filesystem::file_time_type::clock::now() - written;
+  const auto whole = std::max<long long>(0, std::chrono::duration_cast<minutes>(age).count());
+  constexpr long long kHour = 60;
+  constexpr long long kDay = 24 * kHour;
+  if (whole < 2 * kHour) return std::to_string(whole) + " min";
+  return whole < 2 * kDay ? std::to_string(whole / kHour) + " h"
+                          : std::to_string(whole / kDay) + " d";
+}
+
+// "(24)" for a rate that the format does not store and nothing tells.
+std::string RateCell(const CacheSummary& summary) {
+  if (!summary.rate.IsValid()) return "-";
+  const std::string rate = RoundedText(summary.rate.PerSecond());
+  return summary.frameRateSource == "assumed" ? '(' + rate + ')' : rate;
+}
+
+std::vector<std::string> CellsOf(const CacheSummary& summary) {
+  unsigned int samples = 0;
+  for (const ChannelSummary& channel : summary.channels) {
+    samples = std::max(samples, channel.samples);
   }
-  TerminalWatch watch(false);
-  NoteLeftovers(options.file, format, watch);
-  CacheFile cache(options.file, format);
+  const auto positions = PositionChannels(summary);
+  const bool knowsPoints = !positions.empty() && positions.front()->points;
+  return {
+      RowOf(summary.format).name, knowsPoints ? std::to_string(*positions.front()->points) : "-",
+      std::to_string(samples),    RateCell(summary),
+      SizeText(summary.fileSize), AgeText(summary.file)};
+}
+
+void PrintTree(const Input& input, const std::string& asName) {
+  const Format format = FormatOf(input.path, asName);
+  const FormatRow& row = RowOf(format);
+  if (row.listTree == nullptr) {
+    throw ToolError(eUsage, input.path + ": only Alembic archives hold a tree");
+  }
+  CacheFile cache(input.path, format);
   cache.OpenForRead();
+  row.listTree(cache, [](const std::string& line) { PrintLine(stdout, line); });
+}
+
+// What is left of dead writers is looked for beside one cache: of each of a folder that would list
+// the folder again.
+JobResult InfoOn(const Input& input, const InfoOptions& options, bool alone) {
+  const Format format = FormatOf(input.path, options.asName);
+  TerminalWatch watch(false);
+  if (alone) NoteLeftovers(input.path, format, watch);
+  CacheFile cache(input.path, format);
+  cache.OpenForRead();
+  const CacheSummary summary = Summarise(cache);
+  JobResult result;
+  result.result = summary.complete ? "complete" : summary.WhatIsMissing();
+  result.bytes = summary.fileSize;
+  result.notes = watch.notes();
+  if (options.json) {
+    result.report = SummaryJson(summary);
+  } else if (alone) {
+    PrintText(summary);
+  } else {
+    result.cells = CellsOf(summary);
+  }
+  return result;
+}
+
+EExit Info(const InfoOptions& options) {
+  const std::vector<Input> inputs = options.Inputs();
   if (options.tree) {
-    row.listTree(cache, [](const std::string& line) { PrintLine(stdout, line); });
+    for (const Input& input : inputs) PrintTree(input, options.asName);
     return eDone;
   }
-  const CacheSummary summary = Summarise(cache);
-  if (options.json) {
-    PrintJson(summary);
-  } else {
-    PrintText(summary);
-  }
-  return eDone;
+  const bool alone = !AreSeveral(inputs);
+  return RunJobs(
+      inputs, options.jobs, [&](const Input& input) { return InfoOn(input, options, alone); },
+      {"info",
+       "shown",
+       options.json,
+       {{"format", 7}, {"points", 8}, {"frames", 6}, {"rate", 6}, {"size", 8}, {"age", 7}}});
 }
 
 }  // namespace
@@ -196,16 +257,17 @@ void AddInfo(CLI::App& app, Work* work) {
   CLI::App* verb = app.add_subcommand(
       "info",
       "Shows what a cache holds. That is its format, the frame rate and where it comes from "
-      "(stored, "
-      "derived from the spacing of the samples, assumed), first and last frame and time, channels "
-      "and size.");
-  verb->footer("Examples:\n  kelcache info shot.pc2\n  kelcache info body.abc --tree");
-  verb->add_option("FILE", options->file, "The cache")->required();
-  auto* json = verb->add_flag("--json", options->json, "Print one JSON object");
+      "(stored, derived from the spacing of the samples, assumed), first and last frame and time, "
+      "channels and size. Of several caches, each has a line of a table.");
+  verb->footer(
+      "Examples:\n  kelcache info shot.pc2\n  kelcache info body.abc --tree\n"
+      "  kelcache info /show/caches --recursive");
+  verb->add_option("FILE", options->files, "Caches and folders of caches")->required();
+  AddManyOptions(verb, options.get());
+  AddAsOption(verb, &options->asName);
   verb->add_flag("--tree", options->tree,
                  "Alembic: print the hierarchy of objects with their properties instead")
-      ->excludes(json);
-  AddAsOption(verb, &options->asName);
+      ->excludes("--json");
   verb->callback([=] { *work = [=] { return Info(*options); }; });
 }
 

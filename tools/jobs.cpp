@@ -8,7 +8,7 @@
 
 #include "tools/failure.h"
 #include "tools/interrupt.h"
-#include "tools/table.h"
+#include "tools/numbers.h"
 #include "tools/terminal.h"
 
 namespace kelcache {
@@ -16,18 +16,65 @@ namespace {
 
 struct Outcome {
   JobResult result;
-  std::string error;
+  std::string error;   // the line on standard error
+  std::string reason;  // the same without the name
   bool finished = false;
+};
+
+bool WasEnded(EExit status) {
+  return status > eFailed;
+}
+
+/// Rows of aligned cells: the name, some numbers, the result.
+class Rows {
+ public:
+  Rows(const std::vector<Input>& inputs, const std::vector<Column>& columns) : columns_(columns) {
+    for (const Input& input : inputs) widest_ = std::max(widest_, WidthOf(Printable(input.path)));
+  }
+
+  void PrintHead() {
+    if (columns_.empty()) return;
+    std::vector<std::string> titles;
+    for (const Column& column : columns_) titles.emplace_back(column.title);
+    Print("file", titles, "");
+  }
+
+  void Print(const std::string& name, std::vector<std::string> cells, const std::string& result) {
+    cells.resize(columns_.size(), "-");
+    std::string line = name + Padding(name, widest_);
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+      const auto least =
+          std::max<std::size_t>(columns_[i].width, std::string(columns_[i].title).size());
+      line += "  " + Padding(cells[i], static_cast<unsigned int>(least)) + cells[i];
+    }
+    if (!result.empty()) line += "  " + result;
+    PrintLine(stdout, line);
+  }
+
+ private:
+  static std::string Padding(const std::string& text, unsigned int width) {
+    const unsigned int own = WidthOf(Printable(text));
+    return std::string(own < width ? width - own : 0, ' ');
+  }
+
+  const std::vector<Column>& columns_;
+  unsigned int widest_ = 4;
 };
 
 class Jobs {
  public:
-  using Function = std::function<JobResult(const std::string&)>;
+  using Function = std::function<JobResult(const Input&)>;
 
-  Jobs(const std::vector<std::string>& inputs, const Function& work, const JobsOutput& output)
-      : inputs_(inputs), work_(work), output_(output), outcomes_(inputs.size()) {}
+  Jobs(const std::vector<Input>& inputs, const Function& work, const JobsOutput& output)
+      : inputs_(inputs),
+        work_(work),
+        output_(output),
+        several_(AreSeveral(inputs)),
+        rows_(inputs, output.columns),
+        outcomes_(inputs.size()) {}
 
   void Run(unsigned int jobs) {
+    if (HasRows() && !output_.rowsAtEnd) rows_.PrintHead();
     std::vector<std::thread> threads;
     const size_t wanted = std::min<size_t>(jobs, inputs_.size());
     try {
@@ -39,29 +86,50 @@ class Jobs {
     for (std::thread& thread : threads) thread.join();
   }
 
-  EExit Summarise() const {
+  EExit Summarise() {
     EExit worst = next_ < inputs_.size() ? InterruptStatus() : eDone;
+    std::vector<std::pair<std::string, size_t>> tallies = {{output_.done, 0}};
     size_t succeeded = 0;
     size_t failed = 0;
+    std::uint64_t bytes = 0;
     for (const Outcome& outcome : outcomes_) {
-      worst = std::max(worst, outcome.result.status);
-      if (outcome.finished && outcome.result.status == eDone) ++succeeded;
-      if (outcome.result.status != eDone && !WasEnded(outcome)) ++failed;
+      const EExit status = outcome.result.status;
+      worst = std::max(worst, status);
+      if (outcome.finished && status == eDone) {
+        ++succeeded;
+        Count(outcome.result.tally, &tallies);
+      }
+      if (status != eDone && !WasEnded(status)) ++failed;
+      bytes += outcome.result.bytes;
     }
-    if (worst > eFailed) PrintError("interrupted");
-    if (inputs_.size() > 1) {
-      if (!output_.json && !output_.columns.empty()) PrintTable();
-      std::string line = std::to_string(inputs_.size()) + " files, " + std::to_string(succeeded) +
-                         ' ' + output_.done + ", " + std::to_string(failed) + " failed";
+    if (HasRows() && output_.rowsAtEnd) PrintRows();
+    if (WasEnded(worst)) PrintError("interrupted");
+    if (several_) {
+      std::string line = std::to_string(inputs_.size()) + " files";
+      for (const auto& [word, count] : tallies) line += ", " + std::to_string(count) + ' ' + word;
+      line += ", " + std::to_string(failed) + " failed";
       const size_t open = inputs_.size() - succeeded - failed;
       if (open != 0) line += ", " + std::to_string(open) + " not done";
+      if (bytes != 0) line += "; " + SizeText(bytes);
       PrintError(line);
     }
     return worst;
   }
 
  private:
-  static bool WasEnded(const Outcome& outcome) { return outcome.result.status > eFailed; }
+  bool HasRows() const { return several_ && !output_.json; }
+
+  static void Count(const std::string& word, std::vector<std::pair<std::string, size_t>>* tallies) {
+    const auto known = word.empty()
+                           ? tallies->begin()
+                           : std::find_if(tallies->begin(), tallies->end(),
+                                          [&](const auto& tally) { return tally.first == word; });
+    if (known != tallies->end()) {
+      ++known->second;
+    } else {
+      tallies->emplace_back(word, 1);
+    }
+  }
 
   void Work() {
     std::unique_lock lock(mutex_);
@@ -72,62 +140,83 @@ class Jobs {
       lock.lock();
       outcomes_[mine] = std::move(outcome);
       for (; printed_ < outcomes_.size() && outcomes_[printed_].finished; ++printed_) {
-        Print(inputs_[printed_], outcomes_[printed_]);
+        Print(inputs_[printed_], &outcomes_[printed_]);
       }
     }
   }
 
-  Outcome RunOne(const std::string& input) const {
+  Outcome RunOne(const Input& input) const {
     Outcome outcome;
     try {
+      if (!input.problem.empty()) throw Failed(input.path, input.problem);
       outcome.result = work_(input);
-    } catch (const ToolError&) {
+    } catch (const ToolError& error) {
       const Failure failure = CurrentFailure();
       outcome.result.status = failure.status;
       outcome.error = failure.line;
+      outcome.reason = error.file() == input.path ? error.reason() : failure.line;
     } catch (const std::exception&) {
       const Failure failure = CurrentFailure();
       outcome.result.status = failure.status;
-      outcome.error = input + ": " + failure.line;
+      outcome.error = input.path + ": " + failure.line;
+      outcome.reason = failure.line;
     }
     outcome.finished = true;
     return outcome;
   }
 
-  // The end by a signal is told once, for all.
-  void Print(const std::string& input, const Outcome& outcome) const {
-    if (output_.json) PrintReport(input, outcome);
-    for (const std::string& line : outcome.result.lines) PrintLine(stdout, line);
-    std::fflush(stdout);
-    if (!outcome.error.empty() && !WasEnded(outcome)) PrintError(outcome.error);
-  }
-
-  void PrintReport(const std::string& input, const Outcome& outcome) const {
-    Json report = {{"verb", output_.verb},
-                   {"file", input},
-                   {"status", static_cast<int>(outcome.result.status)},
-                   {"error", outcome.error.empty() ? Json(nullptr) : Json(outcome.error)},
-                   {"notes", outcome.result.notes}};
-    report.update(outcome.result.report);
-    const int indent = inputs_.size() == 1 ? 2 : -1;
-    std::puts(report.dump(indent, ' ', false, Json::error_handler_t::replace).c_str());
-  }
-
-  void PrintTable() const {
-    std::vector<std::vector<std::string>> rows = {output_.columns};
-    for (std::size_t i = 0; i < outcomes_.size(); ++i) {
-      if (!outcomes_[i].finished) continue;
-      std::vector<std::string> row = outcomes_[i].result.row;
-      if (row.empty()) row = {inputs_[i]};
-      row.resize(output_.columns.size(), "-");
-      rows.push_back(std::move(row));
+  // The end by a signal is told once, for all. What was told is not kept.
+  void Print(const Input& input, Outcome* outcome) {
+    JobResult& result = outcome->result;
+    if (output_.json) {
+      PrintReport(input, *outcome);
+    } else {
+      for (const std::string& line : result.lines) PrintLine(stdout, line);
+      if (HasRows() && !output_.rowsAtEnd) PrintRow(input, *outcome);
     }
-    for (const std::string& line : TableLines(rows)) PrintLine(stdout, line);
+    std::fflush(stdout);
+    if (!outcome->error.empty() && !WasEnded(result.status) && !HasRows()) {
+      PrintError(outcome->error);
+    }
+    result.lines = {};
+    result.notes = {};
+    result.report = nullptr;
+    if (!output_.rowsAtEnd) result.cells = {};
   }
 
-  const std::vector<std::string>& inputs_;
+  void PrintRow(const Input& input, const Outcome& outcome) {
+    if (WasEnded(outcome.result.status)) return;
+    rows_.Print(input.path, outcome.result.cells,
+                outcome.error.empty() ? outcome.result.result : outcome.reason);
+  }
+
+  void PrintRows() {
+    rows_.PrintHead();
+    for (std::size_t i = 0; i < outcomes_.size(); ++i) {
+      if (outcomes_[i].finished) PrintRow(inputs_[i], outcomes_[i]);
+    }
+  }
+
+  void PrintReport(const Input& input, const Outcome& outcome) const {
+    const JobResult& result = outcome.result;
+    Json report = {{"verb", output_.verb},
+                   {"file", input.path},
+                   {"status", static_cast<int>(result.status)},
+                   {"error", outcome.error.empty() ? Json(nullptr) : Json(outcome.reason)},
+                   {"notes", result.notes},
+                   {"findings", Json::array()},
+                   {"counts", Json::object()}};
+    report.update(result.report);
+    const int indent = several_ ? -1 : 2;
+    const std::string text = report.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
+    std::fwrite(text.data(), 1, text.size(), stdout);
+  }
+
+  const std::vector<Input>& inputs_;
   const Function& work_;
   const JobsOutput& output_;
+  const bool several_;
+  Rows rows_;
   std::mutex mutex_;
   std::vector<Outcome> outcomes_;
   size_t next_ = 0;
@@ -136,12 +225,16 @@ class Jobs {
 
 }  // namespace
 
-EExit RunJobs(const std::vector<std::string>& inputs, unsigned int jobs,
-              const std::function<JobResult(const std::string& input)>& work,
-              const JobsOutput& output) {
+EExit RunJobs(const std::vector<Input>& inputs, unsigned int jobs,
+              const std::function<JobResult(const Input& input)>& work, const JobsOutput& output) {
   Jobs all(inputs, work, output);
   all.Run(jobs);
   return all.Summarise();
+}
+
+EExit Report(const char* verb, const std::string& file, const std::function<JobResult()>& work) {
+  const auto once = [&](const Input&) { return work(); };
+  return RunJobs({{file, file, false, ""}}, 1, once, {verb, "", true});
 }
 
 }  // namespace kelcache

@@ -5,6 +5,7 @@
 
 #include "tools/copy.h"
 #include "tools/interrupt.h"
+#include "tools/jobs.h"
 #include "tools/output.h"
 #include "tools/sheet.h"
 #include "tools/target.h"
@@ -27,6 +28,7 @@ struct MakeOptions {
   bool perFrame = false;
   bool compact = false;
   bool force = false;
+  bool json = false;
 };
 
 // Earlier spellings.
@@ -177,7 +179,7 @@ void MakeNC(const MakeOptions& options) {
   sink->Finish();
 }
 
-EExit Make(const MakeOptions& options) {
+void Make(const MakeOptions& options) {
   const Format format = FormatOf(options.file, "");
   ExpectWritten(format, options.file);
   const bool forNC =
@@ -190,6 +192,18 @@ EExit Make(const MakeOptions& options) {
   const Target target(options.file, options.force);
   CatchInterrupts();
   RowOf(format).hasLayouts ? MakeNC(options) : MakePC2(options);
+}
+
+EExit MakeTyped(const MakeOptions& options) {
+  if (options.json) {
+    return Report("make", options.file, [&] {
+      Make(options);
+      JobResult result;
+      result.report = {{"counts", {{"samples", options.frames}, {"points", options.points}}}};
+      return result;
+    });
+  }
+  Make(options);
   return eDone;
 }
 
@@ -230,7 +244,8 @@ void AddMake(CLI::App& app, Work* work) {
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
   verb->add_flag("--force", options->force, "Replace a cache that is there");
-  verb->callback([=] { *work = [=] { return Make(*options); }; });
+  AddJsonOption(verb, &options->json);
+  verb->callback([=] { *work = [=] { return MakeTyped(*options); }; });
 }
 
 }  // namespace kelcache

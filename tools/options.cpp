@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "tools/inputs.h"
 #include "tools/max_error.h"
 
 namespace kelcache {
@@ -62,6 +63,13 @@ CLI::Validator WholeNumberFrom(unsigned int least) {
     return std::string();
   };
   return {take, least > 0 ? words : ""};
+}
+
+CLI::Validator ShardNumber() {
+  const auto check = [](std::string& text) {
+    return ParseShard(text) ? std::string() : '"' + text + "\" is no shard such as 2/8";
+  };
+  return {check, ""};
 }
 
 CLI::Validator OneOf(const std::vector<std::string>& words) {

@@ -24,6 +24,9 @@ CLI::Validator NumberOrPercentage();
 /// the option would take "010" for eight.
 CLI::Validator WholeNumberFrom(unsigned int least);
 
+/// "2/8": one of so many shards.
+CLI::Validator ShardNumber();
+
 /// One of some words. Its description is "json|csv".
 CLI::Validator OneOf(const std::vector<std::string>& words);
 

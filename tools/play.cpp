@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 
 #include "tools/bounds.h"
+#include "tools/jobs.h"
 #include "tools/output.h"
 #include "tools/source.h"
 #include "tools/terminal_watch.h"
@@ -23,6 +25,7 @@ struct PlayOptions {
   unsigned int loop = 1;
   bool quiet = false;
   bool stats = false;
+  bool json = false;
 };
 
 struct PlayResult {
@@ -32,7 +35,16 @@ struct PlayResult {
   unsigned int most = 0;
   Bounds bounds;
   double seconds = 0;  // spent in fetches alone
+  Json stats = Json::array();
 };
+
+// Null for a component without a finite value.
+Json FiniteJson(const std::vector<float>& values) {
+  Json json = Json::array();
+  for (const float value : values)
+    json.push_back(std::isfinite(value) ? Json(value) : Json(nullptr));
+  return json;
+}
 
 std::string FrameText(const Moment& moment) {
   return moment.frame ? RoundedText(*moment.frame) : RoundedText(moment.seconds) + "s";
@@ -55,7 +67,7 @@ class Player {
     }
     const Bounds frame = BoundsOf(values, elements, channel_.components);
     result_.bounds.Add(frame);
-    if (options_.stats) PrintStats(moment, values, elements, frame);
+    if (options_.stats) TellStats(moment, values, elements, frame);
     result_.fewest = result_.frames == 0 ? elements : std::min(result_.fewest, elements);
     result_.most = std::max(result_.most, elements);
     result_.bytes += std::uint64_t{length} * sizeof(float);
@@ -65,16 +77,26 @@ class Player {
   const PlayResult& result() const { return result_; }
 
  private:
-  void PrintStats(const Moment& moment, const float* values, unsigned int elements,
-                  const Bounds& frame) {
+  void TellStats(const Moment& moment, const float* values, unsigned int elements,
+                 const Bounds& frame) {
     const size_t length = size_t{elements} * channel_.components;
-    std::string move = "-";
+    std::optional<float> move;
     if (previous_.size() == length) {
-      move = ShortestText(LargestMove(previous_.data(), values, elements, channel_.components));
+      move = LargestMove(previous_.data(), values, elements, channel_.components);
     }
     previous_.assign(values, values + length);
+    if (options_.json) {
+      result_.stats.push_back({{"frame", OrNull(moment.frame)},
+                               {"time", moment.seconds},
+                               {"points", elements},
+                               {"notFinite", frame.notFinite},
+                               {"low", FiniteJson(frame.low)},
+                               {"high", FiniteJson(frame.high)},
+                               {"largestMove", OrNull(move)}});
+      return;
+    }
     std::printf("%s %u %s %s %s\n", FrameText(moment).c_str(), elements, frame.LowText().c_str(),
-                frame.HighText().c_str(), move.c_str());
+                frame.HighText().c_str(), move ? ShortestText(*move).c_str() : "-");
   }
 
   Source& source_;
@@ -105,19 +127,37 @@ void PrintResult(const PlayOptions& options, const PlayResult& result, const Mom
   }
 }
 
-EExit Play(const PlayOptions& options) {
+Json ResultJson(const PlayResult& result, const Moment& first, const Moment& last, bool stats) {
+  Json json = {{"firstFrame", OrNull(first.frame)},
+               {"lastFrame", OrNull(last.frame)},
+               {"start", first.seconds},
+               {"end", last.seconds},
+               {"fewestPoints", result.fewest},
+               {"mostPoints", result.most},
+               {"low", FiniteJson(result.bounds.low)},
+               {"high", FiniteJson(result.bounds.high)},
+               {"seconds", result.seconds},
+               {"counts",
+                {{"frames", result.frames},
+                 {"bytes", result.bytes},
+                 {"notFinite", result.bounds.notFinite}}}};
+  if (stats) json["frames"] = result.stats;
+  return json;
+}
+
+JobResult Play(const PlayOptions& options) {
   Source source(options.file, FormatOf(options.file, options.asName), options.rate,
                 options.rate.IsValid());
   const ChannelSummary& channel = source.summary().FindChannel(options.channel);
   Moments moments = source.MomentsOf(channel);
-  TerminalWatch watch(!options.quiet && !options.stats);
+  TerminalWatch watch(!options.quiet && !options.stats && !options.json);
   const bool missing = NoteWhatIsMissing(source, options.range, watch);
   const MomentRange range = moments.In(options.range);
   if (range.Count() == 0) {
     throw Failed(options.file, channel.samples == 0 ? "the channel has no samples"
                                                     : "no sample lies in the frames asked for");
   }
-  if (options.stats) std::printf("# frame points min max largest-move\n");
+  if (options.stats && !options.json) std::printf("# frame points min max largest-move\n");
   Player player(source, channel, options);
   watch.Begin(std::uint64_t{options.loop} * range.Count(), options.file);
   for (unsigned int round = 0; round < options.loop; ++round) {
@@ -127,8 +167,22 @@ EExit Play(const PlayOptions& options) {
     }
   }
   watch.End();
-  PrintResult(options, player.result(), moments.At(range.first), moments.At(range.end - 1));
-  return missing ? eFound : eDone;
+  const Moment first = moments.At(range.first);
+  const Moment last = moments.At(range.end - 1);
+  JobResult result;
+  result.status = missing ? eFound : eDone;
+  result.notes = watch.notes();
+  if (options.json) {
+    result.report = ResultJson(player.result(), first, last, options.stats);
+  } else {
+    PrintResult(options, player.result(), first, last);
+  }
+  return result;
+}
+
+EExit PlayTyped(const PlayOptions& options) {
+  if (!options.json) return Play(options).status;
+  return Report("play", options.file, [&] { return Play(options); });
 }
 
 }  // namespace
@@ -163,8 +217,9 @@ void AddPlay(CLI::App& app, Work* work) {
   verb->add_flag("--stats", options->stats,
                  "A line per frame: frame, points, min, max, largest move of a point since the "
                  "frame before");
+  AddJsonOption(verb, &options->json);
   AddAsOption(verb, &options->asName);
-  verb->callback([=] { *work = [=] { return Play(*options); }; });
+  verb->callback([=] { *work = [=] { return PlayTyped(*options); }; });
 }
 
 }  // namespace kelcache

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "tools/jobs.h"
 #include "tools/terminal.h"
 #include "tools/verbs.h"
 
@@ -12,10 +13,22 @@ namespace {
 struct RecoverOptions {
   std::string file;
   bool force = false;
+  bool json = false;
 };
+
+JobResult RecoverForReport(const RecoverOptions& options) {
+  const Recovered recovered = Recover(options.file, options.force);
+  if (!recovered.done) throw Failed(options.file, recovered.why);
+  JobResult result;
+  result.notes = recovered.lines;
+  return result;
+}
 
 // What was saved and kept is the verb's output.
 EExit RecoverAndTell(const RecoverOptions& options) {
+  if (options.json) {
+    return Report("recover", options.file, [&] { return RecoverForReport(options); });
+  }
   const Recovered recovered = Recover(options.file, options.force);
   for (const std::string& line : recovered.lines) {
     if (recovered.done) {
@@ -41,6 +54,7 @@ void AddRecover(CLI::App& app, Work* work) {
   verb->add_option("FILE", options->file, "The cache that was being written")->required();
   verb->add_flag("--force", options->force,
                  "Put it in the place of a whole cache too, which is kept as FILE.before-recover");
+  AddJsonOption(verb, &options->json);
   verb->callback([=] { *work = [=] { return RecoverAndTell(*options); }; });
 }
 

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "tools/copied_result.h"
 #include "tools/terminal_watch.h"
 #include "tools/verbs.h"
 
@@ -12,10 +13,18 @@ namespace {
 struct Typed : RetimeOptions {
   std::string in;
   std::string out;
+  bool json = false;
 };
 
 EExit RetimeTyped(const Typed& options) {
   CatchInterrupts();
+  if (options.json) {
+    return Report("retime", options.in, [&] {
+      TerminalWatch watch(false);
+      const Copied copied = Retime(options.in, options.out, options, watch);
+      return CopiedResult(options.out, copied, watch.notes());
+    });
+  }
   TerminalWatch watch(true);
   const Copied copied = Retime(options.in, options.out, options, watch);
   PrintLine(stdout, CopiedText(options.out, copied.samples));
@@ -48,6 +57,7 @@ void AddRetime(CLI::App& app, Work* work) {
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact, "NC: lossless compression (ncc)");
   verb->add_flag("--force", options->force, "Replace a cache that is there");
+  AddJsonOption(verb, &options->json);
   verb->callback([=] { *work = [=] { return RetimeTyped(*options); }; });
 }
 

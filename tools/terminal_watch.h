@@ -1,6 +1,8 @@
 #pragma once
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "tools/interrupt.h"
 #include "tools/output.h"
@@ -24,10 +26,15 @@ class TerminalWatch : public Watch {
   void Note(const std::string& line) override {
     if (bar_) bar_->Clear();
     PrintError(line);
+    notes_.push_back(line);
   }
+
+  /// All that was noted.
+  const std::vector<std::string>& notes() const { return notes_; }
 
  private:
   bool progress_;
+  std::vector<std::string> notes_;
   std::optional<Progress> bar_;
 };
 

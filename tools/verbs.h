@@ -3,8 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "tools/formats.h"
+#include "tools/inputs.h"
 #include "tools/options.h"
 #include "tools/tool_error.h"
 
@@ -18,6 +20,40 @@ using Work = std::function<EExit()>;
 inline void AddAsOption(CLI::App* verb, std::string* asName) {
   verb->add_option("--as", *asName, "Read the file as this format, whatever its extension")
       ->check(OneOf(FormatNames()));
+}
+
+/// What verbs that take many files and folders have in common.
+struct ManyOptions {
+  std::vector<std::string> files;
+  std::string asName;
+  bool recursive = false;
+  std::string shard = "1/1";
+  unsigned int jobs = 1;
+  bool json = false;
+
+  std::vector<Input> Inputs(const std::string& except = "") const {
+    return FindInputs(files, {asName, recursive, ParseShard(shard).value_or(Shard{}), except});
+  }
+};
+
+/// All options of these but the files.
+inline void AddManyOptions(CLI::App* verb, ManyOptions* options) {
+  verb->add_flag("--recursive", options->recursive, "Look in the folders of folders, too");
+  verb->add_option("--shard", options->shard,
+                   "Take one of N parts of all caches, which are told apart by their names: for "
+                   "several machines")
+      ->type_name("I/N")
+      ->check(ShardNumber());
+  verb->add_option("--jobs", options->jobs, "Caches at the same time")
+      ->transform(WholeNumberFrom(1))
+      ->capture_default_str();
+  verb->add_flag("--json", options->json,
+                 "Print a report as JSON; of several caches, one in a line each");
+}
+
+/// The option --json of a verb that takes one file.
+inline void AddJsonOption(CLI::App* verb, bool* json) {
+  verb->add_flag("--json", *json, "Print a report as JSON");
 }
 
 // Each adds its verb to the command line and sets `work` when the verb is chosen.

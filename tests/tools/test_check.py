@@ -114,7 +114,8 @@ class Check(CommandTest):
         done = run("check", "--json", nc, self.folder / "none.pc2", DATA / "pc2" / "arm_tube.pc2")
         reports = [json.loads(line) for line in done.stdout.splitlines()]
         self.assertEqual([report["status"] for report in reports], [FOUND, FAILED, DONE])
-        self.assertIn("none.pc2", reports[1]["error"])
+        self.assertEqual((reports[1]["file"], reports[1]["error"]),
+                         (str(self.folder / "none.pc2"), "there is no such file"))
         self.assertEqual(done.returncode, FAILED)
         empty = self.pc2("empty.pc2", 0, 5, [])
         self.assertEqual(self.findings(empty), [])

@@ -74,6 +74,8 @@ class Statuses(CommandTest):
         (self.folder / "folder.pc2").mkdir()
         os.mkfifo(self.folder / "pipe.pc2")
         out = self.folder / "out.xml"
+        (self.folder / "folder.abc").mkdir()
+        self.expect_error(FAILED, "holds no caches", "info", self.folder / "folder.abc")
         for name, words in [("none.pc2", "there is no such file"),
                             ("none.xml", "there is no such file"),
                             ("none.abc", "there is no such file"),
@@ -81,9 +83,10 @@ class Statuses(CommandTest):
                             ("folder.pc2", "is a directory"),
                             ("pipe.pc2", "is not a regular file")]:
             path = self.folder / name
-            for verb, *more in [("info", path), ("play", path), ("dump", path, "--sample", 0),
-                                ("verify", path), ("diff", path, path), ("convert", path, out),
-                                ("retime", path, out, "--rate", 9)]:
+            reading = [("info", path), ("verify", path), ("check", path), ("diff", path, path)]
+            for verb, *more in [("play", path), ("dump", path, "--sample", 0),
+                                ("convert", path, out), ("retime", path, out, "--rate", 9),
+                                *([] if path.is_dir() else reading)]:
                 said = self.expect_error(FAILED, words, verb, *more)
                 self.assertEqual(said.count(str(path)), 1, verb)
 
@@ -99,7 +102,8 @@ class Statuses(CommandTest):
             self.assertIn(f"{len(inputs)} files, {len(inputs) - failed} sound, {failed} failed",
                           done.stdout + done.stderr)
             for path in inputs[:failed]:
-                self.assertEqual((done.stdout + done.stderr).count(f"{path}: "), 1, path)
+                self.assertEqual(len(re.findall(rf"^{re.escape(str(path))} +\S", done.stdout, re.M)), 1,
+                                 path)
         # One whole, one cut short; then both targets are there.
         for status in (FOUND, FAILED):
             done = run("convert", sound, damaged, "--to", "xml", "--jobs", 2)

@@ -183,9 +183,11 @@ class WhatIsNotThere(ValuesTest):
     def test_two_inputs_with_one_target(self):
         first, second = self.pc2("a.pc2", 1, 1, [0] * 3), self.points([1])[0].rename(
             self.folder / "a.abc")
-        self.expect_error(USAGE, f"is the target of both {first} and {second}",
-                          "convert", "--to", "xml", first, second)
-        self.assertEqual(self.contents(), ["a.abc", "a.pc2"])
+        other = self.pc2("b.pc2", 1, 1, [0] * 3)
+        done = run("convert", "--to", "xml", first, second, other)
+        self.assertEqual(done.returncode, FAILED)
+        self.assertEqual(done.stdout.count(f"is the target of both {first} and {second}"), 2)
+        self.assertEqual(self.contents(), ["a.abc", "a.pc2", "b.ncx", "b.pc2", "b.xml"])
 
     def test_a_missing_data_file_is_named(self):
         path = self.make("a.xml", "--per-frame")
