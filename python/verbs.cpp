@@ -2,6 +2,7 @@
 
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 
@@ -9,6 +10,7 @@
 #include "tools/convert.h"
 #include "tools/diff.h"
 #include "tools/leftovers.h"
+#include "tools/merge.h"
 #include "tools/moment.h"
 #include "tools/recover.h"
 #include "tools/retime.h"
@@ -119,7 +121,7 @@ py::dict Convert(const py::object& source, const py::object& target, const py::o
   const std::string in = PathOf(source);
   const std::string out = PathOf(target);
   kelcache::ConvertOptions options;
-  options.channel = ChannelText(channel);
+  if (!channel.is_none()) options.channels.only = {ChannelText(channel)};
   options.range = {from, to};
   options.rate = RateOf(rate);
   options.resample = ChoiceOf("resample", resample, kelcache::kResample);
@@ -139,6 +141,101 @@ py::dict Convert(const py::object& source, const py::object& target, const py::o
   {
     const py::gil_scoped_release unlocked;
     copied = kelcache::Convert(in, out, options, watch);
+  }
+  return DictOf(out, copied, watch);
+}
+
+using Names = std::vector<std::string>;
+
+void SetForm(kelcache::NCForm* form, const std::optional<bool>& perFrame,
+             const std::optional<bool>& compact) {
+  form->perFrame = perFrame.value_or(false);
+  form->singleFile = !perFrame.value_or(true);
+  form->compact = compact.value_or(false);
+  form->raw = !compact.value_or(true);
+}
+
+// What transform is given; values as the command's options take them.
+kelcache::TransformOptions TransformOf(const py::dict& told) {
+  kelcache::TransformOptions transform;
+  transform.scale = told["scale"].cast<double>();
+  transform.units = told["units"].cast<std::string>();
+  transform.axis = told["axis"].cast<std::string>();
+  transform.rotate = told["rotate"].cast<kelcache::Vector>();
+  transform.translate = told["translate"].cast<kelcache::Vector>();
+  transform.points = told["points"].cast<Names>();
+  transform.vectors = told["vectors"].cast<Names>();
+  transform.normals = told["normals"].cast<Names>();
+  transform.leave = told["leave"].cast<Names>();
+  if (!(transform.scale > 0 && std::isfinite(transform.scale))) {
+    throw py::value_error("scale is not a number above 0");
+  }
+  for (const kelcache::Vector& vector : {transform.rotate, transform.translate}) {
+    for (const double value : vector) {
+      if (!std::isfinite(value)) throw py::value_error("rotate and translate are finite numbers");
+    }
+  }
+  if (!transform.units.empty() && !kelcache::UnitsFactor(transform.units)) {
+    throw py::value_error("units: \"" + transform.units + "\" is not A-to-B of " +
+                          kelcache::UnitNames());
+  }
+  const auto axes = kelcache::AxisWords();
+  if (!transform.axis.empty() && std::ranges::find(axes, transform.axis) == axes.end()) {
+    throw py::value_error("axis: \"" + transform.axis + "\" is not known");
+  }
+  if (!transform.Moves()) throw py::value_error("nothing is to be transformed");
+  return transform;
+}
+
+// trim, extract, resample and transform.
+py::dict Edit(const py::object& source, const py::object& target, const Names& only,
+              const Names& drop, const std::optional<double>& from, const std::optional<double>& to,
+              unsigned int every, const py::object& rate,
+              const std::optional<std::string>& resample, const py::object& resampleRate,
+              const std::optional<py::dict>& transform, const std::optional<bool>& perFrame,
+              const std::optional<bool>& compact, bool force, const py::object& progress) {
+  const std::string in = PathOf(source);
+  const std::string out = PathOf(target);
+  kelcache::ConvertOptions options;
+  options.edits = true;
+  options.channels = {only, drop};
+  options.range = {from, to};
+  options.every = every;
+  options.rate = RateOf(rate);
+  options.resample = ChoiceOf("method", resample, kelcache::kResample);
+  options.resampleRate = RateOf(resampleRate);
+  if (transform) options.transform = TransformOf(*transform);
+  if (every == 0) throw py::value_error("every is not a whole number of at least 1");
+  SetForm(&options, perFrame, compact);
+  options.force = force;
+  PythonWatch watch(progress);
+  Copied copied;
+  {
+    const py::gil_scoped_release unlocked;
+    copied = kelcache::Convert(in, out, options, watch);
+  }
+  return DictOf(out, copied, watch);
+}
+
+py::dict Merge(const std::vector<py::object>& sources, const py::object& target, bool sequence,
+               const std::optional<std::string>& prefer, bool allowDifferentRanges,
+               const py::object& rate, const std::optional<bool>& perFrame,
+               const std::optional<bool>& compact, bool force, const py::object& progress) {
+  Names inputs;
+  for (const py::object& source : sources) inputs.push_back(PathOf(source));
+  const std::string out = PathOf(target);
+  kelcache::MergeOptions options;
+  options.sequence = sequence;
+  options.prefer = ChoiceOf("prefer", prefer, kelcache::kPrefer);
+  options.allowDifferentRanges = allowDifferentRanges;
+  options.rate = RateOf(rate);
+  SetForm(&options, perFrame, compact);
+  options.force = force;
+  PythonWatch watch(progress);
+  Copied copied;
+  {
+    const py::gil_scoped_release unlocked;
+    copied = kelcache::Merge(inputs, out, options, watch);
   }
   return DictOf(out, copied, watch);
 }
@@ -283,6 +380,8 @@ py::dict Info(const py::object& path, const std::optional<std::string>& format) 
 
 void BindVerbs(py::module_& module) {
   module.def("convert", &Convert);
+  module.def("edit", &Edit);
+  module.def("merge", &Merge);
   module.def("retime", &Retime);
   module.def("diff", &Diff);
   module.def("verify", &Verify);

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <exception>
+#include <utility>
 
 #include "tools/readable.h"
 #include "tools/target.h"
@@ -95,12 +96,14 @@ std::uint64_t PC2ToNC(Source& source, const std::string& out, const ConvertOptio
                       Watch& watch) {
   const NCName target(out);
   const TickRate rate(source.summary().rate);
-  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  const ChannelSummary& channel = *source.summary().Choose(options.channels).front();
   auto part = PartOf(source, channel, options.range);
   if (!options.snapFrames) part.exactRate = rate.exactRate;
   part.compactEncoding = options.compactEncoding;
   if (options.maxError) {
-    const auto track = MakeTrack(source, channel, options.range, EResample::eNone);
+    TrackOptions whole;
+    whole.range = options.range;
+    const auto track = MakeTrack(source, channel, whole);
     part.maximumError = options.maxError->Of(*track, watch);
   }
   const auto layout =
@@ -121,7 +124,7 @@ std::uint64_t NCToPC2(Source& source, const std::string& out, const ConvertOptio
                       Watch& watch) {
   const NCName name(source.summary().file);
   const TickRate rate(source.summary().rate);
-  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  const ChannelSummary& channel = *source.summary().Choose(options.channels).front();
   auto part = PartOf(source, channel, options.range);
   part.exactRate = rate.exactRate;
   Conversion conversion(out, watch);
@@ -140,21 +143,29 @@ std::uint64_t CopyAny(Source& source, const std::string& out, Format to,
   CopyOptions copy;
   copy.target = out;
   copy.targetFormat = to;
-  copy.channel = options.channel;
-  copy.range = options.range;
-  copy.resample = options.resample;
+  copy.channels = options.channels;
+  copy.take.range = options.range;
+  copy.take.every = options.every;
+  copy.take.resample = options.resample;
+  copy.take.resampleRate = options.resampleRate;
+  if (options.transform.Moves()) {
+    copy.take.transform.emplace(options.transform, source.summary());
+  }
+  if (options.resampleRate.IsValid()) {
+    const double perSecond = options.resampleRate.PerSecond();
+    copy.map.scale = perSecond / source.summary().rate.PerSecond();
+    copy.targetRate = options.resampleRate;
+  }
   copy.pad = options.pad;
   copy.snapFrames = options.snapFrames;
-  copy.perFrame = options.perFrame;
-  copy.compact = options.compact;
-  copy.compactEncoding = options.compactEncoding;
+  static_cast<NCForm&>(copy) = static_cast<const NCForm&>(options);
   copy.maxError = options.maxError;
   return Copy(source, copy, watch);
 }
 
 // The library's conversion takes the samples of an evenly spaced channel of points.
 bool LibraryTakesIt(Source& source, const ConvertOptions& options) {
-  const ChannelSummary& channel = source.summary().FindChannel(options.channel);
+  const ChannelSummary& channel = *source.summary().Choose(options.channels).front();
   const TickRate rate(source.summary().rate);
   double start = 0;
   double interval = 0;
@@ -163,16 +174,40 @@ bool LibraryTakesIt(Source& source, const ConvertOptions& options) {
                                          rate.ticksPerFrame, rate.exactRate, start, interval);
 }
 
+// A PC2 cache holds one channel: the one that was chosen, else the first.
+ChannelChoice TheOneOf(const CacheSummary& summary, const ConvertOptions& options) {
+  if (options.channels.IsAll() && !options.edits) return {{"0"}, {}};
+  const auto chosen = summary.Choose(options.channels);
+  if (chosen.size() <= 1)
+    return {{chosen.empty() ? "0" : std::to_string(chosen.front()->index)}, {}};
+  throw ToolError(eUsage, summary.file + ": a PC2 cache holds one channel and " +
+                              std::to_string(chosen.size()) +
+                              " were to be written; --channel chooses one");
+}
+
+// Samples of caches that store seconds are counted at the new rate; those of a cache that stores
+// frames alone lie at times that only the user can tell.
+void SettleRates(const std::string& in, const FormatRow& row, ConvertOptions* options) {
+  if (row.assumesRate) {
+    if (options->rate.IsValid()) return;
+    throw ToolError(eUsage, in + ": stores no frame rate; --source-rate tells it");
+  }
+  if (options->rate.IsValid()) {
+    throw ToolError(eUsage, in + ": keeps times; --source-rate is for PC2 files");
+  }
+  options->rate = std::exchange(options->resampleRate, {0, 0});
+}
+
 // PC2 and NC are converted into each other by the library, with times and intervals carried over
-// exactly; every other pair, and what --resample and --pad change, is copied moment by moment.
+// exactly; every other pair, and what an option changes, is copied moment by moment.
 std::uint64_t Transfer(Source& source, const std::string& out, Format to,
                        const ConvertOptions& asked, Watch& watch) {
   ConvertOptions options = asked;
   const Format from = source.summary().format;
-  const bool oneChannel = to == KelCache::ePC2Format || from == KelCache::ePC2Format;
-  if (oneChannel && options.channel.empty()) options.channel = "0";
+  if (to == KelCache::ePC2Format) options.channels = TheOneOf(source.summary(), options);
   source.summary().ExpectRate();
-  const bool asStored = options.resample == EResample::eNone && options.pad == EPad::eNone;
+  const bool asStored = options.resample == EResample::eNone && options.pad == EPad::eNone &&
+                        options.every == 1 && !options.transform.Moves();
   if (asStored && from == KelCache::ePC2Format && to == KelCache::eNCFormat) {
     return PC2ToNC(source, out, options, watch);
   }
@@ -190,6 +225,15 @@ void ExpectOptionsFor(Format to, const std::string& out, const ConvertOptions& o
     throw ToolError(eUsage,
                     out + ": --per-frame, --compact and --snap-frames are for NC caches (.xml)");
   }
+  if (!hasLayouts && (options.singleFile || options.raw)) {
+    throw ToolError(eUsage, out + ": --single-file and --raw are for NC caches (.xml)");
+  }
+  const TransformOptions& transform = options.transform;
+  if (!transform.Moves() && transform.NamesAny()) {
+    throw ToolError(eUsage, out +
+                                ": --points, --vectors, --normals and --leave go with --scale, "
+                                "--units, --axis, --rotate or --translate");
+  }
   const bool isNewest = options.compactEncoding == zuCacheFileInterface::kCompactEncoding;
   if (!options.compact && (options.maxError || !isNewest)) {
     throw ToolError(eUsage, out + ": --max-error and --compact-encoding go with --compact");
@@ -204,8 +248,8 @@ void ExpectOptionsFor(Format to, const std::string& out, const ConvertOptions& o
 
 }  // namespace
 
-const std::map<std::string, EResample> kResample = {{"hold", EResample::eHold},
-                                                    {"linear", EResample::eLinear}};
+const std::map<std::string, EResample> kResample = {
+    {"hold", EResample::eHold}, {"linear", EResample::eLinear}, {"cubic", EResample::eCubic}};
 const std::map<std::string, EPad> kPad = {
     {"last", EPad::eLast}, {"nan", EPad::eNan}, {"zero", EPad::eZero}};
 
@@ -217,10 +261,13 @@ Copied Convert(const std::string& in, const std::string& out, const ConvertOptio
   ExpectReadable(in);
   const Target target(out, options.force);
   target.ExpectOtherThan(in);
-  Source source(in, from, options.rate);
+  ConvertOptions settled = options;
+  if (options.resampleRate.IsValid()) SettleRates(in, RowOf(from), &settled);
+  Source source(in, from, settled.rate);
+  if (options.edits && from == to && RowOf(to).hasLayouts) settled.KeepThatOf(source);
   Copied converted;
   converted.missing = NoteWhatIsMissing(source, options.range, watch);
-  converted.samples = Transfer(source, out, to, options, watch);
+  converted.samples = Transfer(source, out, to, settled, watch);
   return converted;
 }
 

@@ -12,16 +12,17 @@ namespace kelcache {
 extern const std::map<std::string, EResample> kResample;
 extern const std::map<std::string, EPad> kPad;
 
-struct ConvertOptions {
-  std::string channel;  ///< number or name; "": all for NC, the first for PC2
+struct ConvertOptions : NCForm {
+  ChannelChoice channels;  ///< none chosen: all for NC, the first for PC2
   FrameRange range;
-  kelsdk::KelFrameRate rate = {0, 0};
+  unsigned int every = 1;              ///< of how many samples one is taken
+  kelsdk::KelFrameRate rate = {0, 0};  ///< that frames of the source are counted at
   EResample resample = EResample::eNone;
+  kelsdk::KelFrameRate resampleRate = {0, 0};  ///< of the copy, with `resample`; else the source's
+  TransformOptions transform;
   EPad pad = EPad::eNone;
   bool snapFrames = false;
-  bool perFrame = false;
-  bool compact = false;
-  unsigned int compactEncoding = kelsdk::zuCacheFileInterface::kCompactEncoding;
+  bool edits = false;  ///< an NC cache keeps its form; no channel is left out unasked
   std::optional<MaxError> maxError;
   bool force = false;
 };

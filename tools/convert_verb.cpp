@@ -5,20 +5,13 @@
 #include "tools/convert.h"
 #include "tools/convert_batch.h"
 #include "tools/copied_result.h"
+#include "tools/edit_options.h"
 #include "tools/options.h"
 #include "tools/terminal_watch.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
 namespace {
-
-template <typename Choice>
-std::vector<std::string> WordsOf(const std::map<std::string, Choice>& choices) {
-  std::vector<std::string> words;
-  words.reserve(choices.size());
-  for (const auto& [word, choice] : choices) words.push_back(word);
-  return words;
-}
 
 // The command line.
 struct Typed : ConvertOptions {
@@ -155,7 +148,7 @@ void AddConvert(CLI::App& app, Work* work) {
       ->check(FrameRate());
   verb->add_option("--resample", options->resampleWord,
                    "One value for each frame in place of the samples. hold takes the last sample "
-                   "before it, linear the points between two")
+                   "before it, linear the points between two, cubic those on a curve through four")
       ->check(OneOf(WordsOf(kResample)));
   verb->add_option("--pad", options->padWord,
                    "PC2: what samples of fewer points than others get for the rest, last being "
@@ -163,11 +156,12 @@ void AddConvert(CLI::App& app, Work* work) {
       ->check(OneOf(WordsOf(kPad)));
   verb->add_flag("--snap-frames", options->snapFrames,
                  "NC: move frames to whole ticks: 23.976 frames per second become 24");
-  verb->add_option("--channel", options->channel,
-                   "Channel number or name (default: all for NC, the first for PC2)");
+  AddChannelOptions(verb, &options->channels, "(default: all for NC, the first for PC2)");
   verb->add_option("--from", options->range.from, "First scene frame")
       ->type_name("FRAME")
       ->check(AnyNumber());
+  AddEveryOption(verb, &options->every)->excludes("--resample");
+  AddTransformOptions(verb, &options->transform);
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");
   verb->add_flag("--compact", options->compact,
                  "NC: compression (ncc), lossless without --max-error");

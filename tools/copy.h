@@ -4,6 +4,7 @@
 #include <string>
 
 #include "tools/max_error.h"
+#include "tools/nc_form.h"
 #include "tools/sink.h"
 #include "tools/track.h"
 
@@ -26,18 +27,14 @@ enum class EPad {
   eLast,  ///< its own last point; zero where it has none
 };
 
-struct CopyOptions {
+struct CopyOptions : NCForm {
   std::string target;
   Format targetFormat = kelsdk::KelCache::eUnknownFormat;
-  std::string channel;                       ///< number or name; "": all for NC, the first for PC2
-  FrameRange range;                          ///< scene frames of the source
+  ChannelChoice channels;  ///< for PC2 the first of them
+  TrackOptions take;
   kelsdk::KelFrameRate targetRate = {0, 0};  ///< frames per second of the copy; else the source's
-  EResample resample = EResample::eNone;
   EPad pad = EPad::eNone;
   bool snapFrames = false;  ///< frames go to whole ticks per frame, whatever the exact rate
-  bool perFrame = false;
-  bool compact = false;
-  unsigned int compactEncoding = kelsdk::zuCacheFileInterface::kCompactEncoding;
   std::optional<MaxError> maxError;  ///< that values may move by in a compact copy
   FrameMap map;
 };
@@ -61,6 +58,17 @@ struct Copied {
 inline std::string CopiedText(const std::string& file, std::uint64_t samples) {
   return file + ": " + std::to_string(samples) + " samples written";
 }
+
+/// A channel of a copy to be.
+struct CopiedChannel {
+  std::unique_ptr<Track> track;
+  std::string name;
+};
+
+/// Copies channels, which may be those of several caches, all of the rate that is given.
+std::uint64_t CopyChannelsToNC(const std::vector<CopiedChannel>& channels,
+                               const kelsdk::KelFrameRate& rate, const CopyOptions& options,
+                               Watch& watch);
 
 // The two kinds of copy; Copy chooses.
 std::uint64_t CopyToNC(Source& source, const CopyOptions& options, Watch& watch);

@@ -15,13 +15,12 @@ namespace {
 // Where frames of the source lie in the copy.
 class TickMap {
  public:
-  TickMap(const Source& source, const CopyOptions& options)
+  TickMap(const kelsdk::KelFrameRate& rate, const CopyOptions& options)
       : file_(options.target),
-        rate_(options.targetRate.IsValid() ? options.targetRate : source.summary().rate),
+        rate_(options.targetRate.IsValid() ? options.targetRate : rate),
         map_(options.map),
         ownTimes_(!options.targetRate.IsValid() && options.map.IsIdentity() &&
                   !options.snapFrames) {
-    if (!rate_.IsValid()) source.summary().ExpectRate();
     const TickRate ticks(rate_);
     ticksPerFrame_ = ticks.ticksPerFrame;
     exactTicks_ = options.snapFrames ? ticks.ticksPerFrame : ticks.exactTicks;
@@ -55,22 +54,61 @@ class TickMap {
   double exactTicks_ = 0;
 };
 
-std::vector<std::unique_ptr<Track>> TracksOf(Source& source, const CopyOptions& options) {
-  std::vector<std::unique_ptr<Track>> tracks;
-  const auto add = [&](const ChannelSummary& channel) {
-    tracks.push_back(MakeTrack(source, channel, options.range, options.resample));
-  };
-  if (!options.channel.empty()) {
-    add(source.summary().FindChannel(options.channel));
-  } else {
-    for (const ChannelSummary& channel : source.summary().channels) add(channel);
+// Names are each its own; a PC2 cache's channel has none and is named after the copy.
+std::vector<CopiedChannel> ChannelsOf(Source& source, const CopyOptions& options) {
+  std::vector<CopiedChannel> channels;
+  std::set<std::string> taken;
+  for (const ChannelSummary* channel : source.summary().Choose(options.channels)) {
+    std::string name =
+        source.summary().pc2 ? NCName(options.target).baseName : channel->name.value_or("");
+    if (name.empty()) name = "channel" + std::to_string(channel->index);
+    const std::string plain = name;
+    for (int i = 2; !taken.insert(name).second; ++i) name = plain + std::to_string(i);
+    channels.push_back({MakeTrack(source, *channel, options.take), name});
   }
-  return tracks;
+  return channels;
+}
+
+// The first of all samples that are taken.
+std::optional<Moment> BeginOf(const std::vector<CopiedChannel>& channels) {
+  std::optional<Moment> begin;
+  for (const auto& [track, name] : channels) {
+    if (track->Count() == 0) continue;
+    const Moment first = track->At(0);
+    if (!begin || first.ticks < begin->ticks) begin = first;
+  }
+  return begin;
+}
+
+// A channel that has no sample when the copy begins held what an earlier one says: that is taken
+// along where it lasts, as integers do between samples. Whatever is left out is told.
+void HoldWhatLasts(const CopyOptions& options, std::vector<CopiedChannel>* channels, Watch& watch) {
+  const auto begin = BeginOf(*channels);
+  if (!begin) return;
+  for (CopiedChannel& channel : *channels) {
+    const Track& track = *channel.track;
+    const bool isEmpty = track.Count() == 0;
+    if (track.channel().samples == 0) continue;
+    if (!isEmpty && channel.track->At(0).ticks < begin->ticks + 1) continue;
+    auto held = MakeHeldTrack(track.source(), track.channel(), options.take, *begin);
+    const std::string what =
+        options.target + ": channel " + channel.name +
+        (isEmpty ? " has no sample in the frames asked for"
+                 : " has its first sample at " + MomentText(channel.track->At(0)));
+    if (held == nullptr) {
+      if (isEmpty) watch.Note(what + " and stays empty");
+    } else if (isEmpty || IsInteger(track.channel().value)) {
+      watch.Note(what + "; the last one before is put at " + MomentText(*begin));
+      channel.track = std::move(held);
+    } else {
+      watch.Note(what + "; the one before, outside the frames asked for, is left out");
+    }
+  }
 }
 
 // Integers wider than those of the format: as integers where all are small enough, else as doubles
 // where those have them all.
-ElementType TypeOfWideIntegers(const Source& source, Track& track, Watch& watch) {
+ElementType TypeOfWideIntegers(Track& track, Watch& watch) {
   ElementConverter converter;
   auto type = kelsdk::zuCacheData::eNCInt32Array;
   for (std::uint64_t i = 0; i < track.Count();) {
@@ -81,42 +119,29 @@ ElementType TypeOfWideIntegers(const Source& source, Track& track, Watch& watch)
     if (converter.Convert(array, type, &problem) == nullptr) {
       type = kelsdk::zuCacheData::eNCDoubleArray;
       if (converter.Convert(array, type, &problem) == nullptr) {
-        throw Failed(source.summary().file,
+        throw Failed(track.source().summary().file,
                      "channel " + track.channel().name.value_or("") + ", " + MomentText(moment) +
                          ": " + problem + " is neither a 32-bit integer nor exact as a double");
       }
     }
     const auto run = track.RunAt(moment);
-    i += run ? std::uint64_t{run->last} - *moment.sample + 1 : 1;
+    i += run ? (std::uint64_t{run->last} - *moment.sample) / track.Stride() + 1 : 1;
   }
   return type;
 }
 
-// The declared interval of a channel in frames, 0 for none.
-double IntervalFrames(const Source& source, const ChannelSummary& channel) {
-  const kelsdk::KelFrameRate& rate = source.summary().rate;
-  return rate.IsValid() ? channel.declaredTicks * rate.PerSecond() / kTicksPerSecond : 0;
-}
-
-// Names are each its own; a PC2 cache's channel has none and is named after the copy.
-std::vector<SinkChannel> DescribeChannels(Source& source, const CopyOptions& options,
-                                          const std::vector<std::unique_ptr<Track>>& tracks,
-                                          const TickMap& ticks, Watch& watch) {
+std::vector<SinkChannel> DescribeChannels(const std::vector<CopiedChannel>& channels,
+                                          const CopyOptions& options, const TickMap& ticks,
+                                          Watch& watch) {
   std::vector<SinkChannel> described;
-  std::set<std::string> taken;
-  const bool isPC2 = source.summary().pc2.has_value();
-  for (const auto& track : tracks) {
+  for (const auto& [track, name] : channels) {
     const ChannelSummary& channel = track->channel();
+    const bool isPC2 = track->source().summary().pc2.has_value();
     SinkChannel sink;
-    sink.name = isPC2 ? NCName(options.target).baseName : channel.name.value_or("");
-    if (sink.name.empty()) sink.name = "channel" + std::to_string(channel.index);
-    const std::string plain = sink.name;
-    for (int i = 2; !taken.insert(sink.name).second; ++i) sink.name = plain + std::to_string(i);
+    sink.name = name;
     sink.interpretation = channel.interpretation.value_or(isPC2 ? "Points" : "");
-    sink.type =
-        channel.elementType ? *channel.elementType : TypeOfWideIntegers(source, *track, watch);
-    const bool byFrame = options.resample != EResample::eNone;
-    sink.interval = ticks.IntervalOf(byFrame ? 1 : IntervalFrames(source, channel));
+    sink.type = channel.elementType ? *channel.elementType : TypeOfWideIntegers(*track, watch);
+    sink.interval = ticks.IntervalOf(track->DeclaredFrames());
     if (options.maxError) sink.maximumError = options.maxError->Of(*track, watch);
     described.push_back(sink);
   }
@@ -135,20 +160,21 @@ class Repeats {
   std::optional<Place> FindOrNote(const SampleRun& run, const Track& track, const Place& place) {
     if (run.identity == 0) return {};
     const ChannelSummary& channel = track.channel();
-    const auto [found, isNew] =
-        places_.try_emplace({run.identity, channel.value, channel.components}, place);
+    const auto [found, isNew] = places_.try_emplace(
+        {run.archive, run.identity, run.variant, channel.value, channel.components}, place);
     if (isNew) return {};
     return found->second;
   }
 
  private:
-  std::map<std::tuple<unsigned long long, ValueType, unsigned int>, Place> places_;
+  using Key = std::tuple<const void*, unsigned long long, unsigned int, ValueType, unsigned int>;
+  std::map<Key, Place> places_;
 };
 
 // Takes the samples of all channels in the order of their times.
 class Copier {
  public:
-  Copier(const std::vector<std::unique_ptr<Track>>& tracks, const TickMap& ticks,
+  Copier(const std::vector<CopiedChannel>& tracks, const TickMap& ticks,
          const std::vector<SinkChannel>& channels, const CopyOptions& options, Watch& watch)
       : tracks_(tracks),
         ticks_(ticks),
@@ -180,7 +206,7 @@ class Copier {
   };
 
   void Queue(unsigned int channel, std::uint64_t index) {
-    Track& track = *tracks_[channel];
+    Track& track = *tracks_[channel].track;
     const std::uint64_t count = track.Count();
     if (index == count) return;
     const Moment moment = track.At(track.Descends() ? count - 1 - index : index);
@@ -203,7 +229,7 @@ class Copier {
   }
 
   void Take(const Step& step, Sink& sink) {
-    Track& track = *tracks_[step.channel];
+    Track& track = *tracks_[step.channel].track;
     if (const auto run = track.RunAt(step.moment)) {
       const auto place = repeats_.FindOrNote(*run, track, {step.channel, step.ticks});
       if (place && CanRepeat(channels_[place->channel], channels_[step.channel]) &&
@@ -214,7 +240,7 @@ class Copier {
     sink.Write(step.channel, step.ticks, track.Fetch(step.moment));
   }
 
-  const std::vector<std::unique_ptr<Track>>& tracks_;
+  const std::vector<CopiedChannel>& tracks_;
   const TickMap& ticks_;
   const std::vector<SinkChannel>& channels_;
   const std::string& target_;
@@ -225,30 +251,47 @@ class Copier {
 
 }  // namespace
 
-std::uint64_t CopyToNC(Source& source, const CopyOptions& options, Watch& watch) {
-  const TickMap ticks(source, options);
-  const auto tracks = TracksOf(source, options);
+std::uint64_t CopyChannelsToNC(const std::vector<CopiedChannel>& channels,
+                               const kelsdk::KelFrameRate& rate, const CopyOptions& options,
+                               Watch& watch) {
+  const TickMap ticks(rate, options);
   std::uint64_t total = 0;
-  for (const auto& track : tracks) {
-    total += track->Count();
+  for (const auto& [track, name] : channels) {
+    const std::uint64_t count = track->Count();
+    total += count;
     // Ends that no cache can hold are refused before anything is made.
-    if (track->Count() == 0) continue;
+    if (count == 0) continue;
     ticks.TickOf(track->At(0));
-    ticks.TickOf(track->At(track->Count() - 1));
+    ticks.TickOf(track->At(count - 1));
   }
-  if (total == 0) throw Failed(source.summary().file, "no sample lies in the frames asked for");
-  const std::vector<SinkChannel> channels = DescribeChannels(source, options, tracks, ticks, watch);
+  if (total == 0) {
+    const auto& file =
+        channels.empty() ? options.target : channels.front().track->source().summary().file;
+    throw Failed(file, "no sample lies in the frames asked for");
+  }
+  const std::vector<SinkChannel> described = DescribeChannels(channels, options, ticks, watch);
   const NCLayout layout{options.perFrame, options.compact, ticks.ticksPerFrame(), ticks.exactRate(),
                         options.compactEncoding};
-  const auto sink = MakeNCSink(options.target, layout, channels);
+  const auto sink = MakeNCSink(options.target, layout, described);
   watch.Begin(total, options.target);
-  Copier(tracks, ticks, channels, options, watch).Run(*sink);
+  Copier(channels, ticks, described, options, watch).Run(*sink);
   watch.End();
   sink->Finish();
-  for (const SinkChannel& channel : channels) {
-    NoteHowFarValuesMove(options.target, channel.name, channel.maximumError, watch);
+  for (std::size_t i = 0; i < described.size(); ++i) {
+    const std::string& name = described[i].name;
+    NoteHowFarValuesMove(options.target, name, described[i].maximumError, watch);
+    const double before = channels[i].track->channel().maximumError;
+    if (before == 0 || !options.compact || options.maxError) continue;
+    NoteThatBoundIsGone(options.target, name, before, watch);
   }
   return total;
+}
+
+std::uint64_t CopyToNC(Source& source, const CopyOptions& options, Watch& watch) {
+  if (!options.targetRate.IsValid()) source.summary().ExpectRate();
+  auto channels = ChannelsOf(source, options);
+  HoldWhatLasts(options, &channels, watch);
+  return CopyChannelsToNC(channels, source.summary().rate, options, watch);
 }
 
 }  // namespace kelcache

@@ -24,7 +24,8 @@ Spacing MeasuredSpacing(const Source& source, Track& track) {
   const double start = *track.At(0).frame;
   if (count == 1) {
     const double seconds = track.channel().interval.value_or(0);
-    return {start, seconds > 0 ? seconds * source.summary().rate.PerSecond() : 1};
+    const double frames = seconds > 0 ? seconds * source.summary().rate.PerSecond() : 1;
+    return {start, frames * track.Stride()};
   }
   const double interval = (*track.At(count - 1).frame - start) / double(count - 1);
   if (track.channel().sampling == "uniform") return {start, interval};
@@ -38,12 +39,13 @@ Spacing MeasuredSpacing(const Source& source, Track& track) {
 Spacing SpacingOf(Source& source, Track& track, const CopyOptions& options) {
   const CacheSummary& summary = source.summary();
   const Moment first = track.At(0);
-  if (options.resample != EResample::eNone) return {*first.frame, 1};
+  if (options.take.resample != EResample::eNone) return {*first.frame, track.DeclaredFrames()};
   summary.ExpectRate();
   const FormatRow& row = RowOf(summary.format);
   if (row.spacing == nullptr) return MeasuredSpacing(source, track);
-  const auto spacing = row.spacing(source.cache(), summary, track.channel(), first);
+  auto spacing = row.spacing(source.cache(), summary, track.channel(), first);
   if (!spacing) throw NotEven(source);
+  spacing->interval *= track.Stride();
   return *spacing;
 }
 
@@ -98,10 +100,11 @@ void ExpectPoints(const Source& source, const ChannelSummary& channel) {
 }  // namespace
 
 std::uint64_t CopyToPC2(Source& source, const CopyOptions& options, Watch& watch) {
-  const ChannelSummary& channel =
-      source.summary().FindChannel(options.channel.empty() ? "0" : options.channel);
+  const ChannelSummary& channel = options.channels.IsAll()
+                                      ? source.summary().FindChannel("0")
+                                      : *source.summary().Choose(options.channels).front();
   ExpectPoints(source, channel);
-  const auto track = MakeTrack(source, channel, options.range, options.resample);
+  const auto track = MakeTrack(source, channel, options.take);
   if (track->Count() == 0) {
     throw Failed(source.summary().file, "no sample lies in the frames asked for");
   }

@@ -1,9 +1,9 @@
 #include "tools/formats.h"
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 
+#include "tools/numbers.h"
 #include "tools/tool_error.h"
 
 namespace kelcache {
@@ -21,12 +21,6 @@ void DeriveFrameRate(CacheSummary* summary) {
     summary->frameRateSource = "derived";
     return;
   }
-}
-
-std::string Lowered(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
 }
 
 }  // namespace

@@ -38,6 +38,8 @@ class VerifyReport {
 struct SampleRun {
   unsigned int last = 0;
   unsigned long long identity = 0;
+  const void* archive = nullptr;  ///< which one, of several that are open
+  unsigned int variant = 0;       ///< what the bytes become on their way into a copy
 };
 
 /// Samples at even steps, in frames.

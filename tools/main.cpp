@@ -36,6 +36,11 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddDiff(app, work);
   AddConvert(app, work);
   AddRetime(app, work);
+  AddTrim(app, work);
+  AddExtract(app, work);
+  AddMerge(app, work);
+  AddResample(app, work);
+  AddTransform(app, work);
   AddMake(app, work);
   AddRecover(app, work);
   AddReport(app, work);

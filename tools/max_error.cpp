@@ -48,4 +48,11 @@ void NoteHowFarValuesMove(const std::string& target, const std::string& channel,
              RoundedText(maximumError) + " of the source's");
 }
 
+void NoteThatBoundIsGone(const std::string& target, const std::string& channel, double maximumError,
+                         Watch& watch) {
+  watch.Note(target + ": values of channel " + channel + ", which were let move by " +
+             RoundedText(maximumError) +
+             ", stay as they are and take more room; convert --max-error lets them move again");
+}
+
 }  // namespace kelcache

@@ -25,4 +25,8 @@ std::optional<MaxError> ParseMaxError(const std::string& text);
 void NoteHowFarValuesMove(const std::string& target, const std::string& channel,
                           double maximumError, Watch& watch);
 
+/// Notes that values which were let move before are copied as they are, which takes more room.
+void NoteThatBoundIsGone(const std::string& target, const std::string& channel, double maximumError,
+                         Watch& watch);
+
 }  // namespace kelcache

@@ -1,5 +1,6 @@
 #include "tools/numbers.h"
 
+#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -48,6 +49,12 @@ std::string ShortestText(double value) {
 std::string RoundedText(double value) {
   char text[32];
   std::snprintf(text, sizeof text, "%.7g", value);
+  return text;
+}
+
+std::string Lowered(std::string text) {
+  for (char& letter : text)
+    letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
   return text;
 }
 

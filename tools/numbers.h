@@ -28,6 +28,9 @@ std::string ShortestText(double value);
 /// Seven significant digits, for people.
 std::string RoundedText(double value);
 
+/// A to Z as small letters.
+std::string Lowered(std::string text);
+
 /// "1.1 MB": decimal units.
 std::string SizeText(std::uint64_t bytes);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -31,5 +32,14 @@ CLI::Validator ShardNumber();
 
 /// One of some words. Its description is "json|csv".
 CLI::Validator OneOf(const std::vector<std::string>& words);
+
+/// The words that choices have.
+template <typename Choice>
+std::vector<std::string> WordsOf(const std::map<std::string, Choice>& choices) {
+  std::vector<std::string> words;
+  words.reserve(choices.size());
+  for (const auto& [word, choice] : choices) words.push_back(word);
+  return words;
+}
 
 }  // namespace kelcache

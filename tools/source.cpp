@@ -54,7 +54,9 @@ const float* Source::FetchFloats(const ChannelSummary& channel, const Moment& mo
 std::optional<SampleRun> Source::RunAt(const ChannelSummary& channel, const Moment& moment) {
   const FormatRow& row = RowOf(summary_.format);
   if (row.runOf == nullptr || !moment.sample) return {};
-  return row.runOf(cache_, summary_, channel, moment);
+  SampleRun run = row.runOf(cache_, summary_, channel, moment);
+  run.archive = this;
+  return run;
 }
 
 bool NoteWhatIsMissing(const Source& source, const FrameRange& range, Watch& watch) {

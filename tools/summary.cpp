@@ -7,6 +7,26 @@
 #include "tools/tool_error.h"
 
 namespace kelcache {
+namespace {
+
+std::size_t IndexOf(const ChannelSummary& channel) {
+  return static_cast<std::size_t>(channel.index);
+}
+
+// "; it has P, v, id", as far as a line goes; "" for nameless channels.
+std::string NamesOf(const std::vector<ChannelSummary>& channels) {
+  constexpr std::size_t kLongest = 200;
+  std::string names;
+  for (const ChannelSummary& channel : channels) {
+    if (!channel.name) continue;
+    names += names.empty() ? "; it has " : ", ";
+    if (names.size() > kLongest) return names + "... (info lists them)";
+    names += *channel.name;
+  }
+  return names;
+}
+
+}  // namespace
 
 std::optional<std::string> CacheSummary::exactRate() const {
   if (!rate.IsValid() || rate.numerator % rate.denominator == 0) return {};
@@ -25,11 +45,23 @@ const ChannelSummary& CacheSummary::FindChannel(const std::string& nameOrNumber)
   const char* const end = nameOrNumber.data() + nameOrNumber.size();
   const auto parsed = std::from_chars(nameOrNumber.data(), end, number);
   if (parsed.ec != std::errc() || parsed.ptr != end) {
-    throw ToolError(eUsage, file + ": no channel \"" + nameOrNumber + '"');
+    throw ToolError(eUsage, file + ": no channel \"" + nameOrNumber + '"' + NamesOf(channels));
   }
   if (number < channels.size()) return channels[number];
   throw ToolError(eUsage, file + ": no channel " + nameOrNumber + ", it has " +
                               std::to_string(channels.size()));
+}
+
+std::vector<const ChannelSummary*> CacheSummary::Choose(const ChannelChoice& choice) const {
+  std::vector<bool> isTaken(channels.size(), choice.only.empty());
+  for (const std::string& word : choice.only) isTaken[IndexOf(FindChannel(word))] = true;
+  for (const std::string& word : choice.drop) isTaken[IndexOf(FindChannel(word))] = false;
+  std::vector<const ChannelSummary*> chosen;
+  for (const ChannelSummary& channel : channels) {
+    if (isTaken[IndexOf(channel)]) chosen.push_back(&channel);
+  }
+  if (chosen.empty() && !choice.IsAll()) throw ToolError(eUsage, file + ": no channel is left");
+  return chosen;
 }
 
 std::string CacheSummary::WhatIsMissing() const {

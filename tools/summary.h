@@ -57,6 +57,14 @@ struct PC2Summary {
   unsigned int wholeSamples = 0;  ///< those that the file really holds
 };
 
+/// The channels that a user names, by name or number.
+struct ChannelChoice {
+  std::vector<std::string> only;  ///< none: all
+  std::vector<std::string> drop;  ///< of these
+
+  bool IsAll() const { return only.empty() && drop.empty(); }
+};
+
 /// Everything that `info` shows of an open cache.
 struct CacheSummary {
   std::string file;
@@ -87,6 +95,10 @@ struct CacheSummary {
 
   /// The channel that a user names by its name or number; throws eUsage for one that is not there.
   const ChannelSummary& FindChannel(const std::string& nameOrNumber) const;
+
+  /// Several of them, in the cache's order. Throws eUsage for one that is not there, and where none
+  /// is left.
+  std::vector<const ChannelSummary*> Choose(const ChannelChoice& choice) const;
 
   /// "holds 2 whole samples of 5", "data files are missing" ...; "" for a complete cache.
   std::string WhatIsMissing() const;

@@ -1,22 +1,29 @@
 #include "tools/track.h"
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-
-#include "tools/tool_error.h"
+#include "tools/frame_track.h"
+#include "tools/transformed_track.h"
 
 namespace kelcache {
 namespace {
 
+double DeclaredFramesOf(const Source& source, const ChannelSummary& channel) {
+  const kelsdk::KelFrameRate& rate = source.summary().rate;
+  return rate.IsValid() ? channel.declaredTicks * rate.PerSecond() / kTicksPerSecond : 0;
+}
+
 class SampleTrack : public Track {
  public:
-  SampleTrack(Source& source, const ChannelSummary& channel, const FrameRange& range)
-      : Track(source, channel), range_(samples_.In(range)) {}
+  SampleTrack(Source& source, const ChannelSummary& channel, const TrackOptions& options)
+      : Track(source, channel),
+        samples_(source.MomentsOf(channel)),
+        range_(samples_.In(options.range)),
+        every_(options.every) {}
 
-  std::uint64_t Count() const override { return range_.Count(); }
-  Moment At(std::uint64_t index) override { return samples_.At(range_.first + index); }
+  std::uint64_t Count() const override { return (range_.Count() + every_ - 1) / every_; }
+  Moment At(std::uint64_t index) override { return samples_.At(range_.first + index * every_); }
   bool Descends() const override { return samples_.Descends(); }
+  unsigned int Stride() const override { return every_; }
+  double DeclaredFrames() const override { return DeclaredFramesOf(source_, channel_) * every_; }
   Array Fetch(const Moment& moment) override { return source_.Fetch(channel_, moment); }
   unsigned int ElementsAt(const Moment& moment) override {
     return source_.ElementsAt(channel_, moment);
@@ -26,102 +33,71 @@ class SampleTrack : public Track {
   }
 
  private:
+  Moments samples_;
   MomentRange range_;
+  unsigned int every_;
 };
 
-class FrameTrack : public Track {
+class HeldTrack : public Track {
  public:
-  FrameTrack(Source& source, const ChannelSummary& channel, const FrameRange& range,
-             EResample resample)
-      : Track(source, channel),
-        linear_(resample == EResample::eLinear && !IsInteger(channel.value)) {
-    const kelsdk::KelFrameRate& rate = source.summary().rate;
-    source.summary().ExpectRate();
-    ticksPerFrame_ = kTicksPerSecond / rate.PerSecond();
-    if (samples_.count() == 0) return;
-    const double one = *samples_.At(0).frame;
-    const double other = *samples_.At(samples_.count() - 1).frame;
-    const double from = std::max(std::min(one, other), range.from.value_or(-HUGE_VAL));
-    const double to = std::min(std::max(one, other), range.to.value_or(HUGE_VAL));
-    firstFrame_ = std::ceil(from - samples_.tolerance());
-    const double last = std::floor(to + samples_.tolerance());
-    constexpr double kMostFrames = 1e15;
-    if (!(std::fabs(firstFrame_) < kMostFrames && std::fabs(last) < kMostFrames)) {
-      throw Failed(source.summary().file, "the times lie too far out to be counted in frames");
-    }
-    if (last >= firstFrame_) count_ = static_cast<std::uint64_t>(last - firstFrame_) + 1;
+  HeldTrack(std::unique_ptr<Track> track, const Moment& sample, const Moment& begin)
+      : Track(track->source(), track->channel()),
+        track_(std::move(track)),
+        sample_(sample),
+        begin_(begin) {
+    begin_.sample.reset();
   }
 
-  std::uint64_t Count() const override { return count_; }
+  std::uint64_t Count() const override { return track_->Count() + 1; }
+  Moment At(std::uint64_t index) override { return index == 0 ? begin_ : track_->At(index - 1); }
   bool Descends() const override { return false; }
-
-  Moment At(std::uint64_t index) override {
-    Moment moment;
-    moment.frame = firstFrame_ + double(index);
-    moment.ticks = *moment.frame * ticksPerFrame_;
-    moment.seconds = moment.ticks / kTicksPerSecond;
-    return moment;
-  }
-
+  unsigned int Stride() const override { return track_->Stride(); }
+  double DeclaredFrames() const override { return DeclaredFramesOf(source_, channel_); }
   Array Fetch(const Moment& moment) override {
-    const Moment before = SampleBefore(moment);
-    const double distance = *moment.frame - *before.frame;
-    const bool between = std::fabs(distance) > samples_.tolerance() &&
-                         *before.sample + std::uint64_t{1} < samples_.count();
-    if (!linear_ || !between) return source_.Fetch(channel_, before);
-    const Moment after = samples_.At(*before.sample + std::uint64_t{1});
-    return Blend(source_.Fetch(channel_, before), after, distance / (*after.frame - *before.frame));
+    return IsBegin(moment) ? source_.Fetch(channel_, sample_) : track_->Fetch(moment);
   }
-
   unsigned int ElementsAt(const Moment& moment) override {
-    return source_.ElementsAt(channel_, SampleBefore(moment));
+    return IsBegin(moment) ? source_.ElementsAt(channel_, sample_) : track_->ElementsAt(moment);
   }
-  std::optional<SampleRun> RunAt(const Moment& /*moment*/) override { return {}; }
+  std::optional<SampleRun> RunAt(const Moment& moment) override { return track_->RunAt(moment); }
 
  private:
-  Moment SampleBefore(const Moment& moment) {
-    const auto sample = samples_.AtFrame(*moment.frame);
-    if (!sample) throw Failed(source_.summary().file, MomentText(moment) + ": no sample there");
-    return *sample;
+  bool IsBegin(const Moment& moment) const {
+    return !moment.sample && moment.ticks == begin_.ticks;
   }
 
-  Array Blend(const Array& before, const Moment& after, double share) {
-    Array blended = before;
-    const std::size_t bytes = before.Count() * SizeOf(before.type);
-    blended_.resize(bytes / sizeof(double) + 1);
-    if (bytes != 0) std::memcpy(blended_.data(), before.values, bytes);
-    blended.values = blended_.data();
-    const Array next = source_.Fetch(channel_, after);
-    if (next.elements != blended.elements) return blended;
-    if (blended.type == ValueType::eFloat32) {
-      BlendValues(reinterpret_cast<float*>(blended_.data()), next, share);
-    } else {
-      BlendValues(blended_.data(), next, share);
-    }
-    return blended;
-  }
-
-  template <typename Value>
-  static void BlendValues(Value* values, const Array& next, double share) {
-    const auto* const others = static_cast<const Value*>(next.values);
-    for (std::size_t i = 0; i < next.Count(); ++i) {
-      values[i] = static_cast<Value>(double(values[i]) * (1 - share) + double(others[i]) * share);
-    }
-  }
-
-  bool linear_;
-  double ticksPerFrame_ = 0;
-  double firstFrame_ = 0;
-  std::uint64_t count_ = 0;
-  std::vector<double> blended_;
+  std::unique_ptr<Track> track_;
+  Moment sample_;
+  Moment begin_;
 };
+
+std::unique_ptr<Track> Untransformed(Source& source, const ChannelSummary& channel,
+                                     const TrackOptions& options) {
+  if (options.resample != EResample::eNone) return MakeFrameTrack(source, channel, options);
+  return std::make_unique<SampleTrack>(source, channel, options);
+}
+
+std::unique_ptr<Track> WithTransform(std::unique_ptr<Track> track, const TrackOptions& options) {
+  if (!options.transform) return track;
+  return Transformed(std::move(track), *options.transform);
+}
 
 }  // namespace
 
 std::unique_ptr<Track> MakeTrack(Source& source, const ChannelSummary& channel,
-                                 const FrameRange& range, EResample resample) {
-  if (resample == EResample::eNone) return std::make_unique<SampleTrack>(source, channel, range);
-  return std::make_unique<FrameTrack>(source, channel, range, resample);
+                                 const TrackOptions& options) {
+  return WithTransform(Untransformed(source, channel, options), options);
+}
+
+std::unique_ptr<Track> MakeHeldTrack(Source& source, const ChannelSummary& channel,
+                                     const TrackOptions& options, const Moment& begin) {
+  if (!options.range.from) return nullptr;
+  Moments samples = source.MomentsOf(channel);
+  const MomentRange before = samples.In({{}, options.range.from});
+  if (before.Count() == 0) return nullptr;
+  auto held = std::make_unique<HeldTrack>(Untransformed(source, channel, options),
+                                          samples.At(before.end - 1), begin);
+  return WithTransform(std::move(held), options);
 }
 
 }  // namespace kelcache

@@ -1,13 +1,17 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include "backends/AlembicInterface.h"
 #include "backends/zuCacheFileInterface.h"
+#include "host/KelNearestFloat.h"
 
 namespace kelcache {
 
@@ -52,6 +56,27 @@ struct Array {
 };
 
 std::size_t SizeOf(ValueType type);
+
+/// The float or double nearest to a double.
+template <typename Value>
+Value NearestValue(double value) {
+  if constexpr (sizeof(Value) == sizeof(float)) {
+    return kelsdk::KelNearestFloat(value);
+  } else {
+    return value;
+  }
+}
+
+template <typename Value>
+bool AnyIsNotFinite(const Value* values, std::size_t count) {
+  using Word = std::conditional_t<sizeof(Value) == sizeof(float), std::uint32_t, std::uint64_t>;
+  constexpr Word kInfinity = std::bit_cast<Word>(std::numeric_limits<Value>::infinity());
+  Word any = 0;  // in integers, whose order is free, so that the loop is vectorised
+  for (std::size_t i = 0; i < count; ++i) {
+    any |= (std::bit_cast<Word>(values[i]) & kInfinity) == kInfinity ? 1U : 0U;
+  }
+  return any != 0;
+}
 
 /// "float32[3]", "int32": the one spelling of what elements are made of.
 std::string TypeText(ValueType type, unsigned int components);

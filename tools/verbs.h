@@ -68,6 +68,11 @@ void AddRecover(CLI::App& app, Work* work);
 void AddConvert(CLI::App& app, Work* work);
 void AddDiff(CLI::App& app, Work* work);
 void AddRetime(CLI::App& app, Work* work);
+void AddTrim(CLI::App& app, Work* work);
+void AddExtract(CLI::App& app, Work* work);
+void AddMerge(CLI::App& app, Work* work);
+void AddResample(CLI::App& app, Work* work);
+void AddTransform(CLI::App& app, Work* work);
 void AddReport(CLI::App& app, Work* work);
 void AddHelp(CLI::App& app, Work* work);
 

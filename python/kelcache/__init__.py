@@ -15,13 +15,13 @@ from typing import Optional, Union
 
 from ._core import Cache, Channel, ChannelIterator, Channels, Writer, __version__, create
 from ._errors import CacheError, CacheWarning, Cancelled
-from ._verbs import (ChannelInfo, Copied, Differences, Info, Verified, convert, diff, info, recover,
-                     retime, verify)
+from ._verbs import (ChannelInfo, Copied, Differences, Info, Verified, convert, diff, extract, info,
+                     merge, recover, resample, retime, transform, trim, verify)
 
 __all__ = ["Cache", "CacheError", "CacheWarning", "Cancelled", "Channel", "ChannelInfo",
            "ChannelIterator", "Channels", "Copied", "Differences", "Info", "Verified", "Writer",
-           "__version__", "convert", "create", "diff", "info", "open", "recover", "retime",
-           "verify"]
+           "__version__", "convert", "create", "diff", "extract", "info", "merge", "open", "recover",
+           "resample", "retime", "transform", "trim", "verify"]
 
 
 def open(path: Union[str, bytes, "os.PathLike[str]"], format: Optional[str] = None,

@@ -8,7 +8,7 @@ behind. What the command notes on standard error is in `notes`, and a CacheWarni
 from __future__ import annotations
 
 import os
-from collections.abc import Callable
+from collections.abc import Callable, Iterable
 from dataclasses import dataclass
 from fractions import Fraction
 from typing import Any, Optional, Union
@@ -18,11 +18,14 @@ from . import _core
 Path = Union[str, bytes, "os.PathLike[str]"]
 Rate = Union[float, Fraction, str]
 Progress = Callable[[int, int], Optional[bool]]
+ChannelName = Union[str, int]
+ChannelNames = Union[ChannelName, Iterable[ChannelName], None]
+Vector = tuple[float, float, float]
 
 
 @dataclass(frozen=True)
 class Copied:
-    """What convert and retime have written."""
+    """What a verb that makes a cache of others has written."""
 
     file: str
     samples: int
@@ -145,7 +148,7 @@ def convert(source: Path, target: Path, *, rate: Optional[Rate] = None,
     rate : frames per second that frames are counted at; PC2 stores none (else 24)
     channel : number or name; else all for NC, the first for PC2
     first, last : scene frames, both included
-    resample : "hold" or "linear": one value for each frame in place of the samples
+    resample : "hold", "linear" or "cubic": one value for each frame in place of the samples
     pad : PC2: "last", "nan" or "zero" for what samples of fewer points than others get for the rest
     snap_frames : NC: frames go to whole ticks: 23.976 frames per second become 24
     per_frame, compact, compact_encoding : NC: a data file per frame; compression and its form
@@ -172,6 +175,111 @@ def retime(source: Path, target: Path, *, rate: Optional[Rate] = None,
     """
     return Copied(**_take(_core.retime(source, target, rate, scale, offset, per_frame, compact,
                                        force, progress)))
+
+
+def _names(channels: ChannelNames) -> list[str]:
+    if channels is None:
+        return []
+    if isinstance(channels, (str, int)):
+        return [str(channels)]
+    return [str(channel) for channel in channels]
+
+
+def trim(source: Path, target: Path, *, first: Optional[float] = None,
+         last: Optional[float] = None, every: int = 1, channel: ChannelNames = None,
+         drop: ChannelNames = None, rate: Optional[Rate] = None, per_frame: Optional[bool] = None,
+         compact: Optional[bool] = None, force: bool = False,
+         progress: Optional[Progress] = None) -> Copied:
+    """Writes the samples of some frames of a cache.
+
+    first, last : scene frames, both included
+    every : of each channel's samples, from the first of these, one in so many
+    channel, drop : names or numbers of channels to take, and to leave out
+    rate : frames per second of a cache that stores none (PC2: else 24)
+    per_frame, compact : NC: a data file per frame, compression; None: as the source
+    force : replace a cache that is there
+
+    Raises ValueError for what the formats do not have, CacheError for what fails.
+    """
+    return Copied(**_take(_core.edit(
+        source, target, _names(channel), _names(drop), first, last, every, rate, None, None, None,
+        per_frame, compact, force, progress)))
+
+
+def extract(source: Path, target: Path, channel: ChannelNames = None, *,
+            drop: ChannelNames = None, rate: Optional[Rate] = None,
+            per_frame: Optional[bool] = None, compact: Optional[bool] = None, force: bool = False,
+            progress: Optional[Progress] = None) -> Copied:
+    """Writes some channels of a cache: those named, or all but the dropped ones. The rest is as for
+    trim."""
+    if not _names(channel) and not _names(drop):
+        raise ValueError("extract takes channel or drop")
+    return trim(source, target, channel=channel, drop=drop, rate=rate, per_frame=per_frame,
+                compact=compact, force=force, progress=progress)
+
+
+def resample(source: Path, target: Path, rate: Rate, *, method: str = "linear",
+             source_rate: Optional[Rate] = None, channel: ChannelNames = None,
+             drop: ChannelNames = None, per_frame: Optional[bool] = None,
+             compact: Optional[bool] = None, force: bool = False,
+             progress: Optional[Progress] = None) -> Copied:
+    """Writes a cache at another frame rate. Times in seconds stay; a frame that falls on a sample is
+    that sample.
+
+    rate : frames per second of the new cache
+    method : "hold", "linear" or "cubic"
+    source_rate : PC2: frames per second of the source, which stores none
+
+    The rest is as for trim.
+    """
+    return Copied(**_take(_core.edit(
+        source, target, _names(channel), _names(drop), None, None, 1, source_rate, method, rate,
+        None, per_frame, compact, force, progress)))
+
+
+def transform(source: Path, target: Path, *, scale: float = 1.0, units: str = "", axis: str = "",
+              rotate: Vector = (0.0, 0.0, 0.0), translate: Vector = (0.0, 0.0, 0.0),
+              points: ChannelNames = None, vectors: ChannelNames = None,
+              normals: ChannelNames = None, leave: ChannelNames = None,
+              channel: ChannelNames = None, drop: ChannelNames = None,
+              rate: Optional[Rate] = None, per_frame: Optional[bool] = None,
+              compact: Optional[bool] = None, force: bool = False,
+              progress: Optional[Progress] = None) -> Copied:
+    """Moves what a cache holds in space: scale and units first, then axis, rotation and translation.
+
+    units : "cm-to-m" and so on
+    axis : "y-up-to-z-up" or "z-up-to-y-up"
+    rotate : degrees about the x axis, then y, then z
+    points, vectors, normals, leave : what channels hold, where their interpretation does not tell
+
+    The rest is as for trim.
+    """
+    how = {"scale": scale, "units": units, "axis": axis, "rotate": rotate, "translate": translate,
+           "points": _names(points), "vectors": _names(vectors), "normals": _names(normals),
+           "leave": _names(leave)}
+    return Copied(**_take(_core.edit(
+        source, target, _names(channel), _names(drop), None, None, 1, rate, None, None, how,
+        per_frame, compact, force, progress)))
+
+
+def merge(sources: Iterable[Path], target: Path, *, sequence: bool = False,
+          prefer: Optional[str] = None, allow_different_ranges: bool = False,
+          rate: Optional[Rate] = None, per_frame: Optional[bool] = None,
+          compact: Optional[bool] = None, force: bool = False,
+          progress: Optional[Progress] = None) -> Copied:
+    """Writes the channels of several caches into one NC cache: side by side, or one cache after the
+    other in time.
+
+    sequence : continue each channel of the first cache with those of the same name
+    prefer : with sequence: "first" or "last", whose samples count where caches overlap
+    allow_different_ranges : side by side: they may begin or end at different frames
+    rate : frames per second of the caches that store none (PC2: else 24)
+    per_frame, compact : a data file per frame, compression; None: as the first cache
+    force : replace a cache that is there
+    """
+    return Copied(**_take(_core.merge(
+        list(sources), target, sequence, prefer, allow_different_ranges, rate, per_frame, compact,
+        force, progress)))
 
 
 def diff(a: Path, b: Path, *, channel: Union[str, int, None] = None, tolerance: float = 0.0,

@@ -50,6 +50,32 @@ def test_converting_there_and_back(make: Make, tmp_path: pathlib.Path) -> None:
     assert not kelcache.diff(source, source)
 
 
+def test_cutting_and_joining(make: Make, tmp_path: pathlib.Path) -> None:
+    source = make("a.xml", rate=24, compact=True)
+    parts = [tmp_path / f"{i}.xml" for i in range(2)]
+    kelcache.trim(source, parts[0], last=2)
+    kelcache.trim(source, parts[1], first=3, per_frame=True, compact=False)
+    assert [kelcache.info(part).compact_encoding for part in parts] == [2, None]
+    assert kelcache.merge(parts, tmp_path / "b.xml", sequence=True).samples == FRAMES
+    assert not kelcache.diff(source, tmp_path / "b.xml")
+    with pytest.warns(kelcache.CacheWarning, match="becomes a_points"):
+        kelcache.merge([source, source], tmp_path / "twice.xml")
+    kelcache.extract(tmp_path / "twice.xml", tmp_path / "one.xml", drop=["a_points"])
+    assert not kelcache.diff(source, tmp_path / "one.xml")
+    kelcache.resample(source, tmp_path / "fast.xml", 48, method="cubic", channel=0)
+    kelcache.transform(tmp_path / "fast.xml", tmp_path / "c.xml", scale=2, rotate=(0, 0, 90),
+                       translate=(0, 0, 1))
+    with kelcache.open(tmp_path / "c.xml") as cache:
+        for number, found in enumerate(cache.channels[0].read_all()):
+            x, y, z = (pose(0) + number / 2).T
+            assert np.allclose(found, np.stack([-2 * y, 2 * x, 2 * z + 1], axis=1))
+    wrong: list[dict[str, Any]] = [
+        {}, {"scale": 0}, {"units": "cm"}, {"axis": "up"}, {"translate": (0, 0, np.inf)}]
+    for how in wrong:
+        with pytest.raises(ValueError):
+            kelcache.transform(source, tmp_path / "never.xml", **how)
+
+
 def test_what_a_conversion_changes_is_told(tmp_path: pathlib.Path) -> None:
     with kelcache.create(tmp_path / "a.xml", channels={"p": "float64[3]"}) as cache:
         for frame in range(3):
@@ -67,7 +93,7 @@ def test_what_a_conversion_changes_is_told(tmp_path: pathlib.Path) -> None:
 @pytest.mark.parametrize("target, how, error, words", [
     ("a.pc2", {}, ValueError, "is the source itself|exists"), ("b.abc", {}, ValueError, "only read"),
     ("b.xml", {"rate": "fast"}, ValueError, "rate"), ("b.xml", {"first": 100}, OSError, "no sample"),
-    ("b.xml", {"resample": "cubic"}, ValueError, "none of hold, linear"),
+    ("b.xml", {"resample": "spline"}, ValueError, "none of cubic, hold, linear"),
     ("b.xml", {"max_error": 1}, ValueError, "go with --compact"), ("b.xml", {"max_error": "x"}, ValueError, ""),
     ("b.xml", {"compact_encoding": 3}, ValueError, "1 or 2"), ("b.xml", {"pad": "last"}, ValueError, "--pad"),
     ("b.xml", {"channel": "x"}, ValueError, "no channel")])
