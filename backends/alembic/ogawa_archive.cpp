@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "backends/alembic/ogawa_hierarchy.h"
+#include "backends/alembic/samples.h"
 #include "backends/io/byte_reader.h"
 #include "backends/io/checked.h"
 
@@ -106,17 +107,7 @@ bool OgawaArchive::CheckWhole(PropertyId property, std::uint64_t valueBytes,
     return error.Set(io::Error::eDamaged, "a sample of %llu bytes reaches into another block",
                      static_cast<Ull>(valueBytes));
   }
-  const Property& header = hierarchy_.properties[property];
-  if (!IsNumeric(header.type) || header.kind == EPropertyKind::eArray) {
-    const std::size_t unit =
-        IsNumeric(header.type) ? header.ElementSize() : PlainTypeSize(header.type);
-    if (valueBytes % unit == 0) return true;
-    return error.Set(io::Error::eDamaged, "a sample of %llu bytes, elements are of %zu bytes",
-                     static_cast<Ull>(valueBytes), unit);
-  }
-  if (valueBytes == header.ElementSize()) return true;
-  return error.Set(io::Error::eDamaged, "a scalar of %llu bytes, %zu are needed",
-                   static_cast<Ull>(valueBytes), header.ElementSize());
+  return CheckSampleSize(hierarchy_.properties[property], valueBytes, error);
 }
 
 bool OgawaArchive::ReadValues(PropertyId property, std::uint64_t stored, void* values,

@@ -85,34 +85,6 @@ bool PropertyHeaders::Next(PropertyRecord& record) {
   return in_.Ok();
 }
 
-bool CheckName(std::string_view name, io::Error& error) {
-  if (name.empty()) return error.Set(io::Error::eDamaged, "a name is empty");
-  if (name.find('/') == std::string_view::npos && name.find('\0') == std::string_view::npos)
-    return true;
-  return error.Set(io::Error::eDamaged, "a name of %zu characters holds '/' or a zero byte",
-                   name.size());
-}
-
-bool CheckProperty(const Property& property, std::size_t samplingCount, io::Error& error) {
-  if (property.kind == EPropertyKind::eCompound) return true;
-  if (static_cast<unsigned>(property.type) >= kPlainTypeCount) {
-    return error.Set(io::Error::eDamaged, "plain type %u, types below %u are known",
-                     static_cast<unsigned>(property.type), kPlainTypeCount);
-  }
-  if (property.extent == 0) return error.Set(io::Error::eDamaged, "elements of 0 values");
-  if (property.timeSampling >= samplingCount) {
-    return error.Set(io::Error::eDamaged, "time sampling %u, the archive has %zu",
-                     property.timeSampling, samplingCount);
-  }
-  const bool none = property.firstChanged == 0 && property.lastChanged == 0;
-  const bool ordered = property.firstChanged >= 1 &&
-                       property.firstChanged <= property.lastChanged &&
-                       property.lastChanged < property.sampleCount;
-  if (none || ordered) return true;
-  return error.Set(io::Error::eDamaged, "changes from sample %u to %u of %u", property.firstChanged,
-                   property.lastChanged, property.sampleCount);
-}
-
 bool ParseTimeSamplings(const std::vector<std::uint8_t>& block,
                         std::vector<TimeSampling>& samplings, io::Error& error) {
   io::ByteReader in(block.data(), block.size());

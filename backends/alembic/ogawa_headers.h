@@ -60,12 +60,6 @@ class PropertyHeaders {
   io::ByteReader in_;
 };
 
-/// False, with the reason, for a name that no path can hold: empty, or with '/' or a zero byte.
-bool CheckName(std::string_view name, io::Error& error);
-
-/// False, with the reason, when the numbers of a property contradict each other.
-bool CheckProperty(const Property& property, std::size_t samplingCount, io::Error& error);
-
 bool ParseTimeSamplings(const std::vector<std::uint8_t>& block,
                         std::vector<TimeSampling>& samplings, io::Error& error);
 

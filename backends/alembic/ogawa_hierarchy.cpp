@@ -12,7 +12,6 @@ using Ull = unsigned long long;  // for messages
 
 constexpr std::size_t kRootSlots = 6;
 enum ERootSlot { eLayoutVersion, eLibraryVersion, eTopObject, eMetadata, eSamplings, eTable };
-constexpr std::int32_t kOldestLibrary = 9999;
 
 // A million children with names of 200 characters stay below.
 constexpr std::uint64_t kMostHeaderBytes = std::uint64_t{1} << 28;
@@ -27,6 +26,7 @@ HierarchyReader::HierarchyReader(OgawaFile& file, Hierarchy& hierarchy,
                                  std::vector<OgawaSlot>& sampleGroups)
     : file_(file),
       hierarchy_(hierarchy),
+      builder_(hierarchy),
       sampleGroups_(sampleGroups),
       groupBudget_(std::min(file.Size(), kMostEntries * sizeof(OgawaSlot))),
       // Blocks of equal headers may be kept once for several compounds.
@@ -70,11 +70,7 @@ bool HierarchyReader::ReadVersions(const OgawaSlot* slots, io::Error& error) {
     return error.Set(io::Error::eUnsupported, "layout version %d, 0 is served",
                      versions[eLayoutVersion]);
   }
-  hierarchy_.libraryVersion = versions[eLibraryVersion];
-  if (hierarchy_.libraryVersion >= kOldestLibrary) return true;
-  return error.Set(io::Error::eUnsupported,
-                   "written by library version %d, %d is the oldest served",
-                   hierarchy_.libraryVersion, kOldestLibrary);
+  return builder_.SetLibraryVersion(versions[eLibraryVersion], error);
 }
 
 bool HierarchyReader::ReadMetadata(OgawaSlot archive, OgawaSlot table, io::Error& error) {
@@ -100,7 +96,7 @@ bool HierarchyReader::ReadObjects(OgawaSlot top, io::Error& error) {
     const auto id = static_cast<ObjectId>(hierarchy_.objects.size());
     hierarchy_.objects.push_back(pending.object);
     hierarchy_.objects[id].firstProperty = static_cast<PropertyId>(hierarchy_.properties.size());
-    if (!Settle(ReadObject(id, pending.slot, error), id, error)) return false;
+    if (!builder_.Settle(ReadObject(id, pending.slot, error), id, error)) return false;
     hierarchy_.objects[id].propertyCount = static_cast<std::uint32_t>(
         hierarchy_.properties.size() - hierarchy_.objects[id].firstProperty);
   }
@@ -114,7 +110,8 @@ bool HierarchyReader::ReadObject(ObjectId id, OgawaSlot slot, io::Error& error) 
     return error.Set(io::Error::eDamaged, "an object's group has %llu slots, 2 are needed",
                      static_cast<Ull>(group.slotCount));
   }
-  return Settle(ReadChildren(id, group, error), id, error) && ReadProperties(id, group, error);
+  return builder_.Settle(ReadChildren(id, group, error), id, error) &&
+         ReadProperties(id, group, error);
 }
 
 bool HierarchyReader::ReadChildren(ObjectId id, const OgawaGroup& group, io::Error& error) {
@@ -133,7 +130,7 @@ bool HierarchyReader::ReadChildren(ObjectId id, const OgawaGroup& group, io::Err
     child.object.parent = id;
     child.object.depth = hierarchy_.objects[id].depth + 1;
     child.object.metadata = AddMetadata(record.metadata, id);
-    if (!AddName(record.name, id, child.object.name, error)) return false;
+    if (!builder_.AddName(record.name, id, child.object.name, error)) return false;
     if (child.object.name.length != 0) pendingObjects_.push_back(child);
   }
   NoteCounts(id, "children", count, childSlots, headers.Next(record) || headers.Failed());
@@ -152,7 +149,7 @@ bool HierarchyReader::ReadProperties(ObjectId id, const OgawaGroup& group, io::E
     const PendingProperty pending = pendingProperties_.back();
     pendingProperties_.pop_back();
     const auto property = static_cast<PropertyId>(hierarchy_.properties.size());
-    if (!Settle(AddProperty(pending, error), id, error, property)) return false;
+    if (!builder_.Settle(AddProperty(pending, error), id, error, property)) return false;
   }
   return true;
 }
@@ -187,14 +184,9 @@ bool HierarchyReader::ReadCompound(ObjectId object, PropertyId parent, OgawaSlot
     PendingProperty child = {slots_[count], record.property};
     child.property.object = object;
     child.property.parent = parent;
-    const bool sound = CheckProperty(record.property, hierarchy_.timeSamplings.size(), error);
-    if (!sound) {
-      NoteProblem(object,
-                  ("property \"" + std::string(record.name) + "\": " + error.text()).c_str());
-      error.Clear();
-    }
+    const bool sound = builder_.CheckProperty(record.property, record.name, object);
     child.property.metadata = AddMetadata(record.metadata, object);
-    if (!AddName(record.name, object, child.property.name, error)) return false;
+    if (!builder_.AddName(record.name, object, child.property.name, error)) return false;
     if (sound && child.property.name.length != 0) pendingProperties_.push_back(child);
   }
   NoteCounts(object, "properties", count, group.slotCount - 1,
@@ -212,7 +204,7 @@ bool HierarchyReader::EnterGroup(OgawaSlot slot, const char* what, OgawaGroup& g
     return error.Set(io::Error::eDamaged, "%s at %llu is listed twice", what,
                      static_cast<Ull>(group.offset));
   }
-  return Spend(sizeof group.slotCount, groupBudget_, error);
+  return builder_.Spend(sizeof group.slotCount, groupBudget_, error);
 }
 
 // Headers stand in the block of a group's last slot.
@@ -222,7 +214,7 @@ bool HierarchyReader::ReadHeaderBlock(const OgawaGroup& group, const char* what,
       !file_.ReadBlock(slot, kMostHeaderBytes, what, block_, error)) {
     return false;
   }
-  return Spend(block_.size(), headerBudget_, error);
+  return builder_.Spend(block_.size(), headerBudget_, error);
 }
 
 // Reads as many of the slots as the block of headers can have records for.
@@ -230,30 +222,8 @@ bool HierarchyReader::ReadUsedSlots(const OgawaGroup& group, std::uint64_t first
                                     std::uint64_t count, io::Error& error) {
   slots_.resize(
       static_cast<std::size_t>(std::min<std::uint64_t>(count, block_.size() / kLeastRecordBytes)));
-  return Spend(slots_.size() * sizeof(OgawaSlot), groupBudget_, error) &&
+  return builder_.Spend(slots_.size() * sizeof(OgawaSlot), groupBudget_, error) &&
          file_.ReadSlots(group, first, slots_.size(), slots_.data(), error);
-}
-
-bool HierarchyReader::Spend(std::uint64_t bytes, std::uint64_t& budget, io::Error& error) {
-  if (bytes <= budget) {
-    budget -= bytes;
-    return true;
-  }
-  exhausted_ = true;
-  return error.Set(io::Error::eDamaged, "the headers unfold into more than the file can hold");
-}
-
-// A name that no path can hold comes back with length 0, and is noted.
-bool HierarchyReader::AddName(std::string_view name, ObjectId object, NameRange& range,
-                              io::Error& error) {
-  range = {};
-  if (!CheckName(name, error)) return Settle(false, object, error);
-  if (name.size() > std::numeric_limits<std::uint32_t>::max() - hierarchy_.names.size())
-    return error.Set(io::Error::eUnsupported, "the names take more than 4 GB");
-  range = {static_cast<std::uint32_t>(hierarchy_.names.size()),
-           static_cast<std::uint32_t>(name.size())};
-  hierarchy_.names += name;
-  return true;
 }
 
 std::uint32_t HierarchyReader::AddMetadata(const MetadataReference& reference, ObjectId object) {
@@ -262,24 +232,8 @@ std::uint32_t HierarchyReader::AddMetadata(const MetadataReference& reference, O
     return static_cast<std::uint32_t>(hierarchy_.metadata.size() - 1);
   }
   if (reference.number < tableSize_) return reference.number;
-  NoteProblem(object, "a header refers to metadata that the archive does not have");
+  builder_.NoteProblem(object, "a header refers to metadata that the archive does not have");
   return 0;
-}
-
-// Damage is noted and passed over; other failures end the reading.
-bool HierarchyReader::Settle(bool done, ObjectId object, io::Error& error, PropertyId property) {
-  if (done) return true;
-  if (error.kind() != io::Error::eDamaged || exhausted_) return false;
-  NoteProblem(object, error.text(), property);
-  error.Clear();
-  return true;
-}
-
-void HierarchyReader::NoteProblem(ObjectId object, const char* text, PropertyId property) {
-  if (++hierarchy_.problemCount > Hierarchy::kProblemsKept) return;
-  const std::string path =
-      property == kNone ? hierarchy_.ObjectPath(object) : hierarchy_.PropertyPath(property);
-  hierarchy_.problems.push_back(path + ": " + text);
 }
 
 void HierarchyReader::NoteCounts(ObjectId object, const char* what, std::uint64_t headers,
@@ -288,7 +242,7 @@ void HierarchyReader::NoteCounts(ObjectId object, const char* what, std::uint64_
   io::Error error;
   error.Set(io::Error::eDamaged, "%llu slots for %s, %s%llu whole headers", static_cast<Ull>(slots),
             what, moreHeaders ? "more than " : "", static_cast<Ull>(headers));
-  NoteProblem(object, error.text());
+  builder_.NoteProblem(object, error.text());
 }
 
 }  // namespace kelsdk::alembic

@@ -5,7 +5,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "backends/alembic/hierarchy.h"
+#include "backends/alembic/hierarchy_builder.h"
 #include "backends/alembic/ogawa_file.h"
 #include "backends/alembic/ogawa_headers.h"
 
@@ -48,17 +48,13 @@ class HierarchyReader {
   bool ReadHeaderBlock(const OgawaGroup& group, const char* what, io::Error& error);
   bool ReadUsedSlots(const OgawaGroup& group, std::uint64_t first, std::uint64_t count,
                      io::Error& error);
-  bool Spend(std::uint64_t bytes, std::uint64_t& budget, io::Error& error);
-
-  bool AddName(std::string_view name, ObjectId object, NameRange& range, io::Error& error);
   std::uint32_t AddMetadata(const MetadataReference& reference, ObjectId object);
-  bool Settle(bool done, ObjectId object, io::Error& error, PropertyId property = kNone);
-  void NoteProblem(ObjectId object, const char* text, PropertyId property = kNone);
   void NoteCounts(ObjectId object, const char* what, std::uint64_t headers, std::uint64_t slots,
                   bool moreHeaders);
 
   OgawaFile& file_;
   Hierarchy& hierarchy_;
+  HierarchyBuilder builder_;
   std::vector<OgawaSlot>& sampleGroups_;
   std::vector<PendingObject> pendingObjects_;
   std::vector<PendingProperty> pendingProperties_;
@@ -68,7 +64,6 @@ class HierarchyReader {
   std::uint64_t groupBudget_;   // bytes of groups that may still be read
   std::uint64_t headerBudget_;  // bytes of header blocks that may still be read
   std::size_t tableSize_ = 0;   // metadata strings that headers may refer to by number
-  bool exhausted_ = false;
 };
 
 }  // namespace kelsdk::alembic

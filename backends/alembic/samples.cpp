@@ -28,6 +28,19 @@ bool CountStringElements(const Property& property, std::uint64_t valueBytes,
 
 }  // namespace
 
+bool CheckSampleSize(const Property& property, std::uint64_t valueBytes, io::Error& error) {
+  if (!IsNumeric(property.type) || property.kind == EPropertyKind::eArray) {
+    const std::size_t unit =
+        IsNumeric(property.type) ? property.ElementSize() : PlainTypeSize(property.type);
+    if (valueBytes % unit == 0) return true;
+    return error.Set(io::Error::eDamaged, "a sample of %llu bytes, elements are of %zu bytes",
+                     static_cast<Ull>(valueBytes), unit);
+  }
+  if (valueBytes == property.ElementSize()) return true;
+  return error.Set(io::Error::eDamaged, "a scalar of %llu bytes, %zu are needed",
+                   static_cast<Ull>(valueBytes), property.ElementSize());
+}
+
 bool CountElements(const Property& property, std::uint64_t valueBytes, const Dimensions& dimensions,
                    std::uint64_t& elements, io::Error& error) {
   elements = 0;

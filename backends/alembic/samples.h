@@ -7,6 +7,10 @@
 
 namespace kelsdk::alembic {
 
+/// Whether a sample of `valueBytes` bytes is one of whole elements, of exactly one for a scalar of
+/// numbers.
+bool CheckSampleSize(const Property& property, std::uint64_t valueBytes, io::Error& error);
+
 /// Elements in an array sample of `valueBytes` bytes; false when its dimensions contradict that.
 bool CountElements(const Property& property, std::uint64_t valueBytes, const Dimensions& dimensions,
                    std::uint64_t& elements, io::Error& error);

@@ -2,14 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 namespace kelsdk::alembic {
 namespace {
-
-// The period that marks a sampling as acyclic.
-constexpr double kAcyclicPeriod = std::numeric_limits<double>::max() / 32.0;
 
 bool Near(double a, double b) {
   return std::fabs(a - b) <= TimeSampling::kTolerance;
@@ -25,7 +21,7 @@ bool Increasing(const std::vector<double>& times) {
 
 TimeSampling::EKind KindOf(double period, const std::vector<double>& times) {
   if (!Increasing(times)) return TimeSampling::eInvalid;
-  if (period == kAcyclicPeriod) return TimeSampling::eAcyclic;
+  if (period == TimeSampling::kAcyclicPeriod) return TimeSampling::eAcyclic;
   if (!std::isfinite(period) || !(period > 0)) return TimeSampling::eInvalid;
   if (times.size() == 1) return TimeSampling::eUniform;
   const bool withinCycle = times.back() - times.front() <= period;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <vector>
 
 namespace kelsdk::alembic {
@@ -18,6 +19,9 @@ struct TimeSampling {
   double period = 1;  ///< seconds; 0 for eAcyclic
   std::vector<double> times = {0.0};
   std::uint32_t maxSamples = 0;  ///< as the file claims: a hint, not a bound
+
+  /// The period that marks a sampling as acyclic.
+  static constexpr double kAcyclicPeriod = std::numeric_limits<double>::max() / 32.0;
 
   /// What stored values make: the kind, or eInvalid when the period is not positive and finite or
   /// the times are not finite, increasing and within one cycle.
