@@ -15,4 +15,5 @@ configure_package_config_file(cmake/KelCacheConfig.cmake.in KelCacheConfig.cmake
 write_basic_package_version_file(KelCacheConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/KelCacheConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/KelCacheConfigVersion.cmake
+              cmake/FindSerialHDF5.cmake
         DESTINATION ${config_dir})

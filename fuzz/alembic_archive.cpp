@@ -40,9 +40,11 @@ void ReadAll(Archive& archive) {
     kelsdk::io::Error error;
     std::uint64_t size = 0;
     std::uint64_t read = 0;
+    std::uint64_t fileBytes = 0;
     const bool sized = archive.ValueBytes(id, stored - 1, size, error);
     if (archive.ReadValues(id, stored - 1, values.data(), values.size(), read, error)) {
-      Require(sized && read == size && size <= archive.FileSize());
+      Require(sized && read == size && archive.FileBytes(id, stored - 1, fileBytes, error));
+      Require(fileBytes <= archive.FileSize());
     }
   }
 }

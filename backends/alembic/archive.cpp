@@ -1,5 +1,6 @@
 #include "backends/alembic/archive.h"
 
+#include "backends/alembic/hdf5_archive.h"
 #include "backends/alembic/ogawa_archive.h"
 #include "backends/io/checked.h"
 
@@ -16,11 +17,9 @@ bool Dimensions::Product(std::uint64_t& product) const {
 std::unique_ptr<Archive> OpenArchive(const char* path, io::Error& error) {
   auto archive = std::make_unique<OgawaArchive>();
   if (archive->Open(path, error)) return archive;
-  if (archive->IsHdf5()) {
-    error.Set(io::Error::eUnsupported,
-              "the archive is kept in HDF5, which is not served; convert it to Ogawa");
-  }
-  return nullptr;
+  if (!archive->IsHdf5()) return nullptr;
+  error.Clear();
+  return OpenHdf5Archive(path, error);
 }
 
 }  // namespace kelsdk::alembic

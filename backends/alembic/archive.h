@@ -57,6 +57,12 @@ class Archive {
   virtual bool SampleIdentity(PropertyId property, std::uint64_t stored, std::uint64_t& identity,
                               io::Error& error) = 0;
 
+  /// Bytes that a sample's values take of the file: fewer than they are when they are packed.
+  virtual bool FileBytes(PropertyId property, std::uint64_t stored, std::uint64_t& bytes,
+                         io::Error& error) {
+    return ValueBytes(property, stored, bytes, error);
+  }
+
   /// True once the list of a property's samples has been found sound.
   virtual bool HasSampleList(PropertyId property) const = 0;
 

@@ -20,8 +20,7 @@ class Verifier {
   void CheckSamples(PropertyId id);
   bool Proceed(PropertyId id);
   bool CheckSample(PropertyId id, std::uint64_t stored, io::Error& error);
-  bool CheckNumbers(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
-                    io::Error& error);
+  bool CheckNumbers(PropertyId id, std::uint64_t stored, io::Error& error);
   bool CheckText(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
                  std::uint64_t strings, io::Error& error);
   void Add(const std::string& line);
@@ -65,13 +64,14 @@ void Verifier::CheckTimes(PropertyId id) {
       " samples, times for " + std::to_string(timed));
 }
 
-bool Verifier::CheckNumbers(PropertyId id, std::uint64_t stored, std::uint64_t valueBytes,
-                            io::Error& error) {
+bool Verifier::CheckNumbers(PropertyId id, std::uint64_t stored, io::Error& error) {
   std::uint64_t identity = 0;
   if (!archive_.SampleIdentity(id, stored, identity, error)) return false;
   // Whatever their type: the bytes can be read or they cannot.
   if (!read_.insert({identity, EPlainType::eUint8, 0}).second) return true;
-  bytesRead_ += valueBytes;
+  std::uint64_t fileBytes = 0;
+  if (!archive_.FileBytes(id, stored, fileBytes, error)) return false;
+  bytesRead_ += fileBytes;
   if (bytesRead_ > archive_.FileSize())
     return error.Set(io::Error::eDamaged, "samples overlap: all together outgrow the file");
   return archive_.ReadThrough(id, stored, scratch_, error);
@@ -102,7 +102,7 @@ bool Verifier::CheckSample(PropertyId id, std::uint64_t stored, io::Error& error
       return false;
     }
   }
-  if (IsNumeric(property.type)) return CheckNumbers(id, stored, valueBytes, error);
+  if (IsNumeric(property.type)) return CheckNumbers(id, stored, error);
   return CheckText(id, stored, valueBytes, elements * property.extent, error);
 }
 
