@@ -13,6 +13,9 @@ using Ull = unsigned long long;  // for messages
 
 // Writers store a sample as one chunk. The library looks for each by going through all.
 constexpr std::uint64_t kMostChunks = 4096;
+// Nothing is called this. Asking for it makes the library look at every entry, and fail in order at
+// a damaged one; listing them without, it would free what it has not filled in yet.
+constexpr char kNoName[] = "\x01";
 // No deflated stream becomes longer than this many times its own length.
 constexpr std::uint64_t kMostInflation = 1032;
 
@@ -158,6 +161,7 @@ bool Hdf5File::ListLinks(hid_t group, std::uint64_t most, std::vector<Hdf5Link>&
   unsigned order = 0;
   if (H5Pget_link_creation_order(creation.Get(), &order) < 0) return Fail("a group", error);
   const bool kept = (order & H5P_CRT_ORDER_TRACKED) != 0;
+  if (H5Lexists(group, kNoName, H5P_DEFAULT) < 0) return Fail("the links of a group", error);
   Collector<Hdf5Link> collector{links, most, bytes, nullptr};
   const herr_t result = H5Literate(group, kept ? H5_INDEX_CRT_ORDER : H5_INDEX_NAME, H5_ITER_INC,
                                    nullptr, AddLink, &collector);
@@ -169,6 +173,7 @@ bool Hdf5File::ListAttributes(hid_t group, std::uint64_t most, std::vector<std::
                               std::uint64_t& bytes, io::Error& error) {
   bytes = 0;
   names.clear();
+  if (H5Aexists(group, kNoName) < 0) return Fail("the attributes of a group", error);
   Collector<std::string> collector{names, most, bytes, nullptr};
   const herr_t result =
       H5Aiterate2(group, H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, AddName, &collector);
