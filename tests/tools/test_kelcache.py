@@ -8,7 +8,7 @@ import sys
 import time
 import unittest
 
-from support import COMMAND, DATA, DONE, FAILED, FOUND, READER, USAGE, CommandTest, float32, run
+from support import COMMAND, DATA, DONE, FAILED, FOUND, READER, USAGE, WITH_HDF5, CommandTest, float32, run
 
 
 class RealFiles(CommandTest):
@@ -68,6 +68,30 @@ class RealFiles(CommandTest):
         self.assertIn("24 frames (0 to 23), 42 points", self.run_done("play", path))
         self.assertIn("wave", self.run_done("info", path, "--tree"))
         self.assertEqual(self.run_done("verify", path), "")
+
+    @unittest.skipUnless(WITH_HDF5, "a build without HDF5")
+    def test_alembic_in_both_containers(self):
+        for path in sorted((DATA / "abc_hdf5").glob("*.abc")):
+            with self.subTest(path.name):
+                infos = [self.info(DATA / folder / path.name) for folder in ("abc", "abc_hdf5")]
+                for info in infos:
+                    info["channels"] = sorted(
+                        ({key: value for key, value in channel.items() if key != "index"}
+                         for channel in info["channels"]), key=lambda channel: channel["name"])
+                    del info["file"], info["fileSize"], info["counts"]
+                self.assertEqual(*infos)
+        pair = [DATA / folder / "mesh_ntsc.abc" for folder in ("abc", "abc_hdf5")]
+        shown = [self.run_done("play", path).removeprefix(str(path)) for path in pair]
+        self.assertEqual(*(text.splitlines()[:2] for text in shown))  # the third is the speed
+        made = [self.folder / "ogawa.xml", self.folder / "hdf5.xml"]
+        for source, target in zip(pair, made):
+            self.run_done("convert", source, target)
+            self.assertEqual(self.run_done("verify", source), "")
+        self.run_done("diff", *made)
+
+    @unittest.skipIf(WITH_HDF5, "a build with HDF5")
+    def test_alembic_in_hdf5_is_refused(self):
+        self.expect_error(FAILED, "kept in HDF5", "info", DATA / "abc" / "hdf5_backed.abc")
 
 
 class Moments(CommandTest):
