@@ -48,8 +48,9 @@ void AddView(CLI::App& app, Work* work) {
       ->allow_extra_args(false);
   verb->add_flag("--all", options->all, "All channels that hold positions")->excludes("--channel");
   verb->add_option("--mesh", options->mesh,
-                   "Faces for a cache that has none, of a mesh with as many points")
-      ->type_name("FILE.obj|ARCHIVE.abc[:/object]");
+                   "Faces for a cache that has none, of a mesh with as many points: FILE.obj, or "
+                   "ARCHIVE.abc, followed by :/object where it holds several")
+      ->type_name("FILE");
   verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)")
       ->type_name("FRAME")
       ->check(AnyNumber());
