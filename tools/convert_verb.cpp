@@ -72,7 +72,7 @@ JobResult ConvertPlanned(const Typed& options, const PlannedCopy& copy) {
   }
   const bool replaces = state == ETargetState::eReplaced;
   if (options.dryRun) return Told(copy, replaces ? "would be replaced" : "would be converted");
-  ConvertOptions how = options;
+  ConvertOptions how = static_cast<const ConvertOptions&>(options);
   how.force = replaces || options.force;
   TerminalWatch watch(false);
   Copied converted;

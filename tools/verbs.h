@@ -74,6 +74,8 @@ void AddMerge(CLI::App& app, Work* work);
 void AddResample(CLI::App& app, Work* work);
 void AddTransform(CLI::App& app, Work* work);
 void AddReport(CLI::App& app, Work* work);
+void AddCompletion(CLI::App& app, Work* work);
+void AddManual(CLI::App& app, Work* work);
 void AddHelp(CLI::App& app, Work* work);
 
 }  // namespace kelcache
