@@ -51,12 +51,7 @@ void AddView(CLI::App& app, Work* work) {
                    "Faces for a cache that has none, of a mesh with as many points: FILE.obj, or "
                    "ARCHIVE.abc, followed by :/object where it holds several")
       ->type_name("FILE");
-  verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
-  verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
+  AddRangeOptions(verb, &options->range);
   verb->add_option("--rate", options->rate, "Frames per second that frames are counted at")
       ->type_name("FPS")
       ->check(FrameRate());
