@@ -38,6 +38,7 @@ std::vector<double> StoredTimes(const ChannelSummary& channel, const MomentRange
                                 Moments& moments) {
   std::vector<double> times;
   if (channel.sampling != "irregular" && channel.sampling != "acyclic") return times;
+  times.reserve(static_cast<std::size_t>(range.Count()));
   for (std::uint64_t i = range.first; i < range.end; ++i) times.push_back(moments.At(i).seconds);
   return times;
 }

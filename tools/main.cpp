@@ -44,6 +44,8 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddMake(app, work);
   AddRecover(app, work);
   AddReport(app, work);
+  AddCompletion(app, work);
+  AddManual(app, work);
   AddHelp(app, work);
 }
 

@@ -20,8 +20,10 @@ struct Driver {
   haddr_t end;  // of what the library has to do with
 };
 
-// The settings of a file are copied by the library; they are a pointer to the source.
-using Settings = Hdf5Source*;
+// What opening a file gets by way of the library, which copies it.
+struct Settings {
+  Hdf5Source* source;
+};
 
 const Driver* AsDriver(const H5FD_t* file) {
   return reinterpret_cast<const Driver*>(file);
@@ -32,7 +34,7 @@ H5FD_t* Open(const char* /*name*/, unsigned flags, hid_t access, haddr_t /*most*
   if (settings == nullptr || (flags & H5F_ACC_RDWR) != 0) return nullptr;
   auto* driver = new (std::nothrow) Driver{};
   if (driver == nullptr) return nullptr;
-  driver->source = *settings;
+  driver->source = settings->source;
   return &driver->base;
 }
 
@@ -129,7 +131,7 @@ Hdf5Turn::~Hdf5Turn() {
 
 Hdf5Handle OpenHdf5(Hdf5Source& source) {
   static const hid_t driver = RegisterDriver();
-  const Settings settings = &source;
+  const Settings settings = {&source};
   const Hdf5Handle access(H5Pcreate(H5P_FILE_ACCESS));
   if (driver < 0 || H5Pset_driver(access.Get(), driver, &settings) < 0) return {};
   // Nothing that is named in the file is opened; the name is for the library's messages.
