@@ -46,6 +46,7 @@ std::vector<double> StoredTimes(const ChannelSummary& channel, const MomentRange
 std::vector<const ChannelSummary*> ChannelsToCheck(const CacheSummary& summary,
                                                    const std::vector<std::string>& wanted) {
   std::vector<const ChannelSummary*> channels;
+  channels.reserve(wanted.empty() ? summary.channels.size() : wanted.size());
   for (const std::string& name : wanted) channels.push_back(&summary.FindChannel(name));
   if (!wanted.empty()) return channels;
   for (const ChannelSummary& channel : summary.channels) channels.push_back(&channel);
