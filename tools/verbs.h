@@ -73,6 +73,7 @@ void AddExtract(CLI::App& app, Work* work);
 void AddMerge(CLI::App& app, Work* work);
 void AddResample(CLI::App& app, Work* work);
 void AddTransform(CLI::App& app, Work* work);
+void AddClean(CLI::App& app, Work* work);
 void AddReport(CLI::App& app, Work* work);
 void AddHelp(CLI::App& app, Work* work);
 

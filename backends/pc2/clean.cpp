@@ -103,7 +103,7 @@ std::optional<std::string> TargetOfOlder(const std::string& name) {
   std::size_t ownLength = 0;
   if (!io::ParseOlderName(name, &length, &ownLength)) return std::nullopt;
   const std::string extension = name.substr(ownLength);
-  if (!HasExtension(extension)) return std::nullopt;
+  if (extension.size() != 4 || !HasExtension(extension)) return std::nullopt;
   return name.substr(0, length) + extension;
 }
 
