@@ -1,5 +1,6 @@
 #pragma once
 
+#include "backends/CacheLeftover.h"
 #include "host/KelTime.h"
 
 namespace kelsdk {
@@ -248,6 +249,18 @@ class zuCacheFileInterface {
   /// @param report  told one line about each; may be null
   static unsigned int leftovers(const char* folder, const char* baseName, reportFunction report,
                                 void* context);
+
+  /// Lists what dead writers and recoveries of NC caches left in a folder: partial folders, those
+  /// of living writers among them, and older caches that were kept. Disturbs no writer.
+  /// @return false when the folder cannot be read; `report`, which may be null, is told why
+  static bool listLeftovers(const char* folder, CacheLeftoverFunction told, reportFunction report,
+                            void* context);
+
+  /// Removes one of them by its name, without its folder, when it still is of no use, or with
+  /// `force` of use. Its lock is held until all is gone. Of data files go those of its identity.
+  /// @return false when it was not, or not all of it; `report`, which may be null, is told why
+  static bool removeLeftover(const char* folder, const char* name, bool force,
+                             reportFunction report, void* context);
 
   /// Whether a folder of this name is one in which a writer gathers the files of a cache, which is
   /// none yet. Of the name alone, without its path.

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "backends/CacheLeftover.h"
+
 namespace kelsdk {
 
 /// Reads or writes one PC2 point cache: a 32-byte header, then for each sample x, y, z of every
@@ -112,6 +114,18 @@ class zuPointCache2IO {
   /// of: those of dead writers. Lists one folder; touches no living writer.
   /// @param report  told one line about each; may be null
   static unsigned int leftovers(const char* fileName, reportFunction report, void* context);
+
+  /// Lists what dead writers and recoveries of PC2 files left in a folder: partial files, those of
+  /// living writers among them, and older files that were kept. Disturbs no writer.
+  /// @return false when the folder cannot be read; `report`, which may be null, is told why
+  static bool listLeftovers(const char* folder, CacheLeftoverFunction told, reportFunction report,
+                            void* context);
+
+  /// Removes one of them by its name, without its folder, when it still is of no use, or with
+  /// `force` of use. Its lock is held until all is gone.
+  /// @return false when it was not; `report`, which may be null, is told why
+  static bool removeLeftover(const char* folder, const char* name, bool force,
+                             reportFunction report, void* context);
 
  private:
   struct Impl;

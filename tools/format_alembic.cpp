@@ -152,6 +152,8 @@ const FormatRow kAlembicRow = {
     .anyFile = AnyFile,
     .recover = nullptr,
     .leftovers = nullptr,
+    .listLeftovers = nullptr,
+    .removeLeftover = nullptr,
     .expectFree = nullptr,
     .listTree = ListTree,
 };

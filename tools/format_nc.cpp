@@ -213,6 +213,16 @@ unsigned int Leftovers(const std::string& file) {
                                          nullptr);
 }
 
+bool LeftoversIn(const std::string& folder, const LeftoverFunction& told, const Say& say) {
+  return ListLeftovers(zuCacheFileInterface::listLeftovers, folder, told, say);
+}
+
+bool RemoveLeftover(const std::string& folder, const std::string& name, bool force,
+                    const Say& say) {
+  Say told = say;
+  return zuCacheFileInterface::removeLeftover(folder.c_str(), name.c_str(), force, SayLine, &told);
+}
+
 // A file that bears the name of a data file is in the way even where no description claims it.
 void ExpectFree(const std::string& file, bool force) {
   struct Found {
@@ -258,6 +268,8 @@ const FormatRow kNCRow = {
     .anyFile = AnyFile,
     .recover = Recover,
     .leftovers = Leftovers,
+    .listLeftovers = LeftoversIn,
+    .removeLeftover = RemoveLeftover,
     .expectFree = ExpectFree,
     .listTree = nullptr,
 };

@@ -105,6 +105,16 @@ unsigned int Leftovers(const std::string& file) {
   return zuPointCache2IO::leftovers(file.c_str(), nullptr, nullptr);
 }
 
+bool LeftoversIn(const std::string& folder, const LeftoverFunction& told, const Say& say) {
+  return ListLeftovers(zuPointCache2IO::listLeftovers, folder, told, say);
+}
+
+bool RemoveLeftover(const std::string& folder, const std::string& name, bool force,
+                    const Say& say) {
+  Say told = say;
+  return zuPointCache2IO::removeLeftover(folder.c_str(), name.c_str(), force, SayLine, &told);
+}
+
 }  // namespace
 
 const FormatRow kPC2Row = {
@@ -129,6 +139,8 @@ const FormatRow kPC2Row = {
     .anyFile = AnyFile,
     .recover = Recover,
     .leftovers = Leftovers,
+    .listLeftovers = LeftoversIn,
+    .removeLeftover = RemoveLeftover,
     .expectFree = nullptr,
     .listTree = nullptr,
 };

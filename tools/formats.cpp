@@ -46,6 +46,10 @@ const FormatRow& RowOf(Format format) {
   return **row;
 }
 
+std::vector<const FormatRow*> AllRows() {
+  return {std::begin(kRows), std::end(kRows)};
+}
+
 std::vector<std::string> FormatNames() {
   std::vector<std::string> names;
   for (const FormatRow* row : kRows) names.emplace_back(row->name);
@@ -109,6 +113,21 @@ void VerifyReport::Finish() const {
 
 void SayLine(void* say, const char* line) {
   (*static_cast<const Say*>(say))(line);
+}
+
+bool ListLeftovers(ListFunction list, const std::string& folder, const LeftoverFunction& told,
+                   const Say& say) {
+  const struct Context {
+    const LeftoverFunction& told;
+    const Say& say;
+  } context = {told, say};
+  const auto tell = [](void* to, const kelsdk::CacheLeftover& leftover) {
+    static_cast<const Context*>(to)->told(leftover);
+  };
+  const auto report = [](void* to, const char* line) {
+    static_cast<const Context*>(to)->say(line);
+  };
+  return list(folder.c_str(), tell, report, const_cast<Context*>(&context));
 }
 
 std::uint64_t SizeOfFile(const std::string& path) {

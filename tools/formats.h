@@ -14,6 +14,8 @@ namespace kelcache {
 /// Told one line about a file.
 using Say = std::function<void(const std::string& line)>;
 
+using LeftoverFunction = std::function<void(const kelsdk::CacheLeftover& leftover)>;
+
 /// Between a back-end that verifies, through which nothing may be thrown, and a watch.
 class VerifyReport {
  public:
@@ -95,12 +97,19 @@ struct FormatRow {
   bool (*recover)(const std::string& file, bool force, const Say& say);
   /// How many parts of caches dead writers left beside a file, which need not exist.
   unsigned int (*leftovers)(const std::string& file);
+  /// Tells of all that dead writers and recoveries left in a folder; false, with the reason, when
+  /// it cannot be read.
+  bool (*listLeftovers)(const std::string& folder, const LeftoverFunction& told, const Say& say);
+  /// Removes one of them by its name; false, with the reason, when it was not.
+  bool (*removeLeftover)(const std::string& folder, const std::string& name, bool force,
+                         const Say& say);
   /// Throws where files besides the target itself are in the way of writing it.
   void (*expectFree)(const std::string& file, bool force);
   void (*listTree)(CacheFile& cache, const Say& say);
 };
 
 const FormatRow& RowOf(Format format);
+std::vector<const FormatRow*> AllRows();
 
 /// The format that a file's extension tells, or `asName` when it is not empty. Throws eUsage for an
 /// extension that tells none, and for one that the format does not leave open.
@@ -129,6 +138,12 @@ extern const FormatRow kAlembicRow;
 
 /// For the back-ends' report functions: `say` is the context.
 void SayLine(void* say, const char* line);
+
+/// What the back-ends that list leftovers have in common.
+using ListFunction = bool (*)(const char* folder, kelsdk::CacheLeftoverFunction told,
+                              void (*report)(void* context, const char* line), void* context);
+bool ListLeftovers(ListFunction list, const std::string& folder, const LeftoverFunction& told,
+                   const Say& say);
 
 /// Bytes of a file; 0 for one that is not there.
 std::uint64_t SizeOfFile(const std::string& path);

@@ -166,19 +166,14 @@ struct InfoOptions : ManyOptions {
   bool tree = false;
 };
 
-// "5 min", "3 h", "12 d".
-std::string AgeText(const std::string& file) {
+std::string AgeOf(const std::string& file) {
   std::error_code unknown;
   const auto written = std::filesystem::last_write_time(file, unknown);
   if (unknown) return "-";
-  using std::chrono::minutes;
+  using std::chrono::seconds;
   const auto age = std::filesystem::file_time_type::clock::now() - written;
-  const auto whole = std::max<long long>(0, std::chrono::duration_cast<minutes>(age).count());
-  constexpr long long kHour = 60;
-  constexpr long long kDay = 24 * kHour;
-  if (whole < 2 * kHour) return std::to_string(whole) + " min";
-  return whole < 2 * kDay ? std::to_string(whole / kHour) + " h"
-                          : std::to_string(whole / kDay) + " d";
+  const auto whole = std::max<long long>(0, std::chrono::duration_cast<seconds>(age).count());
+  return AgeText(static_cast<std::uint64_t>(whole));
 }
 
 // "(24)" for a rate that the format does not store and nothing tells.
@@ -198,7 +193,7 @@ std::vector<std::string> CellsOf(const CacheSummary& summary) {
   return {
       RowOf(summary.format).name, knowsPoints ? std::to_string(*positions.front()->points) : "-",
       std::to_string(samples),    RateCell(summary),
-      SizeText(summary.fileSize), AgeText(summary.file)};
+      SizeText(summary.fileSize), AgeOf(summary.file)};
 }
 
 void PrintTree(const Input& input, const std::string& asName) {

@@ -36,9 +36,7 @@ class Folder {
          entry.increment(why)) {
       std::error_code unknown;
       if (entry->is_directory(unknown)) {
-        const bool isLink = entry->is_symlink(unknown);
-        const bool isOwn = IsWritersFolder(entry->path().filename().string());
-        if (options_.recursive && !isLink && !isOwn && PlaceOf(entry->path()) != except_) {
+        if (options_.recursive && IsFolderToLookIn(*entry) && PlaceOf(entry->path()) != except_) {
           Walk(entry->path());
         }
       } else if (IsCacheName(entry->path().string())) {
@@ -59,6 +57,12 @@ class Folder {
 };
 
 }  // namespace
+
+bool IsFolderToLookIn(const fs::directory_entry& entry) {
+  std::error_code unknown;
+  return entry.is_directory(unknown) && !entry.is_symlink(unknown) &&
+         !IsWritersFolder(entry.path().filename().string());
+}
 
 bool Shard::Holds(const std::string& name) const {
   // FNV-1a: the same on every machine.

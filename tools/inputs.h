@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,6 +38,10 @@ struct Input {
 /// cache when its extension says so; an .xml that is none is passed over. Links to folders are not
 /// followed. Throws eFailed for a folder without any cache.
 std::vector<Input> FindInputs(const std::vector<std::string>& given, const InputOptions& options);
+
+/// Whether --recursive goes on in what a folder holds: not through links, nor into what a writer
+/// gathers.
+bool IsFolderToLookIn(const std::filesystem::directory_entry& entry);
 
 /// Several are told of in a line each.
 inline bool AreSeveral(const std::vector<Input>& inputs) {

@@ -43,6 +43,7 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddTransform(app, work);
   AddMake(app, work);
   AddRecover(app, work);
+  AddClean(app, work);
   AddReport(app, work);
   AddCompletion(app, work);
   AddManual(app, work);

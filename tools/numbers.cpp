@@ -69,6 +69,15 @@ std::string SizeText(std::uint64_t bytes) {
   return text;
 }
 
+std::string AgeText(std::uint64_t seconds) {
+  constexpr std::uint64_t kHour = 60;  // minutes
+  constexpr std::uint64_t kDay = 24 * kHour;
+  const std::uint64_t minutes = seconds / 60;
+  if (minutes < 2 * kHour) return std::to_string(minutes) + " min";
+  return minutes < 2 * kDay ? std::to_string(minutes / kHour) + " h"
+                            : std::to_string(minutes / kDay) + " d";
+}
+
 }  // namespace kelcache
 
 namespace kelsdk {

@@ -34,4 +34,7 @@ std::string Lowered(std::string text);
 /// "1.1 MB": decimal units.
 std::string SizeText(std::uint64_t bytes);
 
+/// "5 min", "3 h", "12 d".
+std::string AgeText(std::uint64_t seconds);
+
 }  // namespace kelcache

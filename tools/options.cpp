@@ -84,6 +84,22 @@ CLI::Validator ByteSize() {
   return {take, ""};
 }
 
+CLI::Validator Duration() {
+  const auto take = [](std::string& text) {
+    const std::map<std::string, std::uint64_t> seconds = {
+        {"min", 60}, {"h", 3600}, {"d", 86400}, {"w", 604800}};
+    const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+    const auto number = ParseWholeNumber(text.substr(0, digits));
+    const auto unit = seconds.find(text.substr(digits));
+    if (!number || unit == seconds.end()) {
+      return '"' + text + "\" is no time span such as 30min, 12h, 2d or 1w";
+    }
+    text = std::to_string(*number * unit->second);
+    return std::string();
+  };
+  return {take, ""};
+}
+
 CLI::Validator ShardNumber() {
   const auto check = [](std::string& text) {
     return ParseShard(text) ? std::string() : '"' + text + "\" is no shard such as 2/8";

@@ -27,6 +27,9 @@ CLI::Validator WholeNumberFrom(unsigned int least);
 /// A number of bytes: "500000", "64M" (decimal units K, M, G). For Option::transform, likewise.
 CLI::Validator ByteSize();
 
+/// A time span: "30min", "12h", "2d", "1w". For Option::transform: it hands on seconds.
+CLI::Validator Duration();
+
 /// "2/8": one of so many shards.
 CLI::Validator ShardNumber();
 

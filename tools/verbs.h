@@ -89,6 +89,7 @@ void AddExtract(CLI::App& app, Work* work);
 void AddMerge(CLI::App& app, Work* work);
 void AddResample(CLI::App& app, Work* work);
 void AddTransform(CLI::App& app, Work* work);
+void AddClean(CLI::App& app, Work* work);
 void AddReport(CLI::App& app, Work* work);
 void AddCompletion(CLI::App& app, Work* work);
 void AddManual(CLI::App& app, Work* work);

@@ -47,9 +47,17 @@ bool OutputFile::IsHeld(const char* path) {
   return isHeld;
 }
 
+bool OutputFile::IsAt(const char* path) const {
+  struct stat own = {};
+  struct stat there = {};
+  return ::fstat(descriptor_, &own) == 0 && ::lstat(path, &there) == 0 &&
+         own.st_dev == there.st_dev && own.st_ino == there.st_ino;
+}
+
 // A file system without locks answers with another error than EWOULDBLOCK: no reason to fail.
 bool OutputFile::Lock(Error& error) {
-  if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK) return true;
+  isLocked_ = ::flock(descriptor_, LOCK_EX | LOCK_NB) == 0;
+  if (isLocked_ || errno != EWOULDBLOCK) return true;
   return error.Set(Error::eRefused, "a living writer holds the file");
 }
 

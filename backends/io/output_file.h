@@ -26,6 +26,11 @@ class OutputFile : public File {
   /// writer could meet but on a file that none holds, and for a moment only.
   static bool IsHeld(const char* path);
 
+  /// False on a file system without locks.
+  bool IsLocked() const { return isLocked_; }
+  /// True as long as the path leads to this very file; symbolic links are not followed.
+  bool IsAt(const char* path) const;
+
   bool Size(std::uint64_t* size, Error& error) const;
   /// Writes all bytes or fails, like the reads.
   bool WriteAt(std::uint64_t offset, const void* bytes, std::size_t count, Error& error);
@@ -42,6 +47,7 @@ class OutputFile : public File {
   void Written(std::uint64_t end);
   void HandOver(std::uint64_t end) const;
 
+  bool isLocked_ = false;
   std::uint64_t handedOver_ = 0;  // bytes of the file that the disk has been given
 };
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 #include "backends/io/error.h"
 #include "backends/nc/description.h"
@@ -49,9 +48,6 @@ class DataFiles {
 };
 
 // The data files as a folder holds them. May throw std::bad_alloc.
-
-/// Every name in a folder; false when it cannot be read.
-bool ListFolder(const std::string& folder, std::vector<std::string>* names, io::Error& error);
 
 /// The identity that a data file carries in its header. The error tells of its content
 /// (IsAboutContent) when it is no data file.

@@ -105,11 +105,14 @@ std::optional<Identity> ParsePartialFolderName(std::string_view name, const std:
   return ParseIdentity(name);
 }
 
-bool IsPartialFolderName(std::string_view name) {
-  if (!name.ends_with(kPartialEnding)) return false;
+std::optional<std::string> BaseOfPartialFolder(std::string_view name) {
+  if (!name.ends_with(kPartialEnding)) return std::nullopt;
   name.remove_suffix(kPartialEnding.size());
   const std::size_t dot = name.rfind('.');
-  return dot != std::string_view::npos && dot != 0 && ParseIdentity(name.substr(dot + 1));
+  if (dot == std::string_view::npos || dot == 0 || !ParseIdentity(name.substr(dot + 1))) {
+    return std::nullopt;
+  }
+  return std::string(name.substr(0, dot));
 }
 
 std::string FormatIdentity(const Identity& identity) {

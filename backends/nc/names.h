@@ -45,8 +45,8 @@ std::string PartialFolderName(const std::string& base, const Identity& identity)
 /// The identity in a name that PartialFolderName made for this cache.
 std::optional<Identity> ParsePartialFolderName(std::string_view name, const std::string& base);
 
-/// Whether PartialFolderName made the name, for whatever cache.
-bool IsPartialFolderName(std::string_view name);
+/// The base name in a name that PartialFolderName made, for whatever cache.
+std::optional<std::string> BaseOfPartialFolder(std::string_view name);
 
 std::string FormatIdentity(const Identity& identity);
 std::optional<Identity> ParseIdentity(std::string_view text);

@@ -3,6 +3,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "backends/io/folder.h"
 #include "backends/nc/data_files.h"
 
 namespace kelsdk::nc {

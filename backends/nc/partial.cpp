@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <vector>
 
+#include "backends/io/folder.h"
 #include "backends/io/replace.h"
 #include "backends/nc/data_files.h"
 

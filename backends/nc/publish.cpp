@@ -4,6 +4,7 @@
 
 #include <unordered_set>
 
+#include "backends/io/folder.h"
 #include "backends/io/replace.h"
 #include "backends/nc/data_files.h"
 #include "backends/nc/owners.h"

@@ -3,9 +3,11 @@
 #include <algorithm>
 
 #include "backends/io/beside.h"
+#include "backends/io/folder.h"
 #include "backends/io/input_file.h"
 #include "backends/nc/data_files.h"
 #include "backends/nc/file_ends.h"
+#include "backends/nc/scan.h"
 
 namespace kelsdk::nc {
 namespace {
@@ -104,17 +106,23 @@ bool TakeDescription(Remains* remains, Error& error) {
   return true;
 }
 
-// False when a living writer holds it, it cannot be looked at or there is nothing of use in it.
-bool LookAt(Remains* remains, Error& error) {
-  Partial& partial = remains->partial;
+bool ListDataFiles(Remains* remains, Error& error) {
+  const Partial& partial = remains->partial;
   std::vector<std::string> names;
-  if (!ListFolder(partial.folder, &names, error)) return false;
+  if (!io::ListFolder(partial.folder, &names, error)) return false;
   for (std::string& fileName : names) {
     if (IsDataFileName(fileName, partial.name.base)) {
       remains->dataFiles.push_back(std::move(fileName));
     }
   }
   std::sort(remains->dataFiles.begin(), remains->dataFiles.end());
+  return true;
+}
+
+// False when a living writer holds it, it cannot be looked at or there is nothing of use in it.
+bool LookInto(Remains* remains, Error& error) {
+  Partial& partial = remains->partial;
+  if (!ListDataFiles(remains, error)) return false;
   if (!partial.description.OpenExisting(partial.DescriptionPath().c_str(), error) ||
       !TakeDescription(remains, error)) {
     return false;
@@ -124,21 +132,26 @@ bool LookAt(Remains* remains, Error& error) {
   return remains->complete || !remains->dataFiles.empty();
 }
 
-// A publication that was interrupted after its last rename leaves a folder without description.
-bool FinishPublished(const Remains& remains) {
-  Partial partial = PartialIn(remains.partial.name, "");
-  partial.folder = remains.partial.folder;
-  return ForEachBase(partial.name.base, [&](const std::string& base) {
-    partial.target.base = base;
-    Description description;
-    Error ignored;
-    if (!ReadDescription(partial.target.DescriptionPath(), &description, ignored) ||
-        description.identity != remains.identity) {
-      return false;
-    }
-    FinishPublication(partial, description);
-    return true;
-  });
+// Whether recovery finds a whole time block in a data file: it reads up to the end of the first.
+bool HoldsWholeBlock(const std::string& path, const Identity& identity, bool* holds, Error& error) {
+  *holds = false;
+  io::InputFile file;
+  RecordHeader header;
+  Scan scan;
+  if (!file.Open(path.c_str(), error)) return error.kind() == Error::eNotFound;
+  RecordScanner scanner(file, file.Size());
+  while (scanner.Next(&header, error) && header.kind != eBlockEndRecord) {
+  }
+  if (error && !error.IsAboutContent()) return false;
+  const bool isScanned = ScanRecords(file, scanner.Position(), &scan, error);
+  const Error& stop = isScanned ? scan.stop : error;
+  if (stop && !stop.IsAboutContent()) {
+    error = stop;
+    return false;
+  }
+  error.Clear();
+  *holds = isScanned && scan.blockCount != 0 && scan.header.identity == identity;
+  return true;
 }
 
 bool IsMoreUrgent(const Remains& remains, const Remains& other) {
@@ -190,10 +203,10 @@ bool FindRemains(const CacheName& name, std::optional<Remains>* found, const io:
     remains.identity = *identity;
     remains.partial = PartialIn(name, folderName);
     Error why;
-    if (!LookAt(&remains, why)) {
+    if (!LookInto(&remains, why)) {
       const bool isEmpty = !remains.complete && remains.dataFiles.empty();
       if (why.kind() == Error::eNotFound && isEmpty) {
-        if (FinishPublished(remains)) {
+        if (FinishPublished(name, folderName)) {
           report.Say("%s: was in place already, cleaned up", folderName.c_str());
         }
       } else if (why) {
@@ -205,6 +218,46 @@ bool FindRemains(const CacheName& name, std::optional<Remains>* found, const io:
     } else {
       SayLeft(remains, report);
     }
+  }
+  return true;
+}
+
+bool FinishPublished(const CacheName& name, const std::string& folderName) {
+  const auto identity = ParsePartialFolderName(folderName, name.base);
+  Partial partial = PartialIn(name, folderName);
+  return identity && ForEachBase(name.base, [&](const std::string& base) {
+           partial.target.base = base;
+           Description description;
+           Error ignored;
+           if (!ReadDescription(partial.target.DescriptionPath(), &description, ignored) ||
+               description.identity != *identity) {
+             return false;
+           }
+           FinishPublication(partial, description);
+           return true;
+         });
+}
+
+bool FindUse(const CacheName& name, const std::string& folderName, Use* use, Error& error) {
+  *use = Use();
+  Remains remains;
+  remains.identity = ParsePartialFolderName(folderName, name.base).value_or(Identity{});
+  remains.partial = PartialIn(name, folderName);
+  if (!ListDataFiles(&remains, error)) return false;
+  const bool isTaken = TakeDescription(&remains, error);
+  if (remains.begunAs) use->kind = Use::eHalfPlaced;
+  if (!isTaken && !remains.begunAs && error.kind() != Error::eNotFound) return false;
+  error.Clear();
+  use->hasDescription = io::IsTaken(remains.partial.DescriptionPath().c_str());
+  if (use->kind == Use::eHalfPlaced) return true;
+  for (const std::string& fileName : remains.dataFiles) {
+    bool holds = false;
+    if (!HoldsWholeBlock(remains.partial.folder + fileName, remains.identity, &holds, error)) {
+      return false;
+    }
+    if (!holds) continue;
+    use->kind = use->hasDescription ? Use::eSavable : Use::eUnclaimed;
+    return true;
   }
   return true;
 }

@@ -4,6 +4,7 @@
 #include <unordered_set>
 
 #include "backends/io/beside.h"
+#include "backends/io/folder.h"
 #include "backends/io/replace.h"
 #include "backends/nc/data_files.h"
 #include "backends/nc/reader.h"
@@ -19,19 +20,23 @@ bool IsMissingOrDamaged(const Error& error) {
          error.kind() == Error::eDamaged;
 }
 
-bool IsDataWhole(const CacheName& name, const Description& description) {
-  Error why;
+bool OpenData(const CacheName& name, const Description& description, Error& why) {
   if (!description.isPerFrame) {
     CacheReader reader;
-    return reader.Open(name, why) || !IsMissingOrDamaged(why);
+    return reader.Open(name, why);
   }
   // However many files the description claims, the first that is not there ends it.
   return DataFiles(name.base, description).ForEach([&](const std::string& fileName) {
     Identity identity = {};
-    return ReadFileIdentity(name.folder + fileName, &identity, why)
-               ? identity == description.identity
-               : !IsMissingOrDamaged(why);
+    return ReadFileIdentity(name.folder + fileName, &identity, why) &&
+           (identity == description.identity ||
+            why.Set(Error::eDamaged, "%.100s is of another cache", fileName.c_str()));
   });
+}
+
+bool IsDataWhole(const CacheName& name, const Description& description) {
+  Error why;
+  return OpenData(name, description, why) || !IsMissingOrDamaged(why);
 }
 
 std::string DescriptionName(const std::string& base) {
@@ -121,6 +126,13 @@ Standing LookAtStanding(const CacheName& name) {
   standing.state = IsDataWhole(name, description) ? Standing::eWhole : Standing::eDamaged;
   standing.description = std::move(description);
   return standing;
+}
+
+bool OpensWhole(const CacheName& name, Identity* identity, Error& why) {
+  Description description;
+  if (!ReadDescription(name.DescriptionPath(), &description, why)) return false;
+  *identity = description.identity;
+  return OpenData(name, description, why);
 }
 
 bool FindFreeBase(const CacheName& name, const Identity& identity, std::string* base,

@@ -28,6 +28,9 @@ struct Standing {
 /// the header of each. Reads no arrays.
 Standing LookAtStanding(const CacheName& name);
 
+/// Looks likewise, and takes nothing for whole that cannot be read for now.
+bool OpensWhole(const CacheName& name, Identity* identity, io::Error& why);
+
 /// The first base name "shot.recovered", "shot.recovered2" ... that nothing bears but data files of
 /// this identity.
 bool FindFreeBase(const CacheName& name, const Identity& identity, std::string* base,

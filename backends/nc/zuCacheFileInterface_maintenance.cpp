@@ -1,5 +1,6 @@
 // The operations of the interface on whole caches, which need no open one.
 #include "backends/io/guard.h"
+#include "backends/nc/clean.h"
 #include "backends/nc/convert.h"
 #include "backends/nc/owners.h"
 #include "backends/nc/recover.h"
@@ -96,7 +97,9 @@ bool zuCacheFileInterface::recover(const char* folder, const char* baseName,
 }
 
 bool zuCacheFileInterface::isPartialFolder(const char* name) {
-  return name != nullptr && nc::IsPartialFolderName(name);
+  Error ignored;
+  return name != nullptr &&
+         io::Guarded(ignored, false, [&] { return nc::BaseOfPartialFolder(name).has_value(); });
 }
 
 unsigned int zuCacheFileInterface::leftovers(const char* folder, const char* baseName,
@@ -119,6 +122,16 @@ unsigned int zuCacheFileInterface::dataFilesInTheWay(const char* folder, const c
         error);
   });
   return count;
+}
+
+bool zuCacheFileInterface::listLeftovers(const char* folder, CacheLeftoverFunction told,
+                                         reportFunction report, void* context) {
+  return io::ListLeftovers(nc::FindLeftovers, folder, told, {report, context});
+}
+
+bool zuCacheFileInterface::removeLeftover(const char* folder, const char* name, bool force,
+                                          reportFunction report, void* context) {
+  return io::RemoveLeftover(nc::RemoveLeftover, folder, name, force, {report, context});
 }
 
 }  // namespace kelsdk

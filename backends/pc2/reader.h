@@ -16,6 +16,11 @@ class Reader {
   std::uint64_t FileSize() const { return file_.Size(); }
   std::uint32_t WholeSamples() const { return header_.WholeSamples(file_.Size()); }
 
+  /// True when all samples that the header claims are there.
+  bool IsWhole() const {
+    return header_.version == kVersion && WholeSamples() == header_.sampleCount;
+  }
+
   /// Reads the first `*pointCount` points of a sample, or as many as it has, straight into `points`
   /// (3 floats each), with at most one positioned read; `*pointCount` becomes their number.
   bool Read(std::uint32_t sample, float* points, std::uint32_t* pointCount, io::Error& error);

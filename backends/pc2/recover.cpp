@@ -1,11 +1,9 @@
 #include "backends/pc2/recover.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <memory>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -13,10 +11,12 @@
 #include <vector>
 
 #include "backends/io/beside.h"
+#include "backends/io/folder.h"
 #include "backends/io/input_file.h"
 #include "backends/io/output_file.h"
 #include "backends/io/replace.h"
 #include "backends/pc2/header.h"
+#include "backends/pc2/partial.h"
 #include "backends/pc2/reader.h"
 #include "backends/pc2/writer.h"
 
@@ -32,41 +32,22 @@ bool IsLater(const struct timespec& time, const struct timespec& other) {
   return std::tie(time.tv_sec, time.tv_nsec) > std::tie(other.tv_sec, other.tv_nsec);
 }
 
-bool IsPartialOf(const std::string& name, const std::string& targetName) {
-  const std::string prefix = targetName + kPartialSuffix;
-  return name.starts_with(prefix) &&
-         std::all_of(name.begin() + static_cast<std::ptrdiff_t>(prefix.size()), name.end(),
-                     [](char c) { return c >= '0' && c <= '9'; });
-}
-
 std::vector<Partial> FindPartials(const std::string& target) {
   const std::string folder = io::FolderOf(target);
   const std::string targetName = target.substr(target.rfind('/') + 1);
   std::vector<Partial> partials;
-  // The standard library's iterator ends the process when it has no memory.
-  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
-  while (const dirent* entry = entries != nullptr ? ::readdir(entries.get()) : nullptr) {
-    const std::string name = entry->d_name;
+  std::vector<std::string> names;
+  io::Error ignored;
+  io::ListFolder(folder, &names, ignored);
+  for (const std::string& name : names) {
     struct stat status = {};
-    if (!IsPartialOf(name, targetName) || ::stat((folder + name).c_str(), &status) != 0) continue;
+    if (TargetOfPartial(name) != targetName || ::stat((folder + name).c_str(), &status) != 0)
+      continue;
     partials.push_back({folder + name, status.st_mtim});
   }
   std::sort(partials.begin(), partials.end(),
             [](const Partial& a, const Partial& b) { return IsLater(a.written, b.written); });
   return partials;
-}
-
-// Reads the header of a partial file, corrected to the whole samples that it holds.
-template <typename File>
-bool ReadPartialHeader(const File& file, std::uint64_t size, Header* header, io::Error& error) {
-  unsigned char bytes[kHeaderSize];
-  if (!file.ReadAt(0, bytes, sizeof bytes, error) || !DecodeHeader(bytes, header, error) ||
-      !CheckCounts(*header, error)) {
-    return false;
-  }
-  header->sampleCount = header->WholeSamples(size);
-  if (header->sampleCount != 0) return true;
-  return error.Set(io::Error::eCutShort, "holds no whole sample");
 }
 
 bool OpenPartial(const std::string& path, io::OutputFile* file, Header* header, io::Error& error) {
@@ -83,14 +64,6 @@ bool IsLeftover(const std::string& path) {
   return file.Open(path.c_str(), ignored) &&
          ReadPartialHeader(file, file.Size(), &header, ignored) &&
          !io::OutputFile::IsHeld(path.c_str());
-}
-
-// "shot.recovered.pc2" for "shot.pc2", later ones with a number.
-std::string NameBeside(const std::string& target, const char* suffix, unsigned int attempt) {
-  const std::size_t name = target.rfind('/') + 1;
-  const std::size_t dot = target.rfind('.');
-  const std::size_t end = dot == std::string::npos || dot <= name ? target.size() : dot;
-  return io::NumberedName(target.substr(0, end) + suffix, attempt) + target.substr(end);
 }
 
 bool FindFreeName(const std::string& target, std::string* name, io::Error& error) {
@@ -135,8 +108,7 @@ Standing LookAtStanding(const io::ReplaceTarget& target, const Partial& partial)
   if (!reader.Open(target.path.c_str(), why)) {
     standing.isWhole = !why.IsAboutContent();
   } else {
-    standing.isWhole =
-        reader.header().version != kVersion || reader.WholeSamples() == reader.header().sampleCount;
+    standing.isWhole = reader.header().version != kVersion || reader.IsWhole();
   }
   return standing;
 }

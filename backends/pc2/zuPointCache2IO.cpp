@@ -1,6 +1,7 @@
 #include <new>
 
 #include "backends/io/guard.h"
+#include "backends/pc2/clean.h"
 #include "backends/pc2/reader.h"
 #include "backends/pc2/recover.h"
 #include "backends/pc2/verify.h"
@@ -128,6 +129,16 @@ unsigned int zuPointCache2IO::leftovers(const char* fileName, reportFunction rep
   return io::Guarded(error, 0U, [&] {
     return fileName != nullptr ? pc2::CountLeftovers(fileName, {report, context}) : 0U;
   });
+}
+
+bool zuPointCache2IO::listLeftovers(const char* folder, CacheLeftoverFunction told,
+                                    reportFunction report, void* context) {
+  return io::ListLeftovers(pc2::FindLeftovers, folder, told, {report, context});
+}
+
+bool zuPointCache2IO::removeLeftover(const char* folder, const char* name, bool force,
+                                     reportFunction report, void* context) {
+  return io::RemoveLeftover(pc2::RemoveLeftover, folder, name, force, {report, context});
 }
 
 }  // namespace kelsdk

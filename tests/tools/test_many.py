@@ -195,7 +195,7 @@ class Reports(CommandTest):
             "convert": [(DONE, path, nc), (DONE, path, nc, "--force", "--compact")],
             "retime": [(DONE, path, self.folder / "late.xml", "--offset", 1)],
             "make": [(DONE, self.folder / "new.pc2", "--points", 1, "--frames", 1)],
-            "recover": [(FAILED, path)]}
+            "recover": [(FAILED, path)], "clean": [(DONE, self.folder)]}
         for verb, calls in rows.items():
             for status, *words in calls:
                 with self.subTest(verb, words=words):
