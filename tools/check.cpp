@@ -38,6 +38,7 @@ std::vector<double> StoredTimes(const ChannelSummary& channel, const MomentRange
                                 Moments& moments) {
   std::vector<double> times;
   if (channel.sampling != "irregular" && channel.sampling != "acyclic") return times;
+  times.reserve(static_cast<std::size_t>(range.Count()));
   for (std::uint64_t i = range.first; i < range.end; ++i) times.push_back(moments.At(i).seconds);
   return times;
 }
@@ -45,6 +46,7 @@ std::vector<double> StoredTimes(const ChannelSummary& channel, const MomentRange
 std::vector<const ChannelSummary*> ChannelsToCheck(const CacheSummary& summary,
                                                    const std::vector<std::string>& wanted) {
   std::vector<const ChannelSummary*> channels;
+  channels.reserve(wanted.empty() ? summary.channels.size() : wanted.size());
   for (const std::string& name : wanted) channels.push_back(&summary.FindChannel(name));
   if (!wanted.empty()) return channels;
   for (const ChannelSummary& channel : summary.channels) channels.push_back(&channel);

@@ -106,13 +106,7 @@ void AddCheck(CLI::App& app, Work* work) {
                    "Find every point, and box, that moves further than that from one sample to the "
                    "next, instead of what is out of step")
       ->check(NumberFromZero());
-  verb->add_option("--from", options->how.range.from,
-                   "First scene frame (default: the cache's first)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
-  verb->add_option("--to", options->how.range.to, "Last scene frame (default: the cache's last)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
+  AddRangeOptions(verb, &options->how.range);
   AddManyOptions(verb, options.get());
   AddAsOption(verb, &options->asName);
   verb->callback([=] {

@@ -72,7 +72,7 @@ JobResult ConvertPlanned(const Typed& options, const PlannedCopy& copy) {
   }
   const bool replaces = state == ETargetState::eReplaced;
   if (options.dryRun) return Told(copy, replaces ? "would be replaced" : "would be converted");
-  ConvertOptions how = options;
+  ConvertOptions how = static_cast<const ConvertOptions&>(options);
   how.force = replaces || options.force;
   TerminalWatch watch(false);
   Copied converted;
@@ -157,9 +157,7 @@ void AddConvert(CLI::App& app, Work* work) {
   verb->add_flag("--snap-frames", options->snapFrames,
                  "NC: move frames to whole ticks: 23.976 frames per second become 24");
   AddChannelOptions(verb, &options->channels, "(default: all for NC, the first for PC2)");
-  verb->add_option("--from", options->range.from, "First scene frame")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
+  AddFromOption(verb, &options->range);
   AddEveryOption(verb, &options->every)->excludes("--resample");
   AddTransformOptions(verb, &options->transform);
   verb->add_flag("--per-frame", options->perFrame, "NC: one data file per frame");

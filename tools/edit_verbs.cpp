@@ -63,12 +63,7 @@ void AddTrim(CLI::App& app, Work* work) {
   verb->footer(
       "Examples:\n  kelcache trim shot.xml part.xml --from 1001 --to 1050\n"
       "  kelcache trim shot.pc2 coarse.pc2 --every 4");
-  verb->add_option("--from", edit->range.from, "First scene frame")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
-  verb->add_option("--to", edit->range.to, "Last scene frame")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
+  AddRangeOptions(verb, &edit->range);
   AddEveryOption(verb, &edit->every);
   AddRate(verb, edit.get());
 }

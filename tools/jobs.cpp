@@ -25,6 +25,11 @@ bool WasEnded(EExit status) {
   return status > eFailed;
 }
 
+std::string WithoutName(const std::string& line, const std::string& name) {
+  const std::string head = name + ": ";
+  return line.starts_with(head) ? line.substr(head.size()) : line;
+}
+
 /// Rows of aligned cells: the name, some numbers, the result.
 class Rows {
  public:
@@ -151,11 +156,11 @@ class Jobs {
     try {
       if (!input.problem.empty()) throw Failed(input.path, input.problem);
       outcome.result = work_(input);
-    } catch (const ToolError& error) {
+    } catch (const ToolError&) {
       const Failure failure = CurrentFailure();
       outcome.result.status = failure.status;
       outcome.error = failure.line;
-      outcome.reason = error.file() == input.path ? error.reason() : failure.line;
+      outcome.reason = WithoutName(failure.line, input.path);
     } catch (const std::exception&) {
       const Failure failure = CurrentFailure();
       outcome.result.status = failure.status;

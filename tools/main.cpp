@@ -45,6 +45,8 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddRecover(app, work);
   AddClean(app, work);
   AddReport(app, work);
+  AddCompletion(app, work);
+  AddManual(app, work);
   AddHelp(app, work);
 }
 

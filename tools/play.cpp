@@ -198,12 +198,7 @@ void AddPlay(CLI::App& app, Work* work) {
       "--loop 5");
   verb->add_option("FILE", options->file, "The cache")->required();
   verb->add_option("--channel", options->channel, "Channel number or name")->capture_default_str();
-  verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
-  verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
+  AddRangeOptions(verb, &options->range);
   verb->add_option("--rate", options->rate,
                    "Frames per second: NC and Alembic caches are visited at every frame of this "
                    "rate instead of at every sample; PC2 caches, which store no rate, take it as "

@@ -7,6 +7,7 @@
 
 #include "tools/formats.h"
 #include "tools/inputs.h"
+#include "tools/moments.h"
 #include "tools/options.h"
 #include "tools/tool_error.h"
 
@@ -51,6 +52,21 @@ inline void AddManyOptions(CLI::App* verb, ManyOptions* options) {
                  "Print a report as JSON; of several caches, one in a line each");
 }
 
+/// --from of a verb that takes the frames in a range.
+inline void AddFromOption(CLI::App* verb, FrameRange* range) {
+  verb->add_option("--from", range->from, "First scene frame (default: the cache's first)")
+      ->type_name("FRAME")
+      ->check(AnyNumber());
+}
+
+/// --from and --to.
+inline void AddRangeOptions(CLI::App* verb, FrameRange* range) {
+  AddFromOption(verb, range);
+  verb->add_option("--to", range->to, "Last scene frame (default: the cache's last)")
+      ->type_name("FRAME")
+      ->check(AnyNumber());
+}
+
 /// The option --json of a verb that takes one file.
 inline void AddJsonOption(CLI::App* verb, bool* json) {
   verb->add_flag("--json", *json, "Print a report as JSON");
@@ -75,6 +91,8 @@ void AddResample(CLI::App& app, Work* work);
 void AddTransform(CLI::App& app, Work* work);
 void AddClean(CLI::App& app, Work* work);
 void AddReport(CLI::App& app, Work* work);
+void AddCompletion(CLI::App& app, Work* work);
+void AddManual(CLI::App& app, Work* work);
 void AddHelp(CLI::App& app, Work* work);
 
 }  // namespace kelcache

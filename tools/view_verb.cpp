@@ -48,14 +48,10 @@ void AddView(CLI::App& app, Work* work) {
       ->allow_extra_args(false);
   verb->add_flag("--all", options->all, "All channels that hold positions")->excludes("--channel");
   verb->add_option("--mesh", options->mesh,
-                   "Faces for a cache that has none, of a mesh with as many points")
-      ->type_name("FILE.obj|ARCHIVE.abc[:/object]");
-  verb->add_option("--from", options->range.from, "First scene frame (default: the cache's first)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
-  verb->add_option("--to", options->range.to, "Last scene frame (default: the cache's last)")
-      ->type_name("FRAME")
-      ->check(AnyNumber());
+                   "Faces for a cache that has none, of a mesh with as many points: FILE.obj, or "
+                   "ARCHIVE.abc, followed by :/object where it holds several")
+      ->type_name("FILE");
+  AddRangeOptions(verb, &options->range);
   verb->add_option("--rate", options->rate, "Frames per second that frames are counted at")
       ->type_name("FPS")
       ->check(FrameRate());

@@ -209,6 +209,29 @@ class Accepted(CommandTest):
 
 
 class Help(CommandTest):
+    def test_bash_completes(self):
+        script = self.folder / "kelcache.bash"
+        script.write_text(self.run_done("completion", "bash"))
+        for line, expected in [("kelcache con", "convert"),
+                               ("kelcache convert --co", "--compact --compact-encoding"),
+                               ("kelcache convert --resample ''", "cubic hold linear"),
+                               ("kelcache info --as p", "pc2"), ("kelcache help tri", "trim"),
+                               ("kelcache info /", ""), ("kelcache completion f", "fish")]:
+            told = subprocess.run(["bash", "-c", f"""source {script}
+                COMP_WORDS=({line}); COMP_CWORD=$((${{#COMP_WORDS[@]}} - 1)); _kelcache
+                echo "${{COMPREPLY[@]}}" """], capture_output=True, text=True)
+            self.assertEqual((told.stdout, told.stderr), (expected + "\n", ""), line)
+
+    def test_manual_pages_tell_every_option(self):
+        self.run_done("manual", "--into", self.folder)
+        pages = sorted(path.stem for path in self.folder.glob("*.1"))
+        verbs = re.findall(r"(?m)^  ([a-z]+) ", self.run_done("--help").split("\nOptions:")[0])
+        self.assertEqual(pages, sorted(["kelcache"] + ["kelcache-" + verb for verb in verbs]))
+        for verb in verbs:
+            page = (self.folder / f"kelcache-{verb}.1").read_text().replace("\\-", "-")
+            for option in re.findall(r"(?m)^  (?:-\w, )?(--[\w-]+)", self.run_done(verb, "--help")):
+                self.assertIn(option, page, verb)
+
     def test_is_the_same_at_any_width(self):
         bare = run()
         self.assertEqual((bare.returncode, bare.stdout), (USAGE, ""))
