@@ -40,17 +40,8 @@ void TakeTo(Typed* options) {
 }
 
 EExit ConvertOne(const Typed& options, const std::string& in, const std::string& out) {
-  if (options.many.json) {
-    return Report("convert", in, [&] {
-      TerminalWatch watch(false);
-      const Copied copied = Convert(in, out, options, watch);
-      return CopiedResult(out, copied, watch.notes());
-    });
-  }
-  TerminalWatch watch(true);
-  const Copied converted = Convert(in, out, options, watch);
-  PrintLine(stdout, CopiedText(out, converted.samples));
-  return converted.missing ? eFound : eDone;
+  return TellCopy("convert", in, out, options.many.json,
+                  [&](Watch& watch) { return Convert(in, out, options, watch); });
 }
 
 JobResult Told(const PlannedCopy& copy, const char* what) {

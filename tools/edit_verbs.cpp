@@ -2,8 +2,8 @@
 #include <memory>
 
 #include "tools/convert.h"
+#include "tools/copied_result.h"
 #include "tools/edit_options.h"
-#include "tools/terminal_watch.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -13,16 +13,9 @@ namespace {
 struct Typed : ConvertOptions {
   std::string in;
   std::string out;
+  bool json = false;
 };
 using Edit = std::shared_ptr<Typed>;
-
-EExit Run(const Typed& options) {
-  CatchInterrupts();
-  TerminalWatch watch(true);
-  const Copied copied = Convert(options.in, options.out, options, watch);
-  PrintLine(stdout, CopiedText(options.out, copied.samples));
-  return copied.missing ? eFound : eDone;
-}
 
 // The parts that all of them have. `lacks`: what is to be given besides, "" for nothing.
 template <typename Lacks>
@@ -35,10 +28,14 @@ CLI::App* AddEdit(CLI::App& app, Work* work, const Edit& edit, const char* name,
   AddChannelOptions(verb, &edit->channels, "(default: all)");
   AddFormOptions(verb, edit.get());
   verb->add_flag("--force", edit->force, "Replace a cache that is there");
+  AddJsonOption(verb, &edit->json);
   verb->callback([=] {
     const std::string what = lacks(*edit);
     if (!what.empty()) throw CLI::RequiredError(what);
-    *work = [=] { return Run(*edit); };
+    *work = [=] {
+      return TellCopy(name, edit->in, edit->out, edit->json,
+                      [&](Watch& watch) { return Convert(edit->in, edit->out, *edit, watch); });
+    };
   });
   return verb;
 }

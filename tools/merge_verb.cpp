@@ -1,10 +1,10 @@
 #include <cstdio>
 #include <memory>
 
+#include "tools/copied_result.h"
 #include "tools/edit_options.h"
 #include "tools/merge.h"
 #include "tools/options.h"
-#include "tools/terminal_watch.h"
 #include "tools/verbs.h"
 
 namespace kelcache {
@@ -12,17 +12,16 @@ namespace {
 
 struct Typed : MergeOptions {
   std::vector<std::string> files;  // inputs, then the target
+  bool json = false;
 };
 
 EExit MergeTyped(const Typed& options) {
-  CatchInterrupts();
   std::vector<std::string> inputs = options.files;
   const std::string out = inputs.back();
   inputs.pop_back();
-  TerminalWatch watch(true);
-  const Copied copied = Merge(inputs, out, options, watch);
-  PrintLine(stdout, CopiedText(out, copied.samples));
-  return copied.missing ? eFound : eDone;
+  const std::string first = inputs.empty() ? out : inputs.front();
+  return TellCopy("merge", first, out, options.json,
+                  [&](Watch& watch) { return Merge(inputs, out, options, watch); });
 }
 
 }  // namespace
@@ -52,6 +51,7 @@ void AddMerge(CLI::App& app, Work* work) {
       ->check(FrameRate());
   AddFormOptions(verb, options.get());
   verb->add_flag("--force", options->force, "Replace a cache that is there");
+  AddJsonOption(verb, &options->json);
   verb->callback([=] { *work = [=] { return MergeTyped(*options); }; });
 }
 

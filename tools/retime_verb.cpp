@@ -17,18 +17,8 @@ struct Typed : RetimeOptions {
 };
 
 EExit RetimeTyped(const Typed& options) {
-  CatchInterrupts();
-  if (options.json) {
-    return Report("retime", options.in, [&] {
-      TerminalWatch watch(false);
-      const Copied copied = Retime(options.in, options.out, options, watch);
-      return CopiedResult(options.out, copied, watch.notes());
-    });
-  }
-  TerminalWatch watch(true);
-  const Copied copied = Retime(options.in, options.out, options, watch);
-  PrintLine(stdout, CopiedText(options.out, copied.samples));
-  return copied.missing ? eFound : eDone;
+  return TellCopy("retime", options.in, options.out, options.json,
+                  [&](Watch& watch) { return Retime(options.in, options.out, options, watch); });
 }
 
 }  // namespace

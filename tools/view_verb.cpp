@@ -1,5 +1,6 @@
 #include <memory>
 
+#include "tools/jobs.h"
 #include "tools/terminal_watch.h"
 #include "tools/verbs.h"
 #include "tools/view.h"
@@ -9,10 +10,31 @@ namespace {
 
 struct Typed : ViewOptions {
   std::string file;
+  bool json = false;
 };
+
+JobResult ViewForReport(const Typed& options) {
+  TerminalWatch watch(false);
+  const Viewed viewed = View(options.file, options, watch);
+  JobResult result;
+  result.status = viewed.missing ? eFound : eDone;
+  result.notes = watch.notes();
+  result.report = {{"target", viewed.page},
+                   {"largestError", viewed.largestError},
+                   {"counts",
+                    {{"frames", viewed.moments},
+                     {"objects", viewed.objects},
+                     {"points", viewed.points},
+                     {"findings", viewed.findings},
+                     {"bytes", viewed.bytes}}}};
+  return result;
+}
 
 EExit ViewTyped(const Typed& options) {
   CatchInterrupts();
+  if (options.json) {
+    return Report("view", options.file, [&] { return ViewForReport(options); });
+  }
   TerminalWatch watch(true);
   const Viewed viewed = View(options.file, options, watch);
   PrintLine(stdout, viewed.page + ": " + std::to_string(viewed.moments) + " frames, " +
@@ -62,6 +84,7 @@ void AddView(CLI::App& app, Work* work) {
       ->transform(ByteSize());
   verb->add_flag("--force", options->force, "Replace a page that is there");
   AddAsOption(verb, &options->asName);
+  AddJsonOption(verb, &options->json);
   verb->callback([=] { *work = [=] { return ViewTyped(*options); }; });
 }
 

@@ -194,6 +194,8 @@ class Reports(CommandTest):
             "play": [(DONE, path, "--stats")], "diff": [(FOUND, path, other)],
             "convert": [(DONE, path, nc), (DONE, path, nc, "--force", "--compact")],
             "retime": [(DONE, path, self.folder / "late.xml", "--offset", 1)],
+            "trim": [(DONE, path, self.folder / "part.pc2", "--to", 2)],
+            "view": [(DONE, path, "-o", self.folder / "page.html")],
             "make": [(DONE, self.folder / "new.pc2", "--points", 1, "--frames", 1)],
             "recover": [(FAILED, path)], "clean": [(DONE, self.folder)]}
         for verb, calls in rows.items():
@@ -204,6 +206,7 @@ class Reports(CommandTest):
                     report = json.loads(done.stdout)
                     self.assertEqual((report["verb"], report["status"], report["file"]),
                                      (verb, status, str(words[0])))
+                    self.assertTrue(report["counts"] or status == FAILED)
                     extra = set(report) - documented["Every report"]
                     self.assertLessEqual(extra, documented[verb])
                     self.assertLessEqual(documented["Every report"], set(report))
