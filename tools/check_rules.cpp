@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <unordered_map>
+#include <utility>
 
 #include "tools/numbers.h"
 
@@ -67,8 +68,9 @@ class Rules {
       }
       if (pose.elements > 1 && pose.hasBox) diagonals.push_back(pose.diagonal);
     }
-    for (std::size_t i = 1; i < all_.size(); ++i) countChanges_ += HasOtherCount(i) ? 1U : 0U;
-    pointsComeAndGo_ = IsHabit(countChanges_, all_.size());
+    std::size_t countChanges = 0;
+    for (std::size_t i = 1; i < all_.size(); ++i) countChanges += HasOtherCount(i) ? 1U : 0U;
+    pointsComeAndGo_ = IsHabit(countChanges, all_.size());
     knowsSpeed_ = speeds.size() >= kLeastMoves && !pointsComeAndGo_;
     typicalSpeed_ = LowerMedian(std::move(speeds));
     typicalMove_ = LowerMedian(std::move(moves));
@@ -237,7 +239,6 @@ class Rules {
   const Poses& poses_;
   const std::vector<Pose>& all_;
   double maxMove_;
-  std::size_t countChanges_ = 0;
   bool pointsComeAndGo_ = false;  // they are born and die: their number changes all the time
   bool knowsSpeed_ = false;
   double typicalMove_ = 0;   // of the fastest point in a step,
