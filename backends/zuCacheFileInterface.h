@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backends/CacheLeftover.h"
+#include "backends/CacheProgress.h"
 #include "host/KelTime.h"
 
 namespace kelsdk {
@@ -249,6 +250,15 @@ class zuCacheFileInterface {
   /// @param report  told one line about each; may be null
   static unsigned int leftovers(const char* folder, const char* baseName, reportFunction report,
                                 void* context);
+
+  /// Follows a writer of a cache that is at work, the one that began last: what it gathers is
+  /// looked at, `told` of it, and so on until it is published, given up or its writer has died.
+  /// Each look goes on where the one before it ended. Disturbs no writer.
+  /// @param report  told when there are several, and why the folder cannot be read; may be null. It
+  ///                has the same context
+  /// @return false when none is at work, and nothing was told
+  static bool follow(const char* folder, const char* baseName, CacheProgressFunction told,
+                     reportFunction report, void* context);
 
   /// Lists what dead writers and recoveries of NC caches left in a folder: partial folders, those
   /// of living writers among them, and older caches that were kept. Disturbs no writer.

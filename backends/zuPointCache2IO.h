@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "backends/CacheLeftover.h"
+#include "backends/CacheProgress.h"
 
 namespace kelsdk {
 
@@ -114,6 +115,14 @@ class zuPointCache2IO {
   /// of: those of dead writers. Lists one folder; touches no living writer.
   /// @param report  told one line about each; may be null
   static unsigned int leftovers(const char* fileName, reportFunction report, void* context);
+
+  /// Follows a writer of `fileName` that is at work, the one that began last: what it gathers is
+  /// looked at, `told` of it, and so on until it is published, given up or its writer has died.
+  /// Disturbs no writer.
+  /// @param report  told when there are several; may be null. It has the same context
+  /// @return false when none is at work, and nothing was told
+  static bool follow(const char* fileName, CacheProgressFunction told, reportFunction report,
+                     void* context);
 
   /// Lists what dead writers and recoveries of PC2 files left in a folder: partial files, those of
   /// living writers among them, and older files that were kept. Disturbs no writer.

@@ -2,7 +2,7 @@ include(CMakePackageConfigHelpers)
 
 # The public headers: the object, the host services and the three back-end interfaces.
 install(FILES cache/KelCache.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelcache/cache)
-install(FILES backends/AlembicInterface.h backends/CacheLeftover.h backends/zuCacheFileInterface.h
+install(FILES backends/AlembicInterface.h backends/CacheLeftover.h backends/CacheProgress.h backends/zuCacheFileInterface.h
               backends/zuPointCache2IO.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelcache/backends)
 install(DIRECTORY host/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kelcache/host

@@ -152,6 +152,7 @@ const FormatRow kAlembicRow = {
     .anyFile = AnyFile,
     .recover = nullptr,
     .leftovers = nullptr,
+    .follow = nullptr,
     .listLeftovers = nullptr,
     .removeLeftover = nullptr,
     .expectFree = nullptr,

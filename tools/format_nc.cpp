@@ -213,6 +213,12 @@ unsigned int Leftovers(const std::string& file) {
                                          nullptr);
 }
 
+bool Follow(const std::string& file, FollowReport* report) {
+  const NCName name(file);
+  return zuCacheFileInterface::follow(name.folder.c_str(), name.baseName.c_str(),
+                                      FollowReport::Look, FollowReport::Line, report);
+}
+
 bool LeftoversIn(const std::string& folder, const LeftoverFunction& told, const Say& say) {
   return ListLeftovers(zuCacheFileInterface::listLeftovers, folder, told, say);
 }
@@ -268,6 +274,7 @@ const FormatRow kNCRow = {
     .anyFile = AnyFile,
     .recover = Recover,
     .leftovers = Leftovers,
+    .follow = Follow,
     .listLeftovers = LeftoversIn,
     .removeLeftover = RemoveLeftover,
     .expectFree = ExpectFree,

@@ -105,6 +105,10 @@ unsigned int Leftovers(const std::string& file) {
   return zuPointCache2IO::leftovers(file.c_str(), nullptr, nullptr);
 }
 
+bool Follow(const std::string& file, FollowReport* report) {
+  return zuPointCache2IO::follow(file.c_str(), FollowReport::Look, FollowReport::Line, report);
+}
+
 bool LeftoversIn(const std::string& folder, const LeftoverFunction& told, const Say& say) {
   return ListLeftovers(zuPointCache2IO::listLeftovers, folder, told, say);
 }
@@ -139,6 +143,7 @@ const FormatRow kPC2Row = {
     .anyFile = AnyFile,
     .recover = Recover,
     .leftovers = Leftovers,
+    .follow = Follow,
     .listLeftovers = LeftoversIn,
     .removeLeftover = RemoveLeftover,
     .expectFree = nullptr,

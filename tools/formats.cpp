@@ -107,6 +107,25 @@ bool VerifyReport::Proceed(void* report, unsigned long long done, unsigned long 
   }
 }
 
+bool FollowReport::Look(void* report, const kelsdk::CacheProgress& progress) {
+  auto& follow = *static_cast<FollowReport*>(report);
+  try {
+    follow.look_(progress);
+    return true;
+  } catch (...) {
+    follow.thrown_ = std::current_exception();
+    return false;
+  }
+}
+
+void FollowReport::Line(void* report, const char* line) {
+  static_cast<const FollowReport*>(report)->say_(line);
+}
+
+void FollowReport::Finish() const {
+  if (thrown_) std::rethrow_exception(thrown_);
+}
+
 void VerifyReport::Finish() const {
   if (thrown_ != nullptr) std::rethrow_exception(thrown_);
 }

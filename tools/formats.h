@@ -35,6 +35,24 @@ class VerifyReport {
   std::exception_ptr thrown_;
 };
 
+/// Between a back-end that follows a writer, through which nothing may be thrown, and who looks on.
+class FollowReport {
+ public:
+  using LookFunction = std::function<void(const kelsdk::CacheProgress& progress)>;
+
+  FollowReport(LookFunction look, Say say) : look_(std::move(look)), say_(std::move(say)) {}
+  /// What the back-ends call, with this as the context.
+  static bool Look(void* report, const kelsdk::CacheProgress& progress);
+  static void Line(void* report, const char* line);
+  /// Throws what was thrown in a look.
+  void Finish() const;
+
+ private:
+  LookFunction look_;
+  Say say_;
+  std::exception_ptr thrown_;
+};
+
 /// The last of the samples around one that their archive keeps only once, and what tells these
 /// bytes from all others of the archive; 0 for no bytes.
 struct SampleRun {
@@ -97,6 +115,8 @@ struct FormatRow {
   bool (*recover)(const std::string& file, bool force, const Say& say);
   /// How many parts of caches dead writers left beside a file, which need not exist.
   unsigned int (*leftovers)(const std::string& file);
+  /// Follows a writer that is at work; false when none is.
+  bool (*follow)(const std::string& file, FollowReport* report);
   /// Tells of all that dead writers and recoveries left in a folder; false, with the reason, when
   /// it cannot be read.
   bool (*listLeftovers)(const std::string& folder, const LeftoverFunction& told, const Say& say);

@@ -5,6 +5,8 @@
 #include <memory>
 
 #include "tools/channel_kind.h"
+#include "tools/follow.h"
+#include "tools/interrupt.h"
 #include "tools/jobs.h"
 #include "tools/leftovers.h"
 #include "tools/moments.h"
@@ -16,6 +18,8 @@
 
 namespace kelcache {
 namespace {
+
+using kelsdk::CacheProgress;
 
 Json ChannelJson(const ChannelSummary& channel) {
   return {{"index", channel.index},
@@ -164,6 +168,9 @@ void PrintText(const CacheSummary& summary) {
 
 struct InfoOptions : ManyOptions {
   bool tree = false;
+  bool follow = false;
+  double interval = 1;              // of --follow, seconds
+  std::optional<double> lastFrame;  // likewise, that is expected
 };
 
 std::string AgeOf(const std::string& file) {
@@ -230,8 +237,66 @@ JobResult InfoOn(const Input& input, const InfoOptions& options, bool alone) {
   return result;
 }
 
+// A writer that ended before its cache was in place; empty: before it was looked for.
+JobResult Unpublished(const std::string& file, const std::optional<CacheProgress>& last) {
+  JobResult result;
+  result.status = eFound;
+  std::string line;
+  if (!last) {
+    line = "no writer is at work on it, and one has died; kelcache recover " + file +
+           " saves what it left";
+    result.report = {{"state", "not at work"}};
+  } else {
+    const std::string samples = std::to_string(last->samples) + " samples";
+    if (last->state == CacheProgress::eGivenUp) {
+      line = "its writer gave up after " + samples + ", and nothing was put in place";
+    } else if (last->samples == 0) {
+      line = "its writer died before a sample was whole";
+    } else {
+      line = "its writer died after " + samples + "; kelcache recover " + file + " saves them";
+    }
+    result.report = {{"state", StateText(last->state)},
+                     {"counts", {{"samples", last->samples}, {"bytes", last->bytes}}}};
+  }
+  result.lines = {file + ": " + line};
+  result.notes = {line};
+  return result;
+}
+
+JobResult FollowOn(const Input& input, const InfoOptions& options) {
+  const FormatRow& row = RowOf(FormatOf(input.path, options.asName));
+  if (row.follow == nullptr) {
+    throw ToolError(eUsage, input.path + ": " + row.whyNotWritten + ", so none can be followed");
+  }
+  const auto last =
+      FollowWriter(input.path, row, {options.interval, options.lastFrame, options.json});
+  const bool isPublished = last && last->state == CacheProgress::ePublished;
+  if (!isPublished && (last || row.leftovers(input.path) != 0)) {
+    return Unpublished(input.path, last);
+  }
+  JobResult result = InfoOn(input, options, true);
+  if (!isPublished) {
+    constexpr char kNobody[] = "no writer is at work on it";
+    PrintError(input.path + ": " + kNobody);
+    result.notes.emplace_back(kNobody);
+  }
+  if (result.result != "complete") result.status = eFound;
+  result.report["state"] = isPublished ? "published" : "not at work";
+  return result;
+}
+
+EExit Follow(const std::vector<Input>& inputs, const InfoOptions& options) {
+  if (AreSeveral(inputs)) throw ToolError(eUsage, "--follow takes one cache");
+  EndOnInterrupts();
+  JobsOutput output = {"info", "shown", options.json};
+  output.isLastReport = true;
+  return RunJobs(
+      inputs, 1, [&](const Input& input) { return FollowOn(input, options); }, output);
+}
+
 EExit Info(const InfoOptions& options) {
   const std::vector<Input> inputs = options.Inputs();
+  if (options.follow) return Follow(inputs, options);
   if (options.tree) {
     for (const Input& input : inputs) PrintTree(input, options.asName);
     return eDone;
@@ -258,13 +323,30 @@ void AddInfo(CLI::App& app, Work* work) {
       "channels and size. Of several caches, each has a line of a table.");
   verb->footer(
       "Examples:\n  kelcache info shot.pc2\n  kelcache info body.abc --tree\n"
-      "  kelcache info /show/caches --recursive");
+      "  kelcache info /show/caches --recursive\n"
+      "  kelcache info sim.xml --follow --to 240");
   verb->add_option("FILE", options->files, "Caches and folders of caches")->required();
   AddManyOptions(verb, options.get());
   AddAsOption(verb, &options->asName);
   verb->add_flag("--tree", options->tree,
                  "Alembic: print the hierarchy of objects with their properties instead")
       ->excludes("--json");
+  CLI::Option* follow = verb->add_flag("--follow", options->follow,
+                                       "While it is being written: tell how much is there until it "
+                                       "is put in place, or its writer "
+                                       "has died")
+                            ->excludes("--tree");
+  verb->add_option("--interval", options->interval, "Seconds from look to look")
+      ->type_name("SECONDS")
+      ->check(NumberAboveZero())
+      ->capture_default_str()
+      ->needs(follow);
+  verb->add_option("--to", options->lastFrame,
+                   "The last scene frame that will be written, for the time left (default: what a "
+                   "PC2 file promises)")
+      ->type_name("FRAME")
+      ->check(AnyNumber())
+      ->needs(follow);
   verb->callback([=] { *work = [=] { return Info(*options); }; });
 }
 

@@ -213,7 +213,7 @@ class Jobs {
                    {"findings", Json::array()},
                    {"counts", Json::object()}};
     report.update(result.report);
-    const int indent = several_ ? -1 : 2;
+    const int indent = several_ || output_.isLastReport ? -1 : 2;
     const std::string text = report.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
     std::fwrite(text.data(), 1, text.size(), stdout);
   }

@@ -34,6 +34,7 @@ struct JobsOutput {
   std::vector<Column> columns = {};  ///< between the name and the result
   bool rowsAtEnd = false;            ///< below all other lines
   std::string shard = {};            ///< of which these inputs are; its end is reported, too
+  bool isLastReport = false;         ///< that of one input follows others, in a line like them
 };
 
 /// Runs `work` on every input, `jobs` at a time on threads of their own, and tells what each came

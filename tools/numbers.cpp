@@ -69,6 +69,18 @@ std::string SizeText(std::uint64_t bytes) {
   return text;
 }
 
+std::string DurationText(double seconds) {
+  constexpr double kMost = 359999;  // 99:59:59
+  const auto whole = static_cast<unsigned int>(std::min(std::ceil(seconds), kMost));
+  char text[32];
+  if (whole < 3600) {
+    std::snprintf(text, sizeof text, "%u:%02u", whole / 60, whole % 60);
+  } else {
+    std::snprintf(text, sizeof text, "%u:%02u:%02u", whole / 3600, whole / 60 % 60, whole % 60);
+  }
+  return text;
+}
+
 std::string AgeText(std::uint64_t seconds) {
   constexpr std::uint64_t kHour = 60;  // minutes
   constexpr std::uint64_t kDay = 24 * kHour;

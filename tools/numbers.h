@@ -34,6 +34,9 @@ std::string Lowered(std::string text);
 /// "1.1 MB": decimal units.
 std::string SizeText(std::uint64_t bytes);
 
+/// "1:02", with hours "1:02:03".
+std::string DurationText(double seconds);
+
 /// "5 min", "3 h", "12 d".
 std::string AgeText(std::uint64_t seconds);
 

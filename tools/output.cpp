@@ -8,23 +8,6 @@
 #include "tools/terminal.h"
 
 namespace kelcache {
-namespace {
-
-// "1:02", with hours "1:02:03".
-std::string DurationText(double seconds) {
-  constexpr double kMost = 359999;  // 99:59:59
-  const auto whole = static_cast<unsigned int>(std::min(std::ceil(seconds), kMost));
-  char text[32];
-  if (whole < 3600) {
-    std::snprintf(text, sizeof text, "%u:%02u", whole / 60, whole % 60);
-  } else {
-    std::snprintf(text, sizeof text, "%u:%02u:%02u", whole / 3600, whole / 60 % 60, whole % 60);
-  }
-  return text;
-}
-
-}  // namespace
-
 Progress::Progress(std::uint64_t total, bool wanted, const std::string& file)
     : total_(total), active_(wanted && total > 0 && IsTerminal(stderr)) {
   if (active_) name_ = Printable(std::filesystem::path(file).filename().string());

@@ -1,6 +1,7 @@
 #include "backends/io/folder.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -20,13 +21,18 @@ bool ListFolder(const std::string& folder, std::vector<std::string>* names, Erro
 }
 
 bool LookAt(const std::string& path, Entry* entry, Error& error) {
-  struct stat status = {};
-  if (::lstat(path.c_str(), &status) != 0) return error.SetSystem(errno, "cannot look at it");
-  entry->isFile = S_ISREG(status.st_mode);
-  entry->isFolder = S_ISDIR(status.st_mode);
-  entry->size = static_cast<std::uint64_t>(status.st_size);
-  entry->written = status.st_mtime;
-  entry->changed = status.st_ctime;
+  struct statx status = {};
+  if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME,
+              &status) != 0) {
+    return error.SetSystem(errno, "cannot look at it");
+  }
+  entry->isFile = S_ISREG(status.stx_mode);
+  entry->isFolder = S_ISDIR(status.stx_mode);
+  entry->size = status.stx_size;
+  entry->written = status.stx_mtime.tv_sec;
+  entry->changed = status.stx_ctime.tv_sec;
+  entry->made = (status.stx_mask & STATX_BTIME) != 0 ? status.stx_btime.tv_sec : 0;
+  entry->number = status.stx_ino;
   return true;
 }
 

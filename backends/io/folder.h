@@ -18,6 +18,8 @@ struct Entry {
   std::uint64_t size = 0;
   std::int64_t written = 0;
   std::int64_t changed = 0;  ///< its names, permissions or content
+  std::int64_t made = 0;     ///< 0 where the file system does not tell
+  std::uint64_t number = 0;  ///< tells it from all others of its file system
 };
 
 bool LookAt(const std::string& path, Entry* entry, Error& error);

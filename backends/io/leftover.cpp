@@ -18,9 +18,9 @@ std::string WithSlash(const char* folder) {
 
 }  // namespace
 
-bool IsSettled(const Leftover& leftover) {
+bool IsSettled(std::int64_t since) {
   constexpr std::int64_t kSettled = 600;  // seconds; clocks of file servers differ by some
-  return leftover.since <= std::time(nullptr) - kSettled;
+  return since <= std::time(nullptr) - kSettled;
 }
 
 bool ParseOlderName(const std::string& name, std::size_t* length, std::size_t* ownLength) {

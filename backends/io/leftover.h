@@ -36,7 +36,7 @@ inline constexpr char kReplaced[] = "what took its place is whole";
 /// A writer makes its file or folder, then locks it, then writes: what holds nothing may be one
 /// that is about to be locked, and then nothing may be asked of its lock. True once it is old
 /// enough for that to be over.
-bool IsSettled(const Leftover& leftover);
+bool IsSettled(std::int64_t since);
 inline constexpr char kNotSettled[] =
     "holds nothing, and is too young to tell that its writer died";
 

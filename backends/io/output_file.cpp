@@ -39,12 +39,18 @@ bool OutputFile::OpenExisting(const char* path, Error& error) {
   return false;
 }
 
-bool OutputFile::IsHeld(const char* path) {
+OutputFile::EHolder OutputFile::HolderOf(const char* path) {
   const int descriptor = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) return true;
-  const bool isHeld = ::flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (descriptor < 0) return eCannotTell;
+  const bool isFree = ::flock(descriptor, LOCK_SH | LOCK_NB) == 0;
+  const EHolder holder = isFree ? eNobody : errno == EWOULDBLOCK ? eWriter : eNoLocks;
   ::close(descriptor);
-  return isHeld;
+  return holder;
+}
+
+bool OutputFile::IsHeld(const char* path) {
+  const EHolder holder = HolderOf(path);
+  return holder == eWriter || holder == eCannotTell;
 }
 
 bool OutputFile::IsAt(const char* path) const {

@@ -22,8 +22,16 @@ class OutputFile : public File {
   /// Opens an existing file; eRefused when a living writer holds it.
   bool OpenExisting(const char* path, Error& error);
 
-  /// True when a living writer holds the file, or when that cannot be told. Takes no lock that a
-  /// writer could meet but on a file that none holds, and for a moment only.
+  enum EHolder {
+    eNobody,
+    eWriter,      ///< a living one
+    eNoLocks,     ///< the file system has none
+    eCannotTell,  ///< the file cannot be opened
+  };
+  /// Who holds a file. Takes no lock that a writer could meet but on a file that none holds, and
+  /// for a moment only.
+  static EHolder HolderOf(const char* path);
+  /// True when a living writer holds the file, and when it cannot be opened.
   static bool IsHeld(const char* path);
 
   /// False on a file system without locks.

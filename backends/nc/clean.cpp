@@ -127,7 +127,7 @@ class PartialFolder {
     } else if (!FindUse(name_, folderName_, &use, error)) {
       leftover_.CannotBeTold(error);
     } else if (use.kind == Use::eNone && (files_.data.empty() || description.empty()) &&
-               !io::IsSettled(leftover_)) {
+               !io::IsSettled(leftover_.since)) {
       leftover_.Is(CacheLeftover::eInUse, io::kNotSettled);
     } else if (!isLockOurs_ && !description.empty() &&
                io::OutputFile::IsHeld((path_ + description).c_str())) {

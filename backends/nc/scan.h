@@ -13,8 +13,10 @@ namespace kelsdk::nc {
 /// Steps through the records of a data file, header by header. Payloads are not read.
 class RecordScanner {
  public:
-  /// @param end  where the records end at the latest; at most the file's size
-  RecordScanner(const io::InputFile& file, std::uint64_t end) : file_(file), end_(end) {}
+  /// @param end    where the records end at the latest; at most the file's size
+  /// @param start  where one begins
+  RecordScanner(const io::InputFile& file, std::uint64_t end, std::uint64_t start = kHeaderSize)
+      : file_(file), end_(end), position_(start) {}
 
   /// Takes the next record, whose payload lies inside the file. False at the end and at anything
   /// that is no whole record; `error` tells which, and is clear at the end.
@@ -26,7 +28,7 @@ class RecordScanner {
  private:
   const io::InputFile& file_;
   std::uint64_t end_;
-  std::uint64_t position_ = kHeaderSize;
+  std::uint64_t position_;
 };
 
 /// What the records of a data file say without its indices, up to the last whole time block.

@@ -2,6 +2,7 @@
 #include "backends/io/guard.h"
 #include "backends/nc/clean.h"
 #include "backends/nc/convert.h"
+#include "backends/nc/follow.h"
 #include "backends/nc/owners.h"
 #include "backends/nc/recover.h"
 #include "backends/nc/remains.h"
@@ -122,6 +123,15 @@ unsigned int zuCacheFileInterface::dataFilesInTheWay(const char* folder, const c
         error);
   });
   return count;
+}
+
+bool zuCacheFileInterface::follow(const char* folder, const char* baseName,
+                                  CacheProgressFunction told, reportFunction report,
+                                  void* context) {
+  const io::Report lines{report, context};
+  return Run(folder, baseName, false, lines, [&](const nc::CacheName& name, Error& error) {
+    return nc::Follow(name, told, lines, error);
+  });
 }
 
 bool zuCacheFileInterface::listLeftovers(const char* folder, CacheLeftoverFunction told,

@@ -44,7 +44,7 @@ void JudgePartial(const std::string& path, const io::InputFile& file, bool isLoc
   const bool holdsSamples = ReadPartialHeader(file, file.Size(), &header, error);
   if (error && !error.IsAboutContent()) {
     leftover->CannotBeTold(error);
-  } else if (!holdsSamples && !io::IsSettled(*leftover)) {
+  } else if (!holdsSamples && !io::IsSettled(leftover->since)) {
     leftover->Is(CacheLeftover::eInUse, io::kNotSettled);
   } else if (!isLockOurs && io::OutputFile::IsHeld(path.c_str())) {
     leftover->Is(CacheLeftover::eInUse, io::kHeldByWriter);

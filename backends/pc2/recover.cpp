@@ -3,15 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <optional>
 #include <string>
-#include <tuple>
 #include <utility>
-#include <vector>
 
 #include "backends/io/beside.h"
-#include "backends/io/folder.h"
 #include "backends/io/input_file.h"
 #include "backends/io/output_file.h"
 #include "backends/io/replace.h"
@@ -22,33 +18,6 @@
 
 namespace kelsdk::pc2 {
 namespace {
-
-struct Partial {
-  std::string path;
-  struct timespec written;
-};
-
-bool IsLater(const struct timespec& time, const struct timespec& other) {
-  return std::tie(time.tv_sec, time.tv_nsec) > std::tie(other.tv_sec, other.tv_nsec);
-}
-
-std::vector<Partial> FindPartials(const std::string& target) {
-  const std::string folder = io::FolderOf(target);
-  const std::string targetName = target.substr(target.rfind('/') + 1);
-  std::vector<Partial> partials;
-  std::vector<std::string> names;
-  io::Error ignored;
-  io::ListFolder(folder, &names, ignored);
-  for (const std::string& name : names) {
-    struct stat status = {};
-    if (TargetOfPartial(name) != targetName || ::stat((folder + name).c_str(), &status) != 0)
-      continue;
-    partials.push_back({folder + name, status.st_mtim});
-  }
-  std::sort(partials.begin(), partials.end(),
-            [](const Partial& a, const Partial& b) { return IsLater(a.written, b.written); });
-  return partials;
-}
 
 bool OpenPartial(const std::string& path, io::OutputFile* file, Header* header, io::Error& error) {
   std::uint64_t size = 0;

@@ -2,6 +2,7 @@
 
 #include "backends/io/guard.h"
 #include "backends/pc2/clean.h"
+#include "backends/pc2/follow.h"
 #include "backends/pc2/reader.h"
 #include "backends/pc2/recover.h"
 #include "backends/pc2/verify.h"
@@ -129,6 +130,16 @@ unsigned int zuPointCache2IO::leftovers(const char* fileName, reportFunction rep
   return io::Guarded(error, 0U, [&] {
     return fileName != nullptr ? pc2::CountLeftovers(fileName, {report, context}) : 0U;
   });
+}
+
+bool zuPointCache2IO::follow(const char* fileName, CacheProgressFunction told,
+                             reportFunction report, void* context) {
+  const io::Report lines{report, context};
+  io::Error error;
+  const bool followed = io::Guarded(
+      error, false, [&] { return pc2::Follow(fileName != nullptr ? fileName : "", told, lines); });
+  if (error) lines.Say("%s", error.text());
+  return followed;
 }
 
 bool zuPointCache2IO::listLeftovers(const char* folder, CacheLeftoverFunction told,

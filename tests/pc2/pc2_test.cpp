@@ -203,6 +203,41 @@ TEST_F(PC2, RecoversTheSamplesBeforeTheFirstGap) {
   }
 }
 
+TEST_F(PC2, FollowingTellsTheSamplesBeforeTheFirstGap) {
+  struct Seen {
+    CacheProgress::EState state;
+    unsigned long long samples, promised;
+    double lastFrame;
+    bool operator==(const Seen&) const = default;
+  };
+  struct Follower {
+    zuPointCache2IO writer;
+    std::vector<Seen> seen;
+
+    static bool Look(void* context, const CacheProgress& progress) {
+      auto& self = *static_cast<Follower*>(context);
+      self.seen.push_back(
+          {progress.state, progress.samples, progress.promised, progress.lastFrame});
+      const int order[] = {0, 1, 4, 2};
+      float points[6] = {};
+      const size_t next = self.seen.size();
+      if (next < std::size(order)) return self.writer.writeSample(order[next], points);
+      return next != std::size(order) || self.writer.endWriteData();
+    }
+  } follower;
+  float points[6] = {};
+  ASSERT_TRUE(follower.writer.initialize(path_.c_str(), zuPointCache2IO::writeMode) &&
+              follower.writer.beginWriteData(2, 5, -5, 0.5) &&
+              follower.writer.writeSample(0, points));
+  EXPECT_TRUE(zuPointCache2IO::follow(path_.c_str(), Follower::Look, nullptr, &follower));
+  const std::vector<Seen> expected = {{CacheProgress::eAtWork, 1, 5, -5},
+                                      {CacheProgress::eAtWork, 2, 5, -4.5},
+                                      {CacheProgress::eAtWork, 2, 0, -4.5},
+                                      {CacheProgress::eAtWork, 2, 0, -4.5},
+                                      {CacheProgress::ePublished, 2, 0, -4.5}};
+  EXPECT_EQ(follower.seen, expected);
+}
+
 // Permissions bind everybody but the superuser: look at them as another user.
 TEST_F(PC2, AReadOnlyFileIsNotReplaced) {
   WriteBytes(path_, MakePC2(1, 1, 12));

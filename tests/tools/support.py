@@ -10,6 +10,7 @@ import signal
 import struct
 import subprocess
 import tempfile
+import time
 import unittest
 
 COMMAND = os.environ["KELCACHE"]
@@ -82,6 +83,30 @@ class CommandTest(unittest.TestCase):
         path = self.pc2(name, points, samples, [])
         os.truncate(path, 32 + 12 * points * samples)
         return path
+
+    def begin_writer(self, name, *more, points=1000, frames=8000000):
+        """A writer that is stopped once it has written samples, alive until it is killed, and what
+        it gathers them in."""
+        path = self.folder / name
+        known = set(self.contents())
+        writer = begin("make", path, "--points", points, "--frames", frames, *more)
+        self.addCleanup(lambda: (writer.kill(), writer.communicate()))
+        deadline = time.monotonic() + 20
+        while time.monotonic() < deadline:
+            left = [self.folder / new for new in set(self.contents()) - known]
+            if writer.poll() is not None:
+                return writer, None
+            if left and self.size(left[0]) > 200000:
+                writer.send_signal(signal.SIGSTOP)
+                os.waitpid(writer.pid, os.WUNTRACED)
+                return writer, left[0]
+            time.sleep(0.01)
+        self.fail("the writer writes nothing")
+
+    @staticmethod
+    def size(path):
+        files = path.iterdir() if path.is_dir() else [path]
+        return sum(os.lstat(each).st_size for each in files)
 
     def contents(self):
         return sorted(os.listdir(self.folder))

@@ -3,32 +3,15 @@
 import json
 import os
 import shutil
-import signal
 import time
 import unittest
 
-from support import DONE, FAILED, USAGE, CommandTest, begin, run
+from support import DONE, FAILED, USAGE, CommandTest, run
 
 IDENTITY = "0123456789abcdef" * 2
 
 
 class CleanTest(CommandTest):
-    def begin_writer(self, name, *more):
-        """A writer that is stopped once it has written samples, alive until it is killed."""
-        path = self.folder / name
-        known = set(self.contents())
-        writer = begin("make", path, "--points", 1000, "--frames", 8000000, *more)
-        self.addCleanup(lambda: (writer.kill(), writer.communicate()))
-        deadline = time.monotonic() + 20
-        while time.monotonic() < deadline:
-            left = [self.folder / new for new in set(self.contents()) - known]
-            if left and self.size(left[0]) > 200000:
-                writer.send_signal(signal.SIGSTOP)
-                os.waitpid(writer.pid, os.WUNTRACED)
-                return writer, left[0]
-            time.sleep(0.01)
-        self.fail("the writer writes nothing")
-
     def dead_writer(self, name, *more):
         writer, left = self.begin_writer(name, *more)
         writer.kill()
@@ -41,11 +24,6 @@ class CleanTest(CommandTest):
         self.dead_writer(name, "--force", *more)
         self.run_done("recover", path, "--force")
         return path
-
-    @staticmethod
-    def size(path):
-        files = path.iterdir() if path.is_dir() else [path]
-        return sum(os.lstat(each).st_size for each in files)
 
     @staticmethod
     def age(path, hours=1.0):
