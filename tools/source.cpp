@@ -61,6 +61,10 @@ std::optional<SampleRun> Source::RunAt(const ChannelSummary& channel, const Mome
 
 bool NoteWhatIsMissing(const Source& source, const FrameRange& range, Watch& watch) {
   const CacheSummary& summary = source.summary();
+  if (summary.problems != 0) {
+    watch.Note(summary.file + ": " + summary.WhatIsMissing());
+    return true;
+  }
   if (!summary.pc2 || summary.complete || summary.pc2->points == 0) return false;
   const PC2Summary& pc2 = *summary.pc2;
   watch.Note(summary.file + ": cut short: " + summary.WhatIsMissing());

@@ -51,8 +51,9 @@ class Source {
   Room room_;
 };
 
-/// Notes that a PC2 file is cut short, which is then served for its whole samples.
-/// @return whether samples are missing that lie in the range
+/// Notes that a PC2 file is cut short, which is then served for its whole samples, or that an
+/// archive has damaged parts, without which it is served.
+/// @return whether samples are missing that lie in the range, or parts
 bool NoteWhatIsMissing(const Source& source, const FrameRange& range, Watch& watch);
 
 }  // namespace kelcache

@@ -203,6 +203,9 @@ class WhatIsNotThere(ValuesTest):
         path.write_bytes(whole[:at] + b"\xff" * 8 + whole[at + 8:])
         self.assertIn("damaged and left out", self.info(path)["missing"])
         self.assertFalse(self.info(path)["complete"])
+        for verb in (["convert", path, self.nc], ["play", path], ["diff", path, path],
+                     ["trim", path, self.folder / "part.xml", "--to", 2]):
+            self.assertIn("damaged and left out", self.run_found(*verb))
 
 
 class ClaimsOfTinyFiles(ValuesTest):
