@@ -135,6 +135,7 @@ const FormatRow kAlembicRow = {
     .name = "alembic",
     .extension = ".abc",
     .whyNotWritten = "Alembic archives are only read",
+    .forms = [] { return std::string(AlembicInterface::Containers()); },
     .ownsExtension = false,
     .hasLayouts = false,
     .storesRate = false,

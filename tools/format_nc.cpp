@@ -229,6 +229,12 @@ bool RemoveLeftover(const std::string& folder, const std::string& name, bool for
   return zuCacheFileInterface::removeLeftover(folder.c_str(), name.c_str(), force, SayLine, &told);
 }
 
+std::string Forms() {
+  return "raw (.ncx), compact (.ncc) in encodings " +
+         std::to_string(zuCacheFileInterface::kFirstCompactEncoding) + " and " +
+         std::to_string(zuCacheFileInterface::kCompactEncoding);
+}
+
 // A file that bears the name of a data file is in the way even where no description claims it.
 void ExpectFree(const std::string& file, bool force) {
   struct Found {
@@ -257,6 +263,7 @@ const FormatRow kNCRow = {
     .name = "nc",
     .extension = ".xml",
     .whyNotWritten = nullptr,
+    .forms = Forms,
     .ownsExtension = true,
     .hasLayouts = true,
     .storesRate = true,

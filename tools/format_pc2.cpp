@@ -126,6 +126,7 @@ const FormatRow kPC2Row = {
     .name = "pc2",
     .extension = ".pc2",
     .whyNotWritten = nullptr,
+    .forms = [] { return std::string("version 1"); },
     .ownsExtension = false,
     .hasLayouts = false,
     .storesRate = false,

@@ -75,6 +75,7 @@ struct FormatRow {
   const char* name;           ///< for --as and --json
   const char* extension;      ///< ".pc2"
   const char* whyNotWritten;  ///< null: the command writes it
+  std::string (*forms)();     ///< of the format that this build knows, for --version
   bool ownsExtension;         ///< the extension is part of the cache's name, to the letter
   bool hasLayouts;            ///< takes --per-frame, --compact, --channels ...
   bool storesRate;            ///< frames per second

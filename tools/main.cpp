@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tools/failure.h"
+#include "tools/formats.h"
 #include "tools/help.h"
 #include "tools/interrupt.h"
 #include "tools/terminal.h"
@@ -50,6 +51,14 @@ void AddVerbs(CLI::App& app, Work* work) {
   AddHelp(app, work);
 }
 
+void PrintVersion(const std::string& version) {
+  PrintLine(stdout, version);
+  for (const FormatRow* row : AllRows()) {
+    PrintLine(stdout, std::string(row->name) + ": " + row->forms() + "; " +
+                          (row->whyNotWritten == nullptr ? "read and written" : "read"));
+  }
+}
+
 // What the command line asks for; throws eUsage for one that makes no sense.
 Work Parse(CLI::App& app, int argc, char** argv, Work* work) {
   // The parser would only say that a verb is missing.
@@ -71,7 +80,10 @@ Work Parse(CLI::App& app, int argc, char** argv, Work* work) {
   } catch (const CLI::CallForHelp&) {
     return print(app.help());
   } catch (const CLI::CallForVersion& version) {
-    return print(version.what() + std::string("\n"));
+    return [text = std::string(version.what())] {
+      PrintVersion(text);
+      return eDone;
+    };
   } catch (const CLI::ParseError& error) {
     std::string help = app.get_name();
     for (const CLI::App* verb : app.get_subcommands()) help += ' ' + verb->get_name();
@@ -85,7 +97,8 @@ EExit Run(int argc, char** argv) {
   app.footer(kFooter);
   app.require_subcommand(1);
   app.set_help_flag("-h,--help", "Print this help");
-  app.set_version_flag("--version", "kelcache " KELCACHE_VERSION, "Print the version");
+  app.set_version_flag("--version", "kelcache " KELCACHE_VERSION,
+                       "Print the version and the formats built in");
   Work work;
   AddVerbs(app, &work);
   if (argc < 2) {

@@ -6,6 +6,7 @@
 
 #include "backends/alembic/archive.h"
 #include "backends/alembic/channels.h"
+#include "backends/alembic/hdf5_archive.h"
 #include "backends/alembic/report.h"
 #include "backends/io/error.h"
 #include "backends/io/guard.h"
@@ -231,6 +232,10 @@ bool AlembicInterface::GetSampleRun(unsigned int channelIndex, unsigned int samp
     identity = place;
     return true;
   });
+}
+
+const char* AlembicInterface::Containers() {
+  return kelsdk::alembic::Containers();
 }
 
 unsigned long long AlembicInterface::GetProblemCount() const {

@@ -8,4 +8,8 @@ std::unique_ptr<Archive> OpenHdf5Archive(const char* /*path*/, io::Error& error)
   return nullptr;
 }
 
+const char* Containers() {
+  return "Ogawa";
+}
+
 }  // namespace kelsdk::alembic

@@ -321,4 +321,13 @@ std::unique_ptr<Archive> OpenHdf5Archive(const char* path, io::Error& error) {
   return archive;
 }
 
+// In two steps: in one the text would be the names of the macros.
+#define KEL_TEXT_OF(number) #number
+#define KEL_DOTTED(major, minor, release) \
+  KEL_TEXT_OF(major) "." KEL_TEXT_OF(minor) "." KEL_TEXT_OF(release)
+
+const char* Containers() {
+  return "Ogawa, HDF5 (libhdf5 " KEL_DOTTED(H5_VERS_MAJOR, H5_VERS_MINOR, H5_VERS_RELEASE) ")";
+}
+
 }  // namespace kelsdk::alembic

@@ -10,4 +10,7 @@ namespace kelsdk::alembic {
 /// no support for it. Throws std::bad_alloc.
 std::unique_ptr<Archive> OpenHdf5Archive(const char* path, io::Error& error);
 
+/// The containers that this build reads, for a person: "Ogawa, HDF5 (libhdf5 1.10.8)".
+const char* Containers();
+
 }  // namespace kelsdk::alembic

@@ -15,7 +15,8 @@ import threading
 import time
 import unittest
 
-from support import COMMAND, DATA, DONE, FAILED, FOUND, USAGE, CommandTest, begin, run
+from support import (COMMAND, DATA, DONE, FAILED, FOUND, USAGE, WITH_HDF5, CommandTest, begin,
+                     run)
 
 SIGNALS = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
@@ -236,7 +237,10 @@ class Help(CommandTest):
         bare = run()
         self.assertEqual((bare.returncode, bare.stdout), (USAGE, ""))
         self.assertTrue(bare.stderr == self.run_done("--help") == self.run_done("help"))
-        self.assertRegex(self.run_done("--version"), r"^kelcache \d+\.\d+\.\d+\n$")
+        hdf5 = r", HDF5 \(libhdf5 [\d.]+\)" if WITH_HDF5 else ""
+        self.assertRegex(self.run_done("--version"),
+                         r"^kelcache \d+\.\d+\.\d+\npc2: .*\nnc: .*encodings 1 and 2; read and "
+                         rf"written\nalembic: Ogawa{hdf5}; read\n$")
         for verb in "info play dump verify diff convert retime make recover help".split():
             self.assertRegex(bare.stderr, f"\n  {verb} +[A-Z]")
             narrow, usual, wide = [run(verb, "-h", env={**os.environ, "COLUMNS": columns}).stdout
