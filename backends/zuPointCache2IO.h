@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "backends/CacheLeftover.h"
+#include "host/KelApi.h"
 
 namespace kelsdk {
 
@@ -11,7 +12,7 @@ namespace kelsdk {
 ///
 /// Samples count from 0, the first one in the file, whatever frame the header starts at. Every
 /// failure is a value; nothing throws. One object serves one file and one call at a time.
-class zuPointCache2IO {
+class KEL_API zuPointCache2IO {
  public:
   enum openMode { readMode = 0, writeMode = 1 };
 
@@ -128,7 +129,7 @@ class zuPointCache2IO {
                              reportFunction report, void* context);
 
  private:
-  struct Impl;
+  struct KEL_PRIVATE Impl;
   Impl* impl;
 
  public:
