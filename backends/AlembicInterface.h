@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/KelApi.h"
 #include "host/KelString.h"
 #include "host/KelTime.h"
 
@@ -39,7 +40,7 @@ struct AlembicChannelInfo {
 /// Reads one Alembic archive as a list of channels: the numeric array and scalar properties that
 /// have samples, of every object. docs/alembic-channels.md says which, in which order and how times
 /// select samples. Every failure is a value; nothing throws. One object serves one call at a time.
-class AlembicInterface {
+class KEL_API AlembicInterface {
  public:
   /// `readOnly` is always true: this class does not write.
   explicit AlembicInterface(bool readOnly);
@@ -128,6 +129,6 @@ class AlembicInterface {
   bool Verify(ReportFunction report, void* context, ProceedFunction proceed = nullptr);
 
  private:
-  struct Impl;
+  struct KEL_PRIVATE Impl;
   Impl* impl;
 };

@@ -2,6 +2,7 @@
 
 #include "backends/CacheLeftover.h"
 #include "backends/CacheProgress.h"
+#include "host/KelApi.h"
 #include "host/KelTime.h"
 
 namespace kelsdk {
@@ -26,7 +27,7 @@ struct zuCacheData {
 /// values or bytes. Strings handed out through a `char**` come from KelMalloc and become the
 /// caller's. Every failure is a value; nothing throws. One object serves one call at a time.
 /// docs/nc-format.md gives the files byte by byte.
-class zuCacheFileInterface {
+class KEL_API zuCacheFileInterface {
  public:
   /// The clock of NC caches.
   static constexpr int kTicksPerSecond = 6000;
@@ -287,7 +288,7 @@ class zuCacheFileInterface {
                                         void* context);
 
  private:
-  struct Impl;
+  struct KEL_PRIVATE Impl;
   Impl* impl;
 };
 

@@ -4,6 +4,7 @@
 
 #include "backends/CacheLeftover.h"
 #include "backends/CacheProgress.h"
+#include "host/KelApi.h"
 
 namespace kelsdk {
 
@@ -12,7 +13,7 @@ namespace kelsdk {
 ///
 /// Samples count from 0, the first one in the file, whatever frame the header starts at. Every
 /// failure is a value; nothing throws. One object serves one file and one call at a time.
-class zuPointCache2IO {
+class KEL_API zuPointCache2IO {
  public:
   enum openMode { readMode = 0, writeMode = 1 };
 
@@ -137,7 +138,7 @@ class zuPointCache2IO {
                              reportFunction report, void* context);
 
  private:
-  struct Impl;
+  struct KEL_PRIVATE Impl;
   Impl* impl;
 
  public:

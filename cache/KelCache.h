@@ -1,6 +1,7 @@
 #pragma once
 
 #include "backends/zuCacheFileInterface.h"
+#include "host/KelApi.h"
 #include "host/KelClassId.h"
 #include "host/KelManager.h"
 #include "host/KelMemory.h"
@@ -36,7 +37,7 @@ struct KelCache_internal;
 ///   +-99.4 hours) is refused with code 3.
 /// - The object takes no locks and has no threads: one call at a time. Separate objects share
 ///   nothing and may be used on separate threads at the same time.
-class KelCache : public KelObject {
+class KEL_API KelCache : public KelObject {
  public:
   enum EFileFormat : int {
     eUnknownFormat = 0,
@@ -332,8 +333,8 @@ class KelCache : public KelObject {
 
 /// The element types of NC channels: bytes of one value, values per element, whether values are
 /// 32-bit floats. 0, 0 and false for types that are not read or written.
-unsigned int GetTypeSize(zuCacheData::zuCacheDataType type);
-unsigned int GetTypeLength(zuCacheData::zuCacheDataType type);
-bool GetTypeIsFloat(zuCacheData::zuCacheDataType type);
+KEL_API unsigned int GetTypeSize(zuCacheData::zuCacheDataType type);
+KEL_API unsigned int GetTypeLength(zuCacheData::zuCacheDataType type);
+KEL_API bool GetTypeIsFloat(zuCacheData::zuCacheDataType type);
 
 }  // namespace kelsdk

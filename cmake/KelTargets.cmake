@@ -1,6 +1,7 @@
 # How every target of this project is compiled, in one place.
 
 add_library(kel_options INTERFACE)
+target_compile_features(kel_options INTERFACE cxx_std_20)
 target_compile_options(kel_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
   -Wimplicit-fallthrough
@@ -13,15 +14,17 @@ if(KELCACHE_SANITIZE)
   add_link_options(-fsanitize=${KELCACHE_SANITIZE})
 endif()
 
-# kel_library(NAME SOURCES...): a static library that sees the source tree's headers as
-# "host/...", "backends/..." and "cache/...", and the installed ones the same way.
+# The headers of the source tree, as "host/...", "backends/..." and "cache/...".
+add_library(kel_headers INTERFACE)
+target_include_directories(kel_headers INTERFACE ${PROJECT_SOURCE_DIR})
+
+# kel_library(NAME SOURCES...): a part of the library, as objects for either kind of it and as a static
+# library of its own, for what looks inside.
 function(kel_library name)
   add_library(${name} STATIC ${ARGN})
-  add_library(KelCache::${name} ALIAS ${name})
-  target_include_directories(${name} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kelcache>)
-  target_link_libraries(${name} PRIVATE $<BUILD_INTERFACE:kel_options>)
+  target_link_libraries(${name} PUBLIC kel_headers PRIVATE kel_options)
   set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
-  install(TARGETS ${name} EXPORT KelCacheTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  # The library's functions are not replaced one by one from outside, so those may be inlined that are
+  # exported.
+  target_compile_options(${name} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 endfunction()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "host/KelApi.h"
+
 namespace kelsdk {
 
 class KelManager;
@@ -18,7 +20,7 @@ struct KelClassInfo {
 
 /// Identifies a registered class. A default-made id identifies none until a KelClassRegistration
 /// binds it. Copies are cheap: one pointer to a record that lives as long as the process.
-class KelClassId {
+class KEL_API KelClassId {
  public:
   constexpr KelClassId() noexcept = default;
 

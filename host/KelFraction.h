@@ -1,9 +1,11 @@
 #pragma once
 
+#include "host/KelApi.h"
+
 namespace kelsdk {
 
 /// A ratio of whole numbers.
-struct KelFraction {
+struct KEL_API KelFraction {
   long long numerator = 0;
   long long denominator = 1;  ///< above 0; 0 where there is no such fraction
 

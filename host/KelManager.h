@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/KelApi.h"
 #include "host/KelClassId.h"
 
 namespace kelsdk {
@@ -7,7 +8,7 @@ namespace kelsdk {
 class KelObject;
 
 /// Makes, owns and ends objects. Separate managers share nothing and may live on separate threads.
-class KelManager {
+class KEL_API KelManager {
  public:
   /// A manager that can make an object of every linked class; null when there is no memory.
   static KelManager* Create() noexcept;

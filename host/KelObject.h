@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/KelApi.h"
 #include "host/KelClassId.h"
 #include "host/KelProperty.h"
 #include "host/KelString.h"
@@ -26,7 +27,7 @@ struct KelConnectEvent {
 /// A manager makes an object through its class's factory (memory from KelMalloc, constructor,
 /// Construct) and ends it by Destruct, destructor and KelFree, in Destroy() or when the manager
 /// itself ends.
-class KelObject {
+class KEL_API KelObject {
  public:
   static KelClassId ClassId;
 

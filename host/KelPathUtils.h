@@ -1,11 +1,12 @@
 #pragma once
 
+#include "host/KelApi.h"
 #include "host/KelString.h"
 
 namespace kelsdk {
 
 /// Rules for file paths. "/" and the backslash both separate components.
-class KelPathUtils {
+class KEL_API KelPathUtils {
  public:
   /// The folder part without trailing separators, so that it may be followed by "/": "/a/b.c" and
   /// "/a//b.c" give "/a", a bare file name gives ".", and "/name" gives "".

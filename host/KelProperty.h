@@ -1,5 +1,6 @@
 #pragma once
 
+#include "host/KelApi.h"
 #include "host/KelString.h"
 
 namespace kelsdk {
@@ -25,8 +26,8 @@ class KelDataType {
   EKelType type_;
 };
 
-extern const KelDataType KelStringDT;
-extern const KelDataType KelEnumDT;
+KEL_API extern const KelDataType KelStringDT;
+KEL_API extern const KelDataType KelEnumDT;
 
 class KelPropertyFlags {
  public:
@@ -42,7 +43,7 @@ struct KelPropertyData;
 /// A handle to a typed, named value of an object. Copies refer to the same property; a
 /// default-made handle refers to none, and every operation on it fails. The property lives until
 /// its object and the last handle are gone.
-class KelProperty {
+class KEL_API KelProperty {
  public:
   KelProperty() noexcept = default;
   KelProperty(const KelProperty& other) noexcept;

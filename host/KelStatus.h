@@ -1,11 +1,12 @@
 #pragma once
 
+#include "host/KelApi.h"
 #include "host/KelString.h"
 
 namespace kelsdk {
 
 /// The outcome of an operation: a code and, for most failures, a message.
-class KelStatus {
+class KEL_API KelStatus {
  public:
   enum EStatusCode {
     eSuccess = 0,

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "host/KelApi.h"
+
 namespace kelsdk {
 
 /// A run of bytes in memory that is written at its end and read from its front. Numbers are
 /// little-endian, a text is its length and its characters.
-class KelStream {
+class KEL_API KelStream {
  public:
   KelStream() noexcept = default;
   KelStream(const KelStream&) = delete;

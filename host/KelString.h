@@ -3,6 +3,8 @@
 #include <iosfwd>
 #include <type_traits>
 
+#include "host/KelApi.h"
+
 namespace kelsdk {
 
 /// An owned string of 8-bit characters (UTF-8 by custom), its memory from KelMalloc.
@@ -10,7 +12,7 @@ namespace kelsdk {
 /// Nothing throws. When memory runs out the string becomes empty and invalid (IsValid() false), and
 /// every string made from an invalid one is invalid too, so that a path that was built in several
 /// steps needs one test at its end. Clear() and assignment make it valid again.
-class KelString {
+class KEL_API KelString {
  public:
   KelString() noexcept = default;
   KelString(const char* text) noexcept;  // NOLINT(google-explicit-constructor): given interface
@@ -62,8 +64,8 @@ class KelString {
 
 /// Below, at or above 0 as `left` comes before, is equal to or comes after `right` in the order of
 /// their bytes, taken as unsigned. A null pointer is equal to no string and comes before all.
-int Compare(const KelString& left, const KelString& right) noexcept;
-int Compare(const KelString& left, const char* right) noexcept;
+KEL_API int Compare(const KelString& left, const KelString& right) noexcept;
+KEL_API int Compare(const KelString& left, const char* right) noexcept;
 
 // NOLINTBEGIN(bugprone-macro-parentheses): an operator takes none.
 #define KEL_STRING_COMPARISON(op)                                                   \
@@ -85,8 +87,8 @@ KEL_STRING_COMPARISON(>)
 KEL_STRING_COMPARISON(>=)
 #undef KEL_STRING_COMPARISON
 
-KelString operator+(const KelString& left, const char* right) noexcept;
-KelString operator+(const KelString& left, const KelString& right) noexcept;
+KEL_API KelString operator+(const KelString& left, const char* right) noexcept;
+KEL_API KelString operator+(const KelString& left, const KelString& right) noexcept;
 
 // Characters, numbers and differences would move the pointer that a string converts to.
 template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T>>>

@@ -2,10 +2,12 @@
 
 #include <cstdint>
 
+#include "host/KelApi.h"
+
 namespace kelsdk {
 
 /// Frames per second as an exact ratio: 24 is {24, 1}, the 29.97 of television is {30000, 1001}.
-struct KelFrameRate {
+struct KEL_API KelFrameRate {
   std::uint32_t numerator = 24;
   std::uint32_t denominator = 1;
 
@@ -29,7 +31,7 @@ struct KelFrameRate {
 
 /// A moment or a length of time: one signed 64-bit count, 46,186,158,000 units to the second, in
 /// which a frame at 24, 25, 30, 48, 50, 60, 100 and 120 frames per second is a whole number.
-class KelTime {
+class KEL_API KelTime {
  public:
   static constexpr long long kUnitsPerSecond = 46186158000LL;
 

@@ -177,16 +177,24 @@ class Making(CommandTest):
                 self.assertEqual([float32(value) for value in dump["values"]],
                                  [float32(value) for (value,) in values])
 
-    def test_caches_of_the_first_compact_encoding_are_read_as_ever(self):
-        old = DATA / "nc"
-        again = self.make("types.xml", "--channels", "a,b,c,d,e", "--type",
-                          "float64,float64[3],int32,float32,float32[3]")
-        for cache, equal in [("twist_box.xml", DATA / "pc2" / "twist_box.pc2"), ("types.xml", again)]:
-            self.run_done("verify", old / cache)
-            self.run_done("diff", old / cache, equal)
+    def test_caches_of_every_form_and_age_are_read_as_ever(self):
+        types = ["--channels", "a,b,c,d,e", "--type", "float64,float64[3],int32,float32,float32[3]"]
+        many = self.make("many.xml", *types)
+        few = self.make("few.xml", *types, points=10)
+        film = self.make("film.xml", *types, "--fps", "24000/1001", points=10)
+        twist = DATA / "pc2" / "twist_box.pc2"
+        for name, equal, *tolerance in [
+                ("twist_box", twist), ("types", many), ("raw", film), ("predicted", many),
+                ("predicted_frames", few), ("bounded", twist, "--tolerance", 0.0001679013)]:
+            with self.subTest(name):
+                old = (DATA / "nc" / name).with_suffix(".xml")
+                self.run_done("verify", old)
+                self.run_done("diff", old, equal, *tolerance)
+        for first in ["twist_box.xml", "types.xml"]:
             copy = self.folder / "copy.xml"
-            self.run_done("convert", old / cache, copy, "--compact", "--compact-encoding", 1, "--force")
-            self.assertEqual(self.info(copy)["compact"], self.info(old / cache)["compact"])
+            self.run_done("convert", DATA / "nc" / first, copy, "--compact", "--compact-encoding", 1,
+                          "--force")
+            self.assertEqual(self.info(copy)["compact"], self.info(DATA / "nc" / first)["compact"])
 
     def test_a_maximum_error(self):
         small = self.folder / "small.xml"
