@@ -4,8 +4,7 @@ add_library(kel_options INTERFACE)
 target_compile_options(kel_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
   -Wimplicit-fallthrough
-  # A product and a sum that are rounded as one differ from processor to processor, and with them the
-  # bytes that are written.
+  # A product and a sum in one rounding would give other values than on machines without that.
   -ffp-contract=off
   # GCC 12 sees overlaps in std::string's operator+ that are not there (its bug 105651).
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
