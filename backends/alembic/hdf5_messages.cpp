@@ -21,9 +21,11 @@ constexpr unsigned kChunked = 2;
 constexpr unsigned kVirtual = 3;
 
 // Messages that have more rules than the one of their content.
+constexpr unsigned kSpace = 0x01;
 constexpr unsigned kFileList = 0x07;
 constexpr unsigned kLayout = 0x08;
 constexpr unsigned kAttribute = 0x0c;
+constexpr unsigned kSymbolTable = 0x11;
 
 // Up to version 2 most names take whole times eight bytes.
 std::size_t RoundUp(std::size_t size) {
@@ -107,14 +109,12 @@ Space CheckSpace(ByteReader& in) {
 
 void CheckAttribute(ByteReader& in) {
   const unsigned version = in.U8();
-  const unsigned flags = in.U8();
+  in.Skip(1);
   const std::size_t nameBytes = in.U16();
   const std::size_t typeBytes = in.U16();
   const std::size_t spaceBytes = in.U16();
   if (version < 1 || version > 3) in.Fail();
   if (version == 3) in.Skip(1);  // character set
-  // Types and spaces that are kept elsewhere are not followed.
-  if (version > 1 && (flags & 3) != 0) in.Fail();
   const auto part = [&](std::size_t size) {
     const std::uint8_t* const bytes = in.Bytes(version == 1 ? RoundUp(size) : size);
     return ByteReader(bytes, bytes != nullptr ? size : 0);
@@ -189,7 +189,7 @@ void CheckOldLayout(ByteReader& in, Hdf5Claims& claims) {
     return CheckChunkLengths(in, rank, 4);
   }
   if (kind == kContiguous) in.Skip(kLengthBytes);
-  in.Skip(4 * rank);
+  in.Skip(std::size_t{4} * rank);
   if (kind == kCompact) in.Skip(in.U32());
 }
 
@@ -256,7 +256,7 @@ void TakeSymbolTable(ByteReader& in, Hdf5Claims& claims) {
 // Gives what the message is called. Others are not looked at, by libhdf5 neither.
 const char* CheckContent(unsigned kind, ByteReader& in, Hdf5Claims& claims) {
   switch (kind) {
-    case 0x01: claims.spaceRank = CheckSpace(in).rank; return "data space";
+    case kSpace: claims.spaceRank = CheckSpace(in).rank; return "data space";
     case 0x02: CheckLinkInfo(in); return "link info";
     case 0x03: CheckType(in, 0); return "data type";
     case 0x04: in.Skip(in.U32()); return "old fill value";
@@ -268,7 +268,7 @@ const char* CheckContent(unsigned kind, ByteReader& in, Hdf5Claims& claims) {
     case kAttribute: CheckAttribute(in); return "attribute";
     case 0x0d: SkipName(in, false); return "comment";
     case 0x0e: in.Skip(14); return "old time";
-    case 0x11: TakeSymbolTable(in, claims); return "symbol table";
+    case kSymbolTable: TakeSymbolTable(in, claims); return "symbol table";
     case 0x12: in.Skip(8); return "time";
     case 0x15: CheckAttributeInfo(in); return "attribute info";
     case 0x16: in.Skip(5); return "reference count";
@@ -301,6 +301,10 @@ bool CheckHdf5Message(unsigned kind, ByteReader message, Hdf5Claims& claims, io:
     return error.Set(io::Error::eUnsupported, "an attribute's type is an object of its own");
   if (kind == kFileList || (kind == kLayout && IsVirtual(message)))
     return error.Set(io::Error::eUnsupported, "values that are kept elsewhere");
+  // Of two, libhdf5 would take the first and this the last.
+  const bool single = kind == kSpace || kind == kLayout || kind == kSymbolTable;
+  if (single && (claims.seen >> kind & 1) != 0) message.Fail();
+  if (single) claims.seen |= 1U << kind;
   const char* const name = CheckContent(kind, message, claims);
   return message.Ok() || error.Set(io::Error::eDamaged, "has a damaged %s", name);
 }

@@ -16,6 +16,7 @@ std::uint64_t ReadHdf5Length(io::ByteReader& in, unsigned width);
 
 /// What the messages of an object claim of each other and of what lies outside of its header.
 struct Hdf5Claims {
+  unsigned seen = 0;  ///< a bit for each kind of message of which there can be but one
   unsigned spaceRank = 0;
   unsigned chunkRank = 0;                  ///< 0: not in chunks
   std::uint64_t chunkTree = kHdf5Nowhere;  ///< their index, where that is a tree
