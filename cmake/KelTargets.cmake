@@ -5,6 +5,8 @@ target_compile_features(kel_options INTERFACE cxx_std_20)
 target_compile_options(kel_options INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wnon-virtual-dtor
   -Wimplicit-fallthrough
+  # A product and a sum in one rounding would give other values than on machines without that.
+  -ffp-contract=off
   # GCC 12 sees overlaps in std::string's operator+ that are not there (its bug 105651).
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<BOOL:${KELCACHE_WERROR}>:-Werror>)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <tuple>
 
 #include "backends/io/checked.h"
 
@@ -43,7 +44,8 @@ struct Collector {
 herr_t AddLink(hid_t /*group*/, const char* name, const H5L_info_t* info, void* context) {
   return static_cast<Collector<Hdf5Link>*>(context)->Add(name, [&] {
     const bool hard = info->type == H5L_TYPE_HARD;
-    return Hdf5Link{name, hard ? info->u.address : Hdf5Link::kElsewhere};
+    return Hdf5Link{name, hard ? info->u.address : Hdf5Link::kElsewhere,
+                    info->corder_valid ? info->corder : 0};
   });
 }
 
@@ -127,14 +129,9 @@ Hdf5File::~Hdf5File() {
 bool Hdf5File::Open(const char* path, io::Error& error) {
   if (!file_.Open(path, error)) return false;
   cache_.Start();
+  if (!headers_.CheckContainer(error)) return false;
   handle_ = OpenHdf5(source_);
-  if (!handle_) return Fail("the container", error);
-  const Hdf5Handle creation(H5Fget_create_plist(handle_.Get()));
-  hsize_t before = 0;
-  if (H5Pget_userblock(creation.Get(), &before) < 0) return Fail("the container", error);
-  if (before == 0) return true;
-  return error.Set(io::Error::eUnsupported, "%llu bytes of something else before the archive",
-                   static_cast<Ull>(before));
+  return handle_ || Fail("the container", error);
 }
 
 bool Hdf5File::OpenRoot(Hdf5Handle& root, io::Error& error) {
@@ -143,10 +140,7 @@ bool Hdf5File::OpenRoot(Hdf5Handle& root, io::Error& error) {
 }
 
 bool Hdf5File::OpenGroup(std::uint64_t address, Hdf5Handle& group, io::Error& error) {
-  if (address >= Size()) {
-    return error.Set(io::Error::eDamaged, "a group lies at %llu of %llu bytes",
-                     static_cast<Ull>(address), static_cast<Ull>(Size()));
-  }
+  if (!headers_.CheckObject(address, error)) return false;
   group = Hdf5Handle(H5Oopen_by_addr(handle_.Get(), address));
   if (!group) return Fail("a group", error);
   return H5Iget_type(group.Get()) == H5I_GROUP ||
@@ -157,15 +151,16 @@ bool Hdf5File::ListLinks(hid_t group, std::uint64_t most, std::vector<Hdf5Link>&
                          std::uint64_t& bytes, io::Error& error) {
   bytes = 0;
   links.clear();
-  const Hdf5Handle creation(H5Gget_create_plist(group));
-  unsigned order = 0;
-  if (H5Pget_link_creation_order(creation.Get(), &order) < 0) return Fail("a group", error);
-  const bool kept = (order & H5P_CRT_ORDER_TRACKED) != 0;
   if (H5Lexists(group, kNoName, H5P_DEFAULT) < 0) return Fail("the links of a group", error);
   Collector<Hdf5Link> collector{links, most, bytes, nullptr};
-  const herr_t result = H5Literate(group, kept ? H5_INDEX_CRT_ORDER : H5_INDEX_NAME, H5_ITER_INC,
-                                   nullptr, AddLink, &collector);
+  // In any other order the library fills a table first, and frees what it did not fill when it
+  // fails.
+  const herr_t result =
+      H5Literate(group, H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, AddLink, &collector);
   if (collector.failure) std::rethrow_exception(collector.failure);
+  std::sort(links.begin(), links.end(), [](const Hdf5Link& a, const Hdf5Link& b) {
+    return std::tie(a.order, a.name) < std::tie(b.order, b.name);
+  });
   return result >= 0 || Fail("the links of a group", error);
 }
 
@@ -267,6 +262,7 @@ bool Hdf5File::Locate(std::uint64_t address, EPlainType type, Hdf5Values& values
   values.bytes = 0;
   values.extents.clear();
   if (address >= Size()) return error.Set(io::Error::eDamaged, "a sample has no data set");
+  if (!headers_.CheckObject(address, error)) return false;
   const Hdf5Handle set(H5Oopen_by_addr(handle_.Get(), address));
   if (!set) return Fail("a data set", error);
   if (H5Iget_type(set.Get()) != H5I_DATASET)

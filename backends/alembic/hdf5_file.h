@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "backends/alembic/hdf5_headers.h"
 #include "backends/alembic/hdf5_library.h"
 #include "backends/alembic/plain_type.h"
 
@@ -15,6 +16,7 @@ struct Hdf5Link {
   static constexpr std::uint64_t kElsewhere = kNowhere - 1;
   std::string name;
   std::uint64_t address = kNowhere;  ///< of the object in this very file; else kElsewhere
+  std::int64_t order = 0;            ///< of creation, where the group keeps it
 };
 
 /// Bytes of a data set that lie together in the file.
@@ -84,6 +86,7 @@ class Hdf5File {
 
   io::InputFile file_;
   BlockCache cache_{file_};
+  Hdf5Headers headers_{file_, cache_};
   Hdf5Source source_{file_, cache_, {}};
   Hdf5Handle handle_;
 };
