@@ -151,11 +151,9 @@ TEST_F(AlembicDamage, OfTheOtherContainerIsToldAndSurvived) {
   const Bytes tiny = ReadBytes(TestData("abc_hdf5/tiny.abc"));
   for (const OneField& row : kOneFieldOfHdf5) ChangeOneField(tiny, row);
   for (std::size_t at = 0; at < tiny.size(); ++at) {
-    for (const int value : {0, ~tiny[at]}) {
-      Bytes bytes = tiny;
-      bytes[at] = static_cast<std::uint8_t>(value);
-      UseBytes(bytes);
-    }
+    Bytes bytes = tiny;
+    bytes[at] = static_cast<std::uint8_t>(~bytes[at]);
+    UseBytes(bytes);
   }
   std::mt19937 random(1);
   for (const char* name : {"zero_samples", "user_props_visibility", "cyclic_3", "points_varying"}) {

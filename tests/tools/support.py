@@ -18,6 +18,7 @@ DATA = pathlib.Path(__file__).resolve().parent.parent / "data"
 READER = DATA.parent.parent / "examples" / "read_nc.py"
 DONE, FOUND, USAGE, FAILED = 0, 1, 2, 3
 WITH_HDF5 = os.environ.get("KELCACHE_WITH_HDF5", "1") == "1"
+EMULATED = "qemu" in os.environ.get("KELCACHE_SANITIZE", "")
 
 
 def run(*words, **more):

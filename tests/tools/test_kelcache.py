@@ -302,8 +302,13 @@ class Converting(CommandTest):
 
 class Recovering(CommandTest):
     def kill(self, *words):
+        """Once there are samples of it in the folder."""
+        def there():
+            return sum(file.stat().st_size for file in self.folder.rglob("*"))
+        before = there()
         running = subprocess.Popen([COMMAND, *map(str, words)], stderr=subprocess.DEVNULL)
-        time.sleep(0.3)
+        while running.poll() is None and there() < before + 5_000_000:
+            time.sleep(0.01)
         running.kill()
         running.wait()
 
