@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <thread>
 
-#include "tools/json.h"
+#include "tools/bare_report.h"
 #include "tools/numbers.h"
 #include "tools/pace.h"
 #include "tools/terminal.h"
@@ -136,31 +136,22 @@ class Display {
   }
 
   void Print(double now) const {
-    PrintLine(stdout, options_.json
-                          ? Report(now).dump(-1, ' ', false, Json::error_handler_t::replace)
-                          : file_ + ": " + Line(now));
+    PrintLine(stdout, options_.json ? TextOf(Report(now), true) : file_ + ": " + Line(now));
     std::fflush(stdout);
   }
 
   Json Report(double now) const {
-    const auto part = PartOf();
-    Json report = {{"verb", "info"},
-                   {"file", file_},
-                   {"status", 0},
-                   {"error", nullptr},
-                   {"notes", Json::array()},
-                   {"findings", Json::array()},
-                   {"counts", Json::object()},
-                   {"state", StateText(last_.state)},
-                   {"promised", last_.promised != 0 ? Json(last_.promised) : Json(nullptr)},
-                   {"firstFrame", last_.hasFrames ? Json(last_.firstFrame) : Json(nullptr)},
-                   {"lastFrame", last_.hasFrames ? Json(last_.lastFrame) : Json(nullptr)},
-                   {"samplesPerSecond", OrNull(pace_.PerSecond())},
-                   {"secondsLeft", nullptr}};
+    Json report = BareReport("info", file_);
     if (last_.state == CacheProgress::eAtWork) {
       report["counts"] = {{"samples", last_.samples}, {"bytes", last_.bytes}};
     }
-    if (part) report["secondsLeft"] = OrNull(pace_.SecondsFor(part->missing, now));
+    report["state"] = StateText(last_.state);
+    report["promised"] = last_.promised != 0 ? Json(last_.promised) : Json(nullptr);
+    report["firstFrame"] = last_.hasFrames ? Json(last_.firstFrame) : Json(nullptr);
+    report["lastFrame"] = last_.hasFrames ? Json(last_.lastFrame) : Json(nullptr);
+    report["samplesPerSecond"] = OrNull(pace_.PerSecond());
+    const auto part = PartOf();
+    report["secondsLeft"] = part ? OrNull(pace_.SecondsFor(part->missing, now)) : Json(nullptr);
     return report;
   }
 

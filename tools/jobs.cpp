@@ -6,6 +6,7 @@
 #include <system_error>
 #include <thread>
 
+#include "tools/bare_report.h"
 #include "tools/failure.h"
 #include "tools/interrupt.h"
 #include "tools/numbers.h"
@@ -205,16 +206,12 @@ class Jobs {
 
   void PrintReport(const Input& input, const Outcome& outcome) const {
     const JobResult& result = outcome.result;
-    Json report = {{"verb", output_.verb},
-                   {"file", input.path},
-                   {"status", static_cast<int>(result.status)},
-                   {"error", outcome.error.empty() ? Json(nullptr) : Json(outcome.reason)},
-                   {"notes", result.notes},
-                   {"findings", Json::array()},
-                   {"counts", Json::object()}};
+    Json report = BareReport(output_.verb, input.path);
+    report["status"] = static_cast<int>(result.status);
+    if (!outcome.error.empty()) report["error"] = outcome.reason;
+    report["notes"] = result.notes;
     report.update(result.report);
-    const int indent = several_ || output_.isLastReport ? -1 : 2;
-    const std::string text = report.dump(indent, ' ', false, Json::error_handler_t::replace) + '\n';
+    const std::string text = TextOf(report, several_ || output_.isLastReport) + '\n';
     std::fwrite(text.data(), 1, text.size(), stdout);
   }
 
