@@ -74,7 +74,8 @@ class KEL_API AlembicInterface {
 
   // Maintenance, beyond what the cache object uses.
 
-  /// The containers that this build reads, for a person: "Ogawa, HDF5 (libhdf5 1.10.8)", or "Ogawa".
+  /// The containers that this build reads, for a person: "Ogawa, HDF5 (libhdf5 1.10.8)", or
+  /// "Ogawa".
   static const char* Containers();
 
   /// Why the last call that failed did so, in words, without the file's name; "" when none failed.
